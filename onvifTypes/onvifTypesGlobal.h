@@ -1,0 +1,12 @@
+#ifndef ONVIFTYPES_GLOBAL_H
+#define ONVIFTYPES_GLOBAL_H
+
+#include <QtCore/qglobal.h>
+
+#if defined(ONVIFTYPES_LIBRARY)
+#define ONVIFTYPES_EXPORT Q_DECL_EXPORT
+#else
+#define ONVIFTYPES_EXPORT Q_DECL_IMPORT
+#endif
+
+#endif // ONVIFTYPES_GLOBAL_H

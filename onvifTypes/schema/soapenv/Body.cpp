@@ -1,0 +1,17 @@
+#include "onvifTypes/schema/soapenv/Body.h"
+#include "onvifTypes/schema/soapenv/soapenvTypes_p.h"
+
+namespace soapenv {
+
+QString Body::serialize(const QString& tagName) const
+{
+    return detail_p::element(tagName, "Body", QString());
+}
+
+void Body::deserialize(const QDomNode& node)
+{
+    detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
+        [](const QString&, const QDomNode&) { return false; });
+}
+
+} // namespace soapenv

@@ -1,0 +1,36 @@
+#include "onvifTypes/schema/soapenv/faultcode.h"
+#include "onvifTypes/schema/soapenv/soapenvTypes_p.h"
+
+namespace soapenv {
+
+faultcode::faultcode()
+    : Value(new faultcodeEnum)
+{
+}
+
+QString faultcode::serialize(const QString& tagName) const
+{
+    QString content = Value->serialize(QStringLiteral("soapenv:Value"));
+    if (Subcode)
+        content += Subcode->serialize(QStringLiteral("soapenv:Subcode"));
+    return detail_p::element(tagName, "faultcode", content);
+}
+
+void faultcode::deserialize(const QDomNode& node)
+{
+    detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
+        [this](const QString& name, const QDomNode& child) {
+            if (name == QLatin1String("Value")) {
+                Value->deserialize(child);
+            } else if (name == QLatin1String("Subcode")) {
+                if (!Subcode)
+                    Subcode.reset(new subcode);
+                Subcode->deserialize(child);
+            } else {
+                return false;
+            }
+            return true;
+        });
+}
+
+} // namespace soapenv

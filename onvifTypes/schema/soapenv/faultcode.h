@@ -1,0 +1,25 @@
+#ifndef ONVIFTYPES_SOAPENV_FAULTCODE_H
+#define ONVIFTYPES_SOAPENV_FAULTCODE_H
+
+#include <onvifTypes/schema/soapenv/faultcodeEnum.h>
+#include <onvifTypes/schema/soapenv/subcode.h>
+
+namespace soapenv {
+
+class ONVIFTYPES_EXPORT faultcode : public Serializable
+{
+public:
+    faultcode();
+
+    QString unmatchedElements;
+    QString unmatchedAttributes;
+    QSharedPointer<faultcodeEnum> Value;
+    QSharedPointer<subcode> Subcode;
+
+    QString serialize(const QString& tagName) const override;
+    void deserialize(const QDomNode& node) override;
+};
+
+} // namespace soapenv
+
+#endif

@@ -1,0 +1,126 @@
+#ifndef ONVIFTYPES_SERIALIZABLE_H
+#define ONVIFTYPES_SERIALIZABLE_H
+
+#include <onvifTypes/onvifTypesGlobal.h>
+
+#include <QDomNode>
+#include <QPair>
+#include <QString>
+
+// Every value that travels in a SOAP message. Output is built as text (never
+// through a DOM writer); input is read from a parsed DOM node, element or attribute.
+class ONVIFTYPES_EXPORT Serializable
+{
+public:
+    Serializable() = default;
+    Serializable(const Serializable&) = default;
+    Serializable& operator=(const Serializable&) = default;
+    virtual ~Serializable();
+
+    // The whole element named tagName, or only the content when tagName is empty.
+    virtual QString serialize(const QString& tagName) const = 0;
+    virtual void deserialize(const QDomNode& node) = 0;
+};
+
+// An empty SOAP header or body.
+class ONVIFTYPES_EXPORT EmptyOnvifType : public Serializable
+{
+public:
+    QString serialize(const QString& tagName) const override;
+    void deserialize(const QDomNode& node) override;
+};
+
+// Several blocks standing where one Serializable is expected (e.g. header blocks).
+class ONVIFTYPES_EXPORT SerializableContainer : public Serializable
+{
+public:
+    void append(const Serializable& item);
+    QString serialize(const QString& tagName) const override;
+    void deserialize(const QDomNode& node) override;
+
+private:
+    QString m_text;
+};
+
+class ONVIFTYPES_EXPORT TypeConvertor
+{
+public:
+    template<typename T>
+    static QString convertToString(const T& value);
+    template<typename T>
+    static T convertFromString(const QString& text);
+};
+
+template<>
+ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<QString>(const QString& value);
+template<>
+ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<int>(const int& value);
+template<>
+ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<float>(const float& value);
+template<>
+ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<bool>(const bool& value);
+template<>
+ONVIFTYPES_EXPORT QString TypeConvertor::convertFromString<QString>(const QString& text);
+template<>
+ONVIFTYPES_EXPORT int TypeConvertor::convertFromString<int>(const QString& text);
+template<>
+ONVIFTYPES_EXPORT float TypeConvertor::convertFromString<float>(const QString& text);
+template<>
+ONVIFTYPES_EXPORT bool TypeConvertor::convertFromString<bool>(const QString& text);
+
+namespace Utilites {
+
+// "s:Envelope" -> "Envelope"; "a:b:c" -> "b:c"; a name without ':' is returned as is.
+ONVIFTYPES_EXPORT QString delNameSpacePrefix(const QString& name);
+// The node's own markup, children included, as XML text.
+ONVIFTYPES_EXPORT QString nodeToText(const QDomNode& node);
+// Splits a base class's serialisation (written under the marker "_MagicString_")
+// into (content, attribute text) so that a derived class can embed it.
+ONVIFTYPES_EXPORT QPair<QString, QString> serializeParent(const QString& text);
+// Text of an attribute node, or the concatenated text of an element node.
+ONVIFTYPES_EXPORT QString nodeText(const QDomNode& node);
+
+} // namespace Utilites
+
+// A simple value (QString, int, float or bool) as an element or attribute.
+// Numbers and booleans start at zero/false so that no read is ever undefined.
+template<typename T>
+class universalSimpleType : public Serializable
+{
+public:
+    universalSimpleType()
+        : m_value()
+    {
+    }
+    explicit universalSimpleType(const T& value)
+        : m_value(value)
+    {
+    }
+
+    const T& value() const { return m_value; }
+    void setValue(const T& value) { m_value = value; }
+
+    QString serialize(const QString& tagName) const override
+    {
+        const QString text = TypeConvertor::convertToString<T>(m_value);
+        if (tagName.isEmpty())
+            return text;
+        // Tag first, then value, so that a "%1" inside the tag name cannot swallow the value.
+        return QStringLiteral("<%0>%1</%0>").arg(tagName, 0, QLatin1Char(' ')).arg(text, 0, QLatin1Char(' '));
+    }
+
+    void deserialize(const QDomNode& node) override
+    {
+        m_value = TypeConvertor::convertFromString<T>(Utilites::nodeText(node));
+    }
+
+private:
+    T m_value;
+};
+
+extern template class ONVIFTYPES_EXPORT universalSimpleType<QString>;
+extern template class ONVIFTYPES_EXPORT universalSimpleType<int>;
+extern template class ONVIFTYPES_EXPORT universalSimpleType<float>;
+extern template class ONVIFTYPES_EXPORT universalSimpleType<bool>;
+
+#endif // ONVIFTYPES_SERIALIZABLE_H
