@@ -1,0 +1,57 @@
+#include "logCapture.h"
+
+#include <onvifTypes/onvifLog.h>
+
+#include <QRegularExpression>
+#include <QtTest>
+
+class TestLogging : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void recordFormatAndAttributes();
+    void eachLoggerKeepsItsName();
+};
+
+void TestLogging::recordFormatAndAttributes()
+{
+    LogCapture capture;
+    OnvifLog::Logger logger = OnvifLog::makeLogger(QStringLiteral("Onvif"));
+    ONVIF_LOG(logger, OnvifLog::Error, QStringLiteral("Network error. Code:") + QString::number(1));
+    const int line = __LINE__ - 1;
+    ONVIF_LOG(logger, OnvifLog::Trace, "plain text");
+
+    const auto records = capture.records();
+    QCOMPARE(records.size(), 2);
+    QCOMPARE(records[0].severity, 4u);
+    QCOMPARE(records[0].clsName, QStringLiteral("Onvif"));
+    QVERIFY(records[0].hasTag && records[0].tag);
+    QVERIFY(records[0].hasThreadId);
+    QCOMPARE(records[0].message,
+        QStringLiteral(" recordFormatAndAttributes: Network error. Code:1 (%1:%2)").arg(QStringLiteral(__FILE__)).arg(line));
+    QCOMPARE(records[1].severity, 0u);
+    QVERIFY(records[1].message.startsWith(QLatin1String(" recordFormatAndAttributes: plain text (")));
+
+    // Inside a lambda the function name is the call operator's.
+    [&logger] { ONVIF_LOG(logger, OnvifLog::Info, "from a handler"); }();
+    QVERIFY(capture.records().last().message.startsWith(QLatin1String(" operator(): from a handler (")));
+}
+
+void TestLogging::eachLoggerKeepsItsName()
+{
+    LogCapture capture;
+    OnvifLog::Logger ptz = OnvifLog::makeLogger(QStringLiteral("PTZREQ:3"));
+    OnvifLog::Logger rtsp = OnvifLog::makeLogger(QStringLiteral("OnvifRTSP: CH-1"));
+    ONVIF_LOG(ptz, 0, "a");
+    ONVIF_LOG(rtsp, 2, "b");
+    ONVIF_LOG(ptz, 0, "c");
+    const auto records = capture.records();
+    QCOMPARE(records.size(), 3);
+    QCOMPARE(records[0].clsName, QStringLiteral("PTZREQ:3"));
+    QCOMPARE(records[1].clsName, QStringLiteral("OnvifRTSP: CH-1"));
+    QCOMPARE(records[2].clsName, QStringLiteral("PTZREQ:3"));
+}
+
+QTEST_GUILESS_MAIN(TestLogging)
+#include "tst_logging.moc"

@@ -1,0 +1,216 @@
+#include <onvifTypes/serializable.h>
+
+#include <QDomDocument>
+#include <QtTest>
+
+#include <limits>
+
+class TestSerializable : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void intText_data();
+    void intText();
+    void floatText_data();
+    void floatText();
+    void boolParse_data();
+    void boolParse();
+    void simpleElement();
+    void readsElementAttributeAndNullNode();
+    void prefixRemoval_data();
+    void prefixRemoval();
+    void parentSplit_data();
+    void parentSplit();
+    void nodeToTextKeepsMarkup();
+    void containerAndEmpty();
+};
+
+void TestSerializable::intText_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("value");
+    QTest::newRow("plain") << "42" << 42;
+    QTest::newRow("negative") << "-5" << -5;
+    QTest::newRow("max") << "2147483647" << std::numeric_limits<int>::max();
+    QTest::newRow("min") << "-2147483648" << std::numeric_limits<int>::min();
+    QTest::newRow("empty") << "" << 0;
+    QTest::newRow("leading blank") << " 7" << 0;
+    QTest::newRow("trailing blank") << "7 " << 0;
+    QTest::newRow("trailing letters") << "7px" << 0;
+    QTest::newRow("overflow") << "2147483648" << 0;
+    QTest::newRow("float text") << "1.5" << 0;
+    QTest::newRow("hex") << "0x10" << 0;
+}
+
+void TestSerializable::intText()
+{
+    QFETCH(QString, text);
+    QFETCH(int, value);
+    QCOMPARE(TypeConvertor::convertFromString<int>(text), value);
+    if (value != 0 || text == QLatin1String("0"))
+        QCOMPARE(TypeConvertor::convertToString<int>(value), text);
+}
+
+void TestSerializable::floatText_data()
+{
+    QTest::addColumn<float>("value");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("half") << 0.5f << "0.5";
+    QTest::newRow("tenth") << 0.1f << "0.1";
+    QTest::newRow("zero") << 0.0f << "0";
+    QTest::newRow("one ten-millionth") << 1e-7f << "1e-07";
+    QTest::newRow("hundred million") << 1e8f << "1e+08";
+    QTest::newRow("123456789") << 123456789.0f << "1.23457e+08";
+    QTest::newRow("negative") << -0.25f << "-0.25";
+    QTest::newRow("below 1e6") << 999999.0f << "999999";
+}
+
+void TestSerializable::floatText()
+{
+    QFETCH(float, value);
+    QFETCH(QString, text);
+    QCOMPARE(TypeConvertor::convertToString<float>(value), text);
+    QCOMPARE(TypeConvertor::convertFromString<float>(QStringLiteral("0.5")), 0.5f);
+    QCOMPARE(TypeConvertor::convertFromString<float>(QStringLiteral("1e-07")), 1e-7f);
+    QCOMPARE(TypeConvertor::convertFromString<float>(QStringLiteral("abc")), 0.0f);
+    QCOMPARE(TypeConvertor::convertFromString<float>(QStringLiteral("")), 0.0f);
+    QCOMPARE(TypeConvertor::convertFromString<float>(QStringLiteral("0.5 ")), 0.0f);
+}
+
+void TestSerializable::boolParse_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("value");
+    QTest::newRow("false") << "false" << false;
+    QTest::newRow("False") << "False" << false;
+    QTest::newRow("FALSE") << "FALSE" << false;
+    QTest::newRow("true") << "true" << true;
+    // Only the word false counts as false: devices answering 0 or no read as true.
+    QTest::newRow("0") << "0" << true;
+    QTest::newRow("no") << "no" << true;
+    QTest::newRow("empty") << "" << true;
+    QTest::newRow("padded false") << " false" << true;
+}
+
+void TestSerializable::boolParse()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, value);
+    QCOMPARE(TypeConvertor::convertFromString<bool>(text), value);
+    QCOMPARE(TypeConvertor::convertToString<bool>(true), QStringLiteral("true"));
+    QCOMPARE(TypeConvertor::convertToString<bool>(false), QStringLiteral("false"));
+}
+
+void TestSerializable::simpleElement()
+{
+    const universalSimpleType<int> level(-5);
+    QCOMPARE(level.serialize(QStringLiteral("tt:Level")), QStringLiteral("<tt:Level>-5</tt:Level>"));
+    QCOMPARE(level.serialize(QString()), QStringLiteral("-5"));
+
+    // No escaping at this layer: the caller owns it.
+    const universalSimpleType<QString> raw(QStringLiteral("a<b&\"c\""));
+    QCOMPARE(raw.serialize(QStringLiteral("tt:Name")), QStringLiteral("<tt:Name>a<b&\"c\"</tt:Name>"));
+
+    // A value that looks like a placeholder must not be substituted again.
+    const universalSimpleType<QString> percent(QStringLiteral("%1 and %0"));
+    QCOMPARE(percent.serialize(QStringLiteral("x")), QStringLiteral("<x>%1 and %0</x>"));
+
+    QCOMPARE(universalSimpleType<bool>(true).serialize(QStringLiteral("tt:On")), QStringLiteral("<tt:On>true</tt:On>"));
+    QCOMPARE(universalSimpleType<float>(0.5f).serialize(QString()), QStringLiteral("0.5"));
+    QCOMPARE(universalSimpleType<int>().value(), 0);
+    QCOMPARE(universalSimpleType<QString>().serialize(QStringLiteral("tt:Name")), QStringLiteral("<tt:Name></tt:Name>"));
+}
+
+void TestSerializable::readsElementAttributeAndNullNode()
+{
+    QDomDocument doc;
+    QVERIFY(doc.setContent(QStringLiteral("<tt:Width xmlns:tt=\"urn:x\" count=\"12\">1920<!-- c --><b>0</b></tt:Width>"), true));
+    QDomElement element = doc.documentElement();
+
+    universalSimpleType<QString> text;
+    text.deserialize(element);
+    QCOMPARE(text.value(), QStringLiteral("19200")); // all text below the element, concatenated
+
+    universalSimpleType<int> count(99);
+    count.deserialize(element.attributeNode(QStringLiteral("count")));
+    QCOMPARE(count.value(), 12);
+
+    // A null node reads as the empty text: the old value never survives.
+    count.deserialize(QDomNode());
+    QCOMPARE(count.value(), 0);
+    universalSimpleType<bool> flag(false);
+    flag.deserialize(QDomNode());
+    QCOMPARE(flag.value(), true);
+}
+
+void TestSerializable::prefixRemoval_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("local");
+    QTest::newRow("prefixed") << "s:Envelope" << "Envelope";
+    QTest::newRow("plain") << "Envelope" << "Envelope";
+    QTest::newRow("two colons") << "a:b:c" << "b:c";
+    QTest::newRow("leading colon") << ":x" << "x";
+    QTest::newRow("empty") << "" << "";
+}
+
+void TestSerializable::prefixRemoval()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, local);
+    QCOMPARE(Utilites::delNameSpacePrefix(name), local);
+}
+
+void TestSerializable::parentSplit_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<QString>("attributes");
+    QTest::newRow("base with attribute") << "<_MagicString_ token=\"t1\" ><tt:Name>n</tt:Name></_MagicString_>"
+                                         << "<tt:Name>n</tt:Name>"
+                                         << " token=\"t1\" ";
+    QTest::newRow("no attributes") << "<_MagicString_ ><a>1</a></_MagicString_>" << "<a>1</a>"
+                                   << " ";
+    QTest::newRow("no marker") << "<x ><a>1</a></x>" << "" << "";
+    QTest::newRow("no closing bracket") << "<_MagicString_ token=\"t\"" << "" << "";
+    QTest::newRow("no opening bracket") << "_MagicString_ a=\"1\">text" << "" << " a=\"1\"";
+}
+
+void TestSerializable::parentSplit()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, content);
+    QFETCH(QString, attributes);
+    const auto parts = Utilites::serializeParent(text);
+    QCOMPARE(parts.first, content);
+    QCOMPARE(parts.second, attributes);
+}
+
+void TestSerializable::nodeToTextKeepsMarkup()
+{
+    QDomDocument doc;
+    QVERIFY(doc.setContent(QStringLiteral("<r xmlns:v=\"urn:v\"><v:Extra a=\"1\">t<i/></v:Extra></r>"), true));
+    const QString text = Utilites::nodeToText(doc.documentElement().firstChild());
+    QVERIFY2(text.startsWith(QLatin1String("<v:Extra")), qPrintable(text));
+    QVERIFY(text.contains(QLatin1String("a=\"1\"")));
+    QVERIFY(text.contains(QLatin1String("<i/>")));
+    QDomDocument again;
+    QVERIFY2(again.setContent(text, false), "the text of a node must parse back as XML");
+}
+
+void TestSerializable::containerAndEmpty()
+{
+    QVERIFY(EmptyOnvifType().serialize(QStringLiteral("anything")).isNull());
+
+    SerializableContainer container;
+    QVERIFY(container.serialize(QString()).isEmpty());
+    container.append(universalSimpleType<int>(1));
+    container.append(EmptyOnvifType());
+    container.append(universalSimpleType<QString>(QStringLiteral("<b/>")));
+    container.append(universalSimpleType<int>(3));
+    QCOMPARE(container.serialize(QStringLiteral("ignored")), QStringLiteral("1<b/>3"));
+}
+
+QTEST_GUILESS_MAIN(TestSerializable)
+#include "tst_serializable.moc"
