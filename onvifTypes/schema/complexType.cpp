@@ -1,0 +1,171 @@
+#include "onvifTypes/schema/complexType_p.h"
+
+#include <QDomNamedNodeMap>
+#include <QDomNodeList>
+#include <QVarLengthArray>
+
+#include <cstring>
+
+namespace ComplexType {
+
+namespace {
+
+using Addresses = QVarLengthArray<void*, 32>;
+
+// Addresses of the object's members; index 0 and 1 are the unmatched texts.
+Addresses bindAll(const ClassInfo& info, Serializable* object)
+{
+    Addresses addresses(info.memberCount + 2);
+    info.bind(object, addresses.data());
+    return addresses;
+}
+
+bool isElement(Shape shape)
+{
+    return shape <= OptionalList || shape == BaseElement;
+}
+
+bool isAttribute(Shape shape)
+{
+    return shape == Attribute || shape == OptionalAttribute || shape == BaseAttribute;
+}
+
+// Elements are compared by local name: the sender's prefix is not checked.
+const char* localName(const char* qualified)
+{
+    const char* colon = std::strchr(qualified, ':');
+    return colon ? colon + 1 : qualified;
+}
+
+// First table entry of the right kind whose name matches; -1 when none does.
+// The base's names sit after the class's own, so own members win.
+int find(const ClassInfo& info, const QString& name, bool element)
+{
+    for (int i = 0; i < info.memberCount; ++i) {
+        const Member& member = info.members[i];
+        if (element ? isElement(member.shape) && name == QLatin1String(localName(member.name))
+                    : isAttribute(member.shape) && name == QLatin1String(member.name))
+            return i;
+    }
+    return -1;
+}
+
+QString serializeMembers(const ClassInfo& info, const Serializable* object, const QString& tagName,
+                         QString content, QString attributes)
+{
+    // Serialising only reads the members; the table's accessors are shared with input.
+    const Addresses addresses = bindAll(info, const_cast<Serializable*>(object));
+    for (int i = 0; i < info.memberCount; ++i) {
+        const Member& member = info.members[i];
+        void* address = addresses[i + 2];
+        const QString name = QLatin1String(member.name);
+        switch (member.shape) {
+        case Text:
+            if (const Serializable* value = member.ops->single(address, false))
+                content += value->serialize(QString());
+            break;
+        case Required:
+        case Optional:
+            if (const Serializable* value = member.ops->single(address, false))
+                content += value->serialize(name);
+            break;
+        case OptionalList:
+            address = member.ops->vector(address, false);
+            if (!address)
+                break;
+            Q_FALLTHROUGH();
+        case List:
+            for (int j = 0, n = member.ops->count(address); j < n; ++j)
+                content += member.ops->item(address, j)->serialize(name);
+            break;
+        case Attribute:
+        case OptionalAttribute:
+            if (const Serializable* value = member.ops->single(address, false))
+                attributes += name + QLatin1String("=\"") + value->serialize(QString()) + QLatin1String("\" ");
+            break;
+        case BaseElement:
+        case BaseAttribute:
+            break;
+        }
+    }
+    const QString tag = tagName.isEmpty() ? QLatin1String(info.ownName) : tagName;
+    return QLatin1Char('<') + tag + QLatin1Char(' ') + attributes + QLatin1Char('>') + content + QLatin1String("</")
+        + tag + QLatin1Char('>');
+}
+
+} // namespace
+
+void construct(const ClassInfo& info, Serializable* object)
+{
+    const Addresses addresses = bindAll(info, object);
+    for (int i = 0; i < info.memberCount; ++i) {
+        const Member& member = info.members[i];
+        if (member.shape == Required || member.shape == Attribute || member.shape == Text)
+            member.ops->single(addresses[i + 2], true);
+    }
+}
+
+QString serialize(const ClassInfo& info, const Serializable* object, const QString& tagName)
+{
+    return serializeMembers(info, object, tagName, QString(), QString());
+}
+
+QString serialize(const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText)
+{
+    // The base's attribute text keeps the blank that followed its element name.
+    const QPair<QString, QString> base = Utilites::serializeParent(baseText);
+    return serializeMembers(info, object, tagName, base.first, base.second);
+}
+
+void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& node)
+{
+    const Addresses addresses = bindAll(info, object);
+    QString& unmatchedElements = *static_cast<QString*>(addresses[0]);
+    QString& unmatchedAttributes = *static_cast<QString*>(addresses[1]);
+
+    for (int i = 0; i < info.memberCount; ++i) {
+        if (info.members[i].shape == Text)
+            info.members[i].ops->single(addresses[i + 2], true)->deserialize(node);
+    }
+
+    const QDomNodeList children = node.childNodes();
+    for (int c = 0, n = children.size(); c < n; ++c) {
+        const QDomNode child = children.at(c);
+        if (!child.isElement())
+            continue;
+        const int i = find(info, Utilites::delNameSpacePrefix(child.nodeName()), true);
+        if (i < 0) {
+            unmatchedElements += Utilites::nodeToText(child) + QLatin1Char('\n');
+            continue;
+        }
+        const Member& member = info.members[i];
+        void* address = addresses[i + 2];
+        switch (member.shape) {
+        case Required:
+        case Optional:
+            // A repeated single element is read into the same object: the last one wins.
+            member.ops->single(address, true)->deserialize(child);
+            break;
+        case List:
+            member.ops->append(address)->deserialize(child);
+            break;
+        case OptionalList:
+            member.ops->append(member.ops->vector(address, true))->deserialize(child);
+            break;
+        default: // the base's element: the base has read it
+            break;
+        }
+    }
+
+    const QDomNamedNodeMap attributes = node.attributes();
+    for (int a = 0, n = attributes.size(); a < n; ++a) {
+        const QDomNode attribute = attributes.item(a);
+        const int i = find(info, attribute.nodeName(), false);
+        if (i < 0)
+            unmatchedAttributes += Utilites::nodeToText(attribute) + QLatin1Char('\n');
+        else if (info.members[i].shape != BaseAttribute)
+            info.members[i].ops->single(addresses[i + 2], true)->deserialize(attribute);
+    }
+}
+
+} // namespace ComplexType
