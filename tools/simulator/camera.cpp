@@ -1,0 +1,639 @@
+#include "camera.h"
+#include "cameraImpl.h"
+#include "soapXml.h"
+
+#include <QCryptographicHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrl>
+#include <QUuid>
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace CameraSim {
+
+namespace {
+
+const char kSoapContentType[] = "application/soap+xml; charset=utf-8";
+
+bool isLoopback(const QString& host)
+{
+    in_addr addr {};
+    if (inet_pton(AF_INET, host.toLatin1().constData(), &addr) != 1)
+        return false;
+    return (ntohl(addr.s_addr) >> 24) == 127;
+}
+
+// cpp-httplib has no way for a handler to abort its connection, so the socket is
+// found by its two endpoints and shut down; the library then fails its write and
+// closes it, and the client sees the connection end without a byte of reply.
+bool shutdownConnection(quint16 localPort, const std::string& remoteAddr, int remotePort)
+{
+    DIR* dir = opendir("/proc/self/fd");
+    if (!dir)
+        return false;
+    bool done = false;
+    while (dirent* entry = readdir(dir)) {
+        char* end = nullptr;
+        const long fd = std::strtol(entry->d_name, &end, 10);
+        if (end == entry->d_name || *end != '\0')
+            continue;
+        sockaddr_in local {}, peer {};
+        socklen_t len = sizeof(local);
+        if (getsockname(static_cast<int>(fd), reinterpret_cast<sockaddr*>(&local), &len) != 0
+            || local.sin_family != AF_INET || ntohs(local.sin_port) != localPort)
+            continue;
+        len = sizeof(peer);
+        if (getpeername(static_cast<int>(fd), reinterpret_cast<sockaddr*>(&peer), &len) != 0
+            || ntohs(peer.sin_port) != remotePort)
+            continue;
+        char text[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &peer.sin_addr, text, sizeof(text));
+        if (remoteAddr == text) {
+            ::shutdown(static_cast<int>(fd), SHUT_RDWR);
+            done = true;
+            break;
+        }
+    }
+    closedir(dir);
+    return done;
+}
+
+UsernameToken readToken(const QDomElement& header)
+{
+    UsernameToken token;
+    const QDomElement ut = Soap::descendant(header, "UsernameToken");
+    if (ut.isNull())
+        return token;
+    token.present = true;
+    token.username = Soap::childText(ut, "Username");
+    const QDomElement password = Soap::child(ut, "Password");
+    token.password = password.text().trimmed();
+    token.passwordType = password.attribute(QStringLiteral("Type"));
+    token.nonce = Soap::childText(ut, "Nonce");
+    token.created = Soap::childText(ut, "Created");
+    return token;
+}
+
+// Serves a body of `total` bytes made of head, filler and tail without holding it whole.
+httplib::ContentProvider paddedProvider(QByteArray head, QByteArray tail, size_t total)
+{
+    return [head, tail, total](size_t offset, size_t length, httplib::DataSink& sink) {
+        static const QByteArray filler(64 * 1024, 'x');
+        const size_t headSize = static_cast<size_t>(head.size());
+        const size_t tailStart = total - static_cast<size_t>(tail.size());
+        size_t n = 0;
+        if (offset < headSize) {
+            n = std::min(length, headSize - offset);
+            sink.write(head.constData() + offset, n);
+        } else if (offset < tailStart) {
+            n = std::min({ length, tailStart - offset, static_cast<size_t>(filler.size()) });
+            sink.write(filler.constData(), n);
+        } else {
+            n = std::min(length, total - offset);
+            sink.write(tail.constData() + (offset - tailStart), n);
+        }
+        return n > 0;
+    };
+}
+
+} // namespace
+
+QByteArray RequestRecord::header(const QByteArray& name) const
+{
+    for (const auto& h : headers) {
+        if (h.first.compare(name, Qt::CaseInsensitive) == 0)
+            return h.second;
+    }
+    return QByteArray();
+}
+
+Camera::Impl::Impl(const CameraConfig& c)
+    : config(c)
+    , verifier(c.user, c.password, c.allowedSkewMs, c.rejectReplayedNonce, c.allowPasswordText)
+    , faults(c.faults)
+{
+    for (const PtzNodeConfig& node : config.ptzNodes)
+        ptz.insert(node.token, PtzNodeState());
+}
+
+QDateTime Camera::Impl::cameraNow() const
+{
+    return QDateTime::currentDateTimeUtc().addMSecs(config.clockOffsetMs);
+}
+
+bool Camera::Impl::sleepInterruptibly(int ms)
+{
+    std::unique_lock<std::mutex> lock(stopMutex);
+    return !stopCv.wait_for(lock, std::chrono::milliseconds(ms), [this] { return stopping; });
+}
+
+bool Camera::Impl::takeFault(const QString& operation, FaultSpec& spec)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    auto it = faults.find(operation);
+    if (it == faults.end() && operation != QLatin1String("Snapshot"))
+        it = faults.find(QStringLiteral("*"));
+    if (it == faults.end())
+        return false;
+    spec = it.value();
+    if (it->count > 0 && --it->count == 0)
+        faults.erase(it);
+    return true;
+}
+
+void Camera::Impl::record(RequestRecord&& rec)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    log.push_back(std::move(rec));
+    while (log.size() > static_cast<size_t>(std::max(1, config.logLimit)))
+        log.pop_front();
+}
+
+QString Camera::Impl::faultReply(const QString& code, const QString& subcode, const QString& reason) const
+{
+    return Soap::faultBody(config.soapPrefix, code, subcode, reason);
+}
+
+void Camera::Impl::handle(const httplib::Request& req, httplib::Response& res)
+{
+    ++requestTotal;
+    RequestRecord rec;
+    rec.receivedUtc = QDateTime::currentDateTimeUtc();
+    rec.method = QString::fromStdString(req.method);
+    rec.path = QString::fromStdString(req.path);
+    for (const auto& h : req.headers)
+        rec.headers.append(
+            qMakePair(QByteArray::fromStdString(h.first), QByteArray::fromStdString(h.second)));
+    rec.body = QByteArray::fromStdString(req.body);
+
+    auto reply = [&](int status, const QByteArray& text) {
+        res.status = status;
+        res.set_content(text.constData(), static_cast<size_t>(text.size()), kSoapContentType);
+        rec.status = status;
+        record(std::move(rec));
+    };
+    auto refuse = [&](const QString& code, const QString& subcode, const QString& reason) {
+        reply(400, Soap::envelope(config.soapPrefix, QString(), faultReply(code, subcode, reason)));
+    };
+
+    if (rec.body.trimmed().isEmpty())
+        return refuse(
+            QStringLiteral("Sender"), QStringLiteral("ter:WellFormed"), QStringLiteral("Empty request"));
+    const QString contentType = QString::fromStdString(req.get_header_value("Content-Type")).toLower();
+    const QString mime = contentType.section(QLatin1Char(';'), 0, 0).trimmed();
+    if (mime != QLatin1String("application/soap+xml") && mime != QLatin1String("application/xml")
+        && mime != QLatin1String("text/xml"))
+        return refuse(QStringLiteral("Sender"), QStringLiteral("ter:InvalidArgs"),
+            QStringLiteral("Unsupported content type: %1").arg(contentType));
+
+    QDomDocument doc;
+    QString parseError;
+    if (!doc.setContent(rec.body, true, &parseError))
+        return refuse(QStringLiteral("Sender"), QStringLiteral("ter:WellFormed"),
+            QStringLiteral("XML not well-formed: %1").arg(parseError));
+    const QDomElement root = doc.documentElement();
+    if (root.localName() == QLatin1String("Envelope") && root.namespaceURI() == Soap::kEnvelope11Ns)
+        return refuse(QStringLiteral("VersionMismatch"), QString(), QStringLiteral("SOAP 1.2 expected"));
+    if (root.localName() != QLatin1String("Envelope") || root.namespaceURI() != Soap::kEnvelopeNs)
+        return refuse(QStringLiteral("Sender"), QStringLiteral("ter:WellFormed"),
+            QStringLiteral("Not a SOAP envelope"));
+    SoapRequest request;
+    request.path = rec.path;
+    request.header = Soap::child(root, "Header");
+    request.body = Soap::firstChildElement(Soap::child(root, "Body"));
+    if (request.body.isNull())
+        return refuse(
+            QStringLiteral("Sender"), QStringLiteral("ter:InvalidArgs"), QStringLiteral("Empty body"));
+    request.operation = request.body.localName();
+    request.operationNs = request.body.namespaceURI();
+    rec.operation = request.operation;
+
+    FaultSpec spec;
+    const bool faulty = takeFault(request.operation, spec);
+    if (faulty && spec.delayMs > 0 && !sleepInterruptibly(spec.delayMs))
+        spec.mode = FaultMode::Drop; // stopping: do not hold the worker any longer
+    if (faulty) {
+        switch (spec.mode) {
+        case FaultMode::Drop:
+            shutdownConnection(boundPort, req.remote_addr, req.remote_port);
+            res.set_header("Connection", "close");
+            rec.status = 0;
+            record(std::move(rec));
+            return;
+        case FaultMode::Http500:
+            res.status = 500;
+            rec.status = 500;
+            record(std::move(rec));
+            return;
+        case FaultMode::SoapFault:
+            return reply(spec.httpStatus,
+                Soap::envelope(
+                    config.soapPrefix, QString(), faultReply(spec.code, spec.subcode, spec.reason)));
+        default:
+            break;
+        }
+    }
+
+    if (!config.requireAuth || config.anonymousOperations.contains(request.operation)) {
+        rec.authResult = QStringLiteral("not required");
+    } else {
+        const AuthResult auth = verifier.verify(readToken(request.header), cameraNow());
+        rec.authResult = authResultText(auth);
+        if (auth != AuthResult::Ok) {
+            return reply(config.authFailureStatus,
+                Soap::envelope(config.soapPrefix, QString(),
+                    faultReply(QStringLiteral("Sender"), QStringLiteral("ter:NotAuthorized"),
+                        QStringLiteral("Sender not Authorized"))));
+        }
+    }
+
+    const SoapReply answer = dispatch(request, faulty && spec.mode == FaultMode::EmptyUri);
+    QByteArray text = Soap::envelope(config.soapPrefix, answer.header, answer.body);
+    if (!faulty)
+        return reply(answer.status, text);
+
+    const QByteArray bodyEnd = "</" + config.soapPrefix.toUtf8() + ":Body>";
+    switch (spec.mode) {
+    case FaultMode::Malformed:
+        text.replace(bodyEnd, "<&broken></" + config.soapPrefix.toUtf8() + ":Bdy>");
+        return reply(answer.status, text);
+    case FaultMode::Truncate: {
+        const size_t total = static_cast<size_t>(text.size());
+        res.status = answer.status;
+        res.set_content_provider(
+            total, kSoapContentType, [text, total](size_t offset, size_t, httplib::DataSink& sink) {
+                if (offset > 0)
+                    return false; // the connection ends short of Content-Length
+                sink.write(text.constData(), total / 2);
+                return true;
+            });
+        rec.status = answer.status;
+        record(std::move(rec));
+        return;
+    }
+    case FaultMode::Huge: {
+        const int cut = text.lastIndexOf(bodyEnd);
+        const QByteArray head = text.left(cut) + "<!--";
+        const QByteArray tail = "-->" + text.mid(cut);
+        const size_t total = std::max<size_t>(
+            static_cast<size_t>(spec.hugeBytes), static_cast<size_t>(head.size() + tail.size()));
+        res.status = answer.status;
+        res.set_content_provider(total, kSoapContentType, paddedProvider(head, tail, total));
+        rec.status = answer.status;
+        record(std::move(rec));
+        return;
+    }
+    default:
+        return reply(answer.status, text);
+    }
+}
+
+void Camera::Impl::handleSnapshot(const httplib::Request& req, httplib::Response& res)
+{
+    ++requestTotal;
+    RequestRecord rec;
+    rec.receivedUtc = QDateTime::currentDateTimeUtc();
+    rec.method = QString::fromStdString(req.method);
+    rec.path = QString::fromStdString(req.path);
+    for (const auto& h : req.headers)
+        rec.headers.append(
+            qMakePair(QByteArray::fromStdString(h.first), QByteArray::fromStdString(h.second)));
+    rec.operation = QStringLiteral("Snapshot");
+    rec.authResult = QStringLiteral("not required");
+
+    QString token = rec.path.section(QLatin1Char('/'), -1);
+    if (token.endsWith(QLatin1String(".jpg")))
+        token.chop(4);
+    FaultSpec spec;
+    const bool faulty = takeFault(rec.operation, spec);
+    if (faulty && spec.delayMs > 0 && !sleepInterruptibly(spec.delayMs))
+        spec.mode = FaultMode::Drop;
+    const FaultMode mode = faulty ? spec.mode : FaultMode::None;
+    QByteArray jpeg;
+    if (mode != FaultMode::Drop && mode != FaultMode::Http500)
+        jpeg = snapshotJpeg(token);
+
+    if (mode == FaultMode::Drop) {
+        shutdownConnection(boundPort, req.remote_addr, req.remote_port);
+        res.set_header("Connection", "close");
+        rec.status = 0;
+    } else if (mode == FaultMode::Http500) {
+        res.status = 500;
+    } else if (jpeg.isEmpty()) {
+        res.status = 404;
+    } else if (mode == FaultMode::Malformed) {
+        // Plausible size and type, but not an image.
+        res.set_content(QByteArray(jpeg.size(), 'z').toStdString(), "image/jpeg");
+    } else if (mode == FaultMode::Truncate) {
+        const size_t total = static_cast<size_t>(jpeg.size());
+        res.set_content_provider(
+            total, "image/jpeg", [jpeg, total](size_t offset, size_t, httplib::DataSink& sink) {
+                if (offset > 0)
+                    return false;
+                sink.write(jpeg.constData(), total / 2);
+                return true;
+            });
+    } else {
+        res.set_content(jpeg.constData(), static_cast<size_t>(jpeg.size()), "image/jpeg");
+    }
+    if (mode != FaultMode::Drop)
+        rec.status = res.status;
+    record(std::move(rec));
+}
+
+void Camera::Impl::handleControl(const httplib::Request& req, httplib::Response& res)
+{
+    // Run-time control for programs that use the simulator out of process.
+    if (req.path == "/sim/log" && req.method == "GET") {
+        QJsonArray array;
+        std::lock_guard<std::mutex> lock(mutex);
+        for (const RequestRecord& r : log) {
+            QJsonObject headers;
+            for (const auto& h : r.headers)
+                headers.insert(QString::fromLatin1(h.first), QString::fromLatin1(h.second));
+            array.append(QJsonObject { { QStringLiteral("time"), r.receivedUtc.toString(Qt::ISODateWithMs) },
+                { QStringLiteral("method"), r.method }, { QStringLiteral("path"), r.path },
+                { QStringLiteral("operation"), r.operation }, { QStringLiteral("auth"), r.authResult },
+                { QStringLiteral("status"), r.status }, { QStringLiteral("headers"), headers },
+                { QStringLiteral("body"), QString::fromUtf8(r.body) } });
+        }
+        res.set_content(QJsonDocument(array).toJson().toStdString(), "application/json");
+        return;
+    }
+    if (req.path == "/sim/faults" && req.method == "DELETE") {
+        std::lock_guard<std::mutex> lock(mutex);
+        faults.clear();
+        return;
+    }
+    if (req.path == "/sim/faults" && req.method == "POST") {
+        const QJsonObject json = QJsonDocument::fromJson(QByteArray::fromStdString(req.body)).object();
+        QMap<QString, FaultSpec> parsed;
+        for (auto it = json.begin(); it != json.end(); ++it) {
+            QString error;
+            parsed.insert(it.key(), FaultSpec::fromJson(it.value().toObject(), &error));
+            if (!error.isEmpty()) {
+                res.status = 400;
+                res.set_content(error.toStdString(), "text/plain");
+                return;
+            }
+        }
+        std::lock_guard<std::mutex> lock(mutex);
+        for (auto it = parsed.begin(); it != parsed.end(); ++it)
+            faults.insert(it.key(), it.value());
+        return;
+    }
+    res.status = 404;
+}
+
+Camera::Camera(const CameraConfig& config)
+    : d(std::make_unique<Impl>(config))
+{ }
+
+Camera::~Camera()
+{
+    stop();
+}
+
+bool Camera::start(QString* error)
+{
+    if (d->running)
+        return true;
+    auto fail = [error](const QString& text) {
+        if (error)
+            *error = text;
+        return false;
+    };
+    if (!isLoopback(d->config.host))
+        return fail(
+            QStringLiteral("refusing to serve on %1: only 127.0.0.0/8 is allowed").arg(d->config.host));
+
+    {
+        std::lock_guard<std::mutex> lock(d->stopMutex);
+        d->stopping = false;
+    }
+    d->server = std::make_unique<httplib::Server>();
+    httplib::Server& svr = *d->server;
+    Impl* impl = d.get();
+    // Few threads per camera, started on demand: 200 idle cameras must not cost thousands of threads.
+    // The server takes ownership of the queue and deletes it when listening ends.
+    svr.new_task_queue = [impl]() -> httplib::TaskQueue* {
+        auto* pool = new ElasticPool(impl->config.maxThreads, 3000);
+        impl->pool = pool;
+        return pool;
+    };
+    svr.set_keep_alive_timeout(std::max(1, d->config.keepAliveTimeoutSec));
+    svr.set_keep_alive_max_count(1000);
+    svr.set_socket_options([](socket_t sock) {
+        const int on = 1;
+        // Not SO_REUSEPORT (the library default): a second camera must not share a fixed port unnoticed.
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+        // Accepted sockets inherit this. Headers and body leave in separate writes, and without
+        // it Nagle and delayed ACKs add 40 ms to every reply on a kept-alive connection.
+        setsockopt(sock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    });
+    svr.set_read_timeout(5);
+    svr.set_write_timeout(5);
+    svr.set_payload_max_length(64 * 1024 * 1024);
+    svr.Get(
+        "/sim/log", [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
+    svr.Post("/sim/faults",
+        [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
+    svr.Delete("/sim/faults",
+        [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
+    svr.Get("/snapshot/.*",
+        [impl](const httplib::Request& q, httplib::Response& r) { impl->handleSnapshot(q, r); });
+    svr.Post(".*", [impl](const httplib::Request& q, httplib::Response& r) { impl->handle(q, r); });
+
+    const std::string host = d->config.host.toStdString();
+    int port = d->config.port;
+    if (port == 0)
+        port = svr.bind_to_any_port(host);
+    else if (!svr.bind_to_port(host, port))
+        port = -1;
+    if (port <= 0) {
+        d->server.reset();
+        return fail(QStringLiteral("cannot bind %1:%2").arg(d->config.host).arg(d->config.port));
+    }
+    d->boundPort = static_cast<quint16>(port);
+    d->startMs = QDateTime::currentMSecsSinceEpoch();
+    d->running = true;
+    d->listener = std::thread([impl] { impl->server->listen_after_bind(); });
+    return true;
+}
+
+void Camera::requestStop()
+{
+    if (!d->running)
+        return;
+    {
+        std::lock_guard<std::mutex> lock(d->stopMutex);
+        d->stopping = true;
+    }
+    d->stopCv.notify_all();
+    d->server->stop();
+}
+
+void Camera::stop()
+{
+    if (!d->running)
+        return;
+    requestStop();
+    if (d->listener.joinable())
+        d->listener.join();
+    d->pool = nullptr;
+    d->server.reset();
+    d->running = false;
+}
+
+bool Camera::isRunning() const
+{
+    return d->running;
+}
+
+quint16 Camera::port() const
+{
+    return d->boundPort;
+}
+
+QString Camera::host() const
+{
+    return d->config.host;
+}
+
+QString Camera::baseUrl() const
+{
+    return QStringLiteral("http://%1:%2").arg(d->config.host).arg(d->boundPort);
+}
+
+QString Camera::deviceUrl() const
+{
+    return serviceUrl(Service::Device);
+}
+
+QString Camera::serviceUrl(Service service) const
+{
+    static const char* const paths[] = { "/onvif/device_service", "/onvif/media_service",
+        "/onvif/ptz_service", "/onvif/event_service", "/onvif/imaging_service" };
+    return baseUrl() + QLatin1String(paths[static_cast<int>(service)]);
+}
+
+QString Camera::endpointReference() const
+{
+    if (!d->config.endpointUuid.isEmpty())
+        return QStringLiteral("urn:uuid:") + d->config.endpointUuid;
+    // Stable per serial number, so a restarted camera keeps its identity.
+    const QByteArray hash
+        = QCryptographicHash::hash(d->config.serialNumber.toUtf8(), QCryptographicHash::Md5);
+    return QStringLiteral("urn:uuid:") + QUuid::fromRfc4122(hash).toString(QUuid::WithoutBraces);
+}
+
+QStringList Camera::scopes() const
+{
+    const CameraConfig& c = d->config;
+    QStringList list = { QStringLiteral("onvif://www.onvif.org/type/video_encoder"),
+        QStringLiteral("onvif://www.onvif.org/Profile/Streaming"),
+        QStringLiteral("onvif://www.onvif.org/name/")
+            + QString::fromLatin1(QUrl::toPercentEncoding(c.manufacturer)),
+        QStringLiteral("onvif://www.onvif.org/hardware/")
+            + QString::fromLatin1(QUrl::toPercentEncoding(c.hardwareScope)),
+        QStringLiteral("onvif://www.onvif.org/location/") };
+    if (c.ptzCapability)
+        list.insert(1, QStringLiteral("onvif://www.onvif.org/type/ptz"));
+    return list;
+}
+
+const CameraConfig& Camera::config() const
+{
+    return d->config;
+}
+
+void Camera::setFault(const QString& operation, const FaultSpec& spec)
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->faults.insert(operation, spec);
+}
+
+void Camera::clearFault(const QString& operation)
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->faults.remove(operation);
+}
+
+void Camera::clearFaults()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->faults.clear();
+}
+
+QMap<QString, FaultSpec> Camera::faults() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->faults;
+}
+
+QVector<RequestRecord> Camera::requestLog() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return QVector<RequestRecord>(d->log.begin(), d->log.end());
+}
+
+QVector<RequestRecord> Camera::requestsFor(const QString& operation) const
+{
+    QVector<RequestRecord> result;
+    std::lock_guard<std::mutex> lock(d->mutex);
+    for (const RequestRecord& r : d->log) {
+        if (r.operation == operation)
+            result.append(r);
+    }
+    return result;
+}
+
+int Camera::requestCount() const
+{
+    return d->requestTotal;
+}
+
+void Camera::clearRequestLog()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->log.clear();
+}
+
+PtzPosition Camera::ptzPosition(const QString& nodeToken) const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    auto it = d->ptz.find(nodeToken);
+    if (it == d->ptz.end())
+        return PtzPosition();
+    d->settle(*it, QDateTime::currentMSecsSinceEpoch());
+    return it->position;
+}
+
+QVector<PresetState> Camera::presets(const QString& profileToken) const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->presetsByProfile.value(profileToken);
+}
+
+int Camera::subscriptionCount() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->subscriptions.size();
+}
+
+int Camera::workerThreads() const
+{
+    ElasticPool* pool = d->pool;
+    return pool ? pool->threadCount() : 0;
+}
+
+} // namespace CameraSim

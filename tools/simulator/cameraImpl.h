@@ -1,0 +1,119 @@
+#ifndef CAMERASIM_CAMERAIMPL_H
+#define CAMERASIM_CAMERAIMPL_H
+
+// Private to the simulator: the state behind Camera, shared by camera.cpp and the
+// service handlers.
+
+#include "camera.h"
+#include "elasticPool.h"
+#include "wsSecurity.h"
+
+#include <QDomDocument>
+#include <QHash>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace CameraSim {
+
+// What an operation handler produces before any injected fault spoils it.
+struct SoapReply
+{
+    int status = 200;
+    QString body; // content of the Body element
+    QString header;
+};
+
+// The parsed request handed to operation handlers.
+struct SoapRequest
+{
+    QString path;
+    QString operation;
+    QString operationNs;
+    QDomElement header;
+    QDomElement body; // the operation element
+};
+
+struct PtzNodeState
+{
+    PtzPosition position;
+    PtzPosition home;
+    double velPan = 0, velTilt = 0, velZoom = 0;
+    qint64 panTiltUntilMs = 0, zoomUntilMs = 0;
+    qint64 updatedMs = 0;
+};
+
+struct Subscription
+{
+    int id = 0;
+    bool pullPoint = true;
+    QString consumer;
+    QDateTime terminationUtc;
+    qint64 nextEvent = 1; // index of the first event this subscriber has not seen
+};
+
+struct Camera::Impl
+{
+    explicit Impl(const CameraConfig& config);
+
+    // camera.cpp
+    void handle(const httplib::Request& req, httplib::Response& res);
+    void handleSnapshot(const httplib::Request& req, httplib::Response& res);
+    void handleControl(const httplib::Request& req, httplib::Response& res);
+    bool takeFault(const QString& operation, FaultSpec& spec);
+    void record(RequestRecord&& record);
+    bool sleepInterruptibly(int ms);
+    QDateTime cameraNow() const;
+    QString base() const { return QStringLiteral("http://%1:%2").arg(config.host).arg(boundPort); }
+    QString faultReply(const QString& code, const QString& subcode, const QString& reason) const;
+
+    // cameraServices.cpp
+    SoapReply dispatch(const SoapRequest& request, bool emptyUri);
+    SoapReply fault(int status, const QString& code, const QString& subcode, const QString& reason) const;
+    SoapReply getDeviceInformation();
+    SoapReply getCapabilities(const SoapRequest& request);
+    SoapReply getServices(const SoapRequest& request);
+    SoapReply getSystemDateAndTime();
+    SoapReply getProfiles(const SoapRequest& request, bool single);
+    SoapReply getMediaUri(const SoapRequest& request, bool snapshot, bool emptyUri);
+    SoapReply ptzOperation(const SoapRequest& request);
+    SoapReply eventOperation(const SoapRequest& request);
+    QString profileXml(const ProfileConfig& profile) const;
+    QString nodeXml(const PtzNodeConfig& node) const;
+    void settle(PtzNodeState& state, qint64 nowMs) const;
+    QString eventMessagesXml(Subscription& sub, int limit, qint64 nowMs, int* count) const;
+    Subscription* findSubscription(const SoapRequest& request);
+    QByteArray snapshotJpeg(const QString& profileToken);
+
+    const CameraConfig config;
+    DigestVerifier verifier;
+    std::unique_ptr<httplib::Server> server;
+    std::atomic<ElasticPool*> pool { nullptr }; // owned by the server once handed over
+    std::thread listener;
+    std::atomic<bool> running { false };
+    std::atomic<int> requestTotal { 0 };
+    quint16 boundPort = 0;
+    qint64 startMs = 0;
+
+    // Wakes delayed replies and long pulls when the camera stops.
+    std::mutex stopMutex;
+    std::condition_variable stopCv;
+    bool stopping = false;
+
+    mutable std::mutex mutex; // guards everything below
+    QMap<QString, FaultSpec> faults;
+    std::deque<RequestRecord> log;
+    QHash<QString, PtzNodeState> ptz;
+    QHash<QString, QVector<PresetState>> presetsByProfile;
+    int nextPresetId = 1;
+    QHash<int, Subscription> subscriptions;
+    int nextSubscriptionId = 1;
+    QHash<QString, QByteArray> snapshots;
+};
+
+} // namespace CameraSim
+
+#endif // CAMERASIM_CAMERAIMPL_H

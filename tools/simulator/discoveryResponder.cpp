@@ -1,0 +1,193 @@
+#include "discoveryResponder.h"
+
+#include "camera.h"
+#include "soapXml.h"
+
+#include <QDomDocument>
+#include <QUuid>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace CameraSim {
+
+DiscoveryResponder::DiscoveryResponder() = default;
+
+DiscoveryResponder::~DiscoveryResponder()
+{
+    stop();
+}
+
+bool DiscoveryResponder::inPrivateNetworkNamespace()
+{
+    struct stat own = {}, init = {};
+    if (stat("/proc/self/ns/net", &own) != 0 || stat("/proc/1/ns/net", &init) != 0)
+        return false; // cannot tell: assume the real network
+    return own.st_ino != init.st_ino || own.st_dev != init.st_dev;
+}
+
+bool DiscoveryResponder::start(const QString& address, quint16 port, QString* error)
+{
+    auto fail = [this, error](const QString& text) {
+        if (m_socket >= 0)
+            ::close(m_socket);
+        m_socket = -1;
+        if (error)
+            *error = text;
+        return false;
+    };
+    if (m_running)
+        return true;
+    if (!inPrivateNetworkNamespace())
+        return fail(QStringLiteral("WS-Discovery is only answered inside a private network namespace"));
+
+    sockaddr_in addr {};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(port);
+    if (inet_pton(AF_INET, address.toLatin1().constData(), &addr.sin_addr) != 1)
+        return fail(QStringLiteral("not an IPv4 address: %1").arg(address));
+    m_socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (m_socket < 0)
+        return fail(QStringLiteral("socket: %1").arg(QString::fromLocal8Bit(strerror(errno))));
+    // SO_REUSEADDR lets several responders share port 3702 on different (or wildcard)
+    // addresses, and each receives a copy of a broadcast probe. SO_REUSEPORT is not used:
+    // for unicast it would hand each probe to only one of the sockets.
+    const int on = 1;
+    setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    setsockopt(m_socket, SOL_SOCKET, SO_BROADCAST, &on, sizeof(on));
+    if (::bind(m_socket, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0)
+        return fail(QStringLiteral("bind %1:%2: %3")
+                        .arg(address)
+                        .arg(port)
+                        .arg(QString::fromLocal8Bit(strerror(errno))));
+    socklen_t len = sizeof(addr);
+    getsockname(m_socket, reinterpret_cast<sockaddr*>(&addr), &len);
+    m_port = ntohs(addr.sin_port);
+    if (pipe2(m_wakePipe, O_CLOEXEC) != 0)
+        return fail(QStringLiteral("pipe failed"));
+    m_running = true;
+    m_thread = std::thread([this] { run(); });
+    return true;
+}
+
+void DiscoveryResponder::stop()
+{
+    if (!m_running)
+        return;
+    m_running = false;
+    const char byte = 0;
+    if (::write(m_wakePipe[1], &byte, 1) < 0) {
+        // The poll timeout still ends the thread.
+    }
+    if (m_thread.joinable())
+        m_thread.join();
+    ::close(m_socket);
+    ::close(m_wakePipe[0]);
+    ::close(m_wakePipe[1]);
+    m_socket = m_wakePipe[0] = m_wakePipe[1] = -1;
+}
+
+void DiscoveryResponder::addEntry(const DiscoveryEntry& entry)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.append(entry);
+}
+
+void DiscoveryResponder::addCamera(const Camera& camera, const QString& advertisedHost)
+{
+    DiscoveryEntry entry;
+    entry.endpoint = camera.endpointReference();
+    entry.xaddrs = QStringLiteral("http://%1:%2/onvif/device_service")
+                       .arg(advertisedHost.isEmpty() ? camera.host() : advertisedHost)
+                       .arg(camera.port());
+    entry.scopes = camera.scopes();
+    addEntry(entry);
+}
+
+void DiscoveryResponder::clearEntries()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.clear();
+}
+
+QByteArray DiscoveryResponder::matchFor(const DiscoveryEntry& e, const QString& relatesTo, int sequence) const
+{
+    using Soap::esc;
+    const QString text
+        = QStringLiteral(
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<SOAP-ENV:Envelope xmlns:SOAP-ENV=\"http://www.w3.org/2003/05/soap-envelope\" "
+            "xmlns:wsa=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\" "
+            "xmlns:wsdd=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\" "
+            "xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\" "
+            "xmlns:dn=\"http://www.onvif.org/ver10/network/wsdl\">"
+            "<SOAP-ENV:Header><wsa:MessageID>urn:uuid:%1</wsa:MessageID><wsa:RelatesTo>%2</wsa:RelatesTo>"
+            "<wsa:To "
+            "SOAP-ENV:mustUnderstand=\"true\">http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous"
+            "</wsa:To><wsa:Action SOAP-ENV:mustUnderstand=\"true\">"
+            "http://schemas.xmlsoap.org/ws/2005/04/discovery/ProbeMatches</wsa:Action>"
+            "<wsdd:AppSequence MessageNumber=\"%3\" InstanceId=\"1\"/></SOAP-ENV:Header>"
+            "<SOAP-ENV:Body><wsdd:ProbeMatches><wsdd:ProbeMatch><wsa:EndpointReference><wsa:Address>%4</"
+            "wsa:Address>"
+            "</wsa:EndpointReference><wsdd:Types>%5</wsdd:Types><wsdd:Scopes>%6</wsdd:Scopes>"
+            "<wsdd:XAddrs>%7</wsdd:XAddrs><wsdd:MetadataVersion>1</wsdd:MetadataVersion></wsdd:ProbeMatch>"
+            "</wsdd:ProbeMatches></SOAP-ENV:Body></SOAP-ENV:Envelope>")
+              .arg(QUuid::createUuid().toString(QUuid::WithoutBraces), esc(relatesTo))
+              .arg(sequence)
+              .arg(esc(e.endpoint), esc(e.types), esc(e.scopes.join(QLatin1Char(' '))), esc(e.xaddrs));
+    return text.toUtf8();
+}
+
+void DiscoveryResponder::run()
+{
+    QByteArray buffer(65536, Qt::Uninitialized);
+    pollfd fds[2] = { { m_socket, POLLIN, 0 }, { m_wakePipe[0], POLLIN, 0 } };
+    while (m_running) {
+        if (poll(fds, 2, 500) <= 0 || (fds[1].revents & POLLIN))
+            continue;
+        sockaddr_in from {};
+        socklen_t fromLen = sizeof(from);
+        const ssize_t n = recvfrom(m_socket, buffer.data(), static_cast<size_t>(buffer.size()), 0,
+            reinterpret_cast<sockaddr*>(&from), &fromLen);
+        if (n <= 0)
+            continue;
+        QDomDocument doc;
+        if (!doc.setContent(buffer.left(static_cast<int>(n)), true))
+            continue;
+        const QDomElement root = doc.documentElement();
+        const QDomElement probe = Soap::firstChildElement(Soap::child(root, "Body"));
+        if (probe.localName() != QLatin1String("Probe"))
+            continue;
+        // An empty Types asks for everything; otherwise only transmitters and devices are answered.
+        const QString types = Soap::childText(probe, "Types");
+        if (!types.isEmpty() && !types.contains(QLatin1String("NetworkVideoTransmitter"))
+            && !types.contains(QLatin1String("Device")))
+            continue;
+        const QString messageId = Soap::childText(Soap::child(root, "Header"), "MessageID");
+        QVector<DiscoveryEntry> entries;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            entries = m_entries;
+        }
+        int sent = 0;
+        for (const DiscoveryEntry& e : entries) {
+            const QByteArray reply = matchFor(e, messageId, ++m_messageNumber);
+            sendto(m_socket, reply.constData(), static_cast<size_t>(reply.size()), 0,
+                reinterpret_cast<sockaddr*>(&from), fromLen);
+            // Pace long bursts so that the prober's receive buffer can keep up.
+            if (++sent % 32 == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        ++m_answered;
+    }
+}
+
+} // namespace CameraSim
