@@ -51,7 +51,7 @@ int find(const ClassInfo& info, const QString& name, bool element)
 }
 
 QString serializeMembers(const ClassInfo& info, const Serializable* object, const QString& tagName,
-                         QString content, QString attributes)
+    QString content, QString attributes)
 {
     // Serialising only reads the members; the table's accessors are shared with input.
     const Addresses addresses = bindAll(info, const_cast<Serializable*>(object));
@@ -81,7 +81,8 @@ QString serializeMembers(const ClassInfo& info, const Serializable* object, cons
         case Attribute:
         case OptionalAttribute:
             if (const Serializable* value = member.ops->single(address, false))
-                attributes += name + QLatin1String("=\"") + value->serialize(QString()) + QLatin1String("\" ");
+                attributes
+                    += name + QLatin1String("=\"") + value->serialize(QString()) + QLatin1String("\" ");
             break;
         case BaseElement:
         case BaseAttribute:
@@ -89,8 +90,8 @@ QString serializeMembers(const ClassInfo& info, const Serializable* object, cons
         }
     }
     const QString tag = tagName.isEmpty() ? QLatin1String(info.ownName) : tagName;
-    return QLatin1Char('<') + tag + QLatin1Char(' ') + attributes + QLatin1Char('>') + content + QLatin1String("</")
-        + tag + QLatin1Char('>');
+    return QLatin1Char('<') + tag + QLatin1Char(' ') + attributes + QLatin1Char('>') + content
+        + QLatin1String("</") + tag + QLatin1Char('>');
 }
 
 } // namespace
@@ -110,7 +111,8 @@ QString serialize(const ClassInfo& info, const Serializable* object, const QStri
     return serializeMembers(info, object, tagName, QString(), QString());
 }
 
-QString serialize(const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText)
+QString serialize(
+    const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText)
 {
     // The base's attribute text keeps the blank that followed its element name.
     const QPair<QString, QString> base = Utilites::serializeParent(baseText);

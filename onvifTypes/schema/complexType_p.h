@@ -37,8 +37,7 @@ struct TypeOps
     void* (*vector)(void* pointer, bool make);
 };
 
-template<typename T>
-struct OpsOf
+template <typename T> struct OpsOf
 {
     static Serializable* single(void* pointer, bool make)
     {
@@ -66,12 +65,12 @@ struct OpsOf
 
 // Members held singly need only the first operation; keeping the vector ones out
 // spares a QVector<T> instantiation for every type that never stands in a list.
-template<typename T>
-inline constexpr TypeOps typeOps = {&OpsOf<T>::single, nullptr, nullptr, nullptr, nullptr};
+template <typename T>
+inline constexpr TypeOps typeOps = { &OpsOf<T>::single, nullptr, nullptr, nullptr, nullptr };
 
-template<typename T>
+template <typename T>
 inline constexpr TypeOps listOps
-    = {&OpsOf<T>::single, &OpsOf<T>::count, &OpsOf<T>::item, &OpsOf<T>::append, &OpsOf<T>::vector};
+    = { &OpsOf<T>::single, &OpsOf<T>::count, &OpsOf<T>::item, &OpsOf<T>::append, &OpsOf<T>::vector };
 
 struct Member
 {
@@ -95,7 +94,8 @@ struct ClassInfo
 void construct(const ClassInfo& info, Serializable* object);
 QString serialize(const ClassInfo& info, const Serializable* object, const QString& tagName);
 // For a derived class: baseText is the base's serialisation under "_MagicString_".
-QString serialize(const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText);
+QString serialize(
+    const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText);
 void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& node);
 
 } // namespace ComplexType

@@ -4,6 +4,10 @@
     schemagen.py [--schemas DIR] [--out DIR]       write the classes
     schemagen.py --check-catalogue [--out DIR]     compare the committed classes
                                                    with the catalogue, no schemas needed
+    schemagen.py --verify [--schemas DIR] [--out DIR]
+                                                   regenerate in memory and compare with
+                                                   the committed files; exit 77 (skip)
+                                                   when the schema folder is absent
 
 Every named complex type of onvif.xsd, the element tt:Message, and every message
 element (and named complex type) of the device, media and PTZ service schemas
@@ -78,6 +82,10 @@ CPP_KEYWORDS = {'and', 'auto', 'bool', 'break', 'case', 'char', 'class', 'const'
                 'signed', 'sizeof', 'static', 'struct', 'switch', 'template', 'this', 'throw', 'true', 'false',
                 'try', 'typedef', 'union', 'unsigned', 'using', 'virtual', 'void', 'volatile', 'while',
                 'signals', 'slots', 'emit', 'foreach', 'forever'}
+
+
+# Exit status that CTest reads as "skipped".
+SKIP = 77
 
 
 class GenError(Exception):
@@ -529,8 +537,9 @@ class Writer:
         rows += ['    {"%s", ComplexType::%s, nullptr},' % (n, k) for n, k in model.base_names]
         if rows:
             lines += ['const ComplexType::Member members%s[] = {' % name] + rows + ['};', '']
-        lines += ['const ComplexType::ClassInfo info%s = {"%s:%s", %s, %d, &bind%s};' % (
-            name, model.ns, name, 'members' + name if rows else 'nullptr', len(rows), name), '',
+        lines += ['const ComplexType::ClassInfo info%s = {' % name,
+                  '    "%s:%s", %s, %d, &bind%s};' % (model.ns, name, 'members' + name if rows else 'nullptr',
+                                                      len(rows), name), '',
             '} // namespace', '']
         if needs_constructor(model):
             lines += ['%s::%s()' % (name, name), '{', '    ComplexType::construct(info%s, this);' % name, '}', '']
@@ -637,6 +646,22 @@ def write(files, out_dir):
                 f.write(text)
 
 
+def verify(files, out_dir):
+    """Differences between freshly generated files and those under out_dir."""
+    problems = []
+    for path in sorted(generated_paths(out_dir) - set(files)):
+        problems.append('%s: stale, the generator no longer writes it' % path)
+    for path, text in sorted(files.items()):
+        full = os.path.join(out_dir, path)
+        if not os.path.exists(full):
+            problems.append('%s: missing' % path)
+            continue
+        with open(full, encoding='utf-8', newline='') as f:
+            if f.read() != text:
+                problems.append('%s: differs from a fresh generation' % path)
+    return problems
+
+
 def check_catalogue(out_dir):
     """Compares the generated classes in out_dir with the catalogue; returns the problems."""
     problems = []
@@ -686,8 +711,13 @@ def main(argv):
     parser.add_argument('--out', default=repo, help='root of the tree to write into (default: the repository)')
     parser.add_argument('--check-catalogue', action='store_true',
                         help='only compare the classes under --out with the catalogue')
+    parser.add_argument('--verify', action='store_true',
+                        help='compare a fresh generation with the files under --out, writing nothing')
     args = parser.parse_args(argv)
     try:
+        if args.verify and not os.path.isdir(args.schemas):
+            print('schemagen: no schema folder %s, nothing to compare' % args.schemas)
+            return SKIP
         if args.check_catalogue:
             problems = check_catalogue(args.out)
             for problem in problems:
@@ -699,7 +729,15 @@ def main(argv):
             return 1 if problems else 0
         generator = Generator(SchemaSet(args.schemas))
         generator.build()
-        write(Writer(generator).files(), args.out)
+        files = Writer(generator).files()
+        if args.verify:
+            problems = verify(files, args.out)
+            for problem in problems[:50]:
+                print(problem, file=sys.stderr)
+            if problems:
+                print('%d generated files out of date: run %s' % (len(problems), TOOL), file=sys.stderr)
+            return 1 if problems else 0
+        write(files, args.out)
     except GenError as error:
         print('schemagen: %s' % error, file=sys.stderr)
         return 1

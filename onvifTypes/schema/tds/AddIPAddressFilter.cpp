@@ -19,7 +19,8 @@ const ComplexType::Member membersAddIPAddressFilter[] = {
     {"tds:IPAddressFilter", ComplexType::Required, &ComplexType::typeOps<tt::IPAddressFilter>},
 };
 
-const ComplexType::ClassInfo infoAddIPAddressFilter = {"tds:AddIPAddressFilter", membersAddIPAddressFilter, 1, &bindAddIPAddressFilter};
+const ComplexType::ClassInfo infoAddIPAddressFilter = {
+    "tds:AddIPAddressFilter", membersAddIPAddressFilter, 1, &bindAddIPAddressFilter};
 
 } // namespace
 

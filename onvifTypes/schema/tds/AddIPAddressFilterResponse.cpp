@@ -13,7 +13,8 @@ void bindAddIPAddressFilterResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddIPAddressFilterResponse = {"tds:AddIPAddressFilterResponse", nullptr, 0, &bindAddIPAddressFilterResponse};
+const ComplexType::ClassInfo infoAddIPAddressFilterResponse = {
+    "tds:AddIPAddressFilterResponse", nullptr, 0, &bindAddIPAddressFilterResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersAddScopes[] = {
     {"tds:ScopeItem", ComplexType::List, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddScopes = {"tds:AddScopes", membersAddScopes, 1, &bindAddScopes};
+const ComplexType::ClassInfo infoAddScopes = {
+    "tds:AddScopes", membersAddScopes, 1, &bindAddScopes};
 
 } // namespace
 

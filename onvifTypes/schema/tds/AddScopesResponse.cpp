@@ -13,7 +13,8 @@ void bindAddScopesResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddScopesResponse = {"tds:AddScopesResponse", nullptr, 0, &bindAddScopesResponse};
+const ComplexType::ClassInfo infoAddScopesResponse = {
+    "tds:AddScopesResponse", nullptr, 0, &bindAddScopesResponse};
 
 } // namespace
 

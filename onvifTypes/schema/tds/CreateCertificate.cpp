@@ -24,7 +24,8 @@ const ComplexType::Member membersCreateCertificate[] = {
     {"tds:ValidNotAfter", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoCreateCertificate = {"tds:CreateCertificate", membersCreateCertificate, 4, &bindCreateCertificate};
+const ComplexType::ClassInfo infoCreateCertificate = {
+    "tds:CreateCertificate", membersCreateCertificate, 4, &bindCreateCertificate};
 
 } // namespace
 

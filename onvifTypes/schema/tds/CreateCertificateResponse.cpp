@@ -19,7 +19,8 @@ const ComplexType::Member membersCreateCertificateResponse[] = {
     {"tds:NvtCertificate", ComplexType::Required, &ComplexType::typeOps<tt::Certificate>},
 };
 
-const ComplexType::ClassInfo infoCreateCertificateResponse = {"tds:CreateCertificateResponse", membersCreateCertificateResponse, 1, &bindCreateCertificateResponse};
+const ComplexType::ClassInfo infoCreateCertificateResponse = {
+    "tds:CreateCertificateResponse", membersCreateCertificateResponse, 1, &bindCreateCertificateResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersCreateDot1XConfiguration[] = {
     {"tds:Dot1XConfiguration", ComplexType::Required, &ComplexType::typeOps<tt::Dot1XConfiguration>},
 };
 
-const ComplexType::ClassInfo infoCreateDot1XConfiguration = {"tds:CreateDot1XConfiguration", membersCreateDot1XConfiguration, 1, &bindCreateDot1XConfiguration};
+const ComplexType::ClassInfo infoCreateDot1XConfiguration = {
+    "tds:CreateDot1XConfiguration", membersCreateDot1XConfiguration, 1, &bindCreateDot1XConfiguration};
 
 } // namespace
 

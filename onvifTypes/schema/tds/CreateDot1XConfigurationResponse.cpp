@@ -13,7 +13,8 @@ void bindCreateDot1XConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoCreateDot1XConfigurationResponse = {"tds:CreateDot1XConfigurationResponse", nullptr, 0, &bindCreateDot1XConfigurationResponse};
+const ComplexType::ClassInfo infoCreateDot1XConfigurationResponse = {
+    "tds:CreateDot1XConfigurationResponse", nullptr, 0, &bindCreateDot1XConfigurationResponse};
 
 } // namespace
 

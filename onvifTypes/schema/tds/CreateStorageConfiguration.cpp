@@ -19,7 +19,8 @@ const ComplexType::Member membersCreateStorageConfiguration[] = {
     {"tds:StorageConfiguration", ComplexType::Required, &ComplexType::typeOps<tds::StorageConfigurationData>},
 };
 
-const ComplexType::ClassInfo infoCreateStorageConfiguration = {"tds:CreateStorageConfiguration", membersCreateStorageConfiguration, 1, &bindCreateStorageConfiguration};
+const ComplexType::ClassInfo infoCreateStorageConfiguration = {
+    "tds:CreateStorageConfiguration", membersCreateStorageConfiguration, 1, &bindCreateStorageConfiguration};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersCreateStorageConfigurationResponse[] = {
     {"tds:Token", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoCreateStorageConfigurationResponse = {"tds:CreateStorageConfigurationResponse", membersCreateStorageConfigurationResponse, 1, &bindCreateStorageConfigurationResponse};
+const ComplexType::ClassInfo infoCreateStorageConfigurationResponse = {
+    "tds:CreateStorageConfigurationResponse", membersCreateStorageConfigurationResponse, 1, &bindCreateStorageConfigurationResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersCreateUsers[] = {
     {"tds:User", ComplexType::List, &ComplexType::listOps<tt::User>},
 };
 
-const ComplexType::ClassInfo infoCreateUsers = {"tds:CreateUsers", membersCreateUsers, 1, &bindCreateUsers};
+const ComplexType::ClassInfo infoCreateUsers = {
+    "tds:CreateUsers", membersCreateUsers, 1, &bindCreateUsers};
 
 } // namespace
 

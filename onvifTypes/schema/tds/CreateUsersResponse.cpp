@@ -13,7 +13,8 @@ void bindCreateUsersResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoCreateUsersResponse = {"tds:CreateUsersResponse", nullptr, 0, &bindCreateUsersResponse};
+const ComplexType::ClassInfo infoCreateUsersResponse = {
+    "tds:CreateUsersResponse", nullptr, 0, &bindCreateUsersResponse};
 
 } // namespace
 

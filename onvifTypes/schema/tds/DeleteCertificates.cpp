@@ -18,7 +18,8 @@ const ComplexType::Member membersDeleteCertificates[] = {
     {"tds:CertificateID", ComplexType::List, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeleteCertificates = {"tds:DeleteCertificates", membersDeleteCertificates, 1, &bindDeleteCertificates};
+const ComplexType::ClassInfo infoDeleteCertificates = {
+    "tds:DeleteCertificates", membersDeleteCertificates, 1, &bindDeleteCertificates};
 
 } // namespace
 

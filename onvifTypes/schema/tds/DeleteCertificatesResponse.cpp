@@ -13,7 +13,8 @@ void bindDeleteCertificatesResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeleteCertificatesResponse = {"tds:DeleteCertificatesResponse", nullptr, 0, &bindDeleteCertificatesResponse};
+const ComplexType::ClassInfo infoDeleteCertificatesResponse = {
+    "tds:DeleteCertificatesResponse", nullptr, 0, &bindDeleteCertificatesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersDeleteDot1XConfiguration[] = {
     {"tds:Dot1XConfigurationToken", ComplexType::OptionalList, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeleteDot1XConfiguration = {"tds:DeleteDot1XConfiguration", membersDeleteDot1XConfiguration, 1, &bindDeleteDot1XConfiguration};
+const ComplexType::ClassInfo infoDeleteDot1XConfiguration = {
+    "tds:DeleteDot1XConfiguration", membersDeleteDot1XConfiguration, 1, &bindDeleteDot1XConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDeleteDot1XConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeleteDot1XConfigurationResponse = {"tds:DeleteDot1XConfigurationResponse", nullptr, 0, &bindDeleteDot1XConfigurationResponse};
+const ComplexType::ClassInfo infoDeleteDot1XConfigurationResponse = {
+    "tds:DeleteDot1XConfigurationResponse", nullptr, 0, &bindDeleteDot1XConfigurationResponse};
 
 } // namespace
 

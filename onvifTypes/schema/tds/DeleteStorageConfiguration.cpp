@@ -18,7 +18,8 @@ const ComplexType::Member membersDeleteStorageConfiguration[] = {
     {"tds:Token", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeleteStorageConfiguration = {"tds:DeleteStorageConfiguration", membersDeleteStorageConfiguration, 1, &bindDeleteStorageConfiguration};
+const ComplexType::ClassInfo infoDeleteStorageConfiguration = {
+    "tds:DeleteStorageConfiguration", membersDeleteStorageConfiguration, 1, &bindDeleteStorageConfiguration};
 
 } // namespace
 

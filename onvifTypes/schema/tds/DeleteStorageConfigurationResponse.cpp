@@ -13,7 +13,8 @@ void bindDeleteStorageConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeleteStorageConfigurationResponse = {"tds:DeleteStorageConfigurationResponse", nullptr, 0, &bindDeleteStorageConfigurationResponse};
+const ComplexType::ClassInfo infoDeleteStorageConfigurationResponse = {
+    "tds:DeleteStorageConfigurationResponse", nullptr, 0, &bindDeleteStorageConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersDeleteUsers[] = {
     {"tds:Username", ComplexType::List, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeleteUsers = {"tds:DeleteUsers", membersDeleteUsers, 1, &bindDeleteUsers};
+const ComplexType::ClassInfo infoDeleteUsers = {
+    "tds:DeleteUsers", membersDeleteUsers, 1, &bindDeleteUsers};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDeleteUsersResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeleteUsersResponse = {"tds:DeleteUsersResponse", nullptr, 0, &bindDeleteUsersResponse};
+const ComplexType::ClassInfo infoDeleteUsersResponse = {
+    "tds:DeleteUsersResponse", nullptr, 0, &bindDeleteUsersResponse};
 
 } // namespace
 

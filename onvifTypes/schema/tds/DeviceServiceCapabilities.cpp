@@ -28,7 +28,8 @@ const ComplexType::Member membersDeviceServiceCapabilities[] = {
     {"tds:Misc", ComplexType::Optional, &ComplexType::typeOps<tds::MiscCapabilities>},
 };
 
-const ComplexType::ClassInfo infoDeviceServiceCapabilities = {"tds:DeviceServiceCapabilities", membersDeviceServiceCapabilities, 4, &bindDeviceServiceCapabilities};
+const ComplexType::ClassInfo infoDeviceServiceCapabilities = {
+    "tds:DeviceServiceCapabilities", membersDeviceServiceCapabilities, 4, &bindDeviceServiceCapabilities};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetAccessPolicy(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAccessPolicy = {"tds:GetAccessPolicy", nullptr, 0, &bindGetAccessPolicy};
+const ComplexType::ClassInfo infoGetAccessPolicy = {
+    "tds:GetAccessPolicy", nullptr, 0, &bindGetAccessPolicy};
 
 } // namespace
 

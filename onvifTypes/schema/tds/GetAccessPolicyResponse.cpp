@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAccessPolicyResponse[] = {
     {"tds:PolicyFile", ComplexType::Required, &ComplexType::typeOps<tt::BinaryData>},
 };
 
-const ComplexType::ClassInfo infoGetAccessPolicyResponse = {"tds:GetAccessPolicyResponse", membersGetAccessPolicyResponse, 1, &bindGetAccessPolicyResponse};
+const ComplexType::ClassInfo infoGetAccessPolicyResponse = {
+    "tds:GetAccessPolicyResponse", membersGetAccessPolicyResponse, 1, &bindGetAccessPolicyResponse};
 
 } // namespace
 

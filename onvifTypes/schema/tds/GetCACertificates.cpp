@@ -13,7 +13,8 @@ void bindGetCACertificates(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetCACertificates = {"tds:GetCACertificates", nullptr, 0, &bindGetCACertificates};
+const ComplexType::ClassInfo infoGetCACertificates = {
+    "tds:GetCACertificates", nullptr, 0, &bindGetCACertificates};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCACertificatesResponse[] = {
     {"tds:CACertificate", ComplexType::OptionalList, &ComplexType::listOps<tt::Certificate>},
 };
 
-const ComplexType::ClassInfo infoGetCACertificatesResponse = {"tds:GetCACertificatesResponse", membersGetCACertificatesResponse, 1, &bindGetCACertificatesResponse};
+const ComplexType::ClassInfo infoGetCACertificatesResponse = {
+    "tds:GetCACertificatesResponse", membersGetCACertificatesResponse, 1, &bindGetCACertificatesResponse};
 
 } // namespace
 

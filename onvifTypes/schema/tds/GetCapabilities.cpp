@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCapabilities[] = {
     {"tds:Category", ComplexType::OptionalList, &ComplexType::listOps<tt::CapabilityCategory>},
 };
 
-const ComplexType::ClassInfo infoGetCapabilities = {"tds:GetCapabilities", membersGetCapabilities, 1, &bindGetCapabilities};
+const ComplexType::ClassInfo infoGetCapabilities = {
+    "tds:GetCapabilities", membersGetCapabilities, 1, &bindGetCapabilities};
 
 } // namespace
 

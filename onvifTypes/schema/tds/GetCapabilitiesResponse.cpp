@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCapabilitiesResponse[] = {
     {"tds:Capabilities", ComplexType::Required, &ComplexType::typeOps<tt::Capabilities>},
 };
 
-const ComplexType::ClassInfo infoGetCapabilitiesResponse = {"tds:GetCapabilitiesResponse", membersGetCapabilitiesResponse, 1, &bindGetCapabilitiesResponse};
+const ComplexType::ClassInfo infoGetCapabilitiesResponse = {
+    "tds:GetCapabilitiesResponse", membersGetCapabilitiesResponse, 1, &bindGetCapabilitiesResponse};
 
 } // namespace
 

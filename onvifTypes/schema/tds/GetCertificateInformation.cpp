@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCertificateInformation[] = {
     {"tds:CertificateID", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCertificateInformation = {"tds:GetCertificateInformation", membersGetCertificateInformation, 1, &bindGetCertificateInformation};
+const ComplexType::ClassInfo infoGetCertificateInformation = {
+    "tds:GetCertificateInformation", membersGetCertificateInformation, 1, &bindGetCertificateInformation};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCertificateInformationResponse[] = {
     {"tds:CertificateInformation", ComplexType::Required, &ComplexType::typeOps<tt::CertificateInformation>},
 };
 
-const ComplexType::ClassInfo infoGetCertificateInformationResponse = {"tds:GetCertificateInformationResponse", membersGetCertificateInformationResponse, 1, &bindGetCertificateInformationResponse};
+const ComplexType::ClassInfo infoGetCertificateInformationResponse = {
+    "tds:GetCertificateInformationResponse", membersGetCertificateInformationResponse, 1, &bindGetCertificateInformationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetCertificates(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetCertificates = {"tds:GetCertificates", nullptr, 0, &bindGetCertificates};
+const ComplexType::ClassInfo infoGetCertificates = {
+    "tds:GetCertificates", nullptr, 0, &bindGetCertificates};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCertificatesResponse[] = {
     {"tds:NvtCertificate", ComplexType::OptionalList, &ComplexType::listOps<tt::Certificate>},
 };
 
-const ComplexType::ClassInfo infoGetCertificatesResponse = {"tds:GetCertificatesResponse", membersGetCertificatesResponse, 1, &bindGetCertificatesResponse};
+const ComplexType::ClassInfo infoGetCertificatesResponse = {
+    "tds:GetCertificatesResponse", membersGetCertificatesResponse, 1, &bindGetCertificatesResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetCertificatesStatus(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetCertificatesStatus = {"tds:GetCertificatesStatus", nullptr, 0, &bindGetCertificatesStatus};
+const ComplexType::ClassInfo infoGetCertificatesStatus = {
+    "tds:GetCertificatesStatus", nullptr, 0, &bindGetCertificatesStatus};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCertificatesStatusResponse[] = {
     {"tds:CertificateStatus", ComplexType::OptionalList, &ComplexType::listOps<tt::CertificateStatus>},
 };
 
-const ComplexType::ClassInfo infoGetCertificatesStatusResponse = {"tds:GetCertificatesStatusResponse", membersGetCertificatesStatusResponse, 1, &bindGetCertificatesStatusResponse};
+const ComplexType::ClassInfo infoGetCertificatesStatusResponse = {
+    "tds:GetCertificatesStatusResponse", membersGetCertificatesStatusResponse, 1, &bindGetCertificatesStatusResponse};
 
 } // namespace
 

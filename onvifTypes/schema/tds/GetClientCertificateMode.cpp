@@ -13,7 +13,8 @@ void bindGetClientCertificateMode(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetClientCertificateMode = {"tds:GetClientCertificateMode", nullptr, 0, &bindGetClientCertificateMode};
+const ComplexType::ClassInfo infoGetClientCertificateMode = {
+    "tds:GetClientCertificateMode", nullptr, 0, &bindGetClientCertificateMode};
 
 } // namespace
 

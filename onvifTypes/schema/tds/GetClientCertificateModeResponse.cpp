@@ -18,7 +18,8 @@ const ComplexType::Member membersGetClientCertificateModeResponse[] = {
     {"tds:Enabled", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoGetClientCertificateModeResponse = {"tds:GetClientCertificateModeResponse", membersGetClientCertificateModeResponse, 1, &bindGetClientCertificateModeResponse};
+const ComplexType::ClassInfo infoGetClientCertificateModeResponse = {
+    "tds:GetClientCertificateModeResponse", membersGetClientCertificateModeResponse, 1, &bindGetClientCertificateModeResponse};
 
 } // namespace
 

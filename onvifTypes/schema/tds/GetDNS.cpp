@@ -13,7 +13,8 @@ void bindGetDNS(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDNS = {"tds:GetDNS", nullptr, 0, &bindGetDNS};
+const ComplexType::ClassInfo infoGetDNS = {
+    "tds:GetDNS", nullptr, 0, &bindGetDNS};
 
 } // namespace
 

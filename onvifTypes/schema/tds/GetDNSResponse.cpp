@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDNSResponse[] = {
     {"tds:DNSInformation", ComplexType::Required, &ComplexType::typeOps<tt::DNSInformation>},
 };
 
-const ComplexType::ClassInfo infoGetDNSResponse = {"tds:GetDNSResponse", membersGetDNSResponse, 1, &bindGetDNSResponse};
+const ComplexType::ClassInfo infoGetDNSResponse = {
+    "tds:GetDNSResponse", membersGetDNSResponse, 1, &bindGetDNSResponse};
 
 } // namespace
 

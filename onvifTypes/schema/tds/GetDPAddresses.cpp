@@ -13,7 +13,8 @@ void bindGetDPAddresses(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDPAddresses = {"tds:GetDPAddresses", nullptr, 0, &bindGetDPAddresses};
+const ComplexType::ClassInfo infoGetDPAddresses = {
+    "tds:GetDPAddresses", nullptr, 0, &bindGetDPAddresses};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDPAddressesResponse[] = {
     {"tds:DPAddress", ComplexType::OptionalList, &ComplexType::listOps<tt::NetworkHost>},
 };
 
-const ComplexType::ClassInfo infoGetDPAddressesResponse = {"tds:GetDPAddressesResponse", membersGetDPAddressesResponse, 1, &bindGetDPAddressesResponse};
+const ComplexType::ClassInfo infoGetDPAddressesResponse = {
+    "tds:GetDPAddressesResponse", membersGetDPAddressesResponse, 1, &bindGetDPAddressesResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetDeviceInformation(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDeviceInformation = {"tds:GetDeviceInformation", nullptr, 0, &bindGetDeviceInformation};
+const ComplexType::ClassInfo infoGetDeviceInformation = {
+    "tds:GetDeviceInformation", nullptr, 0, &bindGetDeviceInformation};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersGetDeviceInformationResponse[] = {
     {"tds:HardwareId", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetDeviceInformationResponse = {"tds:GetDeviceInformationResponse", membersGetDeviceInformationResponse, 5, &bindGetDeviceInformationResponse};
+const ComplexType::ClassInfo infoGetDeviceInformationResponse = {
+    "tds:GetDeviceInformationResponse", membersGetDeviceInformationResponse, 5, &bindGetDeviceInformationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetDiscoveryMode(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDiscoveryMode = {"tds:GetDiscoveryMode", nullptr, 0, &bindGetDiscoveryMode};
+const ComplexType::ClassInfo infoGetDiscoveryMode = {
+    "tds:GetDiscoveryMode", nullptr, 0, &bindGetDiscoveryMode};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDiscoveryModeResponse[] = {
     {"tds:DiscoveryMode", ComplexType::Required, &ComplexType::typeOps<tt::DiscoveryMode>},
 };
 
-const ComplexType::ClassInfo infoGetDiscoveryModeResponse = {"tds:GetDiscoveryModeResponse", membersGetDiscoveryModeResponse, 1, &bindGetDiscoveryModeResponse};
+const ComplexType::ClassInfo infoGetDiscoveryModeResponse = {
+    "tds:GetDiscoveryModeResponse", membersGetDiscoveryModeResponse, 1, &bindGetDiscoveryModeResponse};
 
 } // namespace
 

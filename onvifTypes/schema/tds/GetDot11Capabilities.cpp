@@ -13,7 +13,8 @@ void bindGetDot11Capabilities(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDot11Capabilities = {"tds:GetDot11Capabilities", nullptr, 0, &bindGetDot11Capabilities};
+const ComplexType::ClassInfo infoGetDot11Capabilities = {
+    "tds:GetDot11Capabilities", nullptr, 0, &bindGetDot11Capabilities};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDot11CapabilitiesResponse[] = {
     {"tds:Capabilities", ComplexType::Required, &ComplexType::typeOps<tt::Dot11Capabilities>},
 };
 
-const ComplexType::ClassInfo infoGetDot11CapabilitiesResponse = {"tds:GetDot11CapabilitiesResponse", membersGetDot11CapabilitiesResponse, 1, &bindGetDot11CapabilitiesResponse};
+const ComplexType::ClassInfo infoGetDot11CapabilitiesResponse = {
+    "tds:GetDot11CapabilitiesResponse", membersGetDot11CapabilitiesResponse, 1, &bindGetDot11CapabilitiesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetDot11Status[] = {
     {"tds:InterfaceToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetDot11Status = {"tds:GetDot11Status", membersGetDot11Status, 1, &bindGetDot11Status};
+const ComplexType::ClassInfo infoGetDot11Status = {
+    "tds:GetDot11Status", membersGetDot11Status, 1, &bindGetDot11Status};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDot11StatusResponse[] = {
     {"tds:Status", ComplexType::Required, &ComplexType::typeOps<tt::Dot11Status>},
 };
 
-const ComplexType::ClassInfo infoGetDot11StatusResponse = {"tds:GetDot11StatusResponse", membersGetDot11StatusResponse, 1, &bindGetDot11StatusResponse};
+const ComplexType::ClassInfo infoGetDot11StatusResponse = {
+    "tds:GetDot11StatusResponse", membersGetDot11StatusResponse, 1, &bindGetDot11StatusResponse};
 
 } // namespace
 

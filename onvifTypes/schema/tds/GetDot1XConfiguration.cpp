@@ -18,7 +18,8 @@ const ComplexType::Member membersGetDot1XConfiguration[] = {
     {"tds:Dot1XConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetDot1XConfiguration = {"tds:GetDot1XConfiguration", membersGetDot1XConfiguration, 1, &bindGetDot1XConfiguration};
+const ComplexType::ClassInfo infoGetDot1XConfiguration = {
+    "tds:GetDot1XConfiguration", membersGetDot1XConfiguration, 1, &bindGetDot1XConfiguration};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDot1XConfigurationResponse[] = {
     {"tds:Dot1XConfiguration", ComplexType::Required, &ComplexType::typeOps<tt::Dot1XConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetDot1XConfigurationResponse = {"tds:GetDot1XConfigurationResponse", membersGetDot1XConfigurationResponse, 1, &bindGetDot1XConfigurationResponse};
+const ComplexType::ClassInfo infoGetDot1XConfigurationResponse = {
+    "tds:GetDot1XConfigurationResponse", membersGetDot1XConfigurationResponse, 1, &bindGetDot1XConfigurationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetDot1XConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDot1XConfigurations = {"tds:GetDot1XConfigurations", nullptr, 0, &bindGetDot1XConfigurations};
+const ComplexType::ClassInfo infoGetDot1XConfigurations = {
+    "tds:GetDot1XConfigurations", nullptr, 0, &bindGetDot1XConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDot1XConfigurationsResponse[] = {
     {"tds:Dot1XConfiguration", ComplexType::OptionalList, &ComplexType::listOps<tt::Dot1XConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetDot1XConfigurationsResponse = {"tds:GetDot1XConfigurationsResponse", membersGetDot1XConfigurationsResponse, 1, &bindGetDot1XConfigurationsResponse};
+const ComplexType::ClassInfo infoGetDot1XConfigurationsResponse = {
+    "tds:GetDot1XConfigurationsResponse", membersGetDot1XConfigurationsResponse, 1, &bindGetDot1XConfigurationsResponse};
 
 } // namespace
 

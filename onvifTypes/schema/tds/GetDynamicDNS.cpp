@@ -13,7 +13,8 @@ void bindGetDynamicDNS(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetDynamicDNS = {"tds:GetDynamicDNS", nullptr, 0, &bindGetDynamicDNS};
+const ComplexType::ClassInfo infoGetDynamicDNS = {
+    "tds:GetDynamicDNS", nullptr, 0, &bindGetDynamicDNS};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetDynamicDNSResponse[] = {
     {"tds:DynamicDNSInformation", ComplexType::Required, &ComplexType::typeOps<tt::DynamicDNSInformation>},
 };
 
-const ComplexType::ClassInfo infoGetDynamicDNSResponse = {"tds:GetDynamicDNSResponse", membersGetDynamicDNSResponse, 1, &bindGetDynamicDNSResponse};
+const ComplexType::ClassInfo infoGetDynamicDNSResponse = {
+    "tds:GetDynamicDNSResponse", membersGetDynamicDNSResponse, 1, &bindGetDynamicDNSResponse};
 
 } // namespace
 

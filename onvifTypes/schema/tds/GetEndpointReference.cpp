@@ -13,7 +13,8 @@ void bindGetEndpointReference(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetEndpointReference = {"tds:GetEndpointReference", nullptr, 0, &bindGetEndpointReference};
+const ComplexType::ClassInfo infoGetEndpointReference = {
+    "tds:GetEndpointReference", nullptr, 0, &bindGetEndpointReference};
 
 } // namespace
 

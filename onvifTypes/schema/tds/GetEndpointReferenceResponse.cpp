@@ -18,7 +18,8 @@ const ComplexType::Member membersGetEndpointReferenceResponse[] = {
     {"tds:GUID", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetEndpointReferenceResponse = {"tds:GetEndpointReferenceResponse", membersGetEndpointReferenceResponse, 1, &bindGetEndpointReferenceResponse};
+const ComplexType::ClassInfo infoGetEndpointReferenceResponse = {
+    "tds:GetEndpointReferenceResponse", membersGetEndpointReferenceResponse, 1, &bindGetEndpointReferenceResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetHostname(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetHostname = {"tds:GetHostname", nullptr, 0, &bindGetHostname};
+const ComplexType::ClassInfo infoGetHostname = {
+    "tds:GetHostname", nullptr, 0, &bindGetHostname};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetHostnameResponse[] = {
     {"tds:HostnameInformation", ComplexType::Required, &ComplexType::typeOps<tt::HostnameInformation>},
 };
 
-const ComplexType::ClassInfo infoGetHostnameResponse = {"tds:GetHostnameResponse", membersGetHostnameResponse, 1, &bindGetHostnameResponse};
+const ComplexType::ClassInfo infoGetHostnameResponse = {
+    "tds:GetHostnameResponse", membersGetHostnameResponse, 1, &bindGetHostnameResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetIPAddressFilter(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetIPAddressFilter = {"tds:GetIPAddressFilter", nullptr, 0, &bindGetIPAddressFilter};
+const ComplexType::ClassInfo infoGetIPAddressFilter = {
+    "tds:GetIPAddressFilter", nullptr, 0, &bindGetIPAddressFilter};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetIPAddressFilterResponse[] = {
     {"tds:IPAddressFilter", ComplexType::Required, &ComplexType::typeOps<tt::IPAddressFilter>},
 };
 
-const ComplexType::ClassInfo infoGetIPAddressFilterResponse = {"tds:GetIPAddressFilterResponse", membersGetIPAddressFilterResponse, 1, &bindGetIPAddressFilterResponse};
+const ComplexType::ClassInfo infoGetIPAddressFilterResponse = {
+    "tds:GetIPAddressFilterResponse", membersGetIPAddressFilterResponse, 1, &bindGetIPAddressFilterResponse};
 
 } // namespace
 

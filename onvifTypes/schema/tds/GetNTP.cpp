@@ -13,7 +13,8 @@ void bindGetNTP(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetNTP = {"tds:GetNTP", nullptr, 0, &bindGetNTP};
+const ComplexType::ClassInfo infoGetNTP = {
+    "tds:GetNTP", nullptr, 0, &bindGetNTP};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetNTPResponse[] = {
     {"tds:NTPInformation", ComplexType::Required, &ComplexType::typeOps<tt::NTPInformation>},
 };
 
-const ComplexType::ClassInfo infoGetNTPResponse = {"tds:GetNTPResponse", membersGetNTPResponse, 1, &bindGetNTPResponse};
+const ComplexType::ClassInfo infoGetNTPResponse = {
+    "tds:GetNTPResponse", membersGetNTPResponse, 1, &bindGetNTPResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetNetworkDefaultGateway(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetNetworkDefaultGateway = {"tds:GetNetworkDefaultGateway", nullptr, 0, &bindGetNetworkDefaultGateway};
+const ComplexType::ClassInfo infoGetNetworkDefaultGateway = {
+    "tds:GetNetworkDefaultGateway", nullptr, 0, &bindGetNetworkDefaultGateway};
 
 } // namespace
 

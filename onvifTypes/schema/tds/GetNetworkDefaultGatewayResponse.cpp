@@ -19,7 +19,8 @@ const ComplexType::Member membersGetNetworkDefaultGatewayResponse[] = {
     {"tds:NetworkGateway", ComplexType::Required, &ComplexType::typeOps<tt::NetworkGateway>},
 };
 
-const ComplexType::ClassInfo infoGetNetworkDefaultGatewayResponse = {"tds:GetNetworkDefaultGatewayResponse", membersGetNetworkDefaultGatewayResponse, 1, &bindGetNetworkDefaultGatewayResponse};
+const ComplexType::ClassInfo infoGetNetworkDefaultGatewayResponse = {
+    "tds:GetNetworkDefaultGatewayResponse", membersGetNetworkDefaultGatewayResponse, 1, &bindGetNetworkDefaultGatewayResponse};
 
 } // namespace
 

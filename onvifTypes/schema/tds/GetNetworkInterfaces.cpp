@@ -13,7 +13,8 @@ void bindGetNetworkInterfaces(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetNetworkInterfaces = {"tds:GetNetworkInterfaces", nullptr, 0, &bindGetNetworkInterfaces};
+const ComplexType::ClassInfo infoGetNetworkInterfaces = {
+    "tds:GetNetworkInterfaces", nullptr, 0, &bindGetNetworkInterfaces};
 
 } // namespace
 

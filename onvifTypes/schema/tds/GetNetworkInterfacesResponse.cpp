@@ -19,7 +19,8 @@ const ComplexType::Member membersGetNetworkInterfacesResponse[] = {
     {"tds:NetworkInterfaces", ComplexType::List, &ComplexType::listOps<tt::NetworkInterface>},
 };
 
-const ComplexType::ClassInfo infoGetNetworkInterfacesResponse = {"tds:GetNetworkInterfacesResponse", membersGetNetworkInterfacesResponse, 1, &bindGetNetworkInterfacesResponse};
+const ComplexType::ClassInfo infoGetNetworkInterfacesResponse = {
+    "tds:GetNetworkInterfacesResponse", membersGetNetworkInterfacesResponse, 1, &bindGetNetworkInterfacesResponse};
 
 } // namespace
 

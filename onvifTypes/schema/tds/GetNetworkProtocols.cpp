@@ -13,7 +13,8 @@ void bindGetNetworkProtocols(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetNetworkProtocols = {"tds:GetNetworkProtocols", nullptr, 0, &bindGetNetworkProtocols};
+const ComplexType::ClassInfo infoGetNetworkProtocols = {
+    "tds:GetNetworkProtocols", nullptr, 0, &bindGetNetworkProtocols};
 
 } // namespace
 

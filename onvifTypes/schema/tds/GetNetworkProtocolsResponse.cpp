@@ -19,7 +19,8 @@ const ComplexType::Member membersGetNetworkProtocolsResponse[] = {
     {"tds:NetworkProtocols", ComplexType::OptionalList, &ComplexType::listOps<tt::NetworkProtocol>},
 };
 
-const ComplexType::ClassInfo infoGetNetworkProtocolsResponse = {"tds:GetNetworkProtocolsResponse", membersGetNetworkProtocolsResponse, 1, &bindGetNetworkProtocolsResponse};
+const ComplexType::ClassInfo infoGetNetworkProtocolsResponse = {
+    "tds:GetNetworkProtocolsResponse", membersGetNetworkProtocolsResponse, 1, &bindGetNetworkProtocolsResponse};
 
 } // namespace
 

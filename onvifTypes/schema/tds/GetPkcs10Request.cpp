@@ -23,7 +23,8 @@ const ComplexType::Member membersGetPkcs10Request[] = {
     {"tds:Attributes", ComplexType::Optional, &ComplexType::typeOps<tt::BinaryData>},
 };
 
-const ComplexType::ClassInfo infoGetPkcs10Request = {"tds:GetPkcs10Request", membersGetPkcs10Request, 3, &bindGetPkcs10Request};
+const ComplexType::ClassInfo infoGetPkcs10Request = {
+    "tds:GetPkcs10Request", membersGetPkcs10Request, 3, &bindGetPkcs10Request};
 
 } // namespace
 

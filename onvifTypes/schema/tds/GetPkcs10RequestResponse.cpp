@@ -19,7 +19,8 @@ const ComplexType::Member membersGetPkcs10RequestResponse[] = {
     {"tds:Pkcs10Request", ComplexType::Required, &ComplexType::typeOps<tt::BinaryData>},
 };
 
-const ComplexType::ClassInfo infoGetPkcs10RequestResponse = {"tds:GetPkcs10RequestResponse", membersGetPkcs10RequestResponse, 1, &bindGetPkcs10RequestResponse};
+const ComplexType::ClassInfo infoGetPkcs10RequestResponse = {
+    "tds:GetPkcs10RequestResponse", membersGetPkcs10RequestResponse, 1, &bindGetPkcs10RequestResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetRelayOutputs(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetRelayOutputs = {"tds:GetRelayOutputs", nullptr, 0, &bindGetRelayOutputs};
+const ComplexType::ClassInfo infoGetRelayOutputs = {
+    "tds:GetRelayOutputs", nullptr, 0, &bindGetRelayOutputs};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetRelayOutputsResponse[] = {
     {"tds:RelayOutputs", ComplexType::OptionalList, &ComplexType::listOps<tt::RelayOutput>},
 };
 
-const ComplexType::ClassInfo infoGetRelayOutputsResponse = {"tds:GetRelayOutputsResponse", membersGetRelayOutputsResponse, 1, &bindGetRelayOutputsResponse};
+const ComplexType::ClassInfo infoGetRelayOutputsResponse = {
+    "tds:GetRelayOutputsResponse", membersGetRelayOutputsResponse, 1, &bindGetRelayOutputsResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetRemoteDiscoveryMode(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetRemoteDiscoveryMode = {"tds:GetRemoteDiscoveryMode", nullptr, 0, &bindGetRemoteDiscoveryMode};
+const ComplexType::ClassInfo infoGetRemoteDiscoveryMode = {
+    "tds:GetRemoteDiscoveryMode", nullptr, 0, &bindGetRemoteDiscoveryMode};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetRemoteDiscoveryModeResponse[] = {
     {"tds:RemoteDiscoveryMode", ComplexType::Required, &ComplexType::typeOps<tt::DiscoveryMode>},
 };
 
-const ComplexType::ClassInfo infoGetRemoteDiscoveryModeResponse = {"tds:GetRemoteDiscoveryModeResponse", membersGetRemoteDiscoveryModeResponse, 1, &bindGetRemoteDiscoveryModeResponse};
+const ComplexType::ClassInfo infoGetRemoteDiscoveryModeResponse = {
+    "tds:GetRemoteDiscoveryModeResponse", membersGetRemoteDiscoveryModeResponse, 1, &bindGetRemoteDiscoveryModeResponse};
 
 } // namespace
 

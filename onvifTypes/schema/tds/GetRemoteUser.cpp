@@ -13,7 +13,8 @@ void bindGetRemoteUser(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetRemoteUser = {"tds:GetRemoteUser", nullptr, 0, &bindGetRemoteUser};
+const ComplexType::ClassInfo infoGetRemoteUser = {
+    "tds:GetRemoteUser", nullptr, 0, &bindGetRemoteUser};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetRemoteUserResponse[] = {
     {"tds:RemoteUser", ComplexType::Optional, &ComplexType::typeOps<tt::RemoteUser>},
 };
 
-const ComplexType::ClassInfo infoGetRemoteUserResponse = {"tds:GetRemoteUserResponse", membersGetRemoteUserResponse, 1, &bindGetRemoteUserResponse};
+const ComplexType::ClassInfo infoGetRemoteUserResponse = {
+    "tds:GetRemoteUserResponse", membersGetRemoteUserResponse, 1, &bindGetRemoteUserResponse};
 
 } // namespace
 

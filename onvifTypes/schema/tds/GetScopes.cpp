@@ -13,7 +13,8 @@ void bindGetScopes(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetScopes = {"tds:GetScopes", nullptr, 0, &bindGetScopes};
+const ComplexType::ClassInfo infoGetScopes = {
+    "tds:GetScopes", nullptr, 0, &bindGetScopes};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetScopesResponse[] = {
     {"tds:Scopes", ComplexType::List, &ComplexType::listOps<tt::Scope>},
 };
 
-const ComplexType::ClassInfo infoGetScopesResponse = {"tds:GetScopesResponse", membersGetScopesResponse, 1, &bindGetScopesResponse};
+const ComplexType::ClassInfo infoGetScopesResponse = {
+    "tds:GetScopesResponse", membersGetScopesResponse, 1, &bindGetScopesResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetServiceCapabilitiesResponse[] = {
     {"tds:Capabilities", ComplexType::Required, &ComplexType::typeOps<tds::DeviceServiceCapabilities>},
 };
 
-const ComplexType::ClassInfo infoGetServiceCapabilitiesResponse = {"tds:GetServiceCapabilitiesResponse", membersGetServiceCapabilitiesResponse, 1, &bindGetServiceCapabilitiesResponse};
+const ComplexType::ClassInfo infoGetServiceCapabilitiesResponse = {
+    "tds:GetServiceCapabilitiesResponse", membersGetServiceCapabilitiesResponse, 1, &bindGetServiceCapabilitiesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetServices[] = {
     {"tds:IncludeCapability", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoGetServices = {"tds:GetServices", membersGetServices, 1, &bindGetServices};
+const ComplexType::ClassInfo infoGetServices = {
+    "tds:GetServices", membersGetServices, 1, &bindGetServices};
 
 } // namespace
 

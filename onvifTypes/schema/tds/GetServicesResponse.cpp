@@ -19,7 +19,8 @@ const ComplexType::Member membersGetServicesResponse[] = {
     {"tds:Service", ComplexType::List, &ComplexType::listOps<tds::Service>},
 };
 
-const ComplexType::ClassInfo infoGetServicesResponse = {"tds:GetServicesResponse", membersGetServicesResponse, 1, &bindGetServicesResponse};
+const ComplexType::ClassInfo infoGetServicesResponse = {
+    "tds:GetServicesResponse", membersGetServicesResponse, 1, &bindGetServicesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetStorageConfiguration[] = {
     {"tds:Token", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetStorageConfiguration = {"tds:GetStorageConfiguration", membersGetStorageConfiguration, 1, &bindGetStorageConfiguration};
+const ComplexType::ClassInfo infoGetStorageConfiguration = {
+    "tds:GetStorageConfiguration", membersGetStorageConfiguration, 1, &bindGetStorageConfiguration};
 
 } // namespace
 

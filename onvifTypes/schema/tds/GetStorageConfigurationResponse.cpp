@@ -19,7 +19,8 @@ const ComplexType::Member membersGetStorageConfigurationResponse[] = {
     {"tds:StorageConfiguration", ComplexType::Required, &ComplexType::typeOps<tds::StorageConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetStorageConfigurationResponse = {"tds:GetStorageConfigurationResponse", membersGetStorageConfigurationResponse, 1, &bindGetStorageConfigurationResponse};
+const ComplexType::ClassInfo infoGetStorageConfigurationResponse = {
+    "tds:GetStorageConfigurationResponse", membersGetStorageConfigurationResponse, 1, &bindGetStorageConfigurationResponse};
 
 } // namespace
 

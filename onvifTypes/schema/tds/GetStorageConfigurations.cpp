@@ -13,7 +13,8 @@ void bindGetStorageConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetStorageConfigurations = {"tds:GetStorageConfigurations", nullptr, 0, &bindGetStorageConfigurations};
+const ComplexType::ClassInfo infoGetStorageConfigurations = {
+    "tds:GetStorageConfigurations", nullptr, 0, &bindGetStorageConfigurations};
 
 } // namespace
 

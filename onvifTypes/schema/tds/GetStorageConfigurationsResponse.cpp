@@ -19,7 +19,8 @@ const ComplexType::Member membersGetStorageConfigurationsResponse[] = {
     {"tds:StorageConfigurations", ComplexType::OptionalList, &ComplexType::listOps<tds::StorageConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetStorageConfigurationsResponse = {"tds:GetStorageConfigurationsResponse", membersGetStorageConfigurationsResponse, 1, &bindGetStorageConfigurationsResponse};
+const ComplexType::ClassInfo infoGetStorageConfigurationsResponse = {
+    "tds:GetStorageConfigurationsResponse", membersGetStorageConfigurationsResponse, 1, &bindGetStorageConfigurationsResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetSystemBackup(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetSystemBackup = {"tds:GetSystemBackup", nullptr, 0, &bindGetSystemBackup};
+const ComplexType::ClassInfo infoGetSystemBackup = {
+    "tds:GetSystemBackup", nullptr, 0, &bindGetSystemBackup};
 
 } // namespace
 

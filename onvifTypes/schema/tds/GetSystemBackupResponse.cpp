@@ -19,7 +19,8 @@ const ComplexType::Member membersGetSystemBackupResponse[] = {
     {"tds:BackupFiles", ComplexType::List, &ComplexType::listOps<tt::BackupFile>},
 };
 
-const ComplexType::ClassInfo infoGetSystemBackupResponse = {"tds:GetSystemBackupResponse", membersGetSystemBackupResponse, 1, &bindGetSystemBackupResponse};
+const ComplexType::ClassInfo infoGetSystemBackupResponse = {
+    "tds:GetSystemBackupResponse", membersGetSystemBackupResponse, 1, &bindGetSystemBackupResponse};
 
 } // namespace
 

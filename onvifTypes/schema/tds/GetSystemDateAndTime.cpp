@@ -13,7 +13,8 @@ void bindGetSystemDateAndTime(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetSystemDateAndTime = {"tds:GetSystemDateAndTime", nullptr, 0, &bindGetSystemDateAndTime};
+const ComplexType::ClassInfo infoGetSystemDateAndTime = {
+    "tds:GetSystemDateAndTime", nullptr, 0, &bindGetSystemDateAndTime};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetSystemDateAndTimeResponse[] = {
     {"tds:SystemDateAndTime", ComplexType::Required, &ComplexType::typeOps<tt::SystemDateTime>},
 };
 
-const ComplexType::ClassInfo infoGetSystemDateAndTimeResponse = {"tds:GetSystemDateAndTimeResponse", membersGetSystemDateAndTimeResponse, 1, &bindGetSystemDateAndTimeResponse};
+const ComplexType::ClassInfo infoGetSystemDateAndTimeResponse = {
+    "tds:GetSystemDateAndTimeResponse", membersGetSystemDateAndTimeResponse, 1, &bindGetSystemDateAndTimeResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetSystemLog[] = {
     {"tds:LogType", ComplexType::Required, &ComplexType::typeOps<tt::SystemLogType>},
 };
 
-const ComplexType::ClassInfo infoGetSystemLog = {"tds:GetSystemLog", membersGetSystemLog, 1, &bindGetSystemLog};
+const ComplexType::ClassInfo infoGetSystemLog = {
+    "tds:GetSystemLog", membersGetSystemLog, 1, &bindGetSystemLog};
 
 } // namespace
 

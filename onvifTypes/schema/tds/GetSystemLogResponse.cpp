@@ -19,7 +19,8 @@ const ComplexType::Member membersGetSystemLogResponse[] = {
     {"tds:SystemLog", ComplexType::Required, &ComplexType::typeOps<tt::SystemLog>},
 };
 
-const ComplexType::ClassInfo infoGetSystemLogResponse = {"tds:GetSystemLogResponse", membersGetSystemLogResponse, 1, &bindGetSystemLogResponse};
+const ComplexType::ClassInfo infoGetSystemLogResponse = {
+    "tds:GetSystemLogResponse", membersGetSystemLogResponse, 1, &bindGetSystemLogResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetSystemSupportInformation(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetSystemSupportInformation = {"tds:GetSystemSupportInformation", nullptr, 0, &bindGetSystemSupportInformation};
+const ComplexType::ClassInfo infoGetSystemSupportInformation = {
+    "tds:GetSystemSupportInformation", nullptr, 0, &bindGetSystemSupportInformation};
 
 } // namespace
 

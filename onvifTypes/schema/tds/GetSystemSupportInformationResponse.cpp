@@ -19,7 +19,8 @@ const ComplexType::Member membersGetSystemSupportInformationResponse[] = {
     {"tds:SupportInformation", ComplexType::Required, &ComplexType::typeOps<tt::SupportInformation>},
 };
 
-const ComplexType::ClassInfo infoGetSystemSupportInformationResponse = {"tds:GetSystemSupportInformationResponse", membersGetSystemSupportInformationResponse, 1, &bindGetSystemSupportInformationResponse};
+const ComplexType::ClassInfo infoGetSystemSupportInformationResponse = {
+    "tds:GetSystemSupportInformationResponse", membersGetSystemSupportInformationResponse, 1, &bindGetSystemSupportInformationResponse};
 
 } // namespace
 

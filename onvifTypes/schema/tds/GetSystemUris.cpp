@@ -13,7 +13,8 @@ void bindGetSystemUris(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetSystemUris = {"tds:GetSystemUris", nullptr, 0, &bindGetSystemUris};
+const ComplexType::ClassInfo infoGetSystemUris = {
+    "tds:GetSystemUris", nullptr, 0, &bindGetSystemUris};
 
 } // namespace
 

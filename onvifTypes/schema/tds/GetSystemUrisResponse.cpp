@@ -25,7 +25,8 @@ const ComplexType::Member membersGetSystemUrisResponse[] = {
     {"tds:Extension", ComplexType::Optional, &ComplexType::typeOps<RawXml>},
 };
 
-const ComplexType::ClassInfo infoGetSystemUrisResponse = {"tds:GetSystemUrisResponse", membersGetSystemUrisResponse, 4, &bindGetSystemUrisResponse};
+const ComplexType::ClassInfo infoGetSystemUrisResponse = {
+    "tds:GetSystemUrisResponse", membersGetSystemUrisResponse, 4, &bindGetSystemUrisResponse};
 
 } // namespace
 

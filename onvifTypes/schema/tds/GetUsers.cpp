@@ -13,7 +13,8 @@ void bindGetUsers(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetUsers = {"tds:GetUsers", nullptr, 0, &bindGetUsers};
+const ComplexType::ClassInfo infoGetUsers = {
+    "tds:GetUsers", nullptr, 0, &bindGetUsers};
 
 } // namespace
 

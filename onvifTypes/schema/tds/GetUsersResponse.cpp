@@ -19,7 +19,8 @@ const ComplexType::Member membersGetUsersResponse[] = {
     {"tds:User", ComplexType::OptionalList, &ComplexType::listOps<tt::User>},
 };
 
-const ComplexType::ClassInfo infoGetUsersResponse = {"tds:GetUsersResponse", membersGetUsersResponse, 1, &bindGetUsersResponse};
+const ComplexType::ClassInfo infoGetUsersResponse = {
+    "tds:GetUsersResponse", membersGetUsersResponse, 1, &bindGetUsersResponse};
 
 } // namespace
 

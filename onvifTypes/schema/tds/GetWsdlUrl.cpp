@@ -13,7 +13,8 @@ void bindGetWsdlUrl(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetWsdlUrl = {"tds:GetWsdlUrl", nullptr, 0, &bindGetWsdlUrl};
+const ComplexType::ClassInfo infoGetWsdlUrl = {
+    "tds:GetWsdlUrl", nullptr, 0, &bindGetWsdlUrl};
 
 } // namespace
 

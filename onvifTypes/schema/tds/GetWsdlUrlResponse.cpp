@@ -18,7 +18,8 @@ const ComplexType::Member membersGetWsdlUrlResponse[] = {
     {"tds:WsdlUrl", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetWsdlUrlResponse = {"tds:GetWsdlUrlResponse", membersGetWsdlUrlResponse, 1, &bindGetWsdlUrlResponse};
+const ComplexType::ClassInfo infoGetWsdlUrlResponse = {
+    "tds:GetWsdlUrlResponse", membersGetWsdlUrlResponse, 1, &bindGetWsdlUrlResponse};
 
 } // namespace
 

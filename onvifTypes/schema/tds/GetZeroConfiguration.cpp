@@ -13,7 +13,8 @@ void bindGetZeroConfiguration(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetZeroConfiguration = {"tds:GetZeroConfiguration", nullptr, 0, &bindGetZeroConfiguration};
+const ComplexType::ClassInfo infoGetZeroConfiguration = {
+    "tds:GetZeroConfiguration", nullptr, 0, &bindGetZeroConfiguration};
 
 } // namespace
 

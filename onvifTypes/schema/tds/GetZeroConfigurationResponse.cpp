@@ -19,7 +19,8 @@ const ComplexType::Member membersGetZeroConfigurationResponse[] = {
     {"tds:ZeroConfiguration", ComplexType::Required, &ComplexType::typeOps<tt::NetworkZeroConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetZeroConfigurationResponse = {"tds:GetZeroConfigurationResponse", membersGetZeroConfigurationResponse, 1, &bindGetZeroConfigurationResponse};
+const ComplexType::ClassInfo infoGetZeroConfigurationResponse = {
+    "tds:GetZeroConfigurationResponse", membersGetZeroConfigurationResponse, 1, &bindGetZeroConfigurationResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersLoadCACertificates[] = {
     {"tds:CACertificate", ComplexType::List, &ComplexType::listOps<tt::Certificate>},
 };
 
-const ComplexType::ClassInfo infoLoadCACertificates = {"tds:LoadCACertificates", membersLoadCACertificates, 1, &bindLoadCACertificates};
+const ComplexType::ClassInfo infoLoadCACertificates = {
+    "tds:LoadCACertificates", membersLoadCACertificates, 1, &bindLoadCACertificates};
 
 } // namespace
 

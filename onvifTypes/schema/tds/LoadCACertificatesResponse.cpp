@@ -13,7 +13,8 @@ void bindLoadCACertificatesResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoLoadCACertificatesResponse = {"tds:LoadCACertificatesResponse", nullptr, 0, &bindLoadCACertificatesResponse};
+const ComplexType::ClassInfo infoLoadCACertificatesResponse = {
+    "tds:LoadCACertificatesResponse", nullptr, 0, &bindLoadCACertificatesResponse};
 
 } // namespace
 

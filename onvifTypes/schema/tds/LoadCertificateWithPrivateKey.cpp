@@ -19,7 +19,8 @@ const ComplexType::Member membersLoadCertificateWithPrivateKey[] = {
     {"tds:CertificateWithPrivateKey", ComplexType::List, &ComplexType::listOps<tt::CertificateWithPrivateKey>},
 };
 
-const ComplexType::ClassInfo infoLoadCertificateWithPrivateKey = {"tds:LoadCertificateWithPrivateKey", membersLoadCertificateWithPrivateKey, 1, &bindLoadCertificateWithPrivateKey};
+const ComplexType::ClassInfo infoLoadCertificateWithPrivateKey = {
+    "tds:LoadCertificateWithPrivateKey", membersLoadCertificateWithPrivateKey, 1, &bindLoadCertificateWithPrivateKey};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindLoadCertificateWithPrivateKeyResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoLoadCertificateWithPrivateKeyResponse = {"tds:LoadCertificateWithPrivateKeyResponse", nullptr, 0, &bindLoadCertificateWithPrivateKeyResponse};
+const ComplexType::ClassInfo infoLoadCertificateWithPrivateKeyResponse = {
+    "tds:LoadCertificateWithPrivateKeyResponse", nullptr, 0, &bindLoadCertificateWithPrivateKeyResponse};
 
 } // namespace
 

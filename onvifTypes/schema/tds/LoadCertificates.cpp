@@ -19,7 +19,8 @@ const ComplexType::Member membersLoadCertificates[] = {
     {"tds:NVTCertificate", ComplexType::List, &ComplexType::listOps<tt::Certificate>},
 };
 
-const ComplexType::ClassInfo infoLoadCertificates = {"tds:LoadCertificates", membersLoadCertificates, 1, &bindLoadCertificates};
+const ComplexType::ClassInfo infoLoadCertificates = {
+    "tds:LoadCertificates", membersLoadCertificates, 1, &bindLoadCertificates};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindLoadCertificatesResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoLoadCertificatesResponse = {"tds:LoadCertificatesResponse", nullptr, 0, &bindLoadCertificatesResponse};
+const ComplexType::ClassInfo infoLoadCertificatesResponse = {
+    "tds:LoadCertificatesResponse", nullptr, 0, &bindLoadCertificatesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersMiscCapabilities[] = {
     {"AuxiliaryCommands", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMiscCapabilities = {"tds:MiscCapabilities", membersMiscCapabilities, 1, &bindMiscCapabilities};
+const ComplexType::ClassInfo infoMiscCapabilities = {
+    "tds:MiscCapabilities", membersMiscCapabilities, 1, &bindMiscCapabilities};
 
 } // namespace
 

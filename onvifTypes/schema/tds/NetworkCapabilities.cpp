@@ -34,7 +34,8 @@ const ComplexType::Member membersNetworkCapabilities[] = {
     {"DHCPv6", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoNetworkCapabilities = {"tds:NetworkCapabilities", membersNetworkCapabilities, 9, &bindNetworkCapabilities};
+const ComplexType::ClassInfo infoNetworkCapabilities = {
+    "tds:NetworkCapabilities", membersNetworkCapabilities, 9, &bindNetworkCapabilities};
 
 } // namespace
 

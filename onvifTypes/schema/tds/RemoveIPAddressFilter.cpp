@@ -19,7 +19,8 @@ const ComplexType::Member membersRemoveIPAddressFilter[] = {
     {"tds:IPAddressFilter", ComplexType::Required, &ComplexType::typeOps<tt::IPAddressFilter>},
 };
 
-const ComplexType::ClassInfo infoRemoveIPAddressFilter = {"tds:RemoveIPAddressFilter", membersRemoveIPAddressFilter, 1, &bindRemoveIPAddressFilter};
+const ComplexType::ClassInfo infoRemoveIPAddressFilter = {
+    "tds:RemoveIPAddressFilter", membersRemoveIPAddressFilter, 1, &bindRemoveIPAddressFilter};
 
 } // namespace
 

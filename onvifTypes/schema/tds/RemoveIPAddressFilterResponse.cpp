@@ -13,7 +13,8 @@ void bindRemoveIPAddressFilterResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveIPAddressFilterResponse = {"tds:RemoveIPAddressFilterResponse", nullptr, 0, &bindRemoveIPAddressFilterResponse};
+const ComplexType::ClassInfo infoRemoveIPAddressFilterResponse = {
+    "tds:RemoveIPAddressFilterResponse", nullptr, 0, &bindRemoveIPAddressFilterResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveScopes[] = {
     {"tds:ScopeItem", ComplexType::List, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveScopes = {"tds:RemoveScopes", membersRemoveScopes, 1, &bindRemoveScopes};
+const ComplexType::ClassInfo infoRemoveScopes = {
+    "tds:RemoveScopes", membersRemoveScopes, 1, &bindRemoveScopes};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveScopesResponse[] = {
     {"tds:ScopeItem", ComplexType::OptionalList, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveScopesResponse = {"tds:RemoveScopesResponse", membersRemoveScopesResponse, 1, &bindRemoveScopesResponse};
+const ComplexType::ClassInfo infoRemoveScopesResponse = {
+    "tds:RemoveScopesResponse", membersRemoveScopesResponse, 1, &bindRemoveScopesResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersRestoreSystem[] = {
     {"tds:BackupFiles", ComplexType::List, &ComplexType::listOps<tt::BackupFile>},
 };
 
-const ComplexType::ClassInfo infoRestoreSystem = {"tds:RestoreSystem", membersRestoreSystem, 1, &bindRestoreSystem};
+const ComplexType::ClassInfo infoRestoreSystem = {
+    "tds:RestoreSystem", membersRestoreSystem, 1, &bindRestoreSystem};
 
 } // namespace
 

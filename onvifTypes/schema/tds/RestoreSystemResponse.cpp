@@ -13,7 +13,8 @@ void bindRestoreSystemResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRestoreSystemResponse = {"tds:RestoreSystemResponse", nullptr, 0, &bindRestoreSystemResponse};
+const ComplexType::ClassInfo infoRestoreSystemResponse = {
+    "tds:RestoreSystemResponse", nullptr, 0, &bindRestoreSystemResponse};
 
 } // namespace
 

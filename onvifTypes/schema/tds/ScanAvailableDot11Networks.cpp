@@ -18,7 +18,8 @@ const ComplexType::Member membersScanAvailableDot11Networks[] = {
     {"tds:InterfaceToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoScanAvailableDot11Networks = {"tds:ScanAvailableDot11Networks", membersScanAvailableDot11Networks, 1, &bindScanAvailableDot11Networks};
+const ComplexType::ClassInfo infoScanAvailableDot11Networks = {
+    "tds:ScanAvailableDot11Networks", membersScanAvailableDot11Networks, 1, &bindScanAvailableDot11Networks};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersScanAvailableDot11NetworksResponse[] = {
     {"tds:Networks", ComplexType::OptionalList, &ComplexType::listOps<tt::Dot11AvailableNetworks>},
 };
 
-const ComplexType::ClassInfo infoScanAvailableDot11NetworksResponse = {"tds:ScanAvailableDot11NetworksResponse", membersScanAvailableDot11NetworksResponse, 1, &bindScanAvailableDot11NetworksResponse};
+const ComplexType::ClassInfo infoScanAvailableDot11NetworksResponse = {
+    "tds:ScanAvailableDot11NetworksResponse", membersScanAvailableDot11NetworksResponse, 1, &bindScanAvailableDot11NetworksResponse};
 
 } // namespace
 

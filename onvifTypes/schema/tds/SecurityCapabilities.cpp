@@ -52,7 +52,8 @@ const ComplexType::Member membersSecurityCapabilities[] = {
     {"MaxPasswordLength", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoSecurityCapabilities = {"tds:SecurityCapabilities", membersSecurityCapabilities, 18, &bindSecurityCapabilities};
+const ComplexType::ClassInfo infoSecurityCapabilities = {
+    "tds:SecurityCapabilities", membersSecurityCapabilities, 18, &bindSecurityCapabilities};
 
 } // namespace
 

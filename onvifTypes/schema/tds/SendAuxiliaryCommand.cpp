@@ -18,7 +18,8 @@ const ComplexType::Member membersSendAuxiliaryCommand[] = {
     {"tds:AuxiliaryCommand", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSendAuxiliaryCommand = {"tds:SendAuxiliaryCommand", membersSendAuxiliaryCommand, 1, &bindSendAuxiliaryCommand};
+const ComplexType::ClassInfo infoSendAuxiliaryCommand = {
+    "tds:SendAuxiliaryCommand", membersSendAuxiliaryCommand, 1, &bindSendAuxiliaryCommand};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersSendAuxiliaryCommandResponse[] = {
     {"tds:AuxiliaryCommandResponse", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSendAuxiliaryCommandResponse = {"tds:SendAuxiliaryCommandResponse", membersSendAuxiliaryCommandResponse, 1, &bindSendAuxiliaryCommandResponse};
+const ComplexType::ClassInfo infoSendAuxiliaryCommandResponse = {
+    "tds:SendAuxiliaryCommandResponse", membersSendAuxiliaryCommandResponse, 1, &bindSendAuxiliaryCommandResponse};
 
 } // namespace
 

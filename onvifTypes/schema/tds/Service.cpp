@@ -25,7 +25,8 @@ const ComplexType::Member membersService[] = {
     {"tds:Version", ComplexType::Required, &ComplexType::typeOps<tt::OnvifVersion>},
 };
 
-const ComplexType::ClassInfo infoService = {"tds:Service", membersService, 4, &bindService};
+const ComplexType::ClassInfo infoService = {
+    "tds:Service", membersService, 4, &bindService};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersSetAccessPolicy[] = {
     {"tds:PolicyFile", ComplexType::Required, &ComplexType::typeOps<tt::BinaryData>},
 };
 
-const ComplexType::ClassInfo infoSetAccessPolicy = {"tds:SetAccessPolicy", membersSetAccessPolicy, 1, &bindSetAccessPolicy};
+const ComplexType::ClassInfo infoSetAccessPolicy = {
+    "tds:SetAccessPolicy", membersSetAccessPolicy, 1, &bindSetAccessPolicy};
 
 } // namespace
 

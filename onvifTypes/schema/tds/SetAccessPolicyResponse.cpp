@@ -13,7 +13,8 @@ void bindSetAccessPolicyResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetAccessPolicyResponse = {"tds:SetAccessPolicyResponse", nullptr, 0, &bindSetAccessPolicyResponse};
+const ComplexType::ClassInfo infoSetAccessPolicyResponse = {
+    "tds:SetAccessPolicyResponse", nullptr, 0, &bindSetAccessPolicyResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersSetCertificatesStatus[] = {
     {"tds:CertificateStatus", ComplexType::OptionalList, &ComplexType::listOps<tt::CertificateStatus>},
 };
 
-const ComplexType::ClassInfo infoSetCertificatesStatus = {"tds:SetCertificatesStatus", membersSetCertificatesStatus, 1, &bindSetCertificatesStatus};
+const ComplexType::ClassInfo infoSetCertificatesStatus = {
+    "tds:SetCertificatesStatus", membersSetCertificatesStatus, 1, &bindSetCertificatesStatus};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetCertificatesStatusResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetCertificatesStatusResponse = {"tds:SetCertificatesStatusResponse", nullptr, 0, &bindSetCertificatesStatusResponse};
+const ComplexType::ClassInfo infoSetCertificatesStatusResponse = {
+    "tds:SetCertificatesStatusResponse", nullptr, 0, &bindSetCertificatesStatusResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersSetClientCertificateMode[] = {
     {"tds:Enabled", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetClientCertificateMode = {"tds:SetClientCertificateMode", membersSetClientCertificateMode, 1, &bindSetClientCertificateMode};
+const ComplexType::ClassInfo infoSetClientCertificateMode = {
+    "tds:SetClientCertificateMode", membersSetClientCertificateMode, 1, &bindSetClientCertificateMode};
 
 } // namespace
 

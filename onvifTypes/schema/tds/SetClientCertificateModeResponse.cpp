@@ -13,7 +13,8 @@ void bindSetClientCertificateModeResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetClientCertificateModeResponse = {"tds:SetClientCertificateModeResponse", nullptr, 0, &bindSetClientCertificateModeResponse};
+const ComplexType::ClassInfo infoSetClientCertificateModeResponse = {
+    "tds:SetClientCertificateModeResponse", nullptr, 0, &bindSetClientCertificateModeResponse};
 
 } // namespace
 

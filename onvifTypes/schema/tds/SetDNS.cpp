@@ -23,7 +23,8 @@ const ComplexType::Member membersSetDNS[] = {
     {"tds:DNSManual", ComplexType::OptionalList, &ComplexType::listOps<tt::IPAddress>},
 };
 
-const ComplexType::ClassInfo infoSetDNS = {"tds:SetDNS", membersSetDNS, 3, &bindSetDNS};
+const ComplexType::ClassInfo infoSetDNS = {
+    "tds:SetDNS", membersSetDNS, 3, &bindSetDNS};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetDNSResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetDNSResponse = {"tds:SetDNSResponse", nullptr, 0, &bindSetDNSResponse};
+const ComplexType::ClassInfo infoSetDNSResponse = {
+    "tds:SetDNSResponse", nullptr, 0, &bindSetDNSResponse};
 
 } // namespace
 

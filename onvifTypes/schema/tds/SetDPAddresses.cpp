@@ -19,7 +19,8 @@ const ComplexType::Member membersSetDPAddresses[] = {
     {"tds:DPAddress", ComplexType::OptionalList, &ComplexType::listOps<tt::NetworkHost>},
 };
 
-const ComplexType::ClassInfo infoSetDPAddresses = {"tds:SetDPAddresses", membersSetDPAddresses, 1, &bindSetDPAddresses};
+const ComplexType::ClassInfo infoSetDPAddresses = {
+    "tds:SetDPAddresses", membersSetDPAddresses, 1, &bindSetDPAddresses};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetDPAddressesResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetDPAddressesResponse = {"tds:SetDPAddressesResponse", nullptr, 0, &bindSetDPAddressesResponse};
+const ComplexType::ClassInfo infoSetDPAddressesResponse = {
+    "tds:SetDPAddressesResponse", nullptr, 0, &bindSetDPAddressesResponse};
 
 } // namespace
 

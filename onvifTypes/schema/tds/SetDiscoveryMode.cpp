@@ -19,7 +19,8 @@ const ComplexType::Member membersSetDiscoveryMode[] = {
     {"tds:DiscoveryMode", ComplexType::Required, &ComplexType::typeOps<tt::DiscoveryMode>},
 };
 
-const ComplexType::ClassInfo infoSetDiscoveryMode = {"tds:SetDiscoveryMode", membersSetDiscoveryMode, 1, &bindSetDiscoveryMode};
+const ComplexType::ClassInfo infoSetDiscoveryMode = {
+    "tds:SetDiscoveryMode", membersSetDiscoveryMode, 1, &bindSetDiscoveryMode};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetDiscoveryModeResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetDiscoveryModeResponse = {"tds:SetDiscoveryModeResponse", nullptr, 0, &bindSetDiscoveryModeResponse};
+const ComplexType::ClassInfo infoSetDiscoveryModeResponse = {
+    "tds:SetDiscoveryModeResponse", nullptr, 0, &bindSetDiscoveryModeResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersSetDot1XConfiguration[] = {
     {"tds:Dot1XConfiguration", ComplexType::Required, &ComplexType::typeOps<tt::Dot1XConfiguration>},
 };
 
-const ComplexType::ClassInfo infoSetDot1XConfiguration = {"tds:SetDot1XConfiguration", membersSetDot1XConfiguration, 1, &bindSetDot1XConfiguration};
+const ComplexType::ClassInfo infoSetDot1XConfiguration = {
+    "tds:SetDot1XConfiguration", membersSetDot1XConfiguration, 1, &bindSetDot1XConfiguration};
 
 } // namespace
 

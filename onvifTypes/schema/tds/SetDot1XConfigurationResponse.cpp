@@ -13,7 +13,8 @@ void bindSetDot1XConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetDot1XConfigurationResponse = {"tds:SetDot1XConfigurationResponse", nullptr, 0, &bindSetDot1XConfigurationResponse};
+const ComplexType::ClassInfo infoSetDot1XConfigurationResponse = {
+    "tds:SetDot1XConfigurationResponse", nullptr, 0, &bindSetDot1XConfigurationResponse};
 
 } // namespace
 

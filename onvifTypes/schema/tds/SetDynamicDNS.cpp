@@ -23,7 +23,8 @@ const ComplexType::Member membersSetDynamicDNS[] = {
     {"tds:TTL", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetDynamicDNS = {"tds:SetDynamicDNS", membersSetDynamicDNS, 3, &bindSetDynamicDNS};
+const ComplexType::ClassInfo infoSetDynamicDNS = {
+    "tds:SetDynamicDNS", membersSetDynamicDNS, 3, &bindSetDynamicDNS};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetDynamicDNSResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetDynamicDNSResponse = {"tds:SetDynamicDNSResponse", nullptr, 0, &bindSetDynamicDNSResponse};
+const ComplexType::ClassInfo infoSetDynamicDNSResponse = {
+    "tds:SetDynamicDNSResponse", nullptr, 0, &bindSetDynamicDNSResponse};
 
 } // namespace
 

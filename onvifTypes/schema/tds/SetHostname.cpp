@@ -18,7 +18,8 @@ const ComplexType::Member membersSetHostname[] = {
     {"tds:Name", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetHostname = {"tds:SetHostname", membersSetHostname, 1, &bindSetHostname};
+const ComplexType::ClassInfo infoSetHostname = {
+    "tds:SetHostname", membersSetHostname, 1, &bindSetHostname};
 
 } // namespace
 

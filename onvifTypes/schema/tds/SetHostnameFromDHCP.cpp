@@ -18,7 +18,8 @@ const ComplexType::Member membersSetHostnameFromDHCP[] = {
     {"tds:FromDHCP", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetHostnameFromDHCP = {"tds:SetHostnameFromDHCP", membersSetHostnameFromDHCP, 1, &bindSetHostnameFromDHCP};
+const ComplexType::ClassInfo infoSetHostnameFromDHCP = {
+    "tds:SetHostnameFromDHCP", membersSetHostnameFromDHCP, 1, &bindSetHostnameFromDHCP};
 
 } // namespace
 

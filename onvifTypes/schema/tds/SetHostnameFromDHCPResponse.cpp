@@ -18,7 +18,8 @@ const ComplexType::Member membersSetHostnameFromDHCPResponse[] = {
     {"tds:RebootNeeded", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetHostnameFromDHCPResponse = {"tds:SetHostnameFromDHCPResponse", membersSetHostnameFromDHCPResponse, 1, &bindSetHostnameFromDHCPResponse};
+const ComplexType::ClassInfo infoSetHostnameFromDHCPResponse = {
+    "tds:SetHostnameFromDHCPResponse", membersSetHostnameFromDHCPResponse, 1, &bindSetHostnameFromDHCPResponse};
 
 } // namespace
 

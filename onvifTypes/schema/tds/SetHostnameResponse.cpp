@@ -13,7 +13,8 @@ void bindSetHostnameResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetHostnameResponse = {"tds:SetHostnameResponse", nullptr, 0, &bindSetHostnameResponse};
+const ComplexType::ClassInfo infoSetHostnameResponse = {
+    "tds:SetHostnameResponse", nullptr, 0, &bindSetHostnameResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersSetIPAddressFilter[] = {
     {"tds:IPAddressFilter", ComplexType::Required, &ComplexType::typeOps<tt::IPAddressFilter>},
 };
 
-const ComplexType::ClassInfo infoSetIPAddressFilter = {"tds:SetIPAddressFilter", membersSetIPAddressFilter, 1, &bindSetIPAddressFilter};
+const ComplexType::ClassInfo infoSetIPAddressFilter = {
+    "tds:SetIPAddressFilter", membersSetIPAddressFilter, 1, &bindSetIPAddressFilter};
 
 } // namespace
 

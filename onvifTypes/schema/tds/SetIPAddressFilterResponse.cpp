@@ -13,7 +13,8 @@ void bindSetIPAddressFilterResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetIPAddressFilterResponse = {"tds:SetIPAddressFilterResponse", nullptr, 0, &bindSetIPAddressFilterResponse};
+const ComplexType::ClassInfo infoSetIPAddressFilterResponse = {
+    "tds:SetIPAddressFilterResponse", nullptr, 0, &bindSetIPAddressFilterResponse};
 
 } // namespace
 

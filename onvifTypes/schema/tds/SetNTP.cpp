@@ -21,7 +21,8 @@ const ComplexType::Member membersSetNTP[] = {
     {"tds:NTPManual", ComplexType::OptionalList, &ComplexType::listOps<tt::NetworkHost>},
 };
 
-const ComplexType::ClassInfo infoSetNTP = {"tds:SetNTP", membersSetNTP, 2, &bindSetNTP};
+const ComplexType::ClassInfo infoSetNTP = {
+    "tds:SetNTP", membersSetNTP, 2, &bindSetNTP};
 
 } // namespace
 

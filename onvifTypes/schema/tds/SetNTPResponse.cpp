@@ -13,7 +13,8 @@ void bindSetNTPResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetNTPResponse = {"tds:SetNTPResponse", nullptr, 0, &bindSetNTPResponse};
+const ComplexType::ClassInfo infoSetNTPResponse = {
+    "tds:SetNTPResponse", nullptr, 0, &bindSetNTPResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersSetNetworkDefaultGateway[] = {
     {"tds:IPv6Address", ComplexType::OptionalList, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetNetworkDefaultGateway = {"tds:SetNetworkDefaultGateway", membersSetNetworkDefaultGateway, 2, &bindSetNetworkDefaultGateway};
+const ComplexType::ClassInfo infoSetNetworkDefaultGateway = {
+    "tds:SetNetworkDefaultGateway", membersSetNetworkDefaultGateway, 2, &bindSetNetworkDefaultGateway};
 
 } // namespace
 

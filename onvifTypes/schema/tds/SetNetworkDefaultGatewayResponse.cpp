@@ -13,7 +13,8 @@ void bindSetNetworkDefaultGatewayResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetNetworkDefaultGatewayResponse = {"tds:SetNetworkDefaultGatewayResponse", nullptr, 0, &bindSetNetworkDefaultGatewayResponse};
+const ComplexType::ClassInfo infoSetNetworkDefaultGatewayResponse = {
+    "tds:SetNetworkDefaultGatewayResponse", nullptr, 0, &bindSetNetworkDefaultGatewayResponse};
 
 } // namespace
 

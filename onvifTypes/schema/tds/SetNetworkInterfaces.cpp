@@ -21,7 +21,8 @@ const ComplexType::Member membersSetNetworkInterfaces[] = {
     {"tds:NetworkInterface", ComplexType::Required, &ComplexType::typeOps<tt::NetworkInterfaceSetConfiguration>},
 };
 
-const ComplexType::ClassInfo infoSetNetworkInterfaces = {"tds:SetNetworkInterfaces", membersSetNetworkInterfaces, 2, &bindSetNetworkInterfaces};
+const ComplexType::ClassInfo infoSetNetworkInterfaces = {
+    "tds:SetNetworkInterfaces", membersSetNetworkInterfaces, 2, &bindSetNetworkInterfaces};
 
 } // namespace
 

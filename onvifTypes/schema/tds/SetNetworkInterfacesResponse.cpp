@@ -18,7 +18,8 @@ const ComplexType::Member membersSetNetworkInterfacesResponse[] = {
     {"tds:RebootNeeded", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetNetworkInterfacesResponse = {"tds:SetNetworkInterfacesResponse", membersSetNetworkInterfacesResponse, 1, &bindSetNetworkInterfacesResponse};
+const ComplexType::ClassInfo infoSetNetworkInterfacesResponse = {
+    "tds:SetNetworkInterfacesResponse", membersSetNetworkInterfacesResponse, 1, &bindSetNetworkInterfacesResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersSetNetworkProtocols[] = {
     {"tds:NetworkProtocols", ComplexType::List, &ComplexType::listOps<tt::NetworkProtocol>},
 };
 
-const ComplexType::ClassInfo infoSetNetworkProtocols = {"tds:SetNetworkProtocols", membersSetNetworkProtocols, 1, &bindSetNetworkProtocols};
+const ComplexType::ClassInfo infoSetNetworkProtocols = {
+    "tds:SetNetworkProtocols", membersSetNetworkProtocols, 1, &bindSetNetworkProtocols};
 
 } // namespace
 

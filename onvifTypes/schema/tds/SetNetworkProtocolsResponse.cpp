@@ -13,7 +13,8 @@ void bindSetNetworkProtocolsResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetNetworkProtocolsResponse = {"tds:SetNetworkProtocolsResponse", nullptr, 0, &bindSetNetworkProtocolsResponse};
+const ComplexType::ClassInfo infoSetNetworkProtocolsResponse = {
+    "tds:SetNetworkProtocolsResponse", nullptr, 0, &bindSetNetworkProtocolsResponse};
 
 } // namespace
 

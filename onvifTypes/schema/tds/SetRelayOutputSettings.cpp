@@ -21,7 +21,8 @@ const ComplexType::Member membersSetRelayOutputSettings[] = {
     {"tds:Properties", ComplexType::Required, &ComplexType::typeOps<tt::RelayOutputSettings>},
 };
 
-const ComplexType::ClassInfo infoSetRelayOutputSettings = {"tds:SetRelayOutputSettings", membersSetRelayOutputSettings, 2, &bindSetRelayOutputSettings};
+const ComplexType::ClassInfo infoSetRelayOutputSettings = {
+    "tds:SetRelayOutputSettings", membersSetRelayOutputSettings, 2, &bindSetRelayOutputSettings};
 
 } // namespace
 

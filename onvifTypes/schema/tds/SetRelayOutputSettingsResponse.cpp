@@ -13,7 +13,8 @@ void bindSetRelayOutputSettingsResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetRelayOutputSettingsResponse = {"tds:SetRelayOutputSettingsResponse", nullptr, 0, &bindSetRelayOutputSettingsResponse};
+const ComplexType::ClassInfo infoSetRelayOutputSettingsResponse = {
+    "tds:SetRelayOutputSettingsResponse", nullptr, 0, &bindSetRelayOutputSettingsResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSetRelayOutputState[] = {
     {"tds:LogicalState", ComplexType::Required, &ComplexType::typeOps<tt::RelayLogicalState>},
 };
 
-const ComplexType::ClassInfo infoSetRelayOutputState = {"tds:SetRelayOutputState", membersSetRelayOutputState, 2, &bindSetRelayOutputState};
+const ComplexType::ClassInfo infoSetRelayOutputState = {
+    "tds:SetRelayOutputState", membersSetRelayOutputState, 2, &bindSetRelayOutputState};
 
 } // namespace
 

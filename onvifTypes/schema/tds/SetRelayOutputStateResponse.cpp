@@ -13,7 +13,8 @@ void bindSetRelayOutputStateResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetRelayOutputStateResponse = {"tds:SetRelayOutputStateResponse", nullptr, 0, &bindSetRelayOutputStateResponse};
+const ComplexType::ClassInfo infoSetRelayOutputStateResponse = {
+    "tds:SetRelayOutputStateResponse", nullptr, 0, &bindSetRelayOutputStateResponse};
 
 } // namespace
 

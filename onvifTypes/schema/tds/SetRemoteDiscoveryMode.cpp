@@ -19,7 +19,8 @@ const ComplexType::Member membersSetRemoteDiscoveryMode[] = {
     {"tds:RemoteDiscoveryMode", ComplexType::Required, &ComplexType::typeOps<tt::DiscoveryMode>},
 };
 
-const ComplexType::ClassInfo infoSetRemoteDiscoveryMode = {"tds:SetRemoteDiscoveryMode", membersSetRemoteDiscoveryMode, 1, &bindSetRemoteDiscoveryMode};
+const ComplexType::ClassInfo infoSetRemoteDiscoveryMode = {
+    "tds:SetRemoteDiscoveryMode", membersSetRemoteDiscoveryMode, 1, &bindSetRemoteDiscoveryMode};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetRemoteDiscoveryModeResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetRemoteDiscoveryModeResponse = {"tds:SetRemoteDiscoveryModeResponse", nullptr, 0, &bindSetRemoteDiscoveryModeResponse};
+const ComplexType::ClassInfo infoSetRemoteDiscoveryModeResponse = {
+    "tds:SetRemoteDiscoveryModeResponse", nullptr, 0, &bindSetRemoteDiscoveryModeResponse};
 
 } // namespace
 

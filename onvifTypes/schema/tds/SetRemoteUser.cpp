@@ -19,7 +19,8 @@ const ComplexType::Member membersSetRemoteUser[] = {
     {"tds:RemoteUser", ComplexType::Optional, &ComplexType::typeOps<tt::RemoteUser>},
 };
 
-const ComplexType::ClassInfo infoSetRemoteUser = {"tds:SetRemoteUser", membersSetRemoteUser, 1, &bindSetRemoteUser};
+const ComplexType::ClassInfo infoSetRemoteUser = {
+    "tds:SetRemoteUser", membersSetRemoteUser, 1, &bindSetRemoteUser};
 
 } // namespace
 

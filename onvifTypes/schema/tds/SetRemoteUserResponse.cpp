@@ -13,7 +13,8 @@ void bindSetRemoteUserResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetRemoteUserResponse = {"tds:SetRemoteUserResponse", nullptr, 0, &bindSetRemoteUserResponse};
+const ComplexType::ClassInfo infoSetRemoteUserResponse = {
+    "tds:SetRemoteUserResponse", nullptr, 0, &bindSetRemoteUserResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersSetScopes[] = {
     {"tds:Scopes", ComplexType::List, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetScopes = {"tds:SetScopes", membersSetScopes, 1, &bindSetScopes};
+const ComplexType::ClassInfo infoSetScopes = {
+    "tds:SetScopes", membersSetScopes, 1, &bindSetScopes};
 
 } // namespace
 

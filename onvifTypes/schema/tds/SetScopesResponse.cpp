@@ -13,7 +13,8 @@ void bindSetScopesResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetScopesResponse = {"tds:SetScopesResponse", nullptr, 0, &bindSetScopesResponse};
+const ComplexType::ClassInfo infoSetScopesResponse = {
+    "tds:SetScopesResponse", nullptr, 0, &bindSetScopesResponse};
 
 } // namespace
 

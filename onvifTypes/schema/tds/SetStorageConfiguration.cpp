@@ -19,7 +19,8 @@ const ComplexType::Member membersSetStorageConfiguration[] = {
     {"tds:StorageConfiguration", ComplexType::Required, &ComplexType::typeOps<tds::StorageConfiguration>},
 };
 
-const ComplexType::ClassInfo infoSetStorageConfiguration = {"tds:SetStorageConfiguration", membersSetStorageConfiguration, 1, &bindSetStorageConfiguration};
+const ComplexType::ClassInfo infoSetStorageConfiguration = {
+    "tds:SetStorageConfiguration", membersSetStorageConfiguration, 1, &bindSetStorageConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetStorageConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetStorageConfigurationResponse = {"tds:SetStorageConfigurationResponse", nullptr, 0, &bindSetStorageConfigurationResponse};
+const ComplexType::ClassInfo infoSetStorageConfigurationResponse = {
+    "tds:SetStorageConfigurationResponse", nullptr, 0, &bindSetStorageConfigurationResponse};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersSetSystemDateAndTime[] = {
     {"tds:UTCDateTime", ComplexType::Optional, &ComplexType::typeOps<tt::DateTime>},
 };
 
-const ComplexType::ClassInfo infoSetSystemDateAndTime = {"tds:SetSystemDateAndTime", membersSetSystemDateAndTime, 4, &bindSetSystemDateAndTime};
+const ComplexType::ClassInfo infoSetSystemDateAndTime = {
+    "tds:SetSystemDateAndTime", membersSetSystemDateAndTime, 4, &bindSetSystemDateAndTime};
 
 } // namespace
 

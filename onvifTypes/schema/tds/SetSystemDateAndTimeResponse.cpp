@@ -13,7 +13,8 @@ void bindSetSystemDateAndTimeResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetSystemDateAndTimeResponse = {"tds:SetSystemDateAndTimeResponse", nullptr, 0, &bindSetSystemDateAndTimeResponse};
+const ComplexType::ClassInfo infoSetSystemDateAndTimeResponse = {
+    "tds:SetSystemDateAndTimeResponse", nullptr, 0, &bindSetSystemDateAndTimeResponse};
 
 } // namespace
 

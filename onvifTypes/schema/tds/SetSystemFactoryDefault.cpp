@@ -19,7 +19,8 @@ const ComplexType::Member membersSetSystemFactoryDefault[] = {
     {"tds:FactoryDefault", ComplexType::Required, &ComplexType::typeOps<tt::FactoryDefaultType>},
 };
 
-const ComplexType::ClassInfo infoSetSystemFactoryDefault = {"tds:SetSystemFactoryDefault", membersSetSystemFactoryDefault, 1, &bindSetSystemFactoryDefault};
+const ComplexType::ClassInfo infoSetSystemFactoryDefault = {
+    "tds:SetSystemFactoryDefault", membersSetSystemFactoryDefault, 1, &bindSetSystemFactoryDefault};
 
 } // namespace
 

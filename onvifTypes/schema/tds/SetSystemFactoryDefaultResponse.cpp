@@ -13,7 +13,8 @@ void bindSetSystemFactoryDefaultResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetSystemFactoryDefaultResponse = {"tds:SetSystemFactoryDefaultResponse", nullptr, 0, &bindSetSystemFactoryDefaultResponse};
+const ComplexType::ClassInfo infoSetSystemFactoryDefaultResponse = {
+    "tds:SetSystemFactoryDefaultResponse", nullptr, 0, &bindSetSystemFactoryDefaultResponse};
 
 } // namespace
 

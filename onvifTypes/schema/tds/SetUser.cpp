@@ -19,7 +19,8 @@ const ComplexType::Member membersSetUser[] = {
     {"tds:User", ComplexType::List, &ComplexType::listOps<tt::User>},
 };
 
-const ComplexType::ClassInfo infoSetUser = {"tds:SetUser", membersSetUser, 1, &bindSetUser};
+const ComplexType::ClassInfo infoSetUser = {
+    "tds:SetUser", membersSetUser, 1, &bindSetUser};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetUserResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetUserResponse = {"tds:SetUserResponse", nullptr, 0, &bindSetUserResponse};
+const ComplexType::ClassInfo infoSetUserResponse = {
+    "tds:SetUserResponse", nullptr, 0, &bindSetUserResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersSetZeroConfiguration[] = {
     {"tds:Enabled", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetZeroConfiguration = {"tds:SetZeroConfiguration", membersSetZeroConfiguration, 2, &bindSetZeroConfiguration};
+const ComplexType::ClassInfo infoSetZeroConfiguration = {
+    "tds:SetZeroConfiguration", membersSetZeroConfiguration, 2, &bindSetZeroConfiguration};
 
 } // namespace
 

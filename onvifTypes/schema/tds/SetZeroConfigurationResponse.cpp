@@ -13,7 +13,8 @@ void bindSetZeroConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetZeroConfigurationResponse = {"tds:SetZeroConfigurationResponse", nullptr, 0, &bindSetZeroConfigurationResponse};
+const ComplexType::ClassInfo infoSetZeroConfigurationResponse = {
+    "tds:SetZeroConfigurationResponse", nullptr, 0, &bindSetZeroConfigurationResponse};
 
 } // namespace
 

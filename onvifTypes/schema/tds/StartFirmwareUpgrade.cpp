@@ -13,7 +13,8 @@ void bindStartFirmwareUpgrade(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoStartFirmwareUpgrade = {"tds:StartFirmwareUpgrade", nullptr, 0, &bindStartFirmwareUpgrade};
+const ComplexType::ClassInfo infoStartFirmwareUpgrade = {
+    "tds:StartFirmwareUpgrade", nullptr, 0, &bindStartFirmwareUpgrade};
 
 } // namespace
 

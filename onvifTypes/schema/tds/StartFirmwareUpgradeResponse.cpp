@@ -22,7 +22,8 @@ const ComplexType::Member membersStartFirmwareUpgradeResponse[] = {
     {"tds:ExpectedDownTime", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoStartFirmwareUpgradeResponse = {"tds:StartFirmwareUpgradeResponse", membersStartFirmwareUpgradeResponse, 3, &bindStartFirmwareUpgradeResponse};
+const ComplexType::ClassInfo infoStartFirmwareUpgradeResponse = {
+    "tds:StartFirmwareUpgradeResponse", membersStartFirmwareUpgradeResponse, 3, &bindStartFirmwareUpgradeResponse};
 
 } // namespace
 

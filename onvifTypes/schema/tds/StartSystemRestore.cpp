@@ -13,7 +13,8 @@ void bindStartSystemRestore(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoStartSystemRestore = {"tds:StartSystemRestore", nullptr, 0, &bindStartSystemRestore};
+const ComplexType::ClassInfo infoStartSystemRestore = {
+    "tds:StartSystemRestore", nullptr, 0, &bindStartSystemRestore};
 
 } // namespace
 

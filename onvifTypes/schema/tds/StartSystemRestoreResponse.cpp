@@ -20,7 +20,8 @@ const ComplexType::Member membersStartSystemRestoreResponse[] = {
     {"tds:ExpectedDownTime", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoStartSystemRestoreResponse = {"tds:StartSystemRestoreResponse", membersStartSystemRestoreResponse, 2, &bindStartSystemRestoreResponse};
+const ComplexType::ClassInfo infoStartSystemRestoreResponse = {
+    "tds:StartSystemRestoreResponse", membersStartSystemRestoreResponse, 2, &bindStartSystemRestoreResponse};
 
 } // namespace
 

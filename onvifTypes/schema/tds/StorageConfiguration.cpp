@@ -20,7 +20,8 @@ const ComplexType::Member membersStorageConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoStorageConfiguration = {"tds:StorageConfiguration", membersStorageConfiguration, 2, &bindStorageConfiguration};
+const ComplexType::ClassInfo infoStorageConfiguration = {
+    "tds:StorageConfiguration", membersStorageConfiguration, 2, &bindStorageConfiguration};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersStorageConfigurationData[] = {
     {"type", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoStorageConfigurationData = {"tds:StorageConfigurationData", membersStorageConfigurationData, 5, &bindStorageConfigurationData};
+const ComplexType::ClassInfo infoStorageConfigurationData = {
+    "tds:StorageConfigurationData", membersStorageConfigurationData, 5, &bindStorageConfigurationData};
 
 } // namespace
 

@@ -40,7 +40,8 @@ const ComplexType::Member membersSystemCapabilities[] = {
     {"MaxStorageConfigurations", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoSystemCapabilities = {"tds:SystemCapabilities", membersSystemCapabilities, 12, &bindSystemCapabilities};
+const ComplexType::ClassInfo infoSystemCapabilities = {
+    "tds:SystemCapabilities", membersSystemCapabilities, 12, &bindSystemCapabilities};
 
 } // namespace
 

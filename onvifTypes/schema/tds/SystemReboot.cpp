@@ -13,7 +13,8 @@ void bindSystemReboot(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSystemReboot = {"tds:SystemReboot", nullptr, 0, &bindSystemReboot};
+const ComplexType::ClassInfo infoSystemReboot = {
+    "tds:SystemReboot", nullptr, 0, &bindSystemReboot};
 
 } // namespace
 

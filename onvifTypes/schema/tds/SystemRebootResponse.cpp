@@ -18,7 +18,8 @@ const ComplexType::Member membersSystemRebootResponse[] = {
     {"tds:Message", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSystemRebootResponse = {"tds:SystemRebootResponse", membersSystemRebootResponse, 1, &bindSystemRebootResponse};
+const ComplexType::ClassInfo infoSystemRebootResponse = {
+    "tds:SystemRebootResponse", membersSystemRebootResponse, 1, &bindSystemRebootResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersUpgradeSystemFirmware[] = {
     {"tds:Firmware", ComplexType::Required, &ComplexType::typeOps<tt::AttachmentData>},
 };
 
-const ComplexType::ClassInfo infoUpgradeSystemFirmware = {"tds:UpgradeSystemFirmware", membersUpgradeSystemFirmware, 1, &bindUpgradeSystemFirmware};
+const ComplexType::ClassInfo infoUpgradeSystemFirmware = {
+    "tds:UpgradeSystemFirmware", membersUpgradeSystemFirmware, 1, &bindUpgradeSystemFirmware};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersUpgradeSystemFirmwareResponse[] = {
     {"tds:Message", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoUpgradeSystemFirmwareResponse = {"tds:UpgradeSystemFirmwareResponse", membersUpgradeSystemFirmwareResponse, 1, &bindUpgradeSystemFirmwareResponse};
+const ComplexType::ClassInfo infoUpgradeSystemFirmwareResponse = {
+    "tds:UpgradeSystemFirmwareResponse", membersUpgradeSystemFirmwareResponse, 1, &bindUpgradeSystemFirmwareResponse};
 
 } // namespace
 

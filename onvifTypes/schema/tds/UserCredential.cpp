@@ -22,7 +22,8 @@ const ComplexType::Member membersUserCredential[] = {
     {"tds:Extension", ComplexType::Optional, &ComplexType::typeOps<RawXml>},
 };
 
-const ComplexType::ClassInfo infoUserCredential = {"tds:UserCredential", membersUserCredential, 3, &bindUserCredential};
+const ComplexType::ClassInfo infoUserCredential = {
+    "tds:UserCredential", membersUserCredential, 3, &bindUserCredential};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersAbsoluteMove[] = {
     {"tptz:Speed", ComplexType::Optional, &ComplexType::typeOps<tt::PTZSpeed>},
 };
 
-const ComplexType::ClassInfo infoAbsoluteMove = {"tptz:AbsoluteMove", membersAbsoluteMove, 3, &bindAbsoluteMove};
+const ComplexType::ClassInfo infoAbsoluteMove = {
+    "tptz:AbsoluteMove", membersAbsoluteMove, 3, &bindAbsoluteMove};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAbsoluteMoveResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAbsoluteMoveResponse = {"tptz:AbsoluteMoveResponse", nullptr, 0, &bindAbsoluteMoveResponse};
+const ComplexType::ClassInfo infoAbsoluteMoveResponse = {
+    "tptz:AbsoluteMoveResponse", nullptr, 0, &bindAbsoluteMoveResponse};
 
 } // namespace
 

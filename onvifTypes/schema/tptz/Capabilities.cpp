@@ -26,7 +26,8 @@ const ComplexType::Member membersCapabilities[] = {
     {"StatusPosition", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoCapabilities = {"tptz:Capabilities", membersCapabilities, 5, &bindCapabilities};
+const ComplexType::ClassInfo infoCapabilities = {
+    "tptz:Capabilities", membersCapabilities, 5, &bindCapabilities};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersContinuousMove[] = {
     {"tptz:Timeout", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoContinuousMove = {"tptz:ContinuousMove", membersContinuousMove, 3, &bindContinuousMove};
+const ComplexType::ClassInfo infoContinuousMove = {
+    "tptz:ContinuousMove", membersContinuousMove, 3, &bindContinuousMove};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindContinuousMoveResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoContinuousMoveResponse = {"tptz:ContinuousMoveResponse", nullptr, 0, &bindContinuousMoveResponse};
+const ComplexType::ClassInfo infoContinuousMoveResponse = {
+    "tptz:ContinuousMoveResponse", nullptr, 0, &bindContinuousMoveResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersCreatePresetTour[] = {
     {"tptz:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoCreatePresetTour = {"tptz:CreatePresetTour", membersCreatePresetTour, 1, &bindCreatePresetTour};
+const ComplexType::ClassInfo infoCreatePresetTour = {
+    "tptz:CreatePresetTour", membersCreatePresetTour, 1, &bindCreatePresetTour};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersCreatePresetTourResponse[] = {
     {"tptz:PresetTourToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoCreatePresetTourResponse = {"tptz:CreatePresetTourResponse", membersCreatePresetTourResponse, 1, &bindCreatePresetTourResponse};
+const ComplexType::ClassInfo infoCreatePresetTourResponse = {
+    "tptz:CreatePresetTourResponse", membersCreatePresetTourResponse, 1, &bindCreatePresetTourResponse};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersGeoMove[] = {
     {"tptz:AreaWidth", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoGeoMove = {"tptz:GeoMove", membersGeoMove, 5, &bindGeoMove};
+const ComplexType::ClassInfo infoGeoMove = {
+    "tptz:GeoMove", membersGeoMove, 5, &bindGeoMove};
 
 } // namespace
 

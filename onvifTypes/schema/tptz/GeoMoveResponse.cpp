@@ -13,7 +13,8 @@ void bindGeoMoveResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGeoMoveResponse = {"tptz:GeoMoveResponse", nullptr, 0, &bindGeoMoveResponse};
+const ComplexType::ClassInfo infoGeoMoveResponse = {
+    "tptz:GeoMoveResponse", nullptr, 0, &bindGeoMoveResponse};
 
 } // namespace
 

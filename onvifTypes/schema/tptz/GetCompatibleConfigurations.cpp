@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleConfigurations[] = {
     {"tptz:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleConfigurations = {"tptz:GetCompatibleConfigurations", membersGetCompatibleConfigurations, 1, &bindGetCompatibleConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleConfigurations = {
+    "tptz:GetCompatibleConfigurations", membersGetCompatibleConfigurations, 1, &bindGetCompatibleConfigurations};
 
 } // namespace
 

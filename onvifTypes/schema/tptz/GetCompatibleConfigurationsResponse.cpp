@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleConfigurationsResponse[] = {
     {"tptz:PTZConfiguration", ComplexType::OptionalList, &ComplexType::listOps<tt::PTZConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleConfigurationsResponse = {"tptz:GetCompatibleConfigurationsResponse", membersGetCompatibleConfigurationsResponse, 1, &bindGetCompatibleConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleConfigurationsResponse = {
+    "tptz:GetCompatibleConfigurationsResponse", membersGetCompatibleConfigurationsResponse, 1, &bindGetCompatibleConfigurationsResponse};
 
 } // namespace
 

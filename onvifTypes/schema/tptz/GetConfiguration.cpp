@@ -18,7 +18,8 @@ const ComplexType::Member membersGetConfiguration[] = {
     {"tptz:PTZConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetConfiguration = {"tptz:GetConfiguration", membersGetConfiguration, 1, &bindGetConfiguration};
+const ComplexType::ClassInfo infoGetConfiguration = {
+    "tptz:GetConfiguration", membersGetConfiguration, 1, &bindGetConfiguration};
 
 } // namespace
 

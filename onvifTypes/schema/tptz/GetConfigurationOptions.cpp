@@ -18,7 +18,8 @@ const ComplexType::Member membersGetConfigurationOptions[] = {
     {"tptz:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetConfigurationOptions = {"tptz:GetConfigurationOptions", membersGetConfigurationOptions, 1, &bindGetConfigurationOptions};
+const ComplexType::ClassInfo infoGetConfigurationOptions = {
+    "tptz:GetConfigurationOptions", membersGetConfigurationOptions, 1, &bindGetConfigurationOptions};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetConfigurationOptionsResponse[] = {
     {"tptz:PTZConfigurationOptions", ComplexType::Required, &ComplexType::typeOps<tt::PTZConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetConfigurationOptionsResponse = {"tptz:GetConfigurationOptionsResponse", membersGetConfigurationOptionsResponse, 1, &bindGetConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetConfigurationOptionsResponse = {
+    "tptz:GetConfigurationOptionsResponse", membersGetConfigurationOptionsResponse, 1, &bindGetConfigurationOptionsResponse};
 
 } // namespace
 

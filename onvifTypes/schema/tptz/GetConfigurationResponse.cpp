@@ -19,7 +19,8 @@ const ComplexType::Member membersGetConfigurationResponse[] = {
     {"tptz:PTZConfiguration", ComplexType::Required, &ComplexType::typeOps<tt::PTZConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetConfigurationResponse = {"tptz:GetConfigurationResponse", membersGetConfigurationResponse, 1, &bindGetConfigurationResponse};
+const ComplexType::ClassInfo infoGetConfigurationResponse = {
+    "tptz:GetConfigurationResponse", membersGetConfigurationResponse, 1, &bindGetConfigurationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetConfigurations = {"tptz:GetConfigurations", nullptr, 0, &bindGetConfigurations};
+const ComplexType::ClassInfo infoGetConfigurations = {
+    "tptz:GetConfigurations", nullptr, 0, &bindGetConfigurations};
 
 } // namespace
 

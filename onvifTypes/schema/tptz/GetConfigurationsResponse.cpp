@@ -19,7 +19,8 @@ const ComplexType::Member membersGetConfigurationsResponse[] = {
     {"tptz:PTZConfiguration", ComplexType::OptionalList, &ComplexType::listOps<tt::PTZConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetConfigurationsResponse = {"tptz:GetConfigurationsResponse", membersGetConfigurationsResponse, 1, &bindGetConfigurationsResponse};
+const ComplexType::ClassInfo infoGetConfigurationsResponse = {
+    "tptz:GetConfigurationsResponse", membersGetConfigurationsResponse, 1, &bindGetConfigurationsResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetNode[] = {
     {"tptz:NodeToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetNode = {"tptz:GetNode", membersGetNode, 1, &bindGetNode};
+const ComplexType::ClassInfo infoGetNode = {
+    "tptz:GetNode", membersGetNode, 1, &bindGetNode};
 
 } // namespace
 

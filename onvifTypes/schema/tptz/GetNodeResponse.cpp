@@ -19,7 +19,8 @@ const ComplexType::Member membersGetNodeResponse[] = {
     {"tptz:PTZNode", ComplexType::Required, &ComplexType::typeOps<tt::PTZNode>},
 };
 
-const ComplexType::ClassInfo infoGetNodeResponse = {"tptz:GetNodeResponse", membersGetNodeResponse, 1, &bindGetNodeResponse};
+const ComplexType::ClassInfo infoGetNodeResponse = {
+    "tptz:GetNodeResponse", membersGetNodeResponse, 1, &bindGetNodeResponse};
 
 } // namespace
 

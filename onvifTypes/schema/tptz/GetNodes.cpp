@@ -13,7 +13,8 @@ void bindGetNodes(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetNodes = {"tptz:GetNodes", nullptr, 0, &bindGetNodes};
+const ComplexType::ClassInfo infoGetNodes = {
+    "tptz:GetNodes", nullptr, 0, &bindGetNodes};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetNodesResponse[] = {
     {"tptz:PTZNode", ComplexType::OptionalList, &ComplexType::listOps<tt::PTZNode>},
 };
 
-const ComplexType::ClassInfo infoGetNodesResponse = {"tptz:GetNodesResponse", membersGetNodesResponse, 1, &bindGetNodesResponse};
+const ComplexType::ClassInfo infoGetNodesResponse = {
+    "tptz:GetNodesResponse", membersGetNodesResponse, 1, &bindGetNodesResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersGetPresetTour[] = {
     {"tptz:PresetTourToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetPresetTour = {"tptz:GetPresetTour", membersGetPresetTour, 2, &bindGetPresetTour};
+const ComplexType::ClassInfo infoGetPresetTour = {
+    "tptz:GetPresetTour", membersGetPresetTour, 2, &bindGetPresetTour};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersGetPresetTourOptions[] = {
     {"tptz:PresetTourToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetPresetTourOptions = {"tptz:GetPresetTourOptions", membersGetPresetTourOptions, 2, &bindGetPresetTourOptions};
+const ComplexType::ClassInfo infoGetPresetTourOptions = {
+    "tptz:GetPresetTourOptions", membersGetPresetTourOptions, 2, &bindGetPresetTourOptions};
 
 } // namespace
 

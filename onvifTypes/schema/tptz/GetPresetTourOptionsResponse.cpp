@@ -19,7 +19,8 @@ const ComplexType::Member membersGetPresetTourOptionsResponse[] = {
     {"tptz:Options", ComplexType::Required, &ComplexType::typeOps<tt::PTZPresetTourOptions>},
 };
 
-const ComplexType::ClassInfo infoGetPresetTourOptionsResponse = {"tptz:GetPresetTourOptionsResponse", membersGetPresetTourOptionsResponse, 1, &bindGetPresetTourOptionsResponse};
+const ComplexType::ClassInfo infoGetPresetTourOptionsResponse = {
+    "tptz:GetPresetTourOptionsResponse", membersGetPresetTourOptionsResponse, 1, &bindGetPresetTourOptionsResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetPresetTourResponse[] = {
     {"tptz:PresetTour", ComplexType::Required, &ComplexType::typeOps<tt::PresetTour>},
 };
 
-const ComplexType::ClassInfo infoGetPresetTourResponse = {"tptz:GetPresetTourResponse", membersGetPresetTourResponse, 1, &bindGetPresetTourResponse};
+const ComplexType::ClassInfo infoGetPresetTourResponse = {
+    "tptz:GetPresetTourResponse", membersGetPresetTourResponse, 1, &bindGetPresetTourResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetPresetTours[] = {
     {"tptz:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetPresetTours = {"tptz:GetPresetTours", membersGetPresetTours, 1, &bindGetPresetTours};
+const ComplexType::ClassInfo infoGetPresetTours = {
+    "tptz:GetPresetTours", membersGetPresetTours, 1, &bindGetPresetTours};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetPresetToursResponse[] = {
     {"tptz:PresetTour", ComplexType::OptionalList, &ComplexType::listOps<tt::PresetTour>},
 };
 
-const ComplexType::ClassInfo infoGetPresetToursResponse = {"tptz:GetPresetToursResponse", membersGetPresetToursResponse, 1, &bindGetPresetToursResponse};
+const ComplexType::ClassInfo infoGetPresetToursResponse = {
+    "tptz:GetPresetToursResponse", membersGetPresetToursResponse, 1, &bindGetPresetToursResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetPresets[] = {
     {"tptz:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetPresets = {"tptz:GetPresets", membersGetPresets, 1, &bindGetPresets};
+const ComplexType::ClassInfo infoGetPresets = {
+    "tptz:GetPresets", membersGetPresets, 1, &bindGetPresets};
 
 } // namespace
 

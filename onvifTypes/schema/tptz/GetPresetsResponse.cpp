@@ -19,7 +19,8 @@ const ComplexType::Member membersGetPresetsResponse[] = {
     {"tptz:Preset", ComplexType::OptionalList, &ComplexType::listOps<tt::PTZPreset>},
 };
 
-const ComplexType::ClassInfo infoGetPresetsResponse = {"tptz:GetPresetsResponse", membersGetPresetsResponse, 1, &bindGetPresetsResponse};
+const ComplexType::ClassInfo infoGetPresetsResponse = {
+    "tptz:GetPresetsResponse", membersGetPresetsResponse, 1, &bindGetPresetsResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetServiceCapabilities(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetServiceCapabilities = {"tptz:GetServiceCapabilities", nullptr, 0, &bindGetServiceCapabilities};
+const ComplexType::ClassInfo infoGetServiceCapabilities = {
+    "tptz:GetServiceCapabilities", nullptr, 0, &bindGetServiceCapabilities};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetServiceCapabilitiesResponse[] = {
     {"tptz:Capabilities", ComplexType::Required, &ComplexType::typeOps<tptz::Capabilities>},
 };
 
-const ComplexType::ClassInfo infoGetServiceCapabilitiesResponse = {"tptz:GetServiceCapabilitiesResponse", membersGetServiceCapabilitiesResponse, 1, &bindGetServiceCapabilitiesResponse};
+const ComplexType::ClassInfo infoGetServiceCapabilitiesResponse = {
+    "tptz:GetServiceCapabilitiesResponse", membersGetServiceCapabilitiesResponse, 1, &bindGetServiceCapabilitiesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetStatus[] = {
     {"tptz:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetStatus = {"tptz:GetStatus", membersGetStatus, 1, &bindGetStatus};
+const ComplexType::ClassInfo infoGetStatus = {
+    "tptz:GetStatus", membersGetStatus, 1, &bindGetStatus};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetStatusResponse[] = {
     {"tptz:PTZStatus", ComplexType::Required, &ComplexType::typeOps<tt::PTZStatus>},
 };
 
-const ComplexType::ClassInfo infoGetStatusResponse = {"tptz:GetStatusResponse", membersGetStatusResponse, 1, &bindGetStatusResponse};
+const ComplexType::ClassInfo infoGetStatusResponse = {
+    "tptz:GetStatusResponse", membersGetStatusResponse, 1, &bindGetStatusResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersGotoHomePosition[] = {
     {"tptz:Speed", ComplexType::Optional, &ComplexType::typeOps<tt::PTZSpeed>},
 };
 
-const ComplexType::ClassInfo infoGotoHomePosition = {"tptz:GotoHomePosition", membersGotoHomePosition, 2, &bindGotoHomePosition};
+const ComplexType::ClassInfo infoGotoHomePosition = {
+    "tptz:GotoHomePosition", membersGotoHomePosition, 2, &bindGotoHomePosition};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGotoHomePositionResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGotoHomePositionResponse = {"tptz:GotoHomePositionResponse", nullptr, 0, &bindGotoHomePositionResponse};
+const ComplexType::ClassInfo infoGotoHomePositionResponse = {
+    "tptz:GotoHomePositionResponse", nullptr, 0, &bindGotoHomePositionResponse};
 
 } // namespace
 

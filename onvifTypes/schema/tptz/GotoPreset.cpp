@@ -23,7 +23,8 @@ const ComplexType::Member membersGotoPreset[] = {
     {"tptz:Speed", ComplexType::Optional, &ComplexType::typeOps<tt::PTZSpeed>},
 };
 
-const ComplexType::ClassInfo infoGotoPreset = {"tptz:GotoPreset", membersGotoPreset, 3, &bindGotoPreset};
+const ComplexType::ClassInfo infoGotoPreset = {
+    "tptz:GotoPreset", membersGotoPreset, 3, &bindGotoPreset};
 
 } // namespace
 

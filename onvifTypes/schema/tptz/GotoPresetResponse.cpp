@@ -13,7 +13,8 @@ void bindGotoPresetResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGotoPresetResponse = {"tptz:GotoPresetResponse", nullptr, 0, &bindGotoPresetResponse};
+const ComplexType::ClassInfo infoGotoPresetResponse = {
+    "tptz:GotoPresetResponse", nullptr, 0, &bindGotoPresetResponse};
 
 } // namespace
 

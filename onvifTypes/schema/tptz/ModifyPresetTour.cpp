@@ -21,7 +21,8 @@ const ComplexType::Member membersModifyPresetTour[] = {
     {"tptz:PresetTour", ComplexType::Required, &ComplexType::typeOps<tt::PresetTour>},
 };
 
-const ComplexType::ClassInfo infoModifyPresetTour = {"tptz:ModifyPresetTour", membersModifyPresetTour, 2, &bindModifyPresetTour};
+const ComplexType::ClassInfo infoModifyPresetTour = {
+    "tptz:ModifyPresetTour", membersModifyPresetTour, 2, &bindModifyPresetTour};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindModifyPresetTourResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoModifyPresetTourResponse = {"tptz:ModifyPresetTourResponse", nullptr, 0, &bindModifyPresetTourResponse};
+const ComplexType::ClassInfo infoModifyPresetTourResponse = {
+    "tptz:ModifyPresetTourResponse", nullptr, 0, &bindModifyPresetTourResponse};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersOperatePresetTour[] = {
     {"tptz:Operation", ComplexType::Required, &ComplexType::typeOps<tt::PTZPresetTourOperation>},
 };
 
-const ComplexType::ClassInfo infoOperatePresetTour = {"tptz:OperatePresetTour", membersOperatePresetTour, 3, &bindOperatePresetTour};
+const ComplexType::ClassInfo infoOperatePresetTour = {
+    "tptz:OperatePresetTour", membersOperatePresetTour, 3, &bindOperatePresetTour};
 
 } // namespace
 

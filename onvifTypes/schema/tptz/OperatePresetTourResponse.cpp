@@ -13,7 +13,8 @@ void bindOperatePresetTourResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOperatePresetTourResponse = {"tptz:OperatePresetTourResponse", nullptr, 0, &bindOperatePresetTourResponse};
+const ComplexType::ClassInfo infoOperatePresetTourResponse = {
+    "tptz:OperatePresetTourResponse", nullptr, 0, &bindOperatePresetTourResponse};
 
 } // namespace
 

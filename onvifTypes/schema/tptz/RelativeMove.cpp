@@ -24,7 +24,8 @@ const ComplexType::Member membersRelativeMove[] = {
     {"tptz:Speed", ComplexType::Optional, &ComplexType::typeOps<tt::PTZSpeed>},
 };
 
-const ComplexType::ClassInfo infoRelativeMove = {"tptz:RelativeMove", membersRelativeMove, 3, &bindRelativeMove};
+const ComplexType::ClassInfo infoRelativeMove = {
+    "tptz:RelativeMove", membersRelativeMove, 3, &bindRelativeMove};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRelativeMoveResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRelativeMoveResponse = {"tptz:RelativeMoveResponse", nullptr, 0, &bindRelativeMoveResponse};
+const ComplexType::ClassInfo infoRelativeMoveResponse = {
+    "tptz:RelativeMoveResponse", nullptr, 0, &bindRelativeMoveResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersRemovePreset[] = {
     {"tptz:PresetToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemovePreset = {"tptz:RemovePreset", membersRemovePreset, 2, &bindRemovePreset};
+const ComplexType::ClassInfo infoRemovePreset = {
+    "tptz:RemovePreset", membersRemovePreset, 2, &bindRemovePreset};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemovePresetResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemovePresetResponse = {"tptz:RemovePresetResponse", nullptr, 0, &bindRemovePresetResponse};
+const ComplexType::ClassInfo infoRemovePresetResponse = {
+    "tptz:RemovePresetResponse", nullptr, 0, &bindRemovePresetResponse};
 
 } // namespace
 

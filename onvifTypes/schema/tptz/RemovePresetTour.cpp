@@ -20,7 +20,8 @@ const ComplexType::Member membersRemovePresetTour[] = {
     {"tptz:PresetTourToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemovePresetTour = {"tptz:RemovePresetTour", membersRemovePresetTour, 2, &bindRemovePresetTour};
+const ComplexType::ClassInfo infoRemovePresetTour = {
+    "tptz:RemovePresetTour", membersRemovePresetTour, 2, &bindRemovePresetTour};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemovePresetTourResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemovePresetTourResponse = {"tptz:RemovePresetTourResponse", nullptr, 0, &bindRemovePresetTourResponse};
+const ComplexType::ClassInfo infoRemovePresetTourResponse = {
+    "tptz:RemovePresetTourResponse", nullptr, 0, &bindRemovePresetTourResponse};
 
 } // namespace
 

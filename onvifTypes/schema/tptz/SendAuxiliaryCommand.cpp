@@ -20,7 +20,8 @@ const ComplexType::Member membersSendAuxiliaryCommand[] = {
     {"tptz:AuxiliaryData", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSendAuxiliaryCommand = {"tptz:SendAuxiliaryCommand", membersSendAuxiliaryCommand, 2, &bindSendAuxiliaryCommand};
+const ComplexType::ClassInfo infoSendAuxiliaryCommand = {
+    "tptz:SendAuxiliaryCommand", membersSendAuxiliaryCommand, 2, &bindSendAuxiliaryCommand};
 
 } // namespace
 

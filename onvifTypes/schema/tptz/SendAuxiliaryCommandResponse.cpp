@@ -18,7 +18,8 @@ const ComplexType::Member membersSendAuxiliaryCommandResponse[] = {
     {"tptz:AuxiliaryResponse", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSendAuxiliaryCommandResponse = {"tptz:SendAuxiliaryCommandResponse", membersSendAuxiliaryCommandResponse, 1, &bindSendAuxiliaryCommandResponse};
+const ComplexType::ClassInfo infoSendAuxiliaryCommandResponse = {
+    "tptz:SendAuxiliaryCommandResponse", membersSendAuxiliaryCommandResponse, 1, &bindSendAuxiliaryCommandResponse};
 
 } // namespace
 

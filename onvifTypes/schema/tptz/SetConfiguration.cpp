@@ -21,7 +21,8 @@ const ComplexType::Member membersSetConfiguration[] = {
     {"tptz:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetConfiguration = {"tptz:SetConfiguration", membersSetConfiguration, 2, &bindSetConfiguration};
+const ComplexType::ClassInfo infoSetConfiguration = {
+    "tptz:SetConfiguration", membersSetConfiguration, 2, &bindSetConfiguration};
 
 } // namespace
 

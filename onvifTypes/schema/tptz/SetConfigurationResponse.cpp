@@ -13,7 +13,8 @@ void bindSetConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetConfigurationResponse = {"tptz:SetConfigurationResponse", nullptr, 0, &bindSetConfigurationResponse};
+const ComplexType::ClassInfo infoSetConfigurationResponse = {
+    "tptz:SetConfigurationResponse", nullptr, 0, &bindSetConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersSetHomePosition[] = {
     {"tptz:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetHomePosition = {"tptz:SetHomePosition", membersSetHomePosition, 1, &bindSetHomePosition};
+const ComplexType::ClassInfo infoSetHomePosition = {
+    "tptz:SetHomePosition", membersSetHomePosition, 1, &bindSetHomePosition};
 
 } // namespace
 

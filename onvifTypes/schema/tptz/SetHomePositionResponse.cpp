@@ -13,7 +13,8 @@ void bindSetHomePositionResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetHomePositionResponse = {"tptz:SetHomePositionResponse", nullptr, 0, &bindSetHomePositionResponse};
+const ComplexType::ClassInfo infoSetHomePositionResponse = {
+    "tptz:SetHomePositionResponse", nullptr, 0, &bindSetHomePositionResponse};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersSetPreset[] = {
     {"tptz:PresetToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetPreset = {"tptz:SetPreset", membersSetPreset, 3, &bindSetPreset};
+const ComplexType::ClassInfo infoSetPreset = {
+    "tptz:SetPreset", membersSetPreset, 3, &bindSetPreset};
 
 } // namespace
 

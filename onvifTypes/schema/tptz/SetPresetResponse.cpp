@@ -18,7 +18,8 @@ const ComplexType::Member membersSetPresetResponse[] = {
     {"tptz:PresetToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetPresetResponse = {"tptz:SetPresetResponse", membersSetPresetResponse, 1, &bindSetPresetResponse};
+const ComplexType::ClassInfo infoSetPresetResponse = {
+    "tptz:SetPresetResponse", membersSetPresetResponse, 1, &bindSetPresetResponse};
 
 } // namespace
 

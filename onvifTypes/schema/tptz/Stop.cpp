@@ -22,7 +22,8 @@ const ComplexType::Member membersStop[] = {
     {"tptz:Zoom", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoStop = {"tptz:Stop", membersStop, 3, &bindStop};
+const ComplexType::ClassInfo infoStop = {
+    "tptz:Stop", membersStop, 3, &bindStop};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindStopResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoStopResponse = {"tptz:StopResponse", nullptr, 0, &bindStopResponse};
+const ComplexType::ClassInfo infoStopResponse = {
+    "tptz:StopResponse", nullptr, 0, &bindStopResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAddAudioDecoderConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddAudioDecoderConfiguration = {"trt:AddAudioDecoderConfiguration", membersAddAudioDecoderConfiguration, 2, &bindAddAudioDecoderConfiguration};
+const ComplexType::ClassInfo infoAddAudioDecoderConfiguration = {
+    "trt:AddAudioDecoderConfiguration", membersAddAudioDecoderConfiguration, 2, &bindAddAudioDecoderConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAddAudioDecoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddAudioDecoderConfigurationResponse = {"trt:AddAudioDecoderConfigurationResponse", nullptr, 0, &bindAddAudioDecoderConfigurationResponse};
+const ComplexType::ClassInfo infoAddAudioDecoderConfigurationResponse = {
+    "trt:AddAudioDecoderConfigurationResponse", nullptr, 0, &bindAddAudioDecoderConfigurationResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAddAudioEncoderConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddAudioEncoderConfiguration = {"trt:AddAudioEncoderConfiguration", membersAddAudioEncoderConfiguration, 2, &bindAddAudioEncoderConfiguration};
+const ComplexType::ClassInfo infoAddAudioEncoderConfiguration = {
+    "trt:AddAudioEncoderConfiguration", membersAddAudioEncoderConfiguration, 2, &bindAddAudioEncoderConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAddAudioEncoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddAudioEncoderConfigurationResponse = {"trt:AddAudioEncoderConfigurationResponse", nullptr, 0, &bindAddAudioEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoAddAudioEncoderConfigurationResponse = {
+    "trt:AddAudioEncoderConfigurationResponse", nullptr, 0, &bindAddAudioEncoderConfigurationResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAddAudioOutputConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddAudioOutputConfiguration = {"trt:AddAudioOutputConfiguration", membersAddAudioOutputConfiguration, 2, &bindAddAudioOutputConfiguration};
+const ComplexType::ClassInfo infoAddAudioOutputConfiguration = {
+    "trt:AddAudioOutputConfiguration", membersAddAudioOutputConfiguration, 2, &bindAddAudioOutputConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAddAudioOutputConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddAudioOutputConfigurationResponse = {"trt:AddAudioOutputConfigurationResponse", nullptr, 0, &bindAddAudioOutputConfigurationResponse};
+const ComplexType::ClassInfo infoAddAudioOutputConfigurationResponse = {
+    "trt:AddAudioOutputConfigurationResponse", nullptr, 0, &bindAddAudioOutputConfigurationResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAddAudioSourceConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddAudioSourceConfiguration = {"trt:AddAudioSourceConfiguration", membersAddAudioSourceConfiguration, 2, &bindAddAudioSourceConfiguration};
+const ComplexType::ClassInfo infoAddAudioSourceConfiguration = {
+    "trt:AddAudioSourceConfiguration", membersAddAudioSourceConfiguration, 2, &bindAddAudioSourceConfiguration};
 
 } // namespace
 

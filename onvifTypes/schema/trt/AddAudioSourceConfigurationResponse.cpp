@@ -13,7 +13,8 @@ void bindAddAudioSourceConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddAudioSourceConfigurationResponse = {"trt:AddAudioSourceConfigurationResponse", nullptr, 0, &bindAddAudioSourceConfigurationResponse};
+const ComplexType::ClassInfo infoAddAudioSourceConfigurationResponse = {
+    "trt:AddAudioSourceConfigurationResponse", nullptr, 0, &bindAddAudioSourceConfigurationResponse};
 
 } // namespace
 

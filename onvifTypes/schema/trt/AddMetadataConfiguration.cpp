@@ -20,7 +20,8 @@ const ComplexType::Member membersAddMetadataConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddMetadataConfiguration = {"trt:AddMetadataConfiguration", membersAddMetadataConfiguration, 2, &bindAddMetadataConfiguration};
+const ComplexType::ClassInfo infoAddMetadataConfiguration = {
+    "trt:AddMetadataConfiguration", membersAddMetadataConfiguration, 2, &bindAddMetadataConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAddMetadataConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddMetadataConfigurationResponse = {"trt:AddMetadataConfigurationResponse", nullptr, 0, &bindAddMetadataConfigurationResponse};
+const ComplexType::ClassInfo infoAddMetadataConfigurationResponse = {
+    "trt:AddMetadataConfigurationResponse", nullptr, 0, &bindAddMetadataConfigurationResponse};
 
 } // namespace
 

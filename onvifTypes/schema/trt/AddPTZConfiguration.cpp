@@ -20,7 +20,8 @@ const ComplexType::Member membersAddPTZConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddPTZConfiguration = {"trt:AddPTZConfiguration", membersAddPTZConfiguration, 2, &bindAddPTZConfiguration};
+const ComplexType::ClassInfo infoAddPTZConfiguration = {
+    "trt:AddPTZConfiguration", membersAddPTZConfiguration, 2, &bindAddPTZConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAddPTZConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddPTZConfigurationResponse = {"trt:AddPTZConfigurationResponse", nullptr, 0, &bindAddPTZConfigurationResponse};
+const ComplexType::ClassInfo infoAddPTZConfigurationResponse = {
+    "trt:AddPTZConfigurationResponse", nullptr, 0, &bindAddPTZConfigurationResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAddVideoAnalyticsConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddVideoAnalyticsConfiguration = {"trt:AddVideoAnalyticsConfiguration", membersAddVideoAnalyticsConfiguration, 2, &bindAddVideoAnalyticsConfiguration};
+const ComplexType::ClassInfo infoAddVideoAnalyticsConfiguration = {
+    "trt:AddVideoAnalyticsConfiguration", membersAddVideoAnalyticsConfiguration, 2, &bindAddVideoAnalyticsConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAddVideoAnalyticsConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddVideoAnalyticsConfigurationResponse = {"trt:AddVideoAnalyticsConfigurationResponse", nullptr, 0, &bindAddVideoAnalyticsConfigurationResponse};
+const ComplexType::ClassInfo infoAddVideoAnalyticsConfigurationResponse = {
+    "trt:AddVideoAnalyticsConfigurationResponse", nullptr, 0, &bindAddVideoAnalyticsConfigurationResponse};
 
 } // namespace
 

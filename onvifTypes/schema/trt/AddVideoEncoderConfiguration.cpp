@@ -20,7 +20,8 @@ const ComplexType::Member membersAddVideoEncoderConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddVideoEncoderConfiguration = {"trt:AddVideoEncoderConfiguration", membersAddVideoEncoderConfiguration, 2, &bindAddVideoEncoderConfiguration};
+const ComplexType::ClassInfo infoAddVideoEncoderConfiguration = {
+    "trt:AddVideoEncoderConfiguration", membersAddVideoEncoderConfiguration, 2, &bindAddVideoEncoderConfiguration};
 
 } // namespace
 

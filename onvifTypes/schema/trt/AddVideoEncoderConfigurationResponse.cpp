@@ -13,7 +13,8 @@ void bindAddVideoEncoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddVideoEncoderConfigurationResponse = {"trt:AddVideoEncoderConfigurationResponse", nullptr, 0, &bindAddVideoEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoAddVideoEncoderConfigurationResponse = {
+    "trt:AddVideoEncoderConfigurationResponse", nullptr, 0, &bindAddVideoEncoderConfigurationResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAddVideoSourceConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAddVideoSourceConfiguration = {"trt:AddVideoSourceConfiguration", membersAddVideoSourceConfiguration, 2, &bindAddVideoSourceConfiguration};
+const ComplexType::ClassInfo infoAddVideoSourceConfiguration = {
+    "trt:AddVideoSourceConfiguration", membersAddVideoSourceConfiguration, 2, &bindAddVideoSourceConfiguration};
 
 } // namespace
 

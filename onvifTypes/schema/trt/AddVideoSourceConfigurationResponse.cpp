@@ -13,7 +13,8 @@ void bindAddVideoSourceConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAddVideoSourceConfigurationResponse = {"trt:AddVideoSourceConfigurationResponse", nullptr, 0, &bindAddVideoSourceConfigurationResponse};
+const ComplexType::ClassInfo infoAddVideoSourceConfigurationResponse = {
+    "trt:AddVideoSourceConfigurationResponse", nullptr, 0, &bindAddVideoSourceConfigurationResponse};
 
 } // namespace
 

@@ -32,7 +32,8 @@ const ComplexType::Member membersCapabilities[] = {
     {"EXICompression", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoCapabilities = {"trt:Capabilities", membersCapabilities, 7, &bindCapabilities};
+const ComplexType::ClassInfo infoCapabilities = {
+    "trt:Capabilities", membersCapabilities, 7, &bindCapabilities};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersCreateOSD[] = {
     {"trt:OSD", ComplexType::Required, &ComplexType::typeOps<tt::OSDConfiguration>},
 };
 
-const ComplexType::ClassInfo infoCreateOSD = {"trt:CreateOSD", membersCreateOSD, 1, &bindCreateOSD};
+const ComplexType::ClassInfo infoCreateOSD = {
+    "trt:CreateOSD", membersCreateOSD, 1, &bindCreateOSD};
 
 } // namespace
 

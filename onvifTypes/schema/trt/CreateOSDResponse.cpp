@@ -18,7 +18,8 @@ const ComplexType::Member membersCreateOSDResponse[] = {
     {"trt:OSDToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoCreateOSDResponse = {"trt:CreateOSDResponse", membersCreateOSDResponse, 1, &bindCreateOSDResponse};
+const ComplexType::ClassInfo infoCreateOSDResponse = {
+    "trt:CreateOSDResponse", membersCreateOSDResponse, 1, &bindCreateOSDResponse};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersCreateProfile[] = {
     {"trt:Token", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoCreateProfile = {"trt:CreateProfile", membersCreateProfile, 2, &bindCreateProfile};
+const ComplexType::ClassInfo infoCreateProfile = {
+    "trt:CreateProfile", membersCreateProfile, 2, &bindCreateProfile};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersCreateProfileResponse[] = {
     {"trt:Profile", ComplexType::Required, &ComplexType::typeOps<tt::Profile>},
 };
 
-const ComplexType::ClassInfo infoCreateProfileResponse = {"trt:CreateProfileResponse", membersCreateProfileResponse, 1, &bindCreateProfileResponse};
+const ComplexType::ClassInfo infoCreateProfileResponse = {
+    "trt:CreateProfileResponse", membersCreateProfileResponse, 1, &bindCreateProfileResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersDeleteOSD[] = {
     {"trt:OSDToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeleteOSD = {"trt:DeleteOSD", membersDeleteOSD, 1, &bindDeleteOSD};
+const ComplexType::ClassInfo infoDeleteOSD = {
+    "trt:DeleteOSD", membersDeleteOSD, 1, &bindDeleteOSD};
 
 } // namespace
 

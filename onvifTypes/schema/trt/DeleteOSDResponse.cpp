@@ -13,7 +13,8 @@ void bindDeleteOSDResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeleteOSDResponse = {"trt:DeleteOSDResponse", nullptr, 0, &bindDeleteOSDResponse};
+const ComplexType::ClassInfo infoDeleteOSDResponse = {
+    "trt:DeleteOSDResponse", nullptr, 0, &bindDeleteOSDResponse};
 
 } // namespace
 

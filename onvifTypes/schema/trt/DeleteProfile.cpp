@@ -18,7 +18,8 @@ const ComplexType::Member membersDeleteProfile[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeleteProfile = {"trt:DeleteProfile", membersDeleteProfile, 1, &bindDeleteProfile};
+const ComplexType::ClassInfo infoDeleteProfile = {
+    "trt:DeleteProfile", membersDeleteProfile, 1, &bindDeleteProfile};
 
 } // namespace
 

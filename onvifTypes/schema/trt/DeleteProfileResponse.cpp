@@ -13,7 +13,8 @@ void bindDeleteProfileResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeleteProfileResponse = {"trt:DeleteProfileResponse", nullptr, 0, &bindDeleteProfileResponse};
+const ComplexType::ClassInfo infoDeleteProfileResponse = {
+    "trt:DeleteProfileResponse", nullptr, 0, &bindDeleteProfileResponse};
 
 } // namespace
 

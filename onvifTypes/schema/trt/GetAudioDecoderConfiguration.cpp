@@ -18,7 +18,8 @@ const ComplexType::Member membersGetAudioDecoderConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioDecoderConfiguration = {"trt:GetAudioDecoderConfiguration", membersGetAudioDecoderConfiguration, 1, &bindGetAudioDecoderConfiguration};
+const ComplexType::ClassInfo infoGetAudioDecoderConfiguration = {
+    "trt:GetAudioDecoderConfiguration", membersGetAudioDecoderConfiguration, 1, &bindGetAudioDecoderConfiguration};
 
 } // namespace
 

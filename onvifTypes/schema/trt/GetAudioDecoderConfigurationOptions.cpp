@@ -20,7 +20,8 @@ const ComplexType::Member membersGetAudioDecoderConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioDecoderConfigurationOptions = {"trt:GetAudioDecoderConfigurationOptions", membersGetAudioDecoderConfigurationOptions, 2, &bindGetAudioDecoderConfigurationOptions};
+const ComplexType::ClassInfo infoGetAudioDecoderConfigurationOptions = {
+    "trt:GetAudioDecoderConfigurationOptions", membersGetAudioDecoderConfigurationOptions, 2, &bindGetAudioDecoderConfigurationOptions};
 
 } // namespace
 

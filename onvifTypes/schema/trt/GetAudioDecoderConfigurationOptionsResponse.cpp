@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioDecoderConfigurationOptionsResponse[] =
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::AudioDecoderConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetAudioDecoderConfigurationOptionsResponse = {"trt:GetAudioDecoderConfigurationOptionsResponse", membersGetAudioDecoderConfigurationOptionsResponse, 1, &bindGetAudioDecoderConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetAudioDecoderConfigurationOptionsResponse = {
+    "trt:GetAudioDecoderConfigurationOptionsResponse", membersGetAudioDecoderConfigurationOptionsResponse, 1, &bindGetAudioDecoderConfigurationOptionsResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioDecoderConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::AudioDecoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioDecoderConfigurationResponse = {"trt:GetAudioDecoderConfigurationResponse", membersGetAudioDecoderConfigurationResponse, 1, &bindGetAudioDecoderConfigurationResponse};
+const ComplexType::ClassInfo infoGetAudioDecoderConfigurationResponse = {
+    "trt:GetAudioDecoderConfigurationResponse", membersGetAudioDecoderConfigurationResponse, 1, &bindGetAudioDecoderConfigurationResponse};
 
 } // namespace
 

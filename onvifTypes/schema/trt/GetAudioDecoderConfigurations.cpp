@@ -13,7 +13,8 @@ void bindGetAudioDecoderConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAudioDecoderConfigurations = {"trt:GetAudioDecoderConfigurations", nullptr, 0, &bindGetAudioDecoderConfigurations};
+const ComplexType::ClassInfo infoGetAudioDecoderConfigurations = {
+    "trt:GetAudioDecoderConfigurations", nullptr, 0, &bindGetAudioDecoderConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioDecoderConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioDecoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioDecoderConfigurationsResponse = {"trt:GetAudioDecoderConfigurationsResponse", membersGetAudioDecoderConfigurationsResponse, 1, &bindGetAudioDecoderConfigurationsResponse};
+const ComplexType::ClassInfo infoGetAudioDecoderConfigurationsResponse = {
+    "trt:GetAudioDecoderConfigurationsResponse", membersGetAudioDecoderConfigurationsResponse, 1, &bindGetAudioDecoderConfigurationsResponse};
 
 } // namespace
 

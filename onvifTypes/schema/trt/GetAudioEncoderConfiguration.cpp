@@ -18,7 +18,8 @@ const ComplexType::Member membersGetAudioEncoderConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioEncoderConfiguration = {"trt:GetAudioEncoderConfiguration", membersGetAudioEncoderConfiguration, 1, &bindGetAudioEncoderConfiguration};
+const ComplexType::ClassInfo infoGetAudioEncoderConfiguration = {
+    "trt:GetAudioEncoderConfiguration", membersGetAudioEncoderConfiguration, 1, &bindGetAudioEncoderConfiguration};
 
 } // namespace
 

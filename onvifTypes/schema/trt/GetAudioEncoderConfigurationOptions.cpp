@@ -20,7 +20,8 @@ const ComplexType::Member membersGetAudioEncoderConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioEncoderConfigurationOptions = {"trt:GetAudioEncoderConfigurationOptions", membersGetAudioEncoderConfigurationOptions, 2, &bindGetAudioEncoderConfigurationOptions};
+const ComplexType::ClassInfo infoGetAudioEncoderConfigurationOptions = {
+    "trt:GetAudioEncoderConfigurationOptions", membersGetAudioEncoderConfigurationOptions, 2, &bindGetAudioEncoderConfigurationOptions};
 
 } // namespace
 

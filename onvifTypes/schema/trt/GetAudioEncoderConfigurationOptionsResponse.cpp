@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioEncoderConfigurationOptionsResponse[] =
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::AudioEncoderConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetAudioEncoderConfigurationOptionsResponse = {"trt:GetAudioEncoderConfigurationOptionsResponse", membersGetAudioEncoderConfigurationOptionsResponse, 1, &bindGetAudioEncoderConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetAudioEncoderConfigurationOptionsResponse = {
+    "trt:GetAudioEncoderConfigurationOptionsResponse", membersGetAudioEncoderConfigurationOptionsResponse, 1, &bindGetAudioEncoderConfigurationOptionsResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioEncoderConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::AudioEncoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioEncoderConfigurationResponse = {"trt:GetAudioEncoderConfigurationResponse", membersGetAudioEncoderConfigurationResponse, 1, &bindGetAudioEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoGetAudioEncoderConfigurationResponse = {
+    "trt:GetAudioEncoderConfigurationResponse", membersGetAudioEncoderConfigurationResponse, 1, &bindGetAudioEncoderConfigurationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetAudioEncoderConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAudioEncoderConfigurations = {"trt:GetAudioEncoderConfigurations", nullptr, 0, &bindGetAudioEncoderConfigurations};
+const ComplexType::ClassInfo infoGetAudioEncoderConfigurations = {
+    "trt:GetAudioEncoderConfigurations", nullptr, 0, &bindGetAudioEncoderConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioEncoderConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioEncoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioEncoderConfigurationsResponse = {"trt:GetAudioEncoderConfigurationsResponse", membersGetAudioEncoderConfigurationsResponse, 1, &bindGetAudioEncoderConfigurationsResponse};
+const ComplexType::ClassInfo infoGetAudioEncoderConfigurationsResponse = {
+    "trt:GetAudioEncoderConfigurationsResponse", membersGetAudioEncoderConfigurationsResponse, 1, &bindGetAudioEncoderConfigurationsResponse};
 
 } // namespace
 

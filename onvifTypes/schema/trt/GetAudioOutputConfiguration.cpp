@@ -18,7 +18,8 @@ const ComplexType::Member membersGetAudioOutputConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioOutputConfiguration = {"trt:GetAudioOutputConfiguration", membersGetAudioOutputConfiguration, 1, &bindGetAudioOutputConfiguration};
+const ComplexType::ClassInfo infoGetAudioOutputConfiguration = {
+    "trt:GetAudioOutputConfiguration", membersGetAudioOutputConfiguration, 1, &bindGetAudioOutputConfiguration};
 
 } // namespace
 

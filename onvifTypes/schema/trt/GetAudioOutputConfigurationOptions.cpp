@@ -20,7 +20,8 @@ const ComplexType::Member membersGetAudioOutputConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioOutputConfigurationOptions = {"trt:GetAudioOutputConfigurationOptions", membersGetAudioOutputConfigurationOptions, 2, &bindGetAudioOutputConfigurationOptions};
+const ComplexType::ClassInfo infoGetAudioOutputConfigurationOptions = {
+    "trt:GetAudioOutputConfigurationOptions", membersGetAudioOutputConfigurationOptions, 2, &bindGetAudioOutputConfigurationOptions};
 
 } // namespace
 

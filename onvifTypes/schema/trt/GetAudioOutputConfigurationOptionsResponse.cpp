@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioOutputConfigurationOptionsResponse[] = 
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::AudioOutputConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetAudioOutputConfigurationOptionsResponse = {"trt:GetAudioOutputConfigurationOptionsResponse", membersGetAudioOutputConfigurationOptionsResponse, 1, &bindGetAudioOutputConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetAudioOutputConfigurationOptionsResponse = {
+    "trt:GetAudioOutputConfigurationOptionsResponse", membersGetAudioOutputConfigurationOptionsResponse, 1, &bindGetAudioOutputConfigurationOptionsResponse};
 
 } // namespace
 

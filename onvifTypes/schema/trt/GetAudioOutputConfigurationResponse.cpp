@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioOutputConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::AudioOutputConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioOutputConfigurationResponse = {"trt:GetAudioOutputConfigurationResponse", membersGetAudioOutputConfigurationResponse, 1, &bindGetAudioOutputConfigurationResponse};
+const ComplexType::ClassInfo infoGetAudioOutputConfigurationResponse = {
+    "trt:GetAudioOutputConfigurationResponse", membersGetAudioOutputConfigurationResponse, 1, &bindGetAudioOutputConfigurationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetAudioOutputConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAudioOutputConfigurations = {"trt:GetAudioOutputConfigurations", nullptr, 0, &bindGetAudioOutputConfigurations};
+const ComplexType::ClassInfo infoGetAudioOutputConfigurations = {
+    "trt:GetAudioOutputConfigurations", nullptr, 0, &bindGetAudioOutputConfigurations};
 
 } // namespace
 

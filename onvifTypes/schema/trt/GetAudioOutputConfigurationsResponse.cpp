@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioOutputConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioOutputConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioOutputConfigurationsResponse = {"trt:GetAudioOutputConfigurationsResponse", membersGetAudioOutputConfigurationsResponse, 1, &bindGetAudioOutputConfigurationsResponse};
+const ComplexType::ClassInfo infoGetAudioOutputConfigurationsResponse = {
+    "trt:GetAudioOutputConfigurationsResponse", membersGetAudioOutputConfigurationsResponse, 1, &bindGetAudioOutputConfigurationsResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetAudioOutputs(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAudioOutputs = {"trt:GetAudioOutputs", nullptr, 0, &bindGetAudioOutputs};
+const ComplexType::ClassInfo infoGetAudioOutputs = {
+    "trt:GetAudioOutputs", nullptr, 0, &bindGetAudioOutputs};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioOutputsResponse[] = {
     {"trt:AudioOutputs", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioOutput>},
 };
 
-const ComplexType::ClassInfo infoGetAudioOutputsResponse = {"trt:GetAudioOutputsResponse", membersGetAudioOutputsResponse, 1, &bindGetAudioOutputsResponse};
+const ComplexType::ClassInfo infoGetAudioOutputsResponse = {
+    "trt:GetAudioOutputsResponse", membersGetAudioOutputsResponse, 1, &bindGetAudioOutputsResponse};
 
 } // namespace
 

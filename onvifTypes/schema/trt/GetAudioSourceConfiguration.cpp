@@ -18,7 +18,8 @@ const ComplexType::Member membersGetAudioSourceConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioSourceConfiguration = {"trt:GetAudioSourceConfiguration", membersGetAudioSourceConfiguration, 1, &bindGetAudioSourceConfiguration};
+const ComplexType::ClassInfo infoGetAudioSourceConfiguration = {
+    "trt:GetAudioSourceConfiguration", membersGetAudioSourceConfiguration, 1, &bindGetAudioSourceConfiguration};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersGetAudioSourceConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetAudioSourceConfigurationOptions = {"trt:GetAudioSourceConfigurationOptions", membersGetAudioSourceConfigurationOptions, 2, &bindGetAudioSourceConfigurationOptions};
+const ComplexType::ClassInfo infoGetAudioSourceConfigurationOptions = {
+    "trt:GetAudioSourceConfigurationOptions", membersGetAudioSourceConfigurationOptions, 2, &bindGetAudioSourceConfigurationOptions};
 
 } // namespace
 

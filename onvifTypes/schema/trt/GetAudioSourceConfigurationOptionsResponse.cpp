@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioSourceConfigurationOptionsResponse[] = 
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::AudioSourceConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetAudioSourceConfigurationOptionsResponse = {"trt:GetAudioSourceConfigurationOptionsResponse", membersGetAudioSourceConfigurationOptionsResponse, 1, &bindGetAudioSourceConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetAudioSourceConfigurationOptionsResponse = {
+    "trt:GetAudioSourceConfigurationOptionsResponse", membersGetAudioSourceConfigurationOptionsResponse, 1, &bindGetAudioSourceConfigurationOptionsResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioSourceConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::AudioSourceConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioSourceConfigurationResponse = {"trt:GetAudioSourceConfigurationResponse", membersGetAudioSourceConfigurationResponse, 1, &bindGetAudioSourceConfigurationResponse};
+const ComplexType::ClassInfo infoGetAudioSourceConfigurationResponse = {
+    "trt:GetAudioSourceConfigurationResponse", membersGetAudioSourceConfigurationResponse, 1, &bindGetAudioSourceConfigurationResponse};
 
 } // namespace
 

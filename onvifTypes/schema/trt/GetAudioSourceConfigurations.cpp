@@ -13,7 +13,8 @@ void bindGetAudioSourceConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAudioSourceConfigurations = {"trt:GetAudioSourceConfigurations", nullptr, 0, &bindGetAudioSourceConfigurations};
+const ComplexType::ClassInfo infoGetAudioSourceConfigurations = {
+    "trt:GetAudioSourceConfigurations", nullptr, 0, &bindGetAudioSourceConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioSourceConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioSourceConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetAudioSourceConfigurationsResponse = {"trt:GetAudioSourceConfigurationsResponse", membersGetAudioSourceConfigurationsResponse, 1, &bindGetAudioSourceConfigurationsResponse};
+const ComplexType::ClassInfo infoGetAudioSourceConfigurationsResponse = {
+    "trt:GetAudioSourceConfigurationsResponse", membersGetAudioSourceConfigurationsResponse, 1, &bindGetAudioSourceConfigurationsResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetAudioSources(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetAudioSources = {"trt:GetAudioSources", nullptr, 0, &bindGetAudioSources};
+const ComplexType::ClassInfo infoGetAudioSources = {
+    "trt:GetAudioSources", nullptr, 0, &bindGetAudioSources};
 
 } // namespace
 

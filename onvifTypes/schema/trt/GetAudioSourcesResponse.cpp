@@ -19,7 +19,8 @@ const ComplexType::Member membersGetAudioSourcesResponse[] = {
     {"trt:AudioSources", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioSource>},
 };
 
-const ComplexType::ClassInfo infoGetAudioSourcesResponse = {"trt:GetAudioSourcesResponse", membersGetAudioSourcesResponse, 1, &bindGetAudioSourcesResponse};
+const ComplexType::ClassInfo infoGetAudioSourcesResponse = {
+    "trt:GetAudioSourcesResponse", membersGetAudioSourcesResponse, 1, &bindGetAudioSourcesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleAudioDecoderConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioDecoderConfigurations = {"trt:GetCompatibleAudioDecoderConfigurations", membersGetCompatibleAudioDecoderConfigurations, 1, &bindGetCompatibleAudioDecoderConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleAudioDecoderConfigurations = {
+    "trt:GetCompatibleAudioDecoderConfigurations", membersGetCompatibleAudioDecoderConfigurations, 1, &bindGetCompatibleAudioDecoderConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleAudioDecoderConfigurationsResponse
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioDecoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioDecoderConfigurationsResponse = {"trt:GetCompatibleAudioDecoderConfigurationsResponse", membersGetCompatibleAudioDecoderConfigurationsResponse, 1, &bindGetCompatibleAudioDecoderConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleAudioDecoderConfigurationsResponse = {
+    "trt:GetCompatibleAudioDecoderConfigurationsResponse", membersGetCompatibleAudioDecoderConfigurationsResponse, 1, &bindGetCompatibleAudioDecoderConfigurationsResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleAudioEncoderConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioEncoderConfigurations = {"trt:GetCompatibleAudioEncoderConfigurations", membersGetCompatibleAudioEncoderConfigurations, 1, &bindGetCompatibleAudioEncoderConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleAudioEncoderConfigurations = {
+    "trt:GetCompatibleAudioEncoderConfigurations", membersGetCompatibleAudioEncoderConfigurations, 1, &bindGetCompatibleAudioEncoderConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleAudioEncoderConfigurationsResponse
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioEncoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioEncoderConfigurationsResponse = {"trt:GetCompatibleAudioEncoderConfigurationsResponse", membersGetCompatibleAudioEncoderConfigurationsResponse, 1, &bindGetCompatibleAudioEncoderConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleAudioEncoderConfigurationsResponse = {
+    "trt:GetCompatibleAudioEncoderConfigurationsResponse", membersGetCompatibleAudioEncoderConfigurationsResponse, 1, &bindGetCompatibleAudioEncoderConfigurationsResponse};
 
 } // namespace
 

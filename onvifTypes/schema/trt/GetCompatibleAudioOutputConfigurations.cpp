@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleAudioOutputConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioOutputConfigurations = {"trt:GetCompatibleAudioOutputConfigurations", membersGetCompatibleAudioOutputConfigurations, 1, &bindGetCompatibleAudioOutputConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleAudioOutputConfigurations = {
+    "trt:GetCompatibleAudioOutputConfigurations", membersGetCompatibleAudioOutputConfigurations, 1, &bindGetCompatibleAudioOutputConfigurations};
 
 } // namespace
 

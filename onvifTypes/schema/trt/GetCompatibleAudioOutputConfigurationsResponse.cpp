@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleAudioOutputConfigurationsResponse[
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioOutputConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioOutputConfigurationsResponse = {"trt:GetCompatibleAudioOutputConfigurationsResponse", membersGetCompatibleAudioOutputConfigurationsResponse, 1, &bindGetCompatibleAudioOutputConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleAudioOutputConfigurationsResponse = {
+    "trt:GetCompatibleAudioOutputConfigurationsResponse", membersGetCompatibleAudioOutputConfigurationsResponse, 1, &bindGetCompatibleAudioOutputConfigurationsResponse};
 
 } // namespace
 

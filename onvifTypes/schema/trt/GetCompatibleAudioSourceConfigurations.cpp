@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleAudioSourceConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioSourceConfigurations = {"trt:GetCompatibleAudioSourceConfigurations", membersGetCompatibleAudioSourceConfigurations, 1, &bindGetCompatibleAudioSourceConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleAudioSourceConfigurations = {
+    "trt:GetCompatibleAudioSourceConfigurations", membersGetCompatibleAudioSourceConfigurations, 1, &bindGetCompatibleAudioSourceConfigurations};
 
 } // namespace
 

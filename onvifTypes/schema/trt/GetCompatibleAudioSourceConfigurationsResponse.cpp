@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleAudioSourceConfigurationsResponse[
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioSourceConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleAudioSourceConfigurationsResponse = {"trt:GetCompatibleAudioSourceConfigurationsResponse", membersGetCompatibleAudioSourceConfigurationsResponse, 1, &bindGetCompatibleAudioSourceConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleAudioSourceConfigurationsResponse = {
+    "trt:GetCompatibleAudioSourceConfigurationsResponse", membersGetCompatibleAudioSourceConfigurationsResponse, 1, &bindGetCompatibleAudioSourceConfigurationsResponse};
 
 } // namespace
 

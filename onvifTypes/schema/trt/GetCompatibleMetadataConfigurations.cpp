@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleMetadataConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleMetadataConfigurations = {"trt:GetCompatibleMetadataConfigurations", membersGetCompatibleMetadataConfigurations, 1, &bindGetCompatibleMetadataConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleMetadataConfigurations = {
+    "trt:GetCompatibleMetadataConfigurations", membersGetCompatibleMetadataConfigurations, 1, &bindGetCompatibleMetadataConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleMetadataConfigurationsResponse[] =
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::MetadataConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleMetadataConfigurationsResponse = {"trt:GetCompatibleMetadataConfigurationsResponse", membersGetCompatibleMetadataConfigurationsResponse, 1, &bindGetCompatibleMetadataConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleMetadataConfigurationsResponse = {
+    "trt:GetCompatibleMetadataConfigurationsResponse", membersGetCompatibleMetadataConfigurationsResponse, 1, &bindGetCompatibleMetadataConfigurationsResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleVideoAnalyticsConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleVideoAnalyticsConfigurations = {"trt:GetCompatibleVideoAnalyticsConfigurations", membersGetCompatibleVideoAnalyticsConfigurations, 1, &bindGetCompatibleVideoAnalyticsConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleVideoAnalyticsConfigurations = {
+    "trt:GetCompatibleVideoAnalyticsConfigurations", membersGetCompatibleVideoAnalyticsConfigurations, 1, &bindGetCompatibleVideoAnalyticsConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleVideoAnalyticsConfigurationsRespon
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoAnalyticsConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleVideoAnalyticsConfigurationsResponse = {"trt:GetCompatibleVideoAnalyticsConfigurationsResponse", membersGetCompatibleVideoAnalyticsConfigurationsResponse, 1, &bindGetCompatibleVideoAnalyticsConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleVideoAnalyticsConfigurationsResponse = {
+    "trt:GetCompatibleVideoAnalyticsConfigurationsResponse", membersGetCompatibleVideoAnalyticsConfigurationsResponse, 1, &bindGetCompatibleVideoAnalyticsConfigurationsResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleVideoEncoderConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleVideoEncoderConfigurations = {"trt:GetCompatibleVideoEncoderConfigurations", membersGetCompatibleVideoEncoderConfigurations, 1, &bindGetCompatibleVideoEncoderConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleVideoEncoderConfigurations = {
+    "trt:GetCompatibleVideoEncoderConfigurations", membersGetCompatibleVideoEncoderConfigurations, 1, &bindGetCompatibleVideoEncoderConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleVideoEncoderConfigurationsResponse
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoEncoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleVideoEncoderConfigurationsResponse = {"trt:GetCompatibleVideoEncoderConfigurationsResponse", membersGetCompatibleVideoEncoderConfigurationsResponse, 1, &bindGetCompatibleVideoEncoderConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleVideoEncoderConfigurationsResponse = {
+    "trt:GetCompatibleVideoEncoderConfigurationsResponse", membersGetCompatibleVideoEncoderConfigurationsResponse, 1, &bindGetCompatibleVideoEncoderConfigurationsResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetCompatibleVideoSourceConfigurations[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleVideoSourceConfigurations = {"trt:GetCompatibleVideoSourceConfigurations", membersGetCompatibleVideoSourceConfigurations, 1, &bindGetCompatibleVideoSourceConfigurations};
+const ComplexType::ClassInfo infoGetCompatibleVideoSourceConfigurations = {
+    "trt:GetCompatibleVideoSourceConfigurations", membersGetCompatibleVideoSourceConfigurations, 1, &bindGetCompatibleVideoSourceConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetCompatibleVideoSourceConfigurationsResponse[
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoSourceConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetCompatibleVideoSourceConfigurationsResponse = {"trt:GetCompatibleVideoSourceConfigurationsResponse", membersGetCompatibleVideoSourceConfigurationsResponse, 1, &bindGetCompatibleVideoSourceConfigurationsResponse};
+const ComplexType::ClassInfo infoGetCompatibleVideoSourceConfigurationsResponse = {
+    "trt:GetCompatibleVideoSourceConfigurationsResponse", membersGetCompatibleVideoSourceConfigurationsResponse, 1, &bindGetCompatibleVideoSourceConfigurationsResponse};
 
 } // namespace
 

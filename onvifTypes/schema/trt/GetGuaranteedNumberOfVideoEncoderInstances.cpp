@@ -18,7 +18,8 @@ const ComplexType::Member membersGetGuaranteedNumberOfVideoEncoderInstances[] = 
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetGuaranteedNumberOfVideoEncoderInstances = {"trt:GetGuaranteedNumberOfVideoEncoderInstances", membersGetGuaranteedNumberOfVideoEncoderInstances, 1, &bindGetGuaranteedNumberOfVideoEncoderInstances};
+const ComplexType::ClassInfo infoGetGuaranteedNumberOfVideoEncoderInstances = {
+    "trt:GetGuaranteedNumberOfVideoEncoderInstances", membersGetGuaranteedNumberOfVideoEncoderInstances, 1, &bindGetGuaranteedNumberOfVideoEncoderInstances};
 
 } // namespace
 

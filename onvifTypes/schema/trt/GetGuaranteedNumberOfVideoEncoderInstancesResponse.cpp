@@ -24,7 +24,8 @@ const ComplexType::Member membersGetGuaranteedNumberOfVideoEncoderInstancesRespo
     {"trt:MPEG4", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoGetGuaranteedNumberOfVideoEncoderInstancesResponse = {"trt:GetGuaranteedNumberOfVideoEncoderInstancesResponse", membersGetGuaranteedNumberOfVideoEncoderInstancesResponse, 4, &bindGetGuaranteedNumberOfVideoEncoderInstancesResponse};
+const ComplexType::ClassInfo infoGetGuaranteedNumberOfVideoEncoderInstancesResponse = {
+    "trt:GetGuaranteedNumberOfVideoEncoderInstancesResponse", membersGetGuaranteedNumberOfVideoEncoderInstancesResponse, 4, &bindGetGuaranteedNumberOfVideoEncoderInstancesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetMetadataConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetMetadataConfiguration = {"trt:GetMetadataConfiguration", membersGetMetadataConfiguration, 1, &bindGetMetadataConfiguration};
+const ComplexType::ClassInfo infoGetMetadataConfiguration = {
+    "trt:GetMetadataConfiguration", membersGetMetadataConfiguration, 1, &bindGetMetadataConfiguration};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersGetMetadataConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetMetadataConfigurationOptions = {"trt:GetMetadataConfigurationOptions", membersGetMetadataConfigurationOptions, 2, &bindGetMetadataConfigurationOptions};
+const ComplexType::ClassInfo infoGetMetadataConfigurationOptions = {
+    "trt:GetMetadataConfigurationOptions", membersGetMetadataConfigurationOptions, 2, &bindGetMetadataConfigurationOptions};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetMetadataConfigurationOptionsResponse[] = {
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::MetadataConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetMetadataConfigurationOptionsResponse = {"trt:GetMetadataConfigurationOptionsResponse", membersGetMetadataConfigurationOptionsResponse, 1, &bindGetMetadataConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetMetadataConfigurationOptionsResponse = {
+    "trt:GetMetadataConfigurationOptionsResponse", membersGetMetadataConfigurationOptionsResponse, 1, &bindGetMetadataConfigurationOptionsResponse};
 
 } // namespace
 

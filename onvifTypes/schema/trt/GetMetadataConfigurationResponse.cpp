@@ -19,7 +19,8 @@ const ComplexType::Member membersGetMetadataConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::MetadataConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetMetadataConfigurationResponse = {"trt:GetMetadataConfigurationResponse", membersGetMetadataConfigurationResponse, 1, &bindGetMetadataConfigurationResponse};
+const ComplexType::ClassInfo infoGetMetadataConfigurationResponse = {
+    "trt:GetMetadataConfigurationResponse", membersGetMetadataConfigurationResponse, 1, &bindGetMetadataConfigurationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetMetadataConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetMetadataConfigurations = {"trt:GetMetadataConfigurations", nullptr, 0, &bindGetMetadataConfigurations};
+const ComplexType::ClassInfo infoGetMetadataConfigurations = {
+    "trt:GetMetadataConfigurations", nullptr, 0, &bindGetMetadataConfigurations};
 
 } // namespace
 

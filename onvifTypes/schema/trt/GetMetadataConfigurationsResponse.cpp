@@ -19,7 +19,8 @@ const ComplexType::Member membersGetMetadataConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::MetadataConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetMetadataConfigurationsResponse = {"trt:GetMetadataConfigurationsResponse", membersGetMetadataConfigurationsResponse, 1, &bindGetMetadataConfigurationsResponse};
+const ComplexType::ClassInfo infoGetMetadataConfigurationsResponse = {
+    "trt:GetMetadataConfigurationsResponse", membersGetMetadataConfigurationsResponse, 1, &bindGetMetadataConfigurationsResponse};
 
 } // namespace
 

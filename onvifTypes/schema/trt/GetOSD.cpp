@@ -18,7 +18,8 @@ const ComplexType::Member membersGetOSD[] = {
     {"trt:OSDToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetOSD = {"trt:GetOSD", membersGetOSD, 1, &bindGetOSD};
+const ComplexType::ClassInfo infoGetOSD = {
+    "trt:GetOSD", membersGetOSD, 1, &bindGetOSD};
 
 } // namespace
 

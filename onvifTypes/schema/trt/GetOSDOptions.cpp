@@ -18,7 +18,8 @@ const ComplexType::Member membersGetOSDOptions[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetOSDOptions = {"trt:GetOSDOptions", membersGetOSDOptions, 1, &bindGetOSDOptions};
+const ComplexType::ClassInfo infoGetOSDOptions = {
+    "trt:GetOSDOptions", membersGetOSDOptions, 1, &bindGetOSDOptions};
 
 } // namespace
 

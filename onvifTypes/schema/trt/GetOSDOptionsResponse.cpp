@@ -19,7 +19,8 @@ const ComplexType::Member membersGetOSDOptionsResponse[] = {
     {"trt:OSDOptions", ComplexType::Required, &ComplexType::typeOps<tt::OSDConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetOSDOptionsResponse = {"trt:GetOSDOptionsResponse", membersGetOSDOptionsResponse, 1, &bindGetOSDOptionsResponse};
+const ComplexType::ClassInfo infoGetOSDOptionsResponse = {
+    "trt:GetOSDOptionsResponse", membersGetOSDOptionsResponse, 1, &bindGetOSDOptionsResponse};
 
 } // namespace
 

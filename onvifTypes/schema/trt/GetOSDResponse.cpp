@@ -19,7 +19,8 @@ const ComplexType::Member membersGetOSDResponse[] = {
     {"trt:OSD", ComplexType::Required, &ComplexType::typeOps<tt::OSDConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetOSDResponse = {"trt:GetOSDResponse", membersGetOSDResponse, 1, &bindGetOSDResponse};
+const ComplexType::ClassInfo infoGetOSDResponse = {
+    "trt:GetOSDResponse", membersGetOSDResponse, 1, &bindGetOSDResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetOSDs[] = {
     {"trt:ConfigurationToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetOSDs = {"trt:GetOSDs", membersGetOSDs, 1, &bindGetOSDs};
+const ComplexType::ClassInfo infoGetOSDs = {
+    "trt:GetOSDs", membersGetOSDs, 1, &bindGetOSDs};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetOSDsResponse[] = {
     {"trt:OSDs", ComplexType::OptionalList, &ComplexType::listOps<tt::OSDConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetOSDsResponse = {"trt:GetOSDsResponse", membersGetOSDsResponse, 1, &bindGetOSDsResponse};
+const ComplexType::ClassInfo infoGetOSDsResponse = {
+    "trt:GetOSDsResponse", membersGetOSDsResponse, 1, &bindGetOSDsResponse};
 
 } // namespace
 

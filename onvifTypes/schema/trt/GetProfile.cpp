@@ -18,7 +18,8 @@ const ComplexType::Member membersGetProfile[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetProfile = {"trt:GetProfile", membersGetProfile, 1, &bindGetProfile};
+const ComplexType::ClassInfo infoGetProfile = {
+    "trt:GetProfile", membersGetProfile, 1, &bindGetProfile};
 
 } // namespace
 

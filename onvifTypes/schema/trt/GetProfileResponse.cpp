@@ -19,7 +19,8 @@ const ComplexType::Member membersGetProfileResponse[] = {
     {"trt:Profile", ComplexType::Required, &ComplexType::typeOps<tt::Profile>},
 };
 
-const ComplexType::ClassInfo infoGetProfileResponse = {"trt:GetProfileResponse", membersGetProfileResponse, 1, &bindGetProfileResponse};
+const ComplexType::ClassInfo infoGetProfileResponse = {
+    "trt:GetProfileResponse", membersGetProfileResponse, 1, &bindGetProfileResponse};
 
 } // namespace
 

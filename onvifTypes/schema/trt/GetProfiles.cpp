@@ -13,7 +13,8 @@ void bindGetProfiles(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetProfiles = {"trt:GetProfiles", nullptr, 0, &bindGetProfiles};
+const ComplexType::ClassInfo infoGetProfiles = {
+    "trt:GetProfiles", nullptr, 0, &bindGetProfiles};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetProfilesResponse[] = {
     {"trt:Profiles", ComplexType::OptionalList, &ComplexType::listOps<tt::Profile>},
 };
 
-const ComplexType::ClassInfo infoGetProfilesResponse = {"trt:GetProfilesResponse", membersGetProfilesResponse, 1, &bindGetProfilesResponse};
+const ComplexType::ClassInfo infoGetProfilesResponse = {
+    "trt:GetProfilesResponse", membersGetProfilesResponse, 1, &bindGetProfilesResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetServiceCapabilitiesResponse[] = {
     {"trt:Capabilities", ComplexType::Required, &ComplexType::typeOps<trt::Capabilities>},
 };
 
-const ComplexType::ClassInfo infoGetServiceCapabilitiesResponse = {"trt:GetServiceCapabilitiesResponse", membersGetServiceCapabilitiesResponse, 1, &bindGetServiceCapabilitiesResponse};
+const ComplexType::ClassInfo infoGetServiceCapabilitiesResponse = {
+    "trt:GetServiceCapabilitiesResponse", membersGetServiceCapabilitiesResponse, 1, &bindGetServiceCapabilitiesResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetSnapshotUri[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetSnapshotUri = {"trt:GetSnapshotUri", membersGetSnapshotUri, 1, &bindGetSnapshotUri};
+const ComplexType::ClassInfo infoGetSnapshotUri = {
+    "trt:GetSnapshotUri", membersGetSnapshotUri, 1, &bindGetSnapshotUri};
 
 } // namespace
 

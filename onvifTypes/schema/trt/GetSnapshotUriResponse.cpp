@@ -19,7 +19,8 @@ const ComplexType::Member membersGetSnapshotUriResponse[] = {
     {"trt:MediaUri", ComplexType::Required, &ComplexType::typeOps<tt::MediaUri>},
 };
 
-const ComplexType::ClassInfo infoGetSnapshotUriResponse = {"trt:GetSnapshotUriResponse", membersGetSnapshotUriResponse, 1, &bindGetSnapshotUriResponse};
+const ComplexType::ClassInfo infoGetSnapshotUriResponse = {
+    "trt:GetSnapshotUriResponse", membersGetSnapshotUriResponse, 1, &bindGetSnapshotUriResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersGetStreamUri[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetStreamUri = {"trt:GetStreamUri", membersGetStreamUri, 2, &bindGetStreamUri};
+const ComplexType::ClassInfo infoGetStreamUri = {
+    "trt:GetStreamUri", membersGetStreamUri, 2, &bindGetStreamUri};
 
 } // namespace
 

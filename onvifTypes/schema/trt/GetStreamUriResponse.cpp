@@ -19,7 +19,8 @@ const ComplexType::Member membersGetStreamUriResponse[] = {
     {"trt:MediaUri", ComplexType::Required, &ComplexType::typeOps<tt::MediaUri>},
 };
 
-const ComplexType::ClassInfo infoGetStreamUriResponse = {"trt:GetStreamUriResponse", membersGetStreamUriResponse, 1, &bindGetStreamUriResponse};
+const ComplexType::ClassInfo infoGetStreamUriResponse = {
+    "trt:GetStreamUriResponse", membersGetStreamUriResponse, 1, &bindGetStreamUriResponse};
 
 } // namespace
 

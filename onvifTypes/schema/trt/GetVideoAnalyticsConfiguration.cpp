@@ -18,7 +18,8 @@ const ComplexType::Member membersGetVideoAnalyticsConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetVideoAnalyticsConfiguration = {"trt:GetVideoAnalyticsConfiguration", membersGetVideoAnalyticsConfiguration, 1, &bindGetVideoAnalyticsConfiguration};
+const ComplexType::ClassInfo infoGetVideoAnalyticsConfiguration = {
+    "trt:GetVideoAnalyticsConfiguration", membersGetVideoAnalyticsConfiguration, 1, &bindGetVideoAnalyticsConfiguration};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoAnalyticsConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::VideoAnalyticsConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurationResponse = {"trt:GetVideoAnalyticsConfigurationResponse", membersGetVideoAnalyticsConfigurationResponse, 1, &bindGetVideoAnalyticsConfigurationResponse};
+const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurationResponse = {
+    "trt:GetVideoAnalyticsConfigurationResponse", membersGetVideoAnalyticsConfigurationResponse, 1, &bindGetVideoAnalyticsConfigurationResponse};
 
 } // namespace
 

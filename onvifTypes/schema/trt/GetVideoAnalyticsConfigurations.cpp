@@ -13,7 +13,8 @@ void bindGetVideoAnalyticsConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurations = {"trt:GetVideoAnalyticsConfigurations", nullptr, 0, &bindGetVideoAnalyticsConfigurations};
+const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurations = {
+    "trt:GetVideoAnalyticsConfigurations", nullptr, 0, &bindGetVideoAnalyticsConfigurations};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoAnalyticsConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoAnalyticsConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurationsResponse = {"trt:GetVideoAnalyticsConfigurationsResponse", membersGetVideoAnalyticsConfigurationsResponse, 1, &bindGetVideoAnalyticsConfigurationsResponse};
+const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurationsResponse = {
+    "trt:GetVideoAnalyticsConfigurationsResponse", membersGetVideoAnalyticsConfigurationsResponse, 1, &bindGetVideoAnalyticsConfigurationsResponse};
 
 } // namespace
 

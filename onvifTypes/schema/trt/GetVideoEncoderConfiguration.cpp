@@ -18,7 +18,8 @@ const ComplexType::Member membersGetVideoEncoderConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetVideoEncoderConfiguration = {"trt:GetVideoEncoderConfiguration", membersGetVideoEncoderConfiguration, 1, &bindGetVideoEncoderConfiguration};
+const ComplexType::ClassInfo infoGetVideoEncoderConfiguration = {
+    "trt:GetVideoEncoderConfiguration", membersGetVideoEncoderConfiguration, 1, &bindGetVideoEncoderConfiguration};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersGetVideoEncoderConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetVideoEncoderConfigurationOptions = {"trt:GetVideoEncoderConfigurationOptions", membersGetVideoEncoderConfigurationOptions, 2, &bindGetVideoEncoderConfigurationOptions};
+const ComplexType::ClassInfo infoGetVideoEncoderConfigurationOptions = {
+    "trt:GetVideoEncoderConfigurationOptions", membersGetVideoEncoderConfigurationOptions, 2, &bindGetVideoEncoderConfigurationOptions};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoEncoderConfigurationOptionsResponse[] =
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::VideoEncoderConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetVideoEncoderConfigurationOptionsResponse = {"trt:GetVideoEncoderConfigurationOptionsResponse", membersGetVideoEncoderConfigurationOptionsResponse, 1, &bindGetVideoEncoderConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetVideoEncoderConfigurationOptionsResponse = {
+    "trt:GetVideoEncoderConfigurationOptionsResponse", membersGetVideoEncoderConfigurationOptionsResponse, 1, &bindGetVideoEncoderConfigurationOptionsResponse};
 
 } // namespace
 

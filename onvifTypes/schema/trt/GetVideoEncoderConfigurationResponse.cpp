@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoEncoderConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::VideoEncoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetVideoEncoderConfigurationResponse = {"trt:GetVideoEncoderConfigurationResponse", membersGetVideoEncoderConfigurationResponse, 1, &bindGetVideoEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoGetVideoEncoderConfigurationResponse = {
+    "trt:GetVideoEncoderConfigurationResponse", membersGetVideoEncoderConfigurationResponse, 1, &bindGetVideoEncoderConfigurationResponse};
 
 } // namespace
 

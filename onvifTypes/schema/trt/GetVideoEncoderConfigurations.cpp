@@ -13,7 +13,8 @@ void bindGetVideoEncoderConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetVideoEncoderConfigurations = {"trt:GetVideoEncoderConfigurations", nullptr, 0, &bindGetVideoEncoderConfigurations};
+const ComplexType::ClassInfo infoGetVideoEncoderConfigurations = {
+    "trt:GetVideoEncoderConfigurations", nullptr, 0, &bindGetVideoEncoderConfigurations};
 
 } // namespace
 

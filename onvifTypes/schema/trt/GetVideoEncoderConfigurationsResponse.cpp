@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoEncoderConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoEncoderConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetVideoEncoderConfigurationsResponse = {"trt:GetVideoEncoderConfigurationsResponse", membersGetVideoEncoderConfigurationsResponse, 1, &bindGetVideoEncoderConfigurationsResponse};
+const ComplexType::ClassInfo infoGetVideoEncoderConfigurationsResponse = {
+    "trt:GetVideoEncoderConfigurationsResponse", membersGetVideoEncoderConfigurationsResponse, 1, &bindGetVideoEncoderConfigurationsResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersGetVideoSourceConfiguration[] = {
     {"trt:ConfigurationToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceConfiguration = {"trt:GetVideoSourceConfiguration", membersGetVideoSourceConfiguration, 1, &bindGetVideoSourceConfiguration};
+const ComplexType::ClassInfo infoGetVideoSourceConfiguration = {
+    "trt:GetVideoSourceConfiguration", membersGetVideoSourceConfiguration, 1, &bindGetVideoSourceConfiguration};
 
 } // namespace
 

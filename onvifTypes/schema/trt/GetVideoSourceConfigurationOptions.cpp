@@ -20,7 +20,8 @@ const ComplexType::Member membersGetVideoSourceConfigurationOptions[] = {
     {"trt:ProfileToken", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceConfigurationOptions = {"trt:GetVideoSourceConfigurationOptions", membersGetVideoSourceConfigurationOptions, 2, &bindGetVideoSourceConfigurationOptions};
+const ComplexType::ClassInfo infoGetVideoSourceConfigurationOptions = {
+    "trt:GetVideoSourceConfigurationOptions", membersGetVideoSourceConfigurationOptions, 2, &bindGetVideoSourceConfigurationOptions};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoSourceConfigurationOptionsResponse[] = 
     {"trt:Options", ComplexType::Required, &ComplexType::typeOps<tt::VideoSourceConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceConfigurationOptionsResponse = {"trt:GetVideoSourceConfigurationOptionsResponse", membersGetVideoSourceConfigurationOptionsResponse, 1, &bindGetVideoSourceConfigurationOptionsResponse};
+const ComplexType::ClassInfo infoGetVideoSourceConfigurationOptionsResponse = {
+    "trt:GetVideoSourceConfigurationOptionsResponse", membersGetVideoSourceConfigurationOptionsResponse, 1, &bindGetVideoSourceConfigurationOptionsResponse};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoSourceConfigurationResponse[] = {
     {"trt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::VideoSourceConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceConfigurationResponse = {"trt:GetVideoSourceConfigurationResponse", membersGetVideoSourceConfigurationResponse, 1, &bindGetVideoSourceConfigurationResponse};
+const ComplexType::ClassInfo infoGetVideoSourceConfigurationResponse = {
+    "trt:GetVideoSourceConfigurationResponse", membersGetVideoSourceConfigurationResponse, 1, &bindGetVideoSourceConfigurationResponse};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindGetVideoSourceConfigurations(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetVideoSourceConfigurations = {"trt:GetVideoSourceConfigurations", nullptr, 0, &bindGetVideoSourceConfigurations};
+const ComplexType::ClassInfo infoGetVideoSourceConfigurations = {
+    "trt:GetVideoSourceConfigurations", nullptr, 0, &bindGetVideoSourceConfigurations};
 
 } // namespace
 

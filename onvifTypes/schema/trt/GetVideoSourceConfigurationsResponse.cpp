@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoSourceConfigurationsResponse[] = {
     {"trt:Configurations", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoSourceConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceConfigurationsResponse = {"trt:GetVideoSourceConfigurationsResponse", membersGetVideoSourceConfigurationsResponse, 1, &bindGetVideoSourceConfigurationsResponse};
+const ComplexType::ClassInfo infoGetVideoSourceConfigurationsResponse = {
+    "trt:GetVideoSourceConfigurationsResponse", membersGetVideoSourceConfigurationsResponse, 1, &bindGetVideoSourceConfigurationsResponse};
 
 } // namespace
 

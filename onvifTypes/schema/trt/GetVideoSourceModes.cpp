@@ -18,7 +18,8 @@ const ComplexType::Member membersGetVideoSourceModes[] = {
     {"trt:VideoSourceToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceModes = {"trt:GetVideoSourceModes", membersGetVideoSourceModes, 1, &bindGetVideoSourceModes};
+const ComplexType::ClassInfo infoGetVideoSourceModes = {
+    "trt:GetVideoSourceModes", membersGetVideoSourceModes, 1, &bindGetVideoSourceModes};
 
 } // namespace
 

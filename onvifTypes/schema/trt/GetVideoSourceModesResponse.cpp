@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoSourceModesResponse[] = {
     {"trt:VideoSourceModes", ComplexType::List, &ComplexType::listOps<trt::VideoSourceMode>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourceModesResponse = {"trt:GetVideoSourceModesResponse", membersGetVideoSourceModesResponse, 1, &bindGetVideoSourceModesResponse};
+const ComplexType::ClassInfo infoGetVideoSourceModesResponse = {
+    "trt:GetVideoSourceModesResponse", membersGetVideoSourceModesResponse, 1, &bindGetVideoSourceModesResponse};
 
 } // namespace
 

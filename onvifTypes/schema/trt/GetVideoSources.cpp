@@ -13,7 +13,8 @@ void bindGetVideoSources(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGetVideoSources = {"trt:GetVideoSources", nullptr, 0, &bindGetVideoSources};
+const ComplexType::ClassInfo infoGetVideoSources = {
+    "trt:GetVideoSources", nullptr, 0, &bindGetVideoSources};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetVideoSourcesResponse[] = {
     {"trt:VideoSources", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoSource>},
 };
 
-const ComplexType::ClassInfo infoGetVideoSourcesResponse = {"trt:GetVideoSourcesResponse", membersGetVideoSourcesResponse, 1, &bindGetVideoSourcesResponse};
+const ComplexType::ClassInfo infoGetVideoSourcesResponse = {
+    "trt:GetVideoSourcesResponse", membersGetVideoSourcesResponse, 1, &bindGetVideoSourcesResponse};
 
 } // namespace
 

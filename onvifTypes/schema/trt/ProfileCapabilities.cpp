@@ -18,7 +18,8 @@ const ComplexType::Member membersProfileCapabilities[] = {
     {"MaximumNumberOfProfiles", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoProfileCapabilities = {"trt:ProfileCapabilities", membersProfileCapabilities, 1, &bindProfileCapabilities};
+const ComplexType::ClassInfo infoProfileCapabilities = {
+    "trt:ProfileCapabilities", membersProfileCapabilities, 1, &bindProfileCapabilities};
 
 } // namespace
 

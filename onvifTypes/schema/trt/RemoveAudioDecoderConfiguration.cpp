@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveAudioDecoderConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveAudioDecoderConfiguration = {"trt:RemoveAudioDecoderConfiguration", membersRemoveAudioDecoderConfiguration, 1, &bindRemoveAudioDecoderConfiguration};
+const ComplexType::ClassInfo infoRemoveAudioDecoderConfiguration = {
+    "trt:RemoveAudioDecoderConfiguration", membersRemoveAudioDecoderConfiguration, 1, &bindRemoveAudioDecoderConfiguration};
 
 } // namespace
 

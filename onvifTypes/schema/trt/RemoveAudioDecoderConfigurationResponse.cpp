@@ -13,7 +13,8 @@ void bindRemoveAudioDecoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveAudioDecoderConfigurationResponse = {"trt:RemoveAudioDecoderConfigurationResponse", nullptr, 0, &bindRemoveAudioDecoderConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveAudioDecoderConfigurationResponse = {
+    "trt:RemoveAudioDecoderConfigurationResponse", nullptr, 0, &bindRemoveAudioDecoderConfigurationResponse};
 
 } // namespace
 

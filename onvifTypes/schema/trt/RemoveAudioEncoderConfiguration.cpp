@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveAudioEncoderConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveAudioEncoderConfiguration = {"trt:RemoveAudioEncoderConfiguration", membersRemoveAudioEncoderConfiguration, 1, &bindRemoveAudioEncoderConfiguration};
+const ComplexType::ClassInfo infoRemoveAudioEncoderConfiguration = {
+    "trt:RemoveAudioEncoderConfiguration", membersRemoveAudioEncoderConfiguration, 1, &bindRemoveAudioEncoderConfiguration};
 
 } // namespace
 

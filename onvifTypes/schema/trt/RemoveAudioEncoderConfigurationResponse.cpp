@@ -13,7 +13,8 @@ void bindRemoveAudioEncoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveAudioEncoderConfigurationResponse = {"trt:RemoveAudioEncoderConfigurationResponse", nullptr, 0, &bindRemoveAudioEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveAudioEncoderConfigurationResponse = {
+    "trt:RemoveAudioEncoderConfigurationResponse", nullptr, 0, &bindRemoveAudioEncoderConfigurationResponse};
 
 } // namespace
 

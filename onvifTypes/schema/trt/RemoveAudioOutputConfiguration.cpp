@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveAudioOutputConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveAudioOutputConfiguration = {"trt:RemoveAudioOutputConfiguration", membersRemoveAudioOutputConfiguration, 1, &bindRemoveAudioOutputConfiguration};
+const ComplexType::ClassInfo infoRemoveAudioOutputConfiguration = {
+    "trt:RemoveAudioOutputConfiguration", membersRemoveAudioOutputConfiguration, 1, &bindRemoveAudioOutputConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemoveAudioOutputConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveAudioOutputConfigurationResponse = {"trt:RemoveAudioOutputConfigurationResponse", nullptr, 0, &bindRemoveAudioOutputConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveAudioOutputConfigurationResponse = {
+    "trt:RemoveAudioOutputConfigurationResponse", nullptr, 0, &bindRemoveAudioOutputConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveAudioSourceConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveAudioSourceConfiguration = {"trt:RemoveAudioSourceConfiguration", membersRemoveAudioSourceConfiguration, 1, &bindRemoveAudioSourceConfiguration};
+const ComplexType::ClassInfo infoRemoveAudioSourceConfiguration = {
+    "trt:RemoveAudioSourceConfiguration", membersRemoveAudioSourceConfiguration, 1, &bindRemoveAudioSourceConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemoveAudioSourceConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveAudioSourceConfigurationResponse = {"trt:RemoveAudioSourceConfigurationResponse", nullptr, 0, &bindRemoveAudioSourceConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveAudioSourceConfigurationResponse = {
+    "trt:RemoveAudioSourceConfigurationResponse", nullptr, 0, &bindRemoveAudioSourceConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveMetadataConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveMetadataConfiguration = {"trt:RemoveMetadataConfiguration", membersRemoveMetadataConfiguration, 1, &bindRemoveMetadataConfiguration};
+const ComplexType::ClassInfo infoRemoveMetadataConfiguration = {
+    "trt:RemoveMetadataConfiguration", membersRemoveMetadataConfiguration, 1, &bindRemoveMetadataConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemoveMetadataConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveMetadataConfigurationResponse = {"trt:RemoveMetadataConfigurationResponse", nullptr, 0, &bindRemoveMetadataConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveMetadataConfigurationResponse = {
+    "trt:RemoveMetadataConfigurationResponse", nullptr, 0, &bindRemoveMetadataConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemovePTZConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemovePTZConfiguration = {"trt:RemovePTZConfiguration", membersRemovePTZConfiguration, 1, &bindRemovePTZConfiguration};
+const ComplexType::ClassInfo infoRemovePTZConfiguration = {
+    "trt:RemovePTZConfiguration", membersRemovePTZConfiguration, 1, &bindRemovePTZConfiguration};
 
 } // namespace
 

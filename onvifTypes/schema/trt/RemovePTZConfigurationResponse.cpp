@@ -13,7 +13,8 @@ void bindRemovePTZConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemovePTZConfigurationResponse = {"trt:RemovePTZConfigurationResponse", nullptr, 0, &bindRemovePTZConfigurationResponse};
+const ComplexType::ClassInfo infoRemovePTZConfigurationResponse = {
+    "trt:RemovePTZConfigurationResponse", nullptr, 0, &bindRemovePTZConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveVideoAnalyticsConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveVideoAnalyticsConfiguration = {"trt:RemoveVideoAnalyticsConfiguration", membersRemoveVideoAnalyticsConfiguration, 1, &bindRemoveVideoAnalyticsConfiguration};
+const ComplexType::ClassInfo infoRemoveVideoAnalyticsConfiguration = {
+    "trt:RemoveVideoAnalyticsConfiguration", membersRemoveVideoAnalyticsConfiguration, 1, &bindRemoveVideoAnalyticsConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemoveVideoAnalyticsConfigurationResponse(Serializable* object, void** 
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveVideoAnalyticsConfigurationResponse = {"trt:RemoveVideoAnalyticsConfigurationResponse", nullptr, 0, &bindRemoveVideoAnalyticsConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveVideoAnalyticsConfigurationResponse = {
+    "trt:RemoveVideoAnalyticsConfigurationResponse", nullptr, 0, &bindRemoveVideoAnalyticsConfigurationResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveVideoEncoderConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveVideoEncoderConfiguration = {"trt:RemoveVideoEncoderConfiguration", membersRemoveVideoEncoderConfiguration, 1, &bindRemoveVideoEncoderConfiguration};
+const ComplexType::ClassInfo infoRemoveVideoEncoderConfiguration = {
+    "trt:RemoveVideoEncoderConfiguration", membersRemoveVideoEncoderConfiguration, 1, &bindRemoveVideoEncoderConfiguration};
 
 } // namespace
 

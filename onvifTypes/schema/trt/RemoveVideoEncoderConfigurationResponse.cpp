@@ -13,7 +13,8 @@ void bindRemoveVideoEncoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveVideoEncoderConfigurationResponse = {"trt:RemoveVideoEncoderConfigurationResponse", nullptr, 0, &bindRemoveVideoEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveVideoEncoderConfigurationResponse = {
+    "trt:RemoveVideoEncoderConfigurationResponse", nullptr, 0, &bindRemoveVideoEncoderConfigurationResponse};
 
 } // namespace
 

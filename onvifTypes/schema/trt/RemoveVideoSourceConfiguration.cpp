@@ -18,7 +18,8 @@ const ComplexType::Member membersRemoveVideoSourceConfiguration[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRemoveVideoSourceConfiguration = {"trt:RemoveVideoSourceConfiguration", membersRemoveVideoSourceConfiguration, 1, &bindRemoveVideoSourceConfiguration};
+const ComplexType::ClassInfo infoRemoveVideoSourceConfiguration = {
+    "trt:RemoveVideoSourceConfiguration", membersRemoveVideoSourceConfiguration, 1, &bindRemoveVideoSourceConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRemoveVideoSourceConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRemoveVideoSourceConfigurationResponse = {"trt:RemoveVideoSourceConfigurationResponse", nullptr, 0, &bindRemoveVideoSourceConfigurationResponse};
+const ComplexType::ClassInfo infoRemoveVideoSourceConfigurationResponse = {
+    "trt:RemoveVideoSourceConfigurationResponse", nullptr, 0, &bindRemoveVideoSourceConfigurationResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSetAudioDecoderConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetAudioDecoderConfiguration = {"trt:SetAudioDecoderConfiguration", membersSetAudioDecoderConfiguration, 2, &bindSetAudioDecoderConfiguration};
+const ComplexType::ClassInfo infoSetAudioDecoderConfiguration = {
+    "trt:SetAudioDecoderConfiguration", membersSetAudioDecoderConfiguration, 2, &bindSetAudioDecoderConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetAudioDecoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetAudioDecoderConfigurationResponse = {"trt:SetAudioDecoderConfigurationResponse", nullptr, 0, &bindSetAudioDecoderConfigurationResponse};
+const ComplexType::ClassInfo infoSetAudioDecoderConfigurationResponse = {
+    "trt:SetAudioDecoderConfigurationResponse", nullptr, 0, &bindSetAudioDecoderConfigurationResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSetAudioEncoderConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetAudioEncoderConfiguration = {"trt:SetAudioEncoderConfiguration", membersSetAudioEncoderConfiguration, 2, &bindSetAudioEncoderConfiguration};
+const ComplexType::ClassInfo infoSetAudioEncoderConfiguration = {
+    "trt:SetAudioEncoderConfiguration", membersSetAudioEncoderConfiguration, 2, &bindSetAudioEncoderConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetAudioEncoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetAudioEncoderConfigurationResponse = {"trt:SetAudioEncoderConfigurationResponse", nullptr, 0, &bindSetAudioEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoSetAudioEncoderConfigurationResponse = {
+    "trt:SetAudioEncoderConfigurationResponse", nullptr, 0, &bindSetAudioEncoderConfigurationResponse};
 
 } // namespace
 

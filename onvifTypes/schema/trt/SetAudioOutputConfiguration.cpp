@@ -21,7 +21,8 @@ const ComplexType::Member membersSetAudioOutputConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetAudioOutputConfiguration = {"trt:SetAudioOutputConfiguration", membersSetAudioOutputConfiguration, 2, &bindSetAudioOutputConfiguration};
+const ComplexType::ClassInfo infoSetAudioOutputConfiguration = {
+    "trt:SetAudioOutputConfiguration", membersSetAudioOutputConfiguration, 2, &bindSetAudioOutputConfiguration};
 
 } // namespace
 

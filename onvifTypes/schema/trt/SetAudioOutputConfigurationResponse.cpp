@@ -13,7 +13,8 @@ void bindSetAudioOutputConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetAudioOutputConfigurationResponse = {"trt:SetAudioOutputConfigurationResponse", nullptr, 0, &bindSetAudioOutputConfigurationResponse};
+const ComplexType::ClassInfo infoSetAudioOutputConfigurationResponse = {
+    "trt:SetAudioOutputConfigurationResponse", nullptr, 0, &bindSetAudioOutputConfigurationResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSetAudioSourceConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetAudioSourceConfiguration = {"trt:SetAudioSourceConfiguration", membersSetAudioSourceConfiguration, 2, &bindSetAudioSourceConfiguration};
+const ComplexType::ClassInfo infoSetAudioSourceConfiguration = {
+    "trt:SetAudioSourceConfiguration", membersSetAudioSourceConfiguration, 2, &bindSetAudioSourceConfiguration};
 
 } // namespace
 

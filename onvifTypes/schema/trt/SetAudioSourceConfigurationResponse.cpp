@@ -13,7 +13,8 @@ void bindSetAudioSourceConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetAudioSourceConfigurationResponse = {"trt:SetAudioSourceConfigurationResponse", nullptr, 0, &bindSetAudioSourceConfigurationResponse};
+const ComplexType::ClassInfo infoSetAudioSourceConfigurationResponse = {
+    "trt:SetAudioSourceConfigurationResponse", nullptr, 0, &bindSetAudioSourceConfigurationResponse};
 
 } // namespace
 

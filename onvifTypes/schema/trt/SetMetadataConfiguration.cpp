@@ -21,7 +21,8 @@ const ComplexType::Member membersSetMetadataConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetMetadataConfiguration = {"trt:SetMetadataConfiguration", membersSetMetadataConfiguration, 2, &bindSetMetadataConfiguration};
+const ComplexType::ClassInfo infoSetMetadataConfiguration = {
+    "trt:SetMetadataConfiguration", membersSetMetadataConfiguration, 2, &bindSetMetadataConfiguration};
 
 } // namespace
 

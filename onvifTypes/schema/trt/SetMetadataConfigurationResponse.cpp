@@ -13,7 +13,8 @@ void bindSetMetadataConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetMetadataConfigurationResponse = {"trt:SetMetadataConfigurationResponse", nullptr, 0, &bindSetMetadataConfigurationResponse};
+const ComplexType::ClassInfo infoSetMetadataConfigurationResponse = {
+    "trt:SetMetadataConfigurationResponse", nullptr, 0, &bindSetMetadataConfigurationResponse};
 
 } // namespace
 

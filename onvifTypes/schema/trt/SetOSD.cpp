@@ -19,7 +19,8 @@ const ComplexType::Member membersSetOSD[] = {
     {"trt:OSD", ComplexType::Required, &ComplexType::typeOps<tt::OSDConfiguration>},
 };
 
-const ComplexType::ClassInfo infoSetOSD = {"trt:SetOSD", membersSetOSD, 1, &bindSetOSD};
+const ComplexType::ClassInfo infoSetOSD = {
+    "trt:SetOSD", membersSetOSD, 1, &bindSetOSD};
 
 } // namespace
 

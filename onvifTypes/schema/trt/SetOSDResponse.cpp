@@ -13,7 +13,8 @@ void bindSetOSDResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetOSDResponse = {"trt:SetOSDResponse", nullptr, 0, &bindSetOSDResponse};
+const ComplexType::ClassInfo infoSetOSDResponse = {
+    "trt:SetOSDResponse", nullptr, 0, &bindSetOSDResponse};
 
 } // namespace
 

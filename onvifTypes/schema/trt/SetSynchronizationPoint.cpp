@@ -18,7 +18,8 @@ const ComplexType::Member membersSetSynchronizationPoint[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetSynchronizationPoint = {"trt:SetSynchronizationPoint", membersSetSynchronizationPoint, 1, &bindSetSynchronizationPoint};
+const ComplexType::ClassInfo infoSetSynchronizationPoint = {
+    "trt:SetSynchronizationPoint", membersSetSynchronizationPoint, 1, &bindSetSynchronizationPoint};
 
 } // namespace
 

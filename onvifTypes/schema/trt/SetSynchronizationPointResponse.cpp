@@ -13,7 +13,8 @@ void bindSetSynchronizationPointResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetSynchronizationPointResponse = {"trt:SetSynchronizationPointResponse", nullptr, 0, &bindSetSynchronizationPointResponse};
+const ComplexType::ClassInfo infoSetSynchronizationPointResponse = {
+    "trt:SetSynchronizationPointResponse", nullptr, 0, &bindSetSynchronizationPointResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSetVideoAnalyticsConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetVideoAnalyticsConfiguration = {"trt:SetVideoAnalyticsConfiguration", membersSetVideoAnalyticsConfiguration, 2, &bindSetVideoAnalyticsConfiguration};
+const ComplexType::ClassInfo infoSetVideoAnalyticsConfiguration = {
+    "trt:SetVideoAnalyticsConfiguration", membersSetVideoAnalyticsConfiguration, 2, &bindSetVideoAnalyticsConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSetVideoAnalyticsConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetVideoAnalyticsConfigurationResponse = {"trt:SetVideoAnalyticsConfigurationResponse", nullptr, 0, &bindSetVideoAnalyticsConfigurationResponse};
+const ComplexType::ClassInfo infoSetVideoAnalyticsConfigurationResponse = {
+    "trt:SetVideoAnalyticsConfigurationResponse", nullptr, 0, &bindSetVideoAnalyticsConfigurationResponse};
 
 } // namespace
 

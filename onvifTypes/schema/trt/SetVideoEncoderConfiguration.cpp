@@ -21,7 +21,8 @@ const ComplexType::Member membersSetVideoEncoderConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetVideoEncoderConfiguration = {"trt:SetVideoEncoderConfiguration", membersSetVideoEncoderConfiguration, 2, &bindSetVideoEncoderConfiguration};
+const ComplexType::ClassInfo infoSetVideoEncoderConfiguration = {
+    "trt:SetVideoEncoderConfiguration", membersSetVideoEncoderConfiguration, 2, &bindSetVideoEncoderConfiguration};
 
 } // namespace
 

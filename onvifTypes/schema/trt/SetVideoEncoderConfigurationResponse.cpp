@@ -13,7 +13,8 @@ void bindSetVideoEncoderConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetVideoEncoderConfigurationResponse = {"trt:SetVideoEncoderConfigurationResponse", nullptr, 0, &bindSetVideoEncoderConfigurationResponse};
+const ComplexType::ClassInfo infoSetVideoEncoderConfigurationResponse = {
+    "trt:SetVideoEncoderConfigurationResponse", nullptr, 0, &bindSetVideoEncoderConfigurationResponse};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSetVideoSourceConfiguration[] = {
     {"trt:ForcePersistence", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetVideoSourceConfiguration = {"trt:SetVideoSourceConfiguration", membersSetVideoSourceConfiguration, 2, &bindSetVideoSourceConfiguration};
+const ComplexType::ClassInfo infoSetVideoSourceConfiguration = {
+    "trt:SetVideoSourceConfiguration", membersSetVideoSourceConfiguration, 2, &bindSetVideoSourceConfiguration};
 
 } // namespace
 

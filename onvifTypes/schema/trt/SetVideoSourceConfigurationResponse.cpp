@@ -13,7 +13,8 @@ void bindSetVideoSourceConfigurationResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSetVideoSourceConfigurationResponse = {"trt:SetVideoSourceConfigurationResponse", nullptr, 0, &bindSetVideoSourceConfigurationResponse};
+const ComplexType::ClassInfo infoSetVideoSourceConfigurationResponse = {
+    "trt:SetVideoSourceConfigurationResponse", nullptr, 0, &bindSetVideoSourceConfigurationResponse};
 
 } // namespace
 

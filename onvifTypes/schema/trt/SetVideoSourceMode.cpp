@@ -20,7 +20,8 @@ const ComplexType::Member membersSetVideoSourceMode[] = {
     {"trt:VideoSourceModeToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSetVideoSourceMode = {"trt:SetVideoSourceMode", membersSetVideoSourceMode, 2, &bindSetVideoSourceMode};
+const ComplexType::ClassInfo infoSetVideoSourceMode = {
+    "trt:SetVideoSourceMode", membersSetVideoSourceMode, 2, &bindSetVideoSourceMode};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersSetVideoSourceModeResponse[] = {
     {"trt:Reboot", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSetVideoSourceModeResponse = {"trt:SetVideoSourceModeResponse", membersSetVideoSourceModeResponse, 1, &bindSetVideoSourceModeResponse};
+const ComplexType::ClassInfo infoSetVideoSourceModeResponse = {
+    "trt:SetVideoSourceModeResponse", membersSetVideoSourceModeResponse, 1, &bindSetVideoSourceModeResponse};
 
 } // namespace
 

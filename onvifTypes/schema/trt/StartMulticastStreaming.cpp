@@ -18,7 +18,8 @@ const ComplexType::Member membersStartMulticastStreaming[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoStartMulticastStreaming = {"trt:StartMulticastStreaming", membersStartMulticastStreaming, 1, &bindStartMulticastStreaming};
+const ComplexType::ClassInfo infoStartMulticastStreaming = {
+    "trt:StartMulticastStreaming", membersStartMulticastStreaming, 1, &bindStartMulticastStreaming};
 
 } // namespace
 

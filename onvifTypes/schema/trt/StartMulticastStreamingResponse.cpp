@@ -13,7 +13,8 @@ void bindStartMulticastStreamingResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoStartMulticastStreamingResponse = {"trt:StartMulticastStreamingResponse", nullptr, 0, &bindStartMulticastStreamingResponse};
+const ComplexType::ClassInfo infoStartMulticastStreamingResponse = {
+    "trt:StartMulticastStreamingResponse", nullptr, 0, &bindStartMulticastStreamingResponse};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersStopMulticastStreaming[] = {
     {"trt:ProfileToken", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoStopMulticastStreaming = {"trt:StopMulticastStreaming", membersStopMulticastStreaming, 1, &bindStopMulticastStreaming};
+const ComplexType::ClassInfo infoStopMulticastStreaming = {
+    "trt:StopMulticastStreaming", membersStopMulticastStreaming, 1, &bindStopMulticastStreaming};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindStopMulticastStreamingResponse(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoStopMulticastStreamingResponse = {"trt:StopMulticastStreamingResponse", nullptr, 0, &bindStopMulticastStreamingResponse};
+const ComplexType::ClassInfo infoStopMulticastStreamingResponse = {
+    "trt:StopMulticastStreamingResponse", nullptr, 0, &bindStopMulticastStreamingResponse};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersStreamingCapabilities[] = {
     {"NoRTSPStreaming", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoStreamingCapabilities = {"trt:StreamingCapabilities", membersStreamingCapabilities, 5, &bindStreamingCapabilities};
+const ComplexType::ClassInfo infoStreamingCapabilities = {
+    "trt:StreamingCapabilities", membersStreamingCapabilities, 5, &bindStreamingCapabilities};
 
 } // namespace
 

@@ -34,7 +34,8 @@ const ComplexType::Member membersVideoSourceMode[] = {
     {"Enabled", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoVideoSourceMode = {"trt:VideoSourceMode", membersVideoSourceMode, 8, &bindVideoSourceMode};
+const ComplexType::ClassInfo infoVideoSourceMode = {
+    "trt:VideoSourceMode", membersVideoSourceMode, 8, &bindVideoSourceMode};
 
 } // namespace
 

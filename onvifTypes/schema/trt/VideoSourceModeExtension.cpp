@@ -13,7 +13,8 @@ void bindVideoSourceModeExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoSourceModeExtension = {"trt:VideoSourceModeExtension", nullptr, 0, &bindVideoSourceModeExtension};
+const ComplexType::ClassInfo infoVideoSourceModeExtension = {
+    "trt:VideoSourceModeExtension", nullptr, 0, &bindVideoSourceModeExtension};
 
 } // namespace
 

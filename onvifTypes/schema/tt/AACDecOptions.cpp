@@ -21,7 +21,8 @@ const ComplexType::Member membersAACDecOptions[] = {
     {"tt:SampleRateRange", ComplexType::Required, &ComplexType::typeOps<tt::IntList>},
 };
 
-const ComplexType::ClassInfo infoAACDecOptions = {"tt:AACDecOptions", membersAACDecOptions, 2, &bindAACDecOptions};
+const ComplexType::ClassInfo infoAACDecOptions = {
+    "tt:AACDecOptions", membersAACDecOptions, 2, &bindAACDecOptions};
 
 } // namespace
 

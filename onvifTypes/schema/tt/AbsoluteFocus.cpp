@@ -20,7 +20,8 @@ const ComplexType::Member membersAbsoluteFocus[] = {
     {"tt:Speed", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoAbsoluteFocus = {"tt:AbsoluteFocus", membersAbsoluteFocus, 2, &bindAbsoluteFocus};
+const ComplexType::ClassInfo infoAbsoluteFocus = {
+    "tt:AbsoluteFocus", membersAbsoluteFocus, 2, &bindAbsoluteFocus};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersAbsoluteFocusOptions[] = {
     {"tt:Speed", ComplexType::Optional, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoAbsoluteFocusOptions = {"tt:AbsoluteFocusOptions", membersAbsoluteFocusOptions, 2, &bindAbsoluteFocusOptions};
+const ComplexType::ClassInfo infoAbsoluteFocusOptions = {
+    "tt:AbsoluteFocusOptions", membersAbsoluteFocusOptions, 2, &bindAbsoluteFocusOptions};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersActionEngineEventPayload[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ActionEngineEventPayloadExtension>},
 };
 
-const ComplexType::ClassInfo infoActionEngineEventPayload = {"tt:ActionEngineEventPayload", membersActionEngineEventPayload, 4, &bindActionEngineEventPayload};
+const ComplexType::ClassInfo infoActionEngineEventPayload = {
+    "tt:ActionEngineEventPayload", membersActionEngineEventPayload, 4, &bindActionEngineEventPayload};
 
 } // namespace
 

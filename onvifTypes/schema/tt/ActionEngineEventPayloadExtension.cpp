@@ -13,7 +13,8 @@ void bindActionEngineEventPayloadExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoActionEngineEventPayloadExtension = {"tt:ActionEngineEventPayloadExtension", nullptr, 0, &bindActionEngineEventPayloadExtension};
+const ComplexType::ClassInfo infoActionEngineEventPayloadExtension = {
+    "tt:ActionEngineEventPayloadExtension", nullptr, 0, &bindActionEngineEventPayloadExtension};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersActiveConnection[] = {
     {"tt:CurrentFps", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoActiveConnection = {"tt:ActiveConnection", membersActiveConnection, 2, &bindActiveConnection};
+const ComplexType::ClassInfo infoActiveConnection = {
+    "tt:ActiveConnection", membersActiveConnection, 2, &bindActiveConnection};
 
 } // namespace
 

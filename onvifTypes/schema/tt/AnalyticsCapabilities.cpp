@@ -22,7 +22,8 @@ const ComplexType::Member membersAnalyticsCapabilities[] = {
     {"tt:AnalyticsModuleSupport", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsCapabilities = {"tt:AnalyticsCapabilities", membersAnalyticsCapabilities, 3, &bindAnalyticsCapabilities};
+const ComplexType::ClassInfo infoAnalyticsCapabilities = {
+    "tt:AnalyticsCapabilities", membersAnalyticsCapabilities, 3, &bindAnalyticsCapabilities};
 
 } // namespace
 

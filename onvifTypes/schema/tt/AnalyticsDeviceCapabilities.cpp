@@ -23,7 +23,8 @@ const ComplexType::Member membersAnalyticsDeviceCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AnalyticsDeviceExtension>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsDeviceCapabilities = {"tt:AnalyticsDeviceCapabilities", membersAnalyticsDeviceCapabilities, 3, &bindAnalyticsDeviceCapabilities};
+const ComplexType::ClassInfo infoAnalyticsDeviceCapabilities = {
+    "tt:AnalyticsDeviceCapabilities", membersAnalyticsDeviceCapabilities, 3, &bindAnalyticsDeviceCapabilities};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersAnalyticsDeviceEngineConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AnalyticsDeviceEngineConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsDeviceEngineConfiguration = {"tt:AnalyticsDeviceEngineConfiguration", membersAnalyticsDeviceEngineConfiguration, 2, &bindAnalyticsDeviceEngineConfiguration};
+const ComplexType::ClassInfo infoAnalyticsDeviceEngineConfiguration = {
+    "tt:AnalyticsDeviceEngineConfiguration", membersAnalyticsDeviceEngineConfiguration, 2, &bindAnalyticsDeviceEngineConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAnalyticsDeviceEngineConfigurationExtension(Serializable* object, void*
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAnalyticsDeviceEngineConfigurationExtension = {"tt:AnalyticsDeviceEngineConfigurationExtension", nullptr, 0, &bindAnalyticsDeviceEngineConfigurationExtension};
+const ComplexType::ClassInfo infoAnalyticsDeviceEngineConfigurationExtension = {
+    "tt:AnalyticsDeviceEngineConfigurationExtension", nullptr, 0, &bindAnalyticsDeviceEngineConfigurationExtension};
 
 } // namespace
 

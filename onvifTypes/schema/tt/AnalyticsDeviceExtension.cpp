@@ -13,7 +13,8 @@ void bindAnalyticsDeviceExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAnalyticsDeviceExtension = {"tt:AnalyticsDeviceExtension", nullptr, 0, &bindAnalyticsDeviceExtension};
+const ComplexType::ClassInfo infoAnalyticsDeviceExtension = {
+    "tt:AnalyticsDeviceExtension", nullptr, 0, &bindAnalyticsDeviceExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersAnalyticsEngine[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAnalyticsEngine = {"tt:AnalyticsEngine", membersAnalyticsEngine, 4, &bindAnalyticsEngine};
+const ComplexType::ClassInfo infoAnalyticsEngine = {
+    "tt:AnalyticsEngine", membersAnalyticsEngine, 4, &bindAnalyticsEngine};
 
 } // namespace
 

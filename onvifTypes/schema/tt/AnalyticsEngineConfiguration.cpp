@@ -22,7 +22,8 @@ const ComplexType::Member membersAnalyticsEngineConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AnalyticsEngineConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsEngineConfiguration = {"tt:AnalyticsEngineConfiguration", membersAnalyticsEngineConfiguration, 2, &bindAnalyticsEngineConfiguration};
+const ComplexType::ClassInfo infoAnalyticsEngineConfiguration = {
+    "tt:AnalyticsEngineConfiguration", membersAnalyticsEngineConfiguration, 2, &bindAnalyticsEngineConfiguration};
 
 } // namespace
 

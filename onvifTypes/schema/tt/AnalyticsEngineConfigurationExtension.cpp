@@ -13,7 +13,8 @@ void bindAnalyticsEngineConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAnalyticsEngineConfigurationExtension = {"tt:AnalyticsEngineConfigurationExtension", nullptr, 0, &bindAnalyticsEngineConfigurationExtension};
+const ComplexType::ClassInfo infoAnalyticsEngineConfigurationExtension = {
+    "tt:AnalyticsEngineConfigurationExtension", nullptr, 0, &bindAnalyticsEngineConfigurationExtension};
 
 } // namespace
 

@@ -36,7 +36,8 @@ const ComplexType::Member membersAnalyticsEngineControl[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAnalyticsEngineControl = {"tt:AnalyticsEngineControl", membersAnalyticsEngineControl, 10, &bindAnalyticsEngineControl};
+const ComplexType::ClassInfo infoAnalyticsEngineControl = {
+    "tt:AnalyticsEngineControl", membersAnalyticsEngineControl, 10, &bindAnalyticsEngineControl};
 
 } // namespace
 

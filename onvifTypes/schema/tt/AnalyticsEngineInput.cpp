@@ -28,7 +28,8 @@ const ComplexType::Member membersAnalyticsEngineInput[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAnalyticsEngineInput = {"tt:AnalyticsEngineInput", membersAnalyticsEngineInput, 6, &bindAnalyticsEngineInput};
+const ComplexType::ClassInfo infoAnalyticsEngineInput = {
+    "tt:AnalyticsEngineInput", membersAnalyticsEngineInput, 6, &bindAnalyticsEngineInput};
 
 } // namespace
 

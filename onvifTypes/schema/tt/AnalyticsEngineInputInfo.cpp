@@ -22,7 +22,8 @@ const ComplexType::Member membersAnalyticsEngineInputInfo[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AnalyticsEngineInputInfoExtension>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsEngineInputInfo = {"tt:AnalyticsEngineInputInfo", membersAnalyticsEngineInputInfo, 2, &bindAnalyticsEngineInputInfo};
+const ComplexType::ClassInfo infoAnalyticsEngineInputInfo = {
+    "tt:AnalyticsEngineInputInfo", membersAnalyticsEngineInputInfo, 2, &bindAnalyticsEngineInputInfo};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAnalyticsEngineInputInfoExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAnalyticsEngineInputInfoExtension = {"tt:AnalyticsEngineInputInfoExtension", nullptr, 0, &bindAnalyticsEngineInputInfoExtension};
+const ComplexType::ClassInfo infoAnalyticsEngineInputInfoExtension = {
+    "tt:AnalyticsEngineInputInfoExtension", nullptr, 0, &bindAnalyticsEngineInputInfoExtension};
 
 } // namespace
 

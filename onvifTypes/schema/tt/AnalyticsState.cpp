@@ -20,7 +20,8 @@ const ComplexType::Member membersAnalyticsState[] = {
     {"tt:State", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsState = {"tt:AnalyticsState", membersAnalyticsState, 2, &bindAnalyticsState};
+const ComplexType::ClassInfo infoAnalyticsState = {
+    "tt:AnalyticsState", membersAnalyticsState, 2, &bindAnalyticsState};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersAnalyticsStateInformation[] = {
     {"tt:State", ComplexType::Required, &ComplexType::typeOps<tt::AnalyticsState>},
 };
 
-const ComplexType::ClassInfo infoAnalyticsStateInformation = {"tt:AnalyticsStateInformation", membersAnalyticsStateInformation, 2, &bindAnalyticsStateInformation};
+const ComplexType::ClassInfo infoAnalyticsStateInformation = {
+    "tt:AnalyticsStateInformation", membersAnalyticsStateInformation, 2, &bindAnalyticsStateInformation};
 
 } // namespace
 

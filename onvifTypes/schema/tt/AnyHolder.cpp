@@ -13,7 +13,8 @@ void bindAnyHolder(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAnyHolder = {"tt:AnyHolder", nullptr, 0, &bindAnyHolder};
+const ComplexType::ClassInfo infoAnyHolder = {
+    "tt:AnyHolder", nullptr, 0, &bindAnyHolder};
 
 } // namespace
 

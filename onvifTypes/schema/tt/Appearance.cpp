@@ -31,7 +31,8 @@ const ComplexType::Member membersAppearance[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AppearanceExtension>},
 };
 
-const ComplexType::ClassInfo infoAppearance = {"tt:Appearance", membersAppearance, 5, &bindAppearance};
+const ComplexType::ClassInfo infoAppearance = {
+    "tt:Appearance", membersAppearance, 5, &bindAppearance};
 
 } // namespace
 

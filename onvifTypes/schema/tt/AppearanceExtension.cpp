@@ -13,7 +13,8 @@ void bindAppearanceExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAppearanceExtension = {"tt:AppearanceExtension", nullptr, 0, &bindAppearanceExtension};
+const ComplexType::ClassInfo infoAppearanceExtension = {
+    "tt:AppearanceExtension", nullptr, 0, &bindAppearanceExtension};
 
 } // namespace
 

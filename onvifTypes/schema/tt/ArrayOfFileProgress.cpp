@@ -22,7 +22,8 @@ const ComplexType::Member membersArrayOfFileProgress[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ArrayOfFileProgressExtension>},
 };
 
-const ComplexType::ClassInfo infoArrayOfFileProgress = {"tt:ArrayOfFileProgress", membersArrayOfFileProgress, 2, &bindArrayOfFileProgress};
+const ComplexType::ClassInfo infoArrayOfFileProgress = {
+    "tt:ArrayOfFileProgress", membersArrayOfFileProgress, 2, &bindArrayOfFileProgress};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindArrayOfFileProgressExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoArrayOfFileProgressExtension = {"tt:ArrayOfFileProgressExtension", nullptr, 0, &bindArrayOfFileProgressExtension};
+const ComplexType::ClassInfo infoArrayOfFileProgressExtension = {
+    "tt:ArrayOfFileProgressExtension", nullptr, 0, &bindArrayOfFileProgressExtension};
 
 } // namespace
 

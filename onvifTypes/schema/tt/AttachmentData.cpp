@@ -20,7 +20,8 @@ const ComplexType::Member membersAttachmentData[] = {
     {"xmime:contentType", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAttachmentData = {"tt:AttachmentData", membersAttachmentData, 2, &bindAttachmentData};
+const ComplexType::ClassInfo infoAttachmentData = {
+    "tt:AttachmentData", membersAttachmentData, 2, &bindAttachmentData};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersAudioAnalyticsStream[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AudioAnalyticsStreamExtension>},
 };
 
-const ComplexType::ClassInfo infoAudioAnalyticsStream = {"tt:AudioAnalyticsStream", membersAudioAnalyticsStream, 2, &bindAudioAnalyticsStream};
+const ComplexType::ClassInfo infoAudioAnalyticsStream = {
+    "tt:AudioAnalyticsStream", membersAudioAnalyticsStream, 2, &bindAudioAnalyticsStream};
 
 } // namespace
 

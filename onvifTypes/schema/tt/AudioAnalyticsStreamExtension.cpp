@@ -13,7 +13,8 @@ void bindAudioAnalyticsStreamExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAudioAnalyticsStreamExtension = {"tt:AudioAnalyticsStreamExtension", nullptr, 0, &bindAudioAnalyticsStreamExtension};
+const ComplexType::ClassInfo infoAudioAnalyticsStreamExtension = {
+    "tt:AudioAnalyticsStreamExtension", nullptr, 0, &bindAudioAnalyticsStreamExtension};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersAudioAttributes[] = {
     {"tt:Samplerate", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoAudioAttributes = {"tt:AudioAttributes", membersAudioAttributes, 3, &bindAudioAttributes};
+const ComplexType::ClassInfo infoAudioAttributes = {
+    "tt:AudioAttributes", membersAudioAttributes, 3, &bindAudioAttributes};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersAudioClassCandidate[] = {
     {"tt:Likelihood", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoAudioClassCandidate = {"tt:AudioClassCandidate", membersAudioClassCandidate, 2, &bindAudioClassCandidate};
+const ComplexType::ClassInfo infoAudioClassCandidate = {
+    "tt:AudioClassCandidate", membersAudioClassCandidate, 2, &bindAudioClassCandidate};
 
 } // namespace
 

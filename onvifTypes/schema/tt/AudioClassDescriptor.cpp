@@ -22,7 +22,8 @@ const ComplexType::Member membersAudioClassDescriptor[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AudioClassDescriptorExtension>},
 };
 
-const ComplexType::ClassInfo infoAudioClassDescriptor = {"tt:AudioClassDescriptor", membersAudioClassDescriptor, 2, &bindAudioClassDescriptor};
+const ComplexType::ClassInfo infoAudioClassDescriptor = {
+    "tt:AudioClassDescriptor", membersAudioClassDescriptor, 2, &bindAudioClassDescriptor};
 
 } // namespace
 

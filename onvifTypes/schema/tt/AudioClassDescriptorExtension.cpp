@@ -13,7 +13,8 @@ void bindAudioClassDescriptorExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAudioClassDescriptorExtension = {"tt:AudioClassDescriptorExtension", nullptr, 0, &bindAudioClassDescriptorExtension};
+const ComplexType::ClassInfo infoAudioClassDescriptorExtension = {
+    "tt:AudioClassDescriptorExtension", nullptr, 0, &bindAudioClassDescriptorExtension};
 
 } // namespace
 

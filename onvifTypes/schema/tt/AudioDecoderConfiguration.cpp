@@ -19,7 +19,8 @@ const ComplexType::Member membersAudioDecoderConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioDecoderConfiguration = {"tt:AudioDecoderConfiguration", membersAudioDecoderConfiguration, 3, &bindAudioDecoderConfiguration};
+const ComplexType::ClassInfo infoAudioDecoderConfiguration = {
+    "tt:AudioDecoderConfiguration", membersAudioDecoderConfiguration, 3, &bindAudioDecoderConfiguration};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersAudioDecoderConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AudioDecoderConfigurationOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoAudioDecoderConfigurationOptions = {"tt:AudioDecoderConfigurationOptions", membersAudioDecoderConfigurationOptions, 4, &bindAudioDecoderConfigurationOptions};
+const ComplexType::ClassInfo infoAudioDecoderConfigurationOptions = {
+    "tt:AudioDecoderConfigurationOptions", membersAudioDecoderConfigurationOptions, 4, &bindAudioDecoderConfigurationOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindAudioDecoderConfigurationOptionsExtension(Serializable* object, void** 
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAudioDecoderConfigurationOptionsExtension = {"tt:AudioDecoderConfigurationOptionsExtension", nullptr, 0, &bindAudioDecoderConfigurationOptionsExtension};
+const ComplexType::ClassInfo infoAudioDecoderConfigurationOptionsExtension = {
+    "tt:AudioDecoderConfigurationOptionsExtension", nullptr, 0, &bindAudioDecoderConfigurationOptionsExtension};
 
 } // namespace
 

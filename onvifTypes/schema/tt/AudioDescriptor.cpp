@@ -18,7 +18,8 @@ const ComplexType::Member membersAudioDescriptor[] = {
     {"UtcTime", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoAudioDescriptor = {"tt:AudioDescriptor", membersAudioDescriptor, 1, &bindAudioDescriptor};
+const ComplexType::ClassInfo infoAudioDescriptor = {
+    "tt:AudioDescriptor", membersAudioDescriptor, 1, &bindAudioDescriptor};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersAudioEncoder2Configuration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioEncoder2Configuration = {"tt:AudioEncoder2Configuration", membersAudioEncoder2Configuration, 7, &bindAudioEncoder2Configuration};
+const ComplexType::ClassInfo infoAudioEncoder2Configuration = {
+    "tt:AudioEncoder2Configuration", membersAudioEncoder2Configuration, 7, &bindAudioEncoder2Configuration};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersAudioEncoder2ConfigurationOptions[] = {
     {"tt:SampleRateList", ComplexType::Required, &ComplexType::typeOps<tt::IntList>},
 };
 
-const ComplexType::ClassInfo infoAudioEncoder2ConfigurationOptions = {"tt:AudioEncoder2ConfigurationOptions", membersAudioEncoder2ConfigurationOptions, 3, &bindAudioEncoder2ConfigurationOptions};
+const ComplexType::ClassInfo infoAudioEncoder2ConfigurationOptions = {
+    "tt:AudioEncoder2ConfigurationOptions", membersAudioEncoder2ConfigurationOptions, 3, &bindAudioEncoder2ConfigurationOptions};
 
 } // namespace
 

@@ -31,7 +31,8 @@ const ComplexType::Member membersAudioEncoderConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioEncoderConfiguration = {"tt:AudioEncoderConfiguration", membersAudioEncoderConfiguration, 8, &bindAudioEncoderConfiguration};
+const ComplexType::ClassInfo infoAudioEncoderConfiguration = {
+    "tt:AudioEncoderConfiguration", membersAudioEncoderConfiguration, 8, &bindAudioEncoderConfiguration};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersAudioEncoderConfigurationOption[] = {
     {"tt:SampleRateList", ComplexType::Required, &ComplexType::typeOps<tt::IntList>},
 };
 
-const ComplexType::ClassInfo infoAudioEncoderConfigurationOption = {"tt:AudioEncoderConfigurationOption", membersAudioEncoderConfigurationOption, 3, &bindAudioEncoderConfigurationOption};
+const ComplexType::ClassInfo infoAudioEncoderConfigurationOption = {
+    "tt:AudioEncoderConfigurationOption", membersAudioEncoderConfigurationOption, 3, &bindAudioEncoderConfigurationOption};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersAudioEncoderConfigurationOptions[] = {
     {"tt:Options", ComplexType::OptionalList, &ComplexType::listOps<tt::AudioEncoderConfigurationOption>},
 };
 
-const ComplexType::ClassInfo infoAudioEncoderConfigurationOptions = {"tt:AudioEncoderConfigurationOptions", membersAudioEncoderConfigurationOptions, 1, &bindAudioEncoderConfigurationOptions};
+const ComplexType::ClassInfo infoAudioEncoderConfigurationOptions = {
+    "tt:AudioEncoderConfigurationOptions", membersAudioEncoderConfigurationOptions, 1, &bindAudioEncoderConfigurationOptions};
 
 } // namespace
 

@@ -17,7 +17,8 @@ const ComplexType::Member membersAudioOutput[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioOutput = {"tt:AudioOutput", membersAudioOutput, 1, &bindAudioOutput};
+const ComplexType::ClassInfo infoAudioOutput = {
+    "tt:AudioOutput", membersAudioOutput, 1, &bindAudioOutput};
 
 } // namespace
 

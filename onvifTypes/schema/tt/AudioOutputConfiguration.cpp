@@ -25,7 +25,8 @@ const ComplexType::Member membersAudioOutputConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioOutputConfiguration = {"tt:AudioOutputConfiguration", membersAudioOutputConfiguration, 6, &bindAudioOutputConfiguration};
+const ComplexType::ClassInfo infoAudioOutputConfiguration = {
+    "tt:AudioOutputConfiguration", membersAudioOutputConfiguration, 6, &bindAudioOutputConfiguration};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersAudioOutputConfigurationOptions[] = {
     {"tt:OutputLevelRange", ComplexType::Required, &ComplexType::typeOps<tt::IntRange>},
 };
 
-const ComplexType::ClassInfo infoAudioOutputConfigurationOptions = {"tt:AudioOutputConfigurationOptions", membersAudioOutputConfigurationOptions, 3, &bindAudioOutputConfigurationOptions};
+const ComplexType::ClassInfo infoAudioOutputConfigurationOptions = {
+    "tt:AudioOutputConfigurationOptions", membersAudioOutputConfigurationOptions, 3, &bindAudioOutputConfigurationOptions};
 
 } // namespace
 

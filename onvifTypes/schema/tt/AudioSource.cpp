@@ -19,7 +19,8 @@ const ComplexType::Member membersAudioSource[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioSource = {"tt:AudioSource", membersAudioSource, 2, &bindAudioSource};
+const ComplexType::ClassInfo infoAudioSource = {
+    "tt:AudioSource", membersAudioSource, 2, &bindAudioSource};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersAudioSourceConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoAudioSourceConfiguration = {"tt:AudioSourceConfiguration", membersAudioSourceConfiguration, 4, &bindAudioSourceConfiguration};
+const ComplexType::ClassInfo infoAudioSourceConfiguration = {
+    "tt:AudioSourceConfiguration", membersAudioSourceConfiguration, 4, &bindAudioSourceConfiguration};
 
 } // namespace
 

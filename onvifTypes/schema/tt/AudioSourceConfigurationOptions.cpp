@@ -21,7 +21,8 @@ const ComplexType::Member membersAudioSourceConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::AudioSourceOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoAudioSourceConfigurationOptions = {"tt:AudioSourceConfigurationOptions", membersAudioSourceConfigurationOptions, 2, &bindAudioSourceConfigurationOptions};
+const ComplexType::ClassInfo infoAudioSourceConfigurationOptions = {
+    "tt:AudioSourceConfigurationOptions", membersAudioSourceConfigurationOptions, 2, &bindAudioSourceConfigurationOptions};
 
 } // namespace
 

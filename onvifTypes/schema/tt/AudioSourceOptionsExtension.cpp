@@ -13,7 +13,8 @@ void bindAudioSourceOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoAudioSourceOptionsExtension = {"tt:AudioSourceOptionsExtension", nullptr, 0, &bindAudioSourceOptionsExtension};
+const ComplexType::ClassInfo infoAudioSourceOptionsExtension = {
+    "tt:AudioSourceOptionsExtension", nullptr, 0, &bindAudioSourceOptionsExtension};
 
 } // namespace
 

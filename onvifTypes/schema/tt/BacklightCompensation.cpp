@@ -21,7 +21,8 @@ const ComplexType::Member membersBacklightCompensation[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoBacklightCompensation = {"tt:BacklightCompensation", membersBacklightCompensation, 2, &bindBacklightCompensation};
+const ComplexType::ClassInfo infoBacklightCompensation = {
+    "tt:BacklightCompensation", membersBacklightCompensation, 2, &bindBacklightCompensation};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersBacklightCompensation20[] = {
     {"tt:Level", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoBacklightCompensation20 = {"tt:BacklightCompensation20", membersBacklightCompensation20, 2, &bindBacklightCompensation20};
+const ComplexType::ClassInfo infoBacklightCompensation20 = {
+    "tt:BacklightCompensation20", membersBacklightCompensation20, 2, &bindBacklightCompensation20};
 
 } // namespace
 

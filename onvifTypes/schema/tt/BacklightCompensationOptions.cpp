@@ -22,7 +22,8 @@ const ComplexType::Member membersBacklightCompensationOptions[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoBacklightCompensationOptions = {"tt:BacklightCompensationOptions", membersBacklightCompensationOptions, 2, &bindBacklightCompensationOptions};
+const ComplexType::ClassInfo infoBacklightCompensationOptions = {
+    "tt:BacklightCompensationOptions", membersBacklightCompensationOptions, 2, &bindBacklightCompensationOptions};
 
 } // namespace
 

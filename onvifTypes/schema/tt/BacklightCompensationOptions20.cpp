@@ -22,7 +22,8 @@ const ComplexType::Member membersBacklightCompensationOptions20[] = {
     {"tt:Level", ComplexType::Optional, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoBacklightCompensationOptions20 = {"tt:BacklightCompensationOptions20", membersBacklightCompensationOptions20, 2, &bindBacklightCompensationOptions20};
+const ComplexType::ClassInfo infoBacklightCompensationOptions20 = {
+    "tt:BacklightCompensationOptions20", membersBacklightCompensationOptions20, 2, &bindBacklightCompensationOptions20};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersBackupFile[] = {
     {"tt:Data", ComplexType::Required, &ComplexType::typeOps<tt::AttachmentData>},
 };
 
-const ComplexType::ClassInfo infoBackupFile = {"tt:BackupFile", membersBackupFile, 2, &bindBackupFile};
+const ComplexType::ClassInfo infoBackupFile = {
+    "tt:BackupFile", membersBackupFile, 2, &bindBackupFile};
 
 } // namespace
 

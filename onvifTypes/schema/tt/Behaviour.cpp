@@ -23,7 +23,8 @@ const ComplexType::Member membersBehaviour[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::BehaviourExtension>},
 };
 
-const ComplexType::ClassInfo infoBehaviour = {"tt:Behaviour", membersBehaviour, 3, &bindBehaviour};
+const ComplexType::ClassInfo infoBehaviour = {
+    "tt:Behaviour", membersBehaviour, 3, &bindBehaviour};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindBehaviourExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoBehaviourExtension = {"tt:BehaviourExtension", nullptr, 0, &bindBehaviourExtension};
+const ComplexType::ClassInfo infoBehaviourExtension = {
+    "tt:BehaviourExtension", nullptr, 0, &bindBehaviourExtension};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersBinaryData[] = {
     {"xmime:contentType", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoBinaryData = {"tt:BinaryData", membersBinaryData, 2, &bindBinaryData};
+const ComplexType::ClassInfo infoBinaryData = {
+    "tt:BinaryData", membersBinaryData, 2, &bindBinaryData};
 
 } // namespace
 

@@ -37,7 +37,8 @@ const ComplexType::Member membersCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::CapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoCapabilities = {"tt:Capabilities", membersCapabilities, 7, &bindCapabilities};
+const ComplexType::ClassInfo infoCapabilities = {
+    "tt:Capabilities", membersCapabilities, 7, &bindCapabilities};
 
 } // namespace
 

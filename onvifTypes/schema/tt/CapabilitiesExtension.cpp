@@ -40,7 +40,8 @@ const ComplexType::Member membersCapabilitiesExtension[] = {
     {"tt:Extensions", ComplexType::Optional, &ComplexType::typeOps<tt::CapabilitiesExtension2>},
 };
 
-const ComplexType::ClassInfo infoCapabilitiesExtension = {"tt:CapabilitiesExtension", membersCapabilitiesExtension, 8, &bindCapabilitiesExtension};
+const ComplexType::ClassInfo infoCapabilitiesExtension = {
+    "tt:CapabilitiesExtension", membersCapabilitiesExtension, 8, &bindCapabilitiesExtension};
 
 } // namespace
 

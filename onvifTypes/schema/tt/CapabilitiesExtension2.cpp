@@ -13,7 +13,8 @@ void bindCapabilitiesExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoCapabilitiesExtension2 = {"tt:CapabilitiesExtension2", nullptr, 0, &bindCapabilitiesExtension2};
+const ComplexType::ClassInfo infoCapabilitiesExtension2 = {
+    "tt:CapabilitiesExtension2", nullptr, 0, &bindCapabilitiesExtension2};
 
 } // namespace
 

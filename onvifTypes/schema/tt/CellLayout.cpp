@@ -23,7 +23,8 @@ const ComplexType::Member membersCellLayout[] = {
     {"Rows", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoCellLayout = {"tt:CellLayout", membersCellLayout, 3, &bindCellLayout};
+const ComplexType::ClassInfo infoCellLayout = {
+    "tt:CellLayout", membersCellLayout, 3, &bindCellLayout};
 
 } // namespace
 

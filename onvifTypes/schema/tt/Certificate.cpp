@@ -21,7 +21,8 @@ const ComplexType::Member membersCertificate[] = {
     {"tt:Certificate", ComplexType::Required, &ComplexType::typeOps<tt::BinaryData>},
 };
 
-const ComplexType::ClassInfo infoCertificate = {"tt:Certificate", membersCertificate, 2, &bindCertificate};
+const ComplexType::ClassInfo infoCertificate = {
+    "tt:Certificate", membersCertificate, 2, &bindCertificate};
 
 } // namespace
 

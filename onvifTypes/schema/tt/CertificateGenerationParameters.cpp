@@ -27,7 +27,8 @@ const ComplexType::Member membersCertificateGenerationParameters[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::CertificateGenerationParametersExtension>},
 };
 
-const ComplexType::ClassInfo infoCertificateGenerationParameters = {"tt:CertificateGenerationParameters", membersCertificateGenerationParameters, 5, &bindCertificateGenerationParameters};
+const ComplexType::ClassInfo infoCertificateGenerationParameters = {
+    "tt:CertificateGenerationParameters", membersCertificateGenerationParameters, 5, &bindCertificateGenerationParameters};
 
 } // namespace
 

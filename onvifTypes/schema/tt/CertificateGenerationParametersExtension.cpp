@@ -13,7 +13,8 @@ void bindCertificateGenerationParametersExtension(Serializable* object, void** m
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoCertificateGenerationParametersExtension = {"tt:CertificateGenerationParametersExtension", nullptr, 0, &bindCertificateGenerationParametersExtension};
+const ComplexType::ClassInfo infoCertificateGenerationParametersExtension = {
+    "tt:CertificateGenerationParametersExtension", nullptr, 0, &bindCertificateGenerationParametersExtension};
 
 } // namespace
 

@@ -41,7 +41,8 @@ const ComplexType::Member membersCertificateInformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::CertificateInformationExtension>},
 };
 
-const ComplexType::ClassInfo infoCertificateInformation = {"tt:CertificateInformation", membersCertificateInformation, 11, &bindCertificateInformation};
+const ComplexType::ClassInfo infoCertificateInformation = {
+    "tt:CertificateInformation", membersCertificateInformation, 11, &bindCertificateInformation};
 
 } // namespace
 

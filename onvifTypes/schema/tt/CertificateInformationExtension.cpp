@@ -13,7 +13,8 @@ void bindCertificateInformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoCertificateInformationExtension = {"tt:CertificateInformationExtension", nullptr, 0, &bindCertificateInformationExtension};
+const ComplexType::ClassInfo infoCertificateInformationExtension = {
+    "tt:CertificateInformationExtension", nullptr, 0, &bindCertificateInformationExtension};
 
 } // namespace
 

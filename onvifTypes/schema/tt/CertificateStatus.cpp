@@ -20,7 +20,8 @@ const ComplexType::Member membersCertificateStatus[] = {
     {"tt:Status", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoCertificateStatus = {"tt:CertificateStatus", membersCertificateStatus, 2, &bindCertificateStatus};
+const ComplexType::ClassInfo infoCertificateStatus = {
+    "tt:CertificateStatus", membersCertificateStatus, 2, &bindCertificateStatus};
 
 } // namespace
 

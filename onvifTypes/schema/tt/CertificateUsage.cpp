@@ -20,7 +20,8 @@ const ComplexType::Member membersCertificateUsage[] = {
     {"Critical", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoCertificateUsage = {"tt:CertificateUsage", membersCertificateUsage, 2, &bindCertificateUsage};
+const ComplexType::ClassInfo infoCertificateUsage = {
+    "tt:CertificateUsage", membersCertificateUsage, 2, &bindCertificateUsage};
 
 } // namespace
 

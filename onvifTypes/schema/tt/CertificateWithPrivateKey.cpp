@@ -23,7 +23,8 @@ const ComplexType::Member membersCertificateWithPrivateKey[] = {
     {"tt:PrivateKey", ComplexType::Required, &ComplexType::typeOps<tt::BinaryData>},
 };
 
-const ComplexType::ClassInfo infoCertificateWithPrivateKey = {"tt:CertificateWithPrivateKey", membersCertificateWithPrivateKey, 3, &bindCertificateWithPrivateKey};
+const ComplexType::ClassInfo infoCertificateWithPrivateKey = {
+    "tt:CertificateWithPrivateKey", membersCertificateWithPrivateKey, 3, &bindCertificateWithPrivateKey};
 
 } // namespace
 

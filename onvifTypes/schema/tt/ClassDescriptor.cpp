@@ -21,7 +21,8 @@ const ComplexType::Member membersClassDescriptor[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ClassDescriptorExtension>},
 };
 
-const ComplexType::ClassInfo infoClassDescriptor = {"tt:ClassDescriptor", membersClassDescriptor, 2, &bindClassDescriptor};
+const ComplexType::ClassInfo infoClassDescriptor = {
+    "tt:ClassDescriptor", membersClassDescriptor, 2, &bindClassDescriptor};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersClassDescriptorExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ClassDescriptorExtension2>},
 };
 
-const ComplexType::ClassInfo infoClassDescriptorExtension = {"tt:ClassDescriptorExtension", membersClassDescriptorExtension, 2, &bindClassDescriptorExtension};
+const ComplexType::ClassInfo infoClassDescriptorExtension = {
+    "tt:ClassDescriptorExtension", membersClassDescriptorExtension, 2, &bindClassDescriptorExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindClassDescriptorExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoClassDescriptorExtension2 = {"tt:ClassDescriptorExtension2", nullptr, 0, &bindClassDescriptorExtension2};
+const ComplexType::ClassInfo infoClassDescriptorExtension2 = {
+    "tt:ClassDescriptorExtension2", nullptr, 0, &bindClassDescriptorExtension2};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersCodingCapabilities[] = {
     {"tt:VideoDecodingCapabilities", ComplexType::Required, &ComplexType::typeOps<tt::VideoDecoderConfigurationOptions>},
 };
 
-const ComplexType::ClassInfo infoCodingCapabilities = {"tt:CodingCapabilities", membersCodingCapabilities, 3, &bindCodingCapabilities};
+const ComplexType::ClassInfo infoCodingCapabilities = {
+    "tt:CodingCapabilities", membersCodingCapabilities, 3, &bindCodingCapabilities};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersColor[] = {
     {"Colorspace", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoColor = {"tt:Color", membersColor, 4, &bindColor};
+const ComplexType::ClassInfo infoColor = {
+    "tt:Color", membersColor, 4, &bindColor};
 
 } // namespace
 

@@ -30,7 +30,8 @@ const ComplexType::Member membersColorCovariance[] = {
     {"Colorspace", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoColorCovariance = {"tt:ColorCovariance", membersColorCovariance, 7, &bindColorCovariance};
+const ComplexType::ClassInfo infoColorCovariance = {
+    "tt:ColorCovariance", membersColorCovariance, 7, &bindColorCovariance};
 
 } // namespace
 

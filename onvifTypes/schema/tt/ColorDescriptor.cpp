@@ -21,7 +21,8 @@ const ComplexType::Member membersColorDescriptor[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ColorDescriptorExtension>},
 };
 
-const ComplexType::ClassInfo infoColorDescriptor = {"tt:ColorDescriptor", membersColorDescriptor, 2, &bindColorDescriptor};
+const ComplexType::ClassInfo infoColorDescriptor = {
+    "tt:ColorDescriptor", membersColorDescriptor, 2, &bindColorDescriptor};
 
 } // namespace
 

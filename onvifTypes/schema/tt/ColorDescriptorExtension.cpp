@@ -13,7 +13,8 @@ void bindColorDescriptorExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoColorDescriptorExtension = {"tt:ColorDescriptorExtension", nullptr, 0, &bindColorDescriptorExtension};
+const ComplexType::ClassInfo infoColorDescriptorExtension = {
+    "tt:ColorDescriptorExtension", nullptr, 0, &bindColorDescriptorExtension};
 
 } // namespace
 

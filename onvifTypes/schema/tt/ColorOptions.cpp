@@ -22,7 +22,8 @@ const ComplexType::Member membersColorOptions[] = {
     {"tt:ColorspaceRange", ComplexType::OptionalList, &ComplexType::listOps<tt::ColorspaceRange>},
 };
 
-const ComplexType::ClassInfo infoColorOptions = {"tt:ColorOptions", membersColorOptions, 2, &bindColorOptions};
+const ComplexType::ClassInfo infoColorOptions = {
+    "tt:ColorOptions", membersColorOptions, 2, &bindColorOptions};
 
 } // namespace
 

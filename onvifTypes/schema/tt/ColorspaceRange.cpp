@@ -25,7 +25,8 @@ const ComplexType::Member membersColorspaceRange[] = {
     {"tt:Colorspace", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoColorspaceRange = {"tt:ColorspaceRange", membersColorspaceRange, 4, &bindColorspaceRange};
+const ComplexType::ClassInfo infoColorspaceRange = {
+    "tt:ColorspaceRange", membersColorspaceRange, 4, &bindColorspaceRange};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersConfig[] = {
     {"Type", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoConfig = {"tt:Config", membersConfig, 3, &bindConfig};
+const ComplexType::ClassInfo infoConfig = {
+    "tt:Config", membersConfig, 3, &bindConfig};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersConfigDescription[] = {
     {"Name", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoConfigDescription = {"tt:ConfigDescription", membersConfigDescription, 4, &bindConfigDescription};
+const ComplexType::ClassInfo infoConfigDescription = {
+    "tt:ConfigDescription", membersConfigDescription, 4, &bindConfigDescription};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindConfigDescriptionExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoConfigDescriptionExtension = {"tt:ConfigDescriptionExtension", nullptr, 0, &bindConfigDescriptionExtension};
+const ComplexType::ClassInfo infoConfigDescriptionExtension = {
+    "tt:ConfigDescriptionExtension", nullptr, 0, &bindConfigDescriptionExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersConfigurationEntity[] = {
     {"token", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoConfigurationEntity = {"tt:ConfigurationEntity", membersConfigurationEntity, 3, &bindConfigurationEntity};
+const ComplexType::ClassInfo infoConfigurationEntity = {
+    "tt:ConfigurationEntity", membersConfigurationEntity, 3, &bindConfigurationEntity};
 
 } // namespace
 

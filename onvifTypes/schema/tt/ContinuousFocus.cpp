@@ -18,7 +18,8 @@ const ComplexType::Member membersContinuousFocus[] = {
     {"tt:Speed", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoContinuousFocus = {"tt:ContinuousFocus", membersContinuousFocus, 1, &bindContinuousFocus};
+const ComplexType::ClassInfo infoContinuousFocus = {
+    "tt:ContinuousFocus", membersContinuousFocus, 1, &bindContinuousFocus};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersContinuousFocusOptions[] = {
     {"tt:Speed", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoContinuousFocusOptions = {"tt:ContinuousFocusOptions", membersContinuousFocusOptions, 1, &bindContinuousFocusOptions};
+const ComplexType::ClassInfo infoContinuousFocusOptions = {
+    "tt:ContinuousFocusOptions", membersContinuousFocusOptions, 1, &bindContinuousFocusOptions};
 
 } // namespace
 

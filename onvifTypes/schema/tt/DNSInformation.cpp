@@ -28,7 +28,8 @@ const ComplexType::Member membersDNSInformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::DNSInformationExtension>},
 };
 
-const ComplexType::ClassInfo infoDNSInformation = {"tt:DNSInformation", membersDNSInformation, 5, &bindDNSInformation};
+const ComplexType::ClassInfo infoDNSInformation = {
+    "tt:DNSInformation", membersDNSInformation, 5, &bindDNSInformation};
 
 } // namespace
 

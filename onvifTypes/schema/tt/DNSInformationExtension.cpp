@@ -13,7 +13,8 @@ void bindDNSInformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDNSInformationExtension = {"tt:DNSInformationExtension", nullptr, 0, &bindDNSInformationExtension};
+const ComplexType::ClassInfo infoDNSInformationExtension = {
+    "tt:DNSInformationExtension", nullptr, 0, &bindDNSInformationExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersDate[] = {
     {"tt:Day", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoDate = {"tt:Date", membersDate, 3, &bindDate};
+const ComplexType::ClassInfo infoDate = {
+    "tt:Date", membersDate, 3, &bindDate};
 
 } // namespace
 

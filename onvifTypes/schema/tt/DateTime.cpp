@@ -22,7 +22,8 @@ const ComplexType::Member membersDateTime[] = {
     {"tt:Date", ComplexType::Required, &ComplexType::typeOps<tt::Date>},
 };
 
-const ComplexType::ClassInfo infoDateTime = {"tt:DateTime", membersDateTime, 2, &bindDateTime};
+const ComplexType::ClassInfo infoDateTime = {
+    "tt:DateTime", membersDateTime, 2, &bindDateTime};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersDateTimeRange[] = {
     {"tt:Until", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDateTimeRange = {"tt:DateTimeRange", membersDateTimeRange, 2, &bindDateTimeRange};
+const ComplexType::ClassInfo infoDateTimeRange = {
+    "tt:DateTimeRange", membersDateTimeRange, 2, &bindDateTimeRange};
 
 } // namespace
 

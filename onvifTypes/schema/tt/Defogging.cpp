@@ -23,7 +23,8 @@ const ComplexType::Member membersDefogging[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::DefoggingExtension>},
 };
 
-const ComplexType::ClassInfo infoDefogging = {"tt:Defogging", membersDefogging, 3, &bindDefogging};
+const ComplexType::ClassInfo infoDefogging = {
+    "tt:Defogging", membersDefogging, 3, &bindDefogging};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDefoggingExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDefoggingExtension = {"tt:DefoggingExtension", nullptr, 0, &bindDefoggingExtension};
+const ComplexType::ClassInfo infoDefoggingExtension = {
+    "tt:DefoggingExtension", nullptr, 0, &bindDefoggingExtension};
 
 } // namespace
 

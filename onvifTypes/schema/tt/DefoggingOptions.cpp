@@ -20,7 +20,8 @@ const ComplexType::Member membersDefoggingOptions[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoDefoggingOptions = {"tt:DefoggingOptions", membersDefoggingOptions, 2, &bindDefoggingOptions};
+const ComplexType::ClassInfo infoDefoggingOptions = {
+    "tt:DefoggingOptions", membersDefoggingOptions, 2, &bindDefoggingOptions};
 
 } // namespace
 

@@ -33,7 +33,8 @@ const ComplexType::Member membersDeviceCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::DeviceCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoDeviceCapabilities = {"tt:DeviceCapabilities", membersDeviceCapabilities, 6, &bindDeviceCapabilities};
+const ComplexType::ClassInfo infoDeviceCapabilities = {
+    "tt:DeviceCapabilities", membersDeviceCapabilities, 6, &bindDeviceCapabilities};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDeviceCapabilitiesExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDeviceCapabilitiesExtension = {"tt:DeviceCapabilitiesExtension", nullptr, 0, &bindDeviceCapabilitiesExtension};
+const ComplexType::ClassInfo infoDeviceCapabilitiesExtension = {
+    "tt:DeviceCapabilitiesExtension", nullptr, 0, &bindDeviceCapabilitiesExtension};
 
 } // namespace
 

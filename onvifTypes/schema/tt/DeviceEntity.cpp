@@ -18,7 +18,8 @@ const ComplexType::Member membersDeviceEntity[] = {
     {"token", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDeviceEntity = {"tt:DeviceEntity", membersDeviceEntity, 1, &bindDeviceEntity};
+const ComplexType::ClassInfo infoDeviceEntity = {
+    "tt:DeviceEntity", membersDeviceEntity, 1, &bindDeviceEntity};
 
 } // namespace
 

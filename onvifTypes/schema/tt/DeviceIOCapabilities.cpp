@@ -28,7 +28,8 @@ const ComplexType::Member membersDeviceIOCapabilities[] = {
     {"tt:RelayOutputs", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoDeviceIOCapabilities = {"tt:DeviceIOCapabilities", membersDeviceIOCapabilities, 6, &bindDeviceIOCapabilities};
+const ComplexType::ClassInfo infoDeviceIOCapabilities = {
+    "tt:DeviceIOCapabilities", membersDeviceIOCapabilities, 6, &bindDeviceIOCapabilities};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersDigitalInput[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoDigitalInput = {"tt:DigitalInput", membersDigitalInput, 2, &bindDigitalInput};
+const ComplexType::ClassInfo infoDigitalInput = {
+    "tt:DigitalInput", membersDigitalInput, 2, &bindDigitalInput};
 
 } // namespace
 

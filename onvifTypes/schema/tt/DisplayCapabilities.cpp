@@ -20,7 +20,8 @@ const ComplexType::Member membersDisplayCapabilities[] = {
     {"tt:FixedLayout", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoDisplayCapabilities = {"tt:DisplayCapabilities", membersDisplayCapabilities, 2, &bindDisplayCapabilities};
+const ComplexType::ClassInfo infoDisplayCapabilities = {
+    "tt:DisplayCapabilities", membersDisplayCapabilities, 2, &bindDisplayCapabilities};
 
 } // namespace
 

@@ -34,7 +34,8 @@ const ComplexType::Member membersDot11AvailableNetworks[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::Dot11AvailableNetworksExtension>},
 };
 
-const ComplexType::ClassInfo infoDot11AvailableNetworks = {"tt:Dot11AvailableNetworks", membersDot11AvailableNetworks, 7, &bindDot11AvailableNetworks};
+const ComplexType::ClassInfo infoDot11AvailableNetworks = {
+    "tt:Dot11AvailableNetworks", membersDot11AvailableNetworks, 7, &bindDot11AvailableNetworks};
 
 } // namespace
 

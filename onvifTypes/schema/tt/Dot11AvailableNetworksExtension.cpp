@@ -13,7 +13,8 @@ void bindDot11AvailableNetworksExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDot11AvailableNetworksExtension = {"tt:Dot11AvailableNetworksExtension", nullptr, 0, &bindDot11AvailableNetworksExtension};
+const ComplexType::ClassInfo infoDot11AvailableNetworksExtension = {
+    "tt:Dot11AvailableNetworksExtension", nullptr, 0, &bindDot11AvailableNetworksExtension};
 
 } // namespace
 

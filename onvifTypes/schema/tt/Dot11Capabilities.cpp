@@ -26,7 +26,8 @@ const ComplexType::Member membersDot11Capabilities[] = {
     {"tt:WEP", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoDot11Capabilities = {"tt:Dot11Capabilities", membersDot11Capabilities, 5, &bindDot11Capabilities};
+const ComplexType::ClassInfo infoDot11Capabilities = {
+    "tt:Dot11Capabilities", membersDot11Capabilities, 5, &bindDot11Capabilities};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersDot11Configuration[] = {
     {"tt:Security", ComplexType::Required, &ComplexType::typeOps<tt::Dot11SecurityConfiguration>},
 };
 
-const ComplexType::ClassInfo infoDot11Configuration = {"tt:Dot11Configuration", membersDot11Configuration, 5, &bindDot11Configuration};
+const ComplexType::ClassInfo infoDot11Configuration = {
+    "tt:Dot11Configuration", membersDot11Configuration, 5, &bindDot11Configuration};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersDot11PSKSet[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::Dot11PSKSetExtension>},
 };
 
-const ComplexType::ClassInfo infoDot11PSKSet = {"tt:Dot11PSKSet", membersDot11PSKSet, 3, &bindDot11PSKSet};
+const ComplexType::ClassInfo infoDot11PSKSet = {
+    "tt:Dot11PSKSet", membersDot11PSKSet, 3, &bindDot11PSKSet};
 
 } // namespace
 

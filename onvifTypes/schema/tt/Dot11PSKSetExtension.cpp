@@ -13,7 +13,8 @@ void bindDot11PSKSetExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDot11PSKSetExtension = {"tt:Dot11PSKSetExtension", nullptr, 0, &bindDot11PSKSetExtension};
+const ComplexType::ClassInfo infoDot11PSKSetExtension = {
+    "tt:Dot11PSKSetExtension", nullptr, 0, &bindDot11PSKSetExtension};
 
 } // namespace
 

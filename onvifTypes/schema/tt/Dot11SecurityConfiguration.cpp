@@ -30,7 +30,8 @@ const ComplexType::Member membersDot11SecurityConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::Dot11SecurityConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoDot11SecurityConfiguration = {"tt:Dot11SecurityConfiguration", membersDot11SecurityConfiguration, 5, &bindDot11SecurityConfiguration};
+const ComplexType::ClassInfo infoDot11SecurityConfiguration = {
+    "tt:Dot11SecurityConfiguration", membersDot11SecurityConfiguration, 5, &bindDot11SecurityConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDot11SecurityConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDot11SecurityConfigurationExtension = {"tt:Dot11SecurityConfigurationExtension", nullptr, 0, &bindDot11SecurityConfigurationExtension};
+const ComplexType::ClassInfo infoDot11SecurityConfigurationExtension = {
+    "tt:Dot11SecurityConfigurationExtension", nullptr, 0, &bindDot11SecurityConfigurationExtension};
 
 } // namespace
 

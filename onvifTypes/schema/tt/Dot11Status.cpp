@@ -30,7 +30,8 @@ const ComplexType::Member membersDot11Status[] = {
     {"tt:ActiveConfigAlias", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDot11Status = {"tt:Dot11Status", membersDot11Status, 6, &bindDot11Status};
+const ComplexType::ClassInfo infoDot11Status = {
+    "tt:Dot11Status", membersDot11Status, 6, &bindDot11Status};
 
 } // namespace
 

@@ -32,7 +32,8 @@ const ComplexType::Member membersDot1XConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::Dot1XConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoDot1XConfiguration = {"tt:Dot1XConfiguration", membersDot1XConfiguration, 7, &bindDot1XConfiguration};
+const ComplexType::ClassInfo infoDot1XConfiguration = {
+    "tt:Dot1XConfiguration", membersDot1XConfiguration, 7, &bindDot1XConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDot1XConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDot1XConfigurationExtension = {"tt:Dot1XConfigurationExtension", nullptr, 0, &bindDot1XConfigurationExtension};
+const ComplexType::ClassInfo infoDot1XConfigurationExtension = {
+    "tt:Dot1XConfigurationExtension", nullptr, 0, &bindDot1XConfigurationExtension};
 
 } // namespace
 

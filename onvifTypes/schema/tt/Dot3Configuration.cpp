@@ -13,7 +13,8 @@ void bindDot3Configuration(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDot3Configuration = {"tt:Dot3Configuration", nullptr, 0, &bindDot3Configuration};
+const ComplexType::ClassInfo infoDot3Configuration = {
+    "tt:Dot3Configuration", nullptr, 0, &bindDot3Configuration};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersDurationRange[] = {
     {"tt:Max", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoDurationRange = {"tt:DurationRange", membersDurationRange, 2, &bindDurationRange};
+const ComplexType::ClassInfo infoDurationRange = {
+    "tt:DurationRange", membersDurationRange, 2, &bindDurationRange};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersDynamicDNSInformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::DynamicDNSInformationExtension>},
 };
 
-const ComplexType::ClassInfo infoDynamicDNSInformation = {"tt:DynamicDNSInformation", membersDynamicDNSInformation, 4, &bindDynamicDNSInformation};
+const ComplexType::ClassInfo infoDynamicDNSInformation = {
+    "tt:DynamicDNSInformation", membersDynamicDNSInformation, 4, &bindDynamicDNSInformation};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindDynamicDNSInformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoDynamicDNSInformationExtension = {"tt:DynamicDNSInformationExtension", nullptr, 0, &bindDynamicDNSInformationExtension};
+const ComplexType::ClassInfo infoDynamicDNSInformationExtension = {
+    "tt:DynamicDNSInformationExtension", nullptr, 0, &bindDynamicDNSInformationExtension};
 
 } // namespace
 

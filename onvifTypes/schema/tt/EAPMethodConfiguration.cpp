@@ -24,7 +24,8 @@ const ComplexType::Member membersEAPMethodConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::EapMethodExtension>},
 };
 
-const ComplexType::ClassInfo infoEAPMethodConfiguration = {"tt:EAPMethodConfiguration", membersEAPMethodConfiguration, 3, &bindEAPMethodConfiguration};
+const ComplexType::ClassInfo infoEAPMethodConfiguration = {
+    "tt:EAPMethodConfiguration", membersEAPMethodConfiguration, 3, &bindEAPMethodConfiguration};
 
 } // namespace
 

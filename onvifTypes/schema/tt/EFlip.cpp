@@ -19,7 +19,8 @@ const ComplexType::Member membersEFlip[] = {
     {"tt:Mode", ComplexType::Required, &ComplexType::typeOps<tt::EFlipMode>},
 };
 
-const ComplexType::ClassInfo infoEFlip = {"tt:EFlip", membersEFlip, 1, &bindEFlip};
+const ComplexType::ClassInfo infoEFlip = {
+    "tt:EFlip", membersEFlip, 1, &bindEFlip};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersEFlipOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::EFlipOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoEFlipOptions = {"tt:EFlipOptions", membersEFlipOptions, 2, &bindEFlipOptions};
+const ComplexType::ClassInfo infoEFlipOptions = {
+    "tt:EFlipOptions", membersEFlipOptions, 2, &bindEFlipOptions};
 
 } // namespace
 

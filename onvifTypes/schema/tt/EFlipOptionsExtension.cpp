@@ -13,7 +13,8 @@ void bindEFlipOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoEFlipOptionsExtension = {"tt:EFlipOptionsExtension", nullptr, 0, &bindEFlipOptionsExtension};
+const ComplexType::ClassInfo infoEFlipOptionsExtension = {
+    "tt:EFlipOptionsExtension", nullptr, 0, &bindEFlipOptionsExtension};
 
 } // namespace
 

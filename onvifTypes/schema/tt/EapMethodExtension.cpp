@@ -13,7 +13,8 @@ void bindEapMethodExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoEapMethodExtension = {"tt:EapMethodExtension", nullptr, 0, &bindEapMethodExtension};
+const ComplexType::ClassInfo infoEapMethodExtension = {
+    "tt:EapMethodExtension", nullptr, 0, &bindEapMethodExtension};
 
 } // namespace
 

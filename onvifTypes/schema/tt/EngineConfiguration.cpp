@@ -22,7 +22,8 @@ const ComplexType::Member membersEngineConfiguration[] = {
     {"tt:AnalyticsEngineInputInfo", ComplexType::Required, &ComplexType::typeOps<tt::AnalyticsEngineInputInfo>},
 };
 
-const ComplexType::ClassInfo infoEngineConfiguration = {"tt:EngineConfiguration", membersEngineConfiguration, 2, &bindEngineConfiguration};
+const ComplexType::ClassInfo infoEngineConfiguration = {
+    "tt:EngineConfiguration", membersEngineConfiguration, 2, &bindEngineConfiguration};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersEventCapabilities[] = {
     {"tt:WSPausableSubscriptionManagerInterfaceSupport", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoEventCapabilities = {"tt:EventCapabilities", membersEventCapabilities, 4, &bindEventCapabilities};
+const ComplexType::ClassInfo infoEventCapabilities = {
+    "tt:EventCapabilities", membersEventCapabilities, 4, &bindEventCapabilities};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindEventFilter(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoEventFilter = {"tt:EventFilter", nullptr, 0, &bindEventFilter};
+const ComplexType::ClassInfo infoEventFilter = {
+    "tt:EventFilter", nullptr, 0, &bindEventFilter};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersEventStream[] = {
     {"tt:Extension", ComplexType::OptionalList, &ComplexType::listOps<tt::EventStreamExtension>},
 };
 
-const ComplexType::ClassInfo infoEventStream = {"tt:EventStream", membersEventStream, 2, &bindEventStream};
+const ComplexType::ClassInfo infoEventStream = {
+    "tt:EventStream", membersEventStream, 2, &bindEventStream};
 
 } // namespace
 

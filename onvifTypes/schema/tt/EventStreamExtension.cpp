@@ -13,7 +13,8 @@ void bindEventStreamExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoEventStreamExtension = {"tt:EventStreamExtension", nullptr, 0, &bindEventStreamExtension};
+const ComplexType::ClassInfo infoEventStreamExtension = {
+    "tt:EventStreamExtension", nullptr, 0, &bindEventStreamExtension};
 
 } // namespace
 

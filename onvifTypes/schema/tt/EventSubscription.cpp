@@ -20,7 +20,8 @@ const ComplexType::Member membersEventSubscription[] = {
     {"tt:SubscriptionPolicy", ComplexType::Optional, &ComplexType::typeOps<RawXml>},
 };
 
-const ComplexType::ClassInfo infoEventSubscription = {"tt:EventSubscription", membersEventSubscription, 2, &bindEventSubscription};
+const ComplexType::ClassInfo infoEventSubscription = {
+    "tt:EventSubscription", membersEventSubscription, 2, &bindEventSubscription};
 
 } // namespace
 

@@ -43,7 +43,8 @@ const ComplexType::Member membersExposure[] = {
     {"tt:Iris", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoExposure = {"tt:Exposure", membersExposure, 12, &bindExposure};
+const ComplexType::ClassInfo infoExposure = {
+    "tt:Exposure", membersExposure, 12, &bindExposure};
 
 } // namespace
 

@@ -43,7 +43,8 @@ const ComplexType::Member membersExposure20[] = {
     {"tt:Iris", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoExposure20 = {"tt:Exposure20", membersExposure20, 12, &bindExposure20};
+const ComplexType::ClassInfo infoExposure20 = {
+    "tt:Exposure20", membersExposure20, 12, &bindExposure20};
 
 } // namespace
 

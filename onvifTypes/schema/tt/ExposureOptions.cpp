@@ -41,7 +41,8 @@ const ComplexType::Member membersExposureOptions[] = {
     {"tt:Iris", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoExposureOptions = {"tt:ExposureOptions", membersExposureOptions, 11, &bindExposureOptions};
+const ComplexType::ClassInfo infoExposureOptions = {
+    "tt:ExposureOptions", membersExposureOptions, 11, &bindExposureOptions};
 
 } // namespace
 

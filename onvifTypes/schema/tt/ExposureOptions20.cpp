@@ -41,7 +41,8 @@ const ComplexType::Member membersExposureOptions20[] = {
     {"tt:Iris", ComplexType::Optional, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoExposureOptions20 = {"tt:ExposureOptions20", membersExposureOptions20, 11, &bindExposureOptions20};
+const ComplexType::ClassInfo infoExposureOptions20 = {
+    "tt:ExposureOptions20", membersExposureOptions20, 11, &bindExposureOptions20};
 
 } // namespace
 

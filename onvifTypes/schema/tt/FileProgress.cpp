@@ -20,7 +20,8 @@ const ComplexType::Member membersFileProgress[] = {
     {"tt:Progress", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoFileProgress = {"tt:FileProgress", membersFileProgress, 2, &bindFileProgress};
+const ComplexType::ClassInfo infoFileProgress = {
+    "tt:FileProgress", membersFileProgress, 2, &bindFileProgress};
 
 } // namespace
 

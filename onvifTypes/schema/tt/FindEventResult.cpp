@@ -26,7 +26,8 @@ const ComplexType::Member membersFindEventResult[] = {
     {"tt:StartStateEvent", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoFindEventResult = {"tt:FindEventResult", membersFindEventResult, 5, &bindFindEventResult};
+const ComplexType::ClassInfo infoFindEventResult = {
+    "tt:FindEventResult", membersFindEventResult, 5, &bindFindEventResult};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersFindEventResultList[] = {
     {"tt:Result", ComplexType::OptionalList, &ComplexType::listOps<tt::FindEventResult>},
 };
 
-const ComplexType::ClassInfo infoFindEventResultList = {"tt:FindEventResultList", membersFindEventResultList, 2, &bindFindEventResultList};
+const ComplexType::ClassInfo infoFindEventResultList = {
+    "tt:FindEventResultList", membersFindEventResultList, 2, &bindFindEventResultList};
 
 } // namespace
 

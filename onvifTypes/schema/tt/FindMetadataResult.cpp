@@ -22,7 +22,8 @@ const ComplexType::Member membersFindMetadataResult[] = {
     {"tt:Time", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoFindMetadataResult = {"tt:FindMetadataResult", membersFindMetadataResult, 3, &bindFindMetadataResult};
+const ComplexType::ClassInfo infoFindMetadataResult = {
+    "tt:FindMetadataResult", membersFindMetadataResult, 3, &bindFindMetadataResult};
 
 } // namespace
 

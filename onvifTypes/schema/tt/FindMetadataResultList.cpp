@@ -22,7 +22,8 @@ const ComplexType::Member membersFindMetadataResultList[] = {
     {"tt:Result", ComplexType::OptionalList, &ComplexType::listOps<tt::FindMetadataResult>},
 };
 
-const ComplexType::ClassInfo infoFindMetadataResultList = {"tt:FindMetadataResultList", membersFindMetadataResultList, 2, &bindFindMetadataResultList};
+const ComplexType::ClassInfo infoFindMetadataResultList = {
+    "tt:FindMetadataResultList", membersFindMetadataResultList, 2, &bindFindMetadataResultList};
 
 } // namespace
 

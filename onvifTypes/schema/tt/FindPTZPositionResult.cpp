@@ -25,7 +25,8 @@ const ComplexType::Member membersFindPTZPositionResult[] = {
     {"tt:Position", ComplexType::Required, &ComplexType::typeOps<tt::PTZVector>},
 };
 
-const ComplexType::ClassInfo infoFindPTZPositionResult = {"tt:FindPTZPositionResult", membersFindPTZPositionResult, 4, &bindFindPTZPositionResult};
+const ComplexType::ClassInfo infoFindPTZPositionResult = {
+    "tt:FindPTZPositionResult", membersFindPTZPositionResult, 4, &bindFindPTZPositionResult};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersFindPTZPositionResultList[] = {
     {"tt:Result", ComplexType::OptionalList, &ComplexType::listOps<tt::FindPTZPositionResult>},
 };
 
-const ComplexType::ClassInfo infoFindPTZPositionResultList = {"tt:FindPTZPositionResultList", membersFindPTZPositionResultList, 2, &bindFindPTZPositionResultList};
+const ComplexType::ClassInfo infoFindPTZPositionResultList = {
+    "tt:FindPTZPositionResultList", membersFindPTZPositionResultList, 2, &bindFindPTZPositionResultList};
 
 } // namespace
 

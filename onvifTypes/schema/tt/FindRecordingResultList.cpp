@@ -22,7 +22,8 @@ const ComplexType::Member membersFindRecordingResultList[] = {
     {"tt:RecordingInformation", ComplexType::OptionalList, &ComplexType::listOps<tt::RecordingInformation>},
 };
 
-const ComplexType::ClassInfo infoFindRecordingResultList = {"tt:FindRecordingResultList", membersFindRecordingResultList, 2, &bindFindRecordingResultList};
+const ComplexType::ClassInfo infoFindRecordingResultList = {
+    "tt:FindRecordingResultList", membersFindRecordingResultList, 2, &bindFindRecordingResultList};
 
 } // namespace
 

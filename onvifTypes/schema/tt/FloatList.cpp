@@ -18,7 +18,8 @@ const ComplexType::Member membersFloatList[] = {
     {"tt:Items", ComplexType::OptionalList, &ComplexType::listOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoFloatList = {"tt:FloatList", membersFloatList, 1, &bindFloatList};
+const ComplexType::ClassInfo infoFloatList = {
+    "tt:FloatList", membersFloatList, 1, &bindFloatList};
 
 } // namespace
 

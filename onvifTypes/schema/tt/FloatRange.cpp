@@ -20,7 +20,8 @@ const ComplexType::Member membersFloatRange[] = {
     {"tt:Max", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoFloatRange = {"tt:FloatRange", membersFloatRange, 2, &bindFloatRange};
+const ComplexType::ClassInfo infoFloatRange = {
+    "tt:FloatRange", membersFloatRange, 2, &bindFloatRange};
 
 } // namespace
 

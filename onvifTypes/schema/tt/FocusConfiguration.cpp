@@ -25,7 +25,8 @@ const ComplexType::Member membersFocusConfiguration[] = {
     {"tt:FarLimit", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoFocusConfiguration = {"tt:FocusConfiguration", membersFocusConfiguration, 4, &bindFocusConfiguration};
+const ComplexType::ClassInfo infoFocusConfiguration = {
+    "tt:FocusConfiguration", membersFocusConfiguration, 4, &bindFocusConfiguration};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersFocusConfiguration20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::FocusConfiguration20Extension>},
 };
 
-const ComplexType::ClassInfo infoFocusConfiguration20 = {"tt:FocusConfiguration20", membersFocusConfiguration20, 5, &bindFocusConfiguration20};
+const ComplexType::ClassInfo infoFocusConfiguration20 = {
+    "tt:FocusConfiguration20", membersFocusConfiguration20, 5, &bindFocusConfiguration20};
 
 } // namespace
 

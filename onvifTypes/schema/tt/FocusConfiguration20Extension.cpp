@@ -13,7 +13,8 @@ void bindFocusConfiguration20Extension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoFocusConfiguration20Extension = {"tt:FocusConfiguration20Extension", nullptr, 0, &bindFocusConfiguration20Extension};
+const ComplexType::ClassInfo infoFocusConfiguration20Extension = {
+    "tt:FocusConfiguration20Extension", nullptr, 0, &bindFocusConfiguration20Extension};
 
 } // namespace
 

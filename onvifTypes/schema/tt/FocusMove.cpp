@@ -25,7 +25,8 @@ const ComplexType::Member membersFocusMove[] = {
     {"tt:Continuous", ComplexType::Optional, &ComplexType::typeOps<tt::ContinuousFocus>},
 };
 
-const ComplexType::ClassInfo infoFocusMove = {"tt:FocusMove", membersFocusMove, 3, &bindFocusMove};
+const ComplexType::ClassInfo infoFocusMove = {
+    "tt:FocusMove", membersFocusMove, 3, &bindFocusMove};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersFocusOptions[] = {
     {"tt:FarLimit", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoFocusOptions = {"tt:FocusOptions", membersFocusOptions, 4, &bindFocusOptions};
+const ComplexType::ClassInfo infoFocusOptions = {
+    "tt:FocusOptions", membersFocusOptions, 4, &bindFocusOptions};
 
 } // namespace
 

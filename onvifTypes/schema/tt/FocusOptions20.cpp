@@ -29,7 +29,8 @@ const ComplexType::Member membersFocusOptions20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::FocusOptions20Extension>},
 };
 
-const ComplexType::ClassInfo infoFocusOptions20 = {"tt:FocusOptions20", membersFocusOptions20, 5, &bindFocusOptions20};
+const ComplexType::ClassInfo infoFocusOptions20 = {
+    "tt:FocusOptions20", membersFocusOptions20, 5, &bindFocusOptions20};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindFocusOptions20Extension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoFocusOptions20Extension = {"tt:FocusOptions20Extension", nullptr, 0, &bindFocusOptions20Extension};
+const ComplexType::ClassInfo infoFocusOptions20Extension = {
+    "tt:FocusOptions20Extension", nullptr, 0, &bindFocusOptions20Extension};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersFocusStatus[] = {
     {"tt:Error", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoFocusStatus = {"tt:FocusStatus", membersFocusStatus, 3, &bindFocusStatus};
+const ComplexType::ClassInfo infoFocusStatus = {
+    "tt:FocusStatus", membersFocusStatus, 3, &bindFocusStatus};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersFocusStatus20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::FocusStatus20Extension>},
 };
 
-const ComplexType::ClassInfo infoFocusStatus20 = {"tt:FocusStatus20", membersFocusStatus20, 4, &bindFocusStatus20};
+const ComplexType::ClassInfo infoFocusStatus20 = {
+    "tt:FocusStatus20", membersFocusStatus20, 4, &bindFocusStatus20};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindFocusStatus20Extension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoFocusStatus20Extension = {"tt:FocusStatus20Extension", nullptr, 0, &bindFocusStatus20Extension};
+const ComplexType::ClassInfo infoFocusStatus20Extension = {
+    "tt:FocusStatus20Extension", nullptr, 0, &bindFocusStatus20Extension};
 
 } // namespace
 

@@ -33,7 +33,8 @@ const ComplexType::Member membersFrame[] = {
     {"UtcTime", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoFrame = {"tt:Frame", membersFrame, 6, &bindFrame};
+const ComplexType::ClassInfo infoFrame = {
+    "tt:Frame", membersFrame, 6, &bindFrame};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersFrameExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::FrameExtension2>},
 };
 
-const ComplexType::ClassInfo infoFrameExtension = {"tt:FrameExtension", membersFrameExtension, 2, &bindFrameExtension};
+const ComplexType::ClassInfo infoFrameExtension = {
+    "tt:FrameExtension", membersFrameExtension, 2, &bindFrameExtension};
 
 } // namespace
 

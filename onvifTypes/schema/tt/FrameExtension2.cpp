@@ -13,7 +13,8 @@ void bindFrameExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoFrameExtension2 = {"tt:FrameExtension2", nullptr, 0, &bindFrameExtension2};
+const ComplexType::ClassInfo infoFrameExtension2 = {
+    "tt:FrameExtension2", nullptr, 0, &bindFrameExtension2};
 
 } // namespace
 

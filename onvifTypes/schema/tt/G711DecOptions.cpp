@@ -21,7 +21,8 @@ const ComplexType::Member membersG711DecOptions[] = {
     {"tt:SampleRateRange", ComplexType::Required, &ComplexType::typeOps<tt::IntList>},
 };
 
-const ComplexType::ClassInfo infoG711DecOptions = {"tt:G711DecOptions", membersG711DecOptions, 2, &bindG711DecOptions};
+const ComplexType::ClassInfo infoG711DecOptions = {
+    "tt:G711DecOptions", membersG711DecOptions, 2, &bindG711DecOptions};
 
 } // namespace
 

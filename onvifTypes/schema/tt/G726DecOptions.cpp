@@ -21,7 +21,8 @@ const ComplexType::Member membersG726DecOptions[] = {
     {"tt:SampleRateRange", ComplexType::Required, &ComplexType::typeOps<tt::IntList>},
 };
 
-const ComplexType::ClassInfo infoG726DecOptions = {"tt:G726DecOptions", membersG726DecOptions, 2, &bindG726DecOptions};
+const ComplexType::ClassInfo infoG726DecOptions = {
+    "tt:G726DecOptions", membersG726DecOptions, 2, &bindG726DecOptions};
 
 } // namespace
 

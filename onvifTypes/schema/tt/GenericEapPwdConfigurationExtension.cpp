@@ -13,7 +13,8 @@ void bindGenericEapPwdConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoGenericEapPwdConfigurationExtension = {"tt:GenericEapPwdConfigurationExtension", nullptr, 0, &bindGenericEapPwdConfigurationExtension};
+const ComplexType::ClassInfo infoGenericEapPwdConfigurationExtension = {
+    "tt:GenericEapPwdConfigurationExtension", nullptr, 0, &bindGenericEapPwdConfigurationExtension};
 
 } // namespace
 

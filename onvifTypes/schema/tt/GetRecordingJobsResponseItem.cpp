@@ -21,7 +21,8 @@ const ComplexType::Member membersGetRecordingJobsResponseItem[] = {
     {"tt:JobConfiguration", ComplexType::Required, &ComplexType::typeOps<tt::RecordingJobConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetRecordingJobsResponseItem = {"tt:GetRecordingJobsResponseItem", membersGetRecordingJobsResponseItem, 2, &bindGetRecordingJobsResponseItem};
+const ComplexType::ClassInfo infoGetRecordingJobsResponseItem = {
+    "tt:GetRecordingJobsResponseItem", membersGetRecordingJobsResponseItem, 2, &bindGetRecordingJobsResponseItem};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersGetRecordingsResponseItem[] = {
     {"tt:Tracks", ComplexType::Required, &ComplexType::typeOps<tt::GetTracksResponseList>},
 };
 
-const ComplexType::ClassInfo infoGetRecordingsResponseItem = {"tt:GetRecordingsResponseItem", membersGetRecordingsResponseItem, 3, &bindGetRecordingsResponseItem};
+const ComplexType::ClassInfo infoGetRecordingsResponseItem = {
+    "tt:GetRecordingsResponseItem", membersGetRecordingsResponseItem, 3, &bindGetRecordingsResponseItem};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersGetTracksResponseItem[] = {
     {"tt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::TrackConfiguration>},
 };
 
-const ComplexType::ClassInfo infoGetTracksResponseItem = {"tt:GetTracksResponseItem", membersGetTracksResponseItem, 2, &bindGetTracksResponseItem};
+const ComplexType::ClassInfo infoGetTracksResponseItem = {
+    "tt:GetTracksResponseItem", membersGetTracksResponseItem, 2, &bindGetTracksResponseItem};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersGetTracksResponseList[] = {
     {"tt:Track", ComplexType::OptionalList, &ComplexType::listOps<tt::GetTracksResponseItem>},
 };
 
-const ComplexType::ClassInfo infoGetTracksResponseList = {"tt:GetTracksResponseList", membersGetTracksResponseList, 1, &bindGetTracksResponseList};
+const ComplexType::ClassInfo infoGetTracksResponseList = {
+    "tt:GetTracksResponseList", membersGetTracksResponseList, 1, &bindGetTracksResponseList};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersH264Configuration[] = {
     {"tt:H264Profile", ComplexType::Required, &ComplexType::typeOps<tt::H264Profile>},
 };
 
-const ComplexType::ClassInfo infoH264Configuration = {"tt:H264Configuration", membersH264Configuration, 2, &bindH264Configuration};
+const ComplexType::ClassInfo infoH264Configuration = {
+    "tt:H264Configuration", membersH264Configuration, 2, &bindH264Configuration};
 
 } // namespace
 

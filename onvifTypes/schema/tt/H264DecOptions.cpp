@@ -27,7 +27,8 @@ const ComplexType::Member membersH264DecOptions[] = {
     {"tt:SupportedFrameRate", ComplexType::Required, &ComplexType::typeOps<tt::IntRange>},
 };
 
-const ComplexType::ClassInfo infoH264DecOptions = {"tt:H264DecOptions", membersH264DecOptions, 4, &bindH264DecOptions};
+const ComplexType::ClassInfo infoH264DecOptions = {
+    "tt:H264DecOptions", membersH264DecOptions, 4, &bindH264DecOptions};
 
 } // namespace
 

@@ -29,7 +29,8 @@ const ComplexType::Member membersH264Options[] = {
     {"tt:H264ProfilesSupported", ComplexType::List, &ComplexType::listOps<tt::H264Profile>},
 };
 
-const ComplexType::ClassInfo infoH264Options = {"tt:H264Options", membersH264Options, 5, &bindH264Options};
+const ComplexType::ClassInfo infoH264Options = {
+    "tt:H264Options", membersH264Options, 5, &bindH264Options};
 
 } // namespace
 

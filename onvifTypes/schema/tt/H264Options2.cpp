@@ -24,7 +24,8 @@ const ComplexType::Member membersH264Options2[] = {
     {"tt:H264ProfilesSupported", ComplexType::BaseElement, nullptr},
 };
 
-const ComplexType::ClassInfo infoH264Options2 = {"tt:H264Options2", membersH264Options2, 6, &bindH264Options2};
+const ComplexType::ClassInfo infoH264Options2 = {
+    "tt:H264Options2", membersH264Options2, 6, &bindH264Options2};
 
 } // namespace
 

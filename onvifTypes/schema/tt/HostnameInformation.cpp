@@ -23,7 +23,8 @@ const ComplexType::Member membersHostnameInformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::HostnameInformationExtension>},
 };
 
-const ComplexType::ClassInfo infoHostnameInformation = {"tt:HostnameInformation", membersHostnameInformation, 3, &bindHostnameInformation};
+const ComplexType::ClassInfo infoHostnameInformation = {
+    "tt:HostnameInformation", membersHostnameInformation, 3, &bindHostnameInformation};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindHostnameInformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoHostnameInformationExtension = {"tt:HostnameInformationExtension", nullptr, 0, &bindHostnameInformationExtension};
+const ComplexType::ClassInfo infoHostnameInformationExtension = {
+    "tt:HostnameInformationExtension", nullptr, 0, &bindHostnameInformationExtension};
 
 } // namespace
 

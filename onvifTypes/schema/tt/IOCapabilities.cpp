@@ -23,7 +23,8 @@ const ComplexType::Member membersIOCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::IOCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoIOCapabilities = {"tt:IOCapabilities", membersIOCapabilities, 3, &bindIOCapabilities};
+const ComplexType::ClassInfo infoIOCapabilities = {
+    "tt:IOCapabilities", membersIOCapabilities, 3, &bindIOCapabilities};
 
 } // namespace
 

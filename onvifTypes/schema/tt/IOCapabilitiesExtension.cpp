@@ -23,7 +23,8 @@ const ComplexType::Member membersIOCapabilitiesExtension[] = {
     {"tt:Extension", ComplexType::Required, &ComplexType::typeOps<tt::IOCapabilitiesExtension2>},
 };
 
-const ComplexType::ClassInfo infoIOCapabilitiesExtension = {"tt:IOCapabilitiesExtension", membersIOCapabilitiesExtension, 3, &bindIOCapabilitiesExtension};
+const ComplexType::ClassInfo infoIOCapabilitiesExtension = {
+    "tt:IOCapabilitiesExtension", membersIOCapabilitiesExtension, 3, &bindIOCapabilitiesExtension};
 
 } // namespace
 

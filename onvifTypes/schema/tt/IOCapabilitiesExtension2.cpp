@@ -13,7 +13,8 @@ void bindIOCapabilitiesExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoIOCapabilitiesExtension2 = {"tt:IOCapabilitiesExtension2", nullptr, 0, &bindIOCapabilitiesExtension2};
+const ComplexType::ClassInfo infoIOCapabilitiesExtension2 = {
+    "tt:IOCapabilitiesExtension2", nullptr, 0, &bindIOCapabilitiesExtension2};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersIPAddress[] = {
     {"tt:IPv6Address", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoIPAddress = {"tt:IPAddress", membersIPAddress, 3, &bindIPAddress};
+const ComplexType::ClassInfo infoIPAddress = {
+    "tt:IPAddress", membersIPAddress, 3, &bindIPAddress};
 
 } // namespace
 

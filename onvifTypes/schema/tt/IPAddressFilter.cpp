@@ -28,7 +28,8 @@ const ComplexType::Member membersIPAddressFilter[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::IPAddressFilterExtension>},
 };
 
-const ComplexType::ClassInfo infoIPAddressFilter = {"tt:IPAddressFilter", membersIPAddressFilter, 4, &bindIPAddressFilter};
+const ComplexType::ClassInfo infoIPAddressFilter = {
+    "tt:IPAddressFilter", membersIPAddressFilter, 4, &bindIPAddressFilter};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindIPAddressFilterExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoIPAddressFilterExtension = {"tt:IPAddressFilterExtension", nullptr, 0, &bindIPAddressFilterExtension};
+const ComplexType::ClassInfo infoIPAddressFilterExtension = {
+    "tt:IPAddressFilterExtension", nullptr, 0, &bindIPAddressFilterExtension};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersIPv4Configuration[] = {
     {"tt:DHCP", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoIPv4Configuration = {"tt:IPv4Configuration", membersIPv4Configuration, 4, &bindIPv4Configuration};
+const ComplexType::ClassInfo infoIPv4Configuration = {
+    "tt:IPv4Configuration", membersIPv4Configuration, 4, &bindIPv4Configuration};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersIPv4NetworkInterface[] = {
     {"tt:Config", ComplexType::Required, &ComplexType::typeOps<tt::IPv4Configuration>},
 };
 
-const ComplexType::ClassInfo infoIPv4NetworkInterface = {"tt:IPv4NetworkInterface", membersIPv4NetworkInterface, 2, &bindIPv4NetworkInterface};
+const ComplexType::ClassInfo infoIPv4NetworkInterface = {
+    "tt:IPv4NetworkInterface", membersIPv4NetworkInterface, 2, &bindIPv4NetworkInterface};
 
 } // namespace
 

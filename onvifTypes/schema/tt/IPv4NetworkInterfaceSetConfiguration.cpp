@@ -23,7 +23,8 @@ const ComplexType::Member membersIPv4NetworkInterfaceSetConfiguration[] = {
     {"tt:DHCP", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoIPv4NetworkInterfaceSetConfiguration = {"tt:IPv4NetworkInterfaceSetConfiguration", membersIPv4NetworkInterfaceSetConfiguration, 3, &bindIPv4NetworkInterfaceSetConfiguration};
+const ComplexType::ClassInfo infoIPv4NetworkInterfaceSetConfiguration = {
+    "tt:IPv4NetworkInterfaceSetConfiguration", membersIPv4NetworkInterfaceSetConfiguration, 3, &bindIPv4NetworkInterfaceSetConfiguration};
 
 } // namespace
 

@@ -33,7 +33,8 @@ const ComplexType::Member membersIPv6Configuration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::IPv6ConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoIPv6Configuration = {"tt:IPv6Configuration", membersIPv6Configuration, 7, &bindIPv6Configuration};
+const ComplexType::ClassInfo infoIPv6Configuration = {
+    "tt:IPv6Configuration", membersIPv6Configuration, 7, &bindIPv6Configuration};
 
 } // namespace
 

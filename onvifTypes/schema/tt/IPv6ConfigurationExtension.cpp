@@ -13,7 +13,8 @@ void bindIPv6ConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoIPv6ConfigurationExtension = {"tt:IPv6ConfigurationExtension", nullptr, 0, &bindIPv6ConfigurationExtension};
+const ComplexType::ClassInfo infoIPv6ConfigurationExtension = {
+    "tt:IPv6ConfigurationExtension", nullptr, 0, &bindIPv6ConfigurationExtension};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersIPv6NetworkInterface[] = {
     {"tt:Config", ComplexType::Optional, &ComplexType::typeOps<tt::IPv6Configuration>},
 };
 
-const ComplexType::ClassInfo infoIPv6NetworkInterface = {"tt:IPv6NetworkInterface", membersIPv6NetworkInterface, 2, &bindIPv6NetworkInterface};
+const ComplexType::ClassInfo infoIPv6NetworkInterface = {
+    "tt:IPv6NetworkInterface", membersIPv6NetworkInterface, 2, &bindIPv6NetworkInterface};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersIPv6NetworkInterfaceSetConfiguration[] = {
     {"tt:DHCP", ComplexType::Optional, &ComplexType::typeOps<tt::IPv6DHCPConfiguration>},
 };
 
-const ComplexType::ClassInfo infoIPv6NetworkInterfaceSetConfiguration = {"tt:IPv6NetworkInterfaceSetConfiguration", membersIPv6NetworkInterfaceSetConfiguration, 4, &bindIPv6NetworkInterfaceSetConfiguration};
+const ComplexType::ClassInfo infoIPv6NetworkInterfaceSetConfiguration = {
+    "tt:IPv6NetworkInterfaceSetConfiguration", membersIPv6NetworkInterfaceSetConfiguration, 4, &bindIPv6NetworkInterfaceSetConfiguration};
 
 } // namespace
 

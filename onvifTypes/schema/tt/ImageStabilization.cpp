@@ -24,7 +24,8 @@ const ComplexType::Member membersImageStabilization[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImageStabilizationExtension>},
 };
 
-const ComplexType::ClassInfo infoImageStabilization = {"tt:ImageStabilization", membersImageStabilization, 3, &bindImageStabilization};
+const ComplexType::ClassInfo infoImageStabilization = {
+    "tt:ImageStabilization", membersImageStabilization, 3, &bindImageStabilization};
 
 } // namespace
 

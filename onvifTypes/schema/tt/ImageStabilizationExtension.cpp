@@ -13,7 +13,8 @@ void bindImageStabilizationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoImageStabilizationExtension = {"tt:ImageStabilizationExtension", nullptr, 0, &bindImageStabilizationExtension};
+const ComplexType::ClassInfo infoImageStabilizationExtension = {
+    "tt:ImageStabilizationExtension", nullptr, 0, &bindImageStabilizationExtension};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersImageStabilizationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImageStabilizationOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoImageStabilizationOptions = {"tt:ImageStabilizationOptions", membersImageStabilizationOptions, 3, &bindImageStabilizationOptions};
+const ComplexType::ClassInfo infoImageStabilizationOptions = {
+    "tt:ImageStabilizationOptions", membersImageStabilizationOptions, 3, &bindImageStabilizationOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindImageStabilizationOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoImageStabilizationOptionsExtension = {"tt:ImageStabilizationOptionsExtension", nullptr, 0, &bindImageStabilizationOptionsExtension};
+const ComplexType::ClassInfo infoImageStabilizationOptionsExtension = {
+    "tt:ImageStabilizationOptionsExtension", nullptr, 0, &bindImageStabilizationOptionsExtension};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersImagingCapabilities[] = {
     {"tt:XAddr", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoImagingCapabilities = {"tt:ImagingCapabilities", membersImagingCapabilities, 1, &bindImagingCapabilities};
+const ComplexType::ClassInfo infoImagingCapabilities = {
+    "tt:ImagingCapabilities", membersImagingCapabilities, 1, &bindImagingCapabilities};
 
 } // namespace
 

@@ -43,7 +43,8 @@ const ComplexType::Member membersImagingOptions[] = {
     {"tt:WhiteBalance", ComplexType::Required, &ComplexType::typeOps<tt::WhiteBalanceOptions>},
 };
 
-const ComplexType::ClassInfo infoImagingOptions = {"tt:ImagingOptions", membersImagingOptions, 10, &bindImagingOptions};
+const ComplexType::ClassInfo infoImagingOptions = {
+    "tt:ImagingOptions", membersImagingOptions, 10, &bindImagingOptions};
 
 } // namespace
 

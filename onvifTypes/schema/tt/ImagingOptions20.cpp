@@ -46,7 +46,8 @@ const ComplexType::Member membersImagingOptions20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingOptions20Extension>},
 };
 
-const ComplexType::ClassInfo infoImagingOptions20 = {"tt:ImagingOptions20", membersImagingOptions20, 11, &bindImagingOptions20};
+const ComplexType::ClassInfo infoImagingOptions20 = {
+    "tt:ImagingOptions20", membersImagingOptions20, 11, &bindImagingOptions20};
 
 } // namespace
 

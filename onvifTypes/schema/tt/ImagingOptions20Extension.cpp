@@ -22,7 +22,8 @@ const ComplexType::Member membersImagingOptions20Extension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingOptions20Extension2>},
 };
 
-const ComplexType::ClassInfo infoImagingOptions20Extension = {"tt:ImagingOptions20Extension", membersImagingOptions20Extension, 2, &bindImagingOptions20Extension};
+const ComplexType::ClassInfo infoImagingOptions20Extension = {
+    "tt:ImagingOptions20Extension", membersImagingOptions20Extension, 2, &bindImagingOptions20Extension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersImagingOptions20Extension2[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingOptions20Extension3>},
 };
 
-const ComplexType::ClassInfo infoImagingOptions20Extension2 = {"tt:ImagingOptions20Extension2", membersImagingOptions20Extension2, 2, &bindImagingOptions20Extension2};
+const ComplexType::ClassInfo infoImagingOptions20Extension2 = {
+    "tt:ImagingOptions20Extension2", membersImagingOptions20Extension2, 2, &bindImagingOptions20Extension2};
 
 } // namespace
 

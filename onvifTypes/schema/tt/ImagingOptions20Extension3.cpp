@@ -28,7 +28,8 @@ const ComplexType::Member membersImagingOptions20Extension3[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingOptions20Extension4>},
 };
 
-const ComplexType::ClassInfo infoImagingOptions20Extension3 = {"tt:ImagingOptions20Extension3", membersImagingOptions20Extension3, 4, &bindImagingOptions20Extension3};
+const ComplexType::ClassInfo infoImagingOptions20Extension3 = {
+    "tt:ImagingOptions20Extension3", membersImagingOptions20Extension3, 4, &bindImagingOptions20Extension3};
 
 } // namespace
 

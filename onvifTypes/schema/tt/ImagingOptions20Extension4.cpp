@@ -13,7 +13,8 @@ void bindImagingOptions20Extension4(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoImagingOptions20Extension4 = {"tt:ImagingOptions20Extension4", nullptr, 0, &bindImagingOptions20Extension4};
+const ComplexType::ClassInfo infoImagingOptions20Extension4 = {
+    "tt:ImagingOptions20Extension4", nullptr, 0, &bindImagingOptions20Extension4};
 
 } // namespace
 

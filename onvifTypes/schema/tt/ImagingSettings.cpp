@@ -45,7 +45,8 @@ const ComplexType::Member membersImagingSettings[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingSettingsExtension>},
 };
 
-const ComplexType::ClassInfo infoImagingSettings = {"tt:ImagingSettings", membersImagingSettings, 11, &bindImagingSettings};
+const ComplexType::ClassInfo infoImagingSettings = {
+    "tt:ImagingSettings", membersImagingSettings, 11, &bindImagingSettings};
 
 } // namespace
 

@@ -45,7 +45,8 @@ const ComplexType::Member membersImagingSettings20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingSettingsExtension20>},
 };
 
-const ComplexType::ClassInfo infoImagingSettings20 = {"tt:ImagingSettings20", membersImagingSettings20, 11, &bindImagingSettings20};
+const ComplexType::ClassInfo infoImagingSettings20 = {
+    "tt:ImagingSettings20", membersImagingSettings20, 11, &bindImagingSettings20};
 
 } // namespace
 

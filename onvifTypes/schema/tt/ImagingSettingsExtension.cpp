@@ -13,7 +13,8 @@ void bindImagingSettingsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoImagingSettingsExtension = {"tt:ImagingSettingsExtension", nullptr, 0, &bindImagingSettingsExtension};
+const ComplexType::ClassInfo infoImagingSettingsExtension = {
+    "tt:ImagingSettingsExtension", nullptr, 0, &bindImagingSettingsExtension};
 
 } // namespace
 

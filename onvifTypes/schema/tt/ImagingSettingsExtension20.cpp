@@ -22,7 +22,8 @@ const ComplexType::Member membersImagingSettingsExtension20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingSettingsExtension202>},
 };
 
-const ComplexType::ClassInfo infoImagingSettingsExtension20 = {"tt:ImagingSettingsExtension20", membersImagingSettingsExtension20, 2, &bindImagingSettingsExtension20};
+const ComplexType::ClassInfo infoImagingSettingsExtension20 = {
+    "tt:ImagingSettingsExtension20", membersImagingSettingsExtension20, 2, &bindImagingSettingsExtension20};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersImagingSettingsExtension202[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingSettingsExtension203>},
 };
 
-const ComplexType::ClassInfo infoImagingSettingsExtension202 = {"tt:ImagingSettingsExtension202", membersImagingSettingsExtension202, 2, &bindImagingSettingsExtension202};
+const ComplexType::ClassInfo infoImagingSettingsExtension202 = {
+    "tt:ImagingSettingsExtension202", membersImagingSettingsExtension202, 2, &bindImagingSettingsExtension202};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersImagingSettingsExtension203[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingSettingsExtension204>},
 };
 
-const ComplexType::ClassInfo infoImagingSettingsExtension203 = {"tt:ImagingSettingsExtension203", membersImagingSettingsExtension203, 4, &bindImagingSettingsExtension203};
+const ComplexType::ClassInfo infoImagingSettingsExtension203 = {
+    "tt:ImagingSettingsExtension203", membersImagingSettingsExtension203, 4, &bindImagingSettingsExtension203};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindImagingSettingsExtension204(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoImagingSettingsExtension204 = {"tt:ImagingSettingsExtension204", nullptr, 0, &bindImagingSettingsExtension204};
+const ComplexType::ClassInfo infoImagingSettingsExtension204 = {
+    "tt:ImagingSettingsExtension204", nullptr, 0, &bindImagingSettingsExtension204};
 
 } // namespace
 

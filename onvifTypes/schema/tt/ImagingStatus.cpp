@@ -19,7 +19,8 @@ const ComplexType::Member membersImagingStatus[] = {
     {"tt:FocusStatus", ComplexType::Required, &ComplexType::typeOps<tt::FocusStatus>},
 };
 
-const ComplexType::ClassInfo infoImagingStatus = {"tt:ImagingStatus", membersImagingStatus, 1, &bindImagingStatus};
+const ComplexType::ClassInfo infoImagingStatus = {
+    "tt:ImagingStatus", membersImagingStatus, 1, &bindImagingStatus};
 
 } // namespace
 

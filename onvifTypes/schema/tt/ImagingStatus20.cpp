@@ -22,7 +22,8 @@ const ComplexType::Member membersImagingStatus20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ImagingStatus20Extension>},
 };
 
-const ComplexType::ClassInfo infoImagingStatus20 = {"tt:ImagingStatus20", membersImagingStatus20, 2, &bindImagingStatus20};
+const ComplexType::ClassInfo infoImagingStatus20 = {
+    "tt:ImagingStatus20", membersImagingStatus20, 2, &bindImagingStatus20};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindImagingStatus20Extension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoImagingStatus20Extension = {"tt:ImagingStatus20Extension", nullptr, 0, &bindImagingStatus20Extension};
+const ComplexType::ClassInfo infoImagingStatus20Extension = {
+    "tt:ImagingStatus20Extension", nullptr, 0, &bindImagingStatus20Extension};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersIntList[] = {
     {"tt:Items", ComplexType::OptionalList, &ComplexType::listOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoIntList = {"tt:IntList", membersIntList, 1, &bindIntList};
+const ComplexType::ClassInfo infoIntList = {
+    "tt:IntList", membersIntList, 1, &bindIntList};
 
 } // namespace
 

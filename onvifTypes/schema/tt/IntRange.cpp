@@ -20,7 +20,8 @@ const ComplexType::Member membersIntRange[] = {
     {"tt:Max", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoIntRange = {"tt:IntRange", membersIntRange, 2, &bindIntRange};
+const ComplexType::ClassInfo infoIntRange = {
+    "tt:IntRange", membersIntRange, 2, &bindIntRange};
 
 } // namespace
 

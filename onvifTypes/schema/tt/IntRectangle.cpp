@@ -24,7 +24,8 @@ const ComplexType::Member membersIntRectangle[] = {
     {"height", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoIntRectangle = {"tt:IntRectangle", membersIntRectangle, 4, &bindIntRectangle};
+const ComplexType::ClassInfo infoIntRectangle = {
+    "tt:IntRectangle", membersIntRectangle, 4, &bindIntRectangle};
 
 } // namespace
 

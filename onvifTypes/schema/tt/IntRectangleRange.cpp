@@ -25,7 +25,8 @@ const ComplexType::Member membersIntRectangleRange[] = {
     {"tt:HeightRange", ComplexType::Required, &ComplexType::typeOps<tt::IntRange>},
 };
 
-const ComplexType::ClassInfo infoIntRectangleRange = {"tt:IntRectangleRange", membersIntRectangleRange, 4, &bindIntRectangleRange};
+const ComplexType::ClassInfo infoIntRectangleRange = {
+    "tt:IntRectangleRange", membersIntRectangleRange, 4, &bindIntRectangleRange};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersIrCutFilterAutoAdjustment[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::IrCutFilterAutoAdjustmentExtension>},
 };
 
-const ComplexType::ClassInfo infoIrCutFilterAutoAdjustment = {"tt:IrCutFilterAutoAdjustment", membersIrCutFilterAutoAdjustment, 4, &bindIrCutFilterAutoAdjustment};
+const ComplexType::ClassInfo infoIrCutFilterAutoAdjustment = {
+    "tt:IrCutFilterAutoAdjustment", membersIrCutFilterAutoAdjustment, 4, &bindIrCutFilterAutoAdjustment};
 
 } // namespace
 

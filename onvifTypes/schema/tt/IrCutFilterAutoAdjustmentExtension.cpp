@@ -13,7 +13,8 @@ void bindIrCutFilterAutoAdjustmentExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentExtension = {"tt:IrCutFilterAutoAdjustmentExtension", nullptr, 0, &bindIrCutFilterAutoAdjustmentExtension};
+const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentExtension = {
+    "tt:IrCutFilterAutoAdjustmentExtension", nullptr, 0, &bindIrCutFilterAutoAdjustmentExtension};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersIrCutFilterAutoAdjustmentOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::IrCutFilterAutoAdjustmentOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentOptions = {"tt:IrCutFilterAutoAdjustmentOptions", membersIrCutFilterAutoAdjustmentOptions, 4, &bindIrCutFilterAutoAdjustmentOptions};
+const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentOptions = {
+    "tt:IrCutFilterAutoAdjustmentOptions", membersIrCutFilterAutoAdjustmentOptions, 4, &bindIrCutFilterAutoAdjustmentOptions};
 
 } // namespace
 

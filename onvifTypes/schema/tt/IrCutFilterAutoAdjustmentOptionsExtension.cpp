@@ -13,7 +13,8 @@ void bindIrCutFilterAutoAdjustmentOptionsExtension(Serializable* object, void** 
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentOptionsExtension = {"tt:IrCutFilterAutoAdjustmentOptionsExtension", nullptr, 0, &bindIrCutFilterAutoAdjustmentOptionsExtension};
+const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentOptionsExtension = {
+    "tt:IrCutFilterAutoAdjustmentOptionsExtension", nullptr, 0, &bindIrCutFilterAutoAdjustmentOptionsExtension};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersItemList[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ItemListExtension>},
 };
 
-const ComplexType::ClassInfo infoItemList = {"tt:ItemList", membersItemList, 3, &bindItemList};
+const ComplexType::ClassInfo infoItemList = {
+    "tt:ItemList", membersItemList, 3, &bindItemList};
 
 } // namespace
 

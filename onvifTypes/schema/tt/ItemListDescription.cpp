@@ -23,7 +23,8 @@ const ComplexType::Member membersItemListDescription[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ItemListDescriptionExtension>},
 };
 
-const ComplexType::ClassInfo infoItemListDescription = {"tt:ItemListDescription", membersItemListDescription, 3, &bindItemListDescription};
+const ComplexType::ClassInfo infoItemListDescription = {
+    "tt:ItemListDescription", membersItemListDescription, 3, &bindItemListDescription};
 
 } // namespace
 

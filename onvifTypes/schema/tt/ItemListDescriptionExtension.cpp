@@ -13,7 +13,8 @@ void bindItemListDescriptionExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoItemListDescriptionExtension = {"tt:ItemListDescriptionExtension", nullptr, 0, &bindItemListDescriptionExtension};
+const ComplexType::ClassInfo infoItemListDescriptionExtension = {
+    "tt:ItemListDescriptionExtension", nullptr, 0, &bindItemListDescriptionExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindItemListExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoItemListExtension = {"tt:ItemListExtension", nullptr, 0, &bindItemListExtension};
+const ComplexType::ClassInfo infoItemListExtension = {
+    "tt:ItemListExtension", nullptr, 0, &bindItemListExtension};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersJpegDecOptions[] = {
     {"tt:SupportedFrameRate", ComplexType::Required, &ComplexType::typeOps<tt::IntRange>},
 };
 
-const ComplexType::ClassInfo infoJpegDecOptions = {"tt:JpegDecOptions", membersJpegDecOptions, 3, &bindJpegDecOptions};
+const ComplexType::ClassInfo infoJpegDecOptions = {
+    "tt:JpegDecOptions", membersJpegDecOptions, 3, &bindJpegDecOptions};
 
 } // namespace
 

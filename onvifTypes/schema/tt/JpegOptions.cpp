@@ -24,7 +24,8 @@ const ComplexType::Member membersJpegOptions[] = {
     {"tt:EncodingIntervalRange", ComplexType::Required, &ComplexType::typeOps<tt::IntRange>},
 };
 
-const ComplexType::ClassInfo infoJpegOptions = {"tt:JpegOptions", membersJpegOptions, 3, &bindJpegOptions};
+const ComplexType::ClassInfo infoJpegOptions = {
+    "tt:JpegOptions", membersJpegOptions, 3, &bindJpegOptions};
 
 } // namespace
 

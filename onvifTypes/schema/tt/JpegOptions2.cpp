@@ -22,7 +22,8 @@ const ComplexType::Member membersJpegOptions2[] = {
     {"tt:EncodingIntervalRange", ComplexType::BaseElement, nullptr},
 };
 
-const ComplexType::ClassInfo infoJpegOptions2 = {"tt:JpegOptions2", membersJpegOptions2, 4, &bindJpegOptions2};
+const ComplexType::ClassInfo infoJpegOptions2 = {
+    "tt:JpegOptions2", membersJpegOptions2, 4, &bindJpegOptions2};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersLayout[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::LayoutExtension>},
 };
 
-const ComplexType::ClassInfo infoLayout = {"tt:Layout", membersLayout, 2, &bindLayout};
+const ComplexType::ClassInfo infoLayout = {
+    "tt:Layout", membersLayout, 2, &bindLayout};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindLayoutExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoLayoutExtension = {"tt:LayoutExtension", nullptr, 0, &bindLayoutExtension};
+const ComplexType::ClassInfo infoLayoutExtension = {
+    "tt:LayoutExtension", nullptr, 0, &bindLayoutExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersLayoutOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::LayoutOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoLayoutOptions = {"tt:LayoutOptions", membersLayoutOptions, 2, &bindLayoutOptions};
+const ComplexType::ClassInfo infoLayoutOptions = {
+    "tt:LayoutOptions", membersLayoutOptions, 2, &bindLayoutOptions};
 
 } // namespace
 

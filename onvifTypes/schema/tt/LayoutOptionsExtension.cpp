@@ -13,7 +13,8 @@ void bindLayoutOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoLayoutOptionsExtension = {"tt:LayoutOptionsExtension", nullptr, 0, &bindLayoutOptionsExtension};
+const ComplexType::ClassInfo infoLayoutOptionsExtension = {
+    "tt:LayoutOptionsExtension", nullptr, 0, &bindLayoutOptionsExtension};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersLensDescription[] = {
     {"FocalLength", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoLensDescription = {"tt:LensDescription", membersLensDescription, 4, &bindLensDescription};
+const ComplexType::ClassInfo infoLensDescription = {
+    "tt:LensDescription", membersLensDescription, 4, &bindLensDescription};
 
 } // namespace
 

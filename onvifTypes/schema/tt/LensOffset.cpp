@@ -20,7 +20,8 @@ const ComplexType::Member membersLensOffset[] = {
     {"y", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoLensOffset = {"tt:LensOffset", membersLensOffset, 2, &bindLensOffset};
+const ComplexType::ClassInfo infoLensOffset = {
+    "tt:LensOffset", membersLensOffset, 2, &bindLensOffset};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersLensProjection[] = {
     {"tt:Transmittance", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoLensProjection = {"tt:LensProjection", membersLensProjection, 3, &bindLensProjection};
+const ComplexType::ClassInfo infoLensProjection = {
+    "tt:LensProjection", membersLensProjection, 3, &bindLensProjection};
 
 } // namespace
 

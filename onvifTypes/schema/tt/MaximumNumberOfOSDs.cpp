@@ -28,7 +28,8 @@ const ComplexType::Member membersMaximumNumberOfOSDs[] = {
     {"DateAndTime", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoMaximumNumberOfOSDs = {"tt:MaximumNumberOfOSDs", membersMaximumNumberOfOSDs, 6, &bindMaximumNumberOfOSDs};
+const ComplexType::ClassInfo infoMaximumNumberOfOSDs = {
+    "tt:MaximumNumberOfOSDs", membersMaximumNumberOfOSDs, 6, &bindMaximumNumberOfOSDs};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersMediaAttributes[] = {
     {"tt:Until", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMediaAttributes = {"tt:MediaAttributes", membersMediaAttributes, 4, &bindMediaAttributes};
+const ComplexType::ClassInfo infoMediaAttributes = {
+    "tt:MediaAttributes", membersMediaAttributes, 4, &bindMediaAttributes};
 
 } // namespace
 

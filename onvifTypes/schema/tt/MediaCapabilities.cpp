@@ -24,7 +24,8 @@ const ComplexType::Member membersMediaCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::MediaCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoMediaCapabilities = {"tt:MediaCapabilities", membersMediaCapabilities, 3, &bindMediaCapabilities};
+const ComplexType::ClassInfo infoMediaCapabilities = {
+    "tt:MediaCapabilities", membersMediaCapabilities, 3, &bindMediaCapabilities};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersMediaCapabilitiesExtension[] = {
     {"tt:ProfileCapabilities", ComplexType::Required, &ComplexType::typeOps<tt::ProfileCapabilities>},
 };
 
-const ComplexType::ClassInfo infoMediaCapabilitiesExtension = {"tt:MediaCapabilitiesExtension", membersMediaCapabilitiesExtension, 1, &bindMediaCapabilitiesExtension};
+const ComplexType::ClassInfo infoMediaCapabilitiesExtension = {
+    "tt:MediaCapabilitiesExtension", membersMediaCapabilitiesExtension, 1, &bindMediaCapabilitiesExtension};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersMediaUri[] = {
     {"tt:Timeout", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMediaUri = {"tt:MediaUri", membersMediaUri, 4, &bindMediaUri};
+const ComplexType::ClassInfo infoMediaUri = {
+    "tt:MediaUri", membersMediaUri, 4, &bindMediaUri};
 
 } // namespace
 

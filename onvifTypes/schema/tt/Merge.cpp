@@ -21,7 +21,8 @@ const ComplexType::Member membersMerge[] = {
     {"tt:to", ComplexType::Required, &ComplexType::typeOps<tt::ObjectId>},
 };
 
-const ComplexType::ClassInfo infoMerge = {"tt:Merge", membersMerge, 2, &bindMerge};
+const ComplexType::ClassInfo infoMerge = {
+    "tt:Merge", membersMerge, 2, &bindMerge};
 
 } // namespace
 

@@ -31,7 +31,8 @@ const ComplexType::Member membersMessage[] = {
     {"PropertyOperation", ComplexType::OptionalAttribute, &ComplexType::typeOps<tt::PropertyOperation>},
 };
 
-const ComplexType::ClassInfo infoMessage = {"tt:Message", membersMessage, 6, &bindMessage};
+const ComplexType::ClassInfo infoMessage = {
+    "tt:Message", membersMessage, 6, &bindMessage};
 
 } // namespace
 

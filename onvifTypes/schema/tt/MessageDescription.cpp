@@ -28,7 +28,8 @@ const ComplexType::Member membersMessageDescription[] = {
     {"IsProperty", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoMessageDescription = {"tt:MessageDescription", membersMessageDescription, 5, &bindMessageDescription};
+const ComplexType::ClassInfo infoMessageDescription = {
+    "tt:MessageDescription", membersMessageDescription, 5, &bindMessageDescription};
 
 } // namespace
 

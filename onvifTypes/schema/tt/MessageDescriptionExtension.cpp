@@ -13,7 +13,8 @@ void bindMessageDescriptionExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoMessageDescriptionExtension = {"tt:MessageDescriptionExtension", nullptr, 0, &bindMessageDescriptionExtension};
+const ComplexType::ClassInfo infoMessageDescriptionExtension = {
+    "tt:MessageDescriptionExtension", nullptr, 0, &bindMessageDescriptionExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindMessageExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoMessageExtension = {"tt:MessageExtension", nullptr, 0, &bindMessageExtension};
+const ComplexType::ClassInfo infoMessageExtension = {
+    "tt:MessageExtension", nullptr, 0, &bindMessageExtension};
 
 } // namespace
 

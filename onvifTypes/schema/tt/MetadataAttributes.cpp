@@ -24,7 +24,8 @@ const ComplexType::Member membersMetadataAttributes[] = {
     {"PtzSpaces", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMetadataAttributes = {"tt:MetadataAttributes", membersMetadataAttributes, 4, &bindMetadataAttributes};
+const ComplexType::ClassInfo infoMetadataAttributes = {
+    "tt:MetadataAttributes", membersMetadataAttributes, 4, &bindMetadataAttributes};
 
 } // namespace
 

@@ -40,7 +40,8 @@ const ComplexType::Member membersMetadataConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoMetadataConfiguration = {"tt:MetadataConfiguration", membersMetadataConfiguration, 11, &bindMetadataConfiguration};
+const ComplexType::ClassInfo infoMetadataConfiguration = {
+    "tt:MetadataConfiguration", membersMetadataConfiguration, 11, &bindMetadataConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindMetadataConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoMetadataConfigurationExtension = {"tt:MetadataConfigurationExtension", nullptr, 0, &bindMetadataConfigurationExtension};
+const ComplexType::ClassInfo infoMetadataConfigurationExtension = {
+    "tt:MetadataConfigurationExtension", nullptr, 0, &bindMetadataConfigurationExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersMetadataConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::MetadataConfigurationOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoMetadataConfigurationOptions = {"tt:MetadataConfigurationOptions", membersMetadataConfigurationOptions, 2, &bindMetadataConfigurationOptions};
+const ComplexType::ClassInfo infoMetadataConfigurationOptions = {
+    "tt:MetadataConfigurationOptions", membersMetadataConfigurationOptions, 2, &bindMetadataConfigurationOptions};
 
 } // namespace
 

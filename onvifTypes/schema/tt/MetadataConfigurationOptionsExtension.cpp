@@ -21,7 +21,8 @@ const ComplexType::Member membersMetadataConfigurationOptionsExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::MetadataConfigurationOptionsExtension2>},
 };
 
-const ComplexType::ClassInfo infoMetadataConfigurationOptionsExtension = {"tt:MetadataConfigurationOptionsExtension", membersMetadataConfigurationOptionsExtension, 2, &bindMetadataConfigurationOptionsExtension};
+const ComplexType::ClassInfo infoMetadataConfigurationOptionsExtension = {
+    "tt:MetadataConfigurationOptionsExtension", membersMetadataConfigurationOptionsExtension, 2, &bindMetadataConfigurationOptionsExtension};
 
 } // namespace
 

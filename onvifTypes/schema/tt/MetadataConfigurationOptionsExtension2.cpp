@@ -13,7 +13,8 @@ void bindMetadataConfigurationOptionsExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoMetadataConfigurationOptionsExtension2 = {"tt:MetadataConfigurationOptionsExtension2", nullptr, 0, &bindMetadataConfigurationOptionsExtension2};
+const ComplexType::ClassInfo infoMetadataConfigurationOptionsExtension2 = {
+    "tt:MetadataConfigurationOptionsExtension2", nullptr, 0, &bindMetadataConfigurationOptionsExtension2};
 
 } // namespace
 

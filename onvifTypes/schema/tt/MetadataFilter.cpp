@@ -18,7 +18,8 @@ const ComplexType::Member membersMetadataFilter[] = {
     {"tt:MetadataStreamFilter", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMetadataFilter = {"tt:MetadataFilter", membersMetadataFilter, 1, &bindMetadataFilter};
+const ComplexType::ClassInfo infoMetadataFilter = {
+    "tt:MetadataFilter", membersMetadataFilter, 1, &bindMetadataFilter};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersMetadataInput[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::MetadataInputExtension>},
 };
 
-const ComplexType::ClassInfo infoMetadataInput = {"tt:MetadataInput", membersMetadataInput, 2, &bindMetadataInput};
+const ComplexType::ClassInfo infoMetadataInput = {
+    "tt:MetadataInput", membersMetadataInput, 2, &bindMetadataInput};
 
 } // namespace
 

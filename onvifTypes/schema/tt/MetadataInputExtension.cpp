@@ -13,7 +13,8 @@ void bindMetadataInputExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoMetadataInputExtension = {"tt:MetadataInputExtension", nullptr, 0, &bindMetadataInputExtension};
+const ComplexType::ClassInfo infoMetadataInputExtension = {
+    "tt:MetadataInputExtension", nullptr, 0, &bindMetadataInputExtension};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersMetadataStream[] = {
     {"tt:Extension", ComplexType::OptionalList, &ComplexType::listOps<tt::MetadataStreamExtension>},
 };
 
-const ComplexType::ClassInfo infoMetadataStream = {"tt:MetadataStream", membersMetadataStream, 4, &bindMetadataStream};
+const ComplexType::ClassInfo infoMetadataStream = {
+    "tt:MetadataStream", membersMetadataStream, 4, &bindMetadataStream};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersMetadataStreamExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::MetadataStreamExtension2>},
 };
 
-const ComplexType::ClassInfo infoMetadataStreamExtension = {"tt:MetadataStreamExtension", membersMetadataStreamExtension, 2, &bindMetadataStreamExtension};
+const ComplexType::ClassInfo infoMetadataStreamExtension = {
+    "tt:MetadataStreamExtension", membersMetadataStreamExtension, 2, &bindMetadataStreamExtension};
 
 } // namespace
 

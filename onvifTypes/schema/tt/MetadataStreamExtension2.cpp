@@ -13,7 +13,8 @@ void bindMetadataStreamExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoMetadataStreamExtension2 = {"tt:MetadataStreamExtension2", nullptr, 0, &bindMetadataStreamExtension2};
+const ComplexType::ClassInfo infoMetadataStreamExtension2 = {
+    "tt:MetadataStreamExtension2", nullptr, 0, &bindMetadataStreamExtension2};
 
 } // namespace
 

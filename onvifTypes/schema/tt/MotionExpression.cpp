@@ -20,7 +20,8 @@ const ComplexType::Member membersMotionExpression[] = {
     {"Type", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMotionExpression = {"tt:MotionExpression", membersMotionExpression, 2, &bindMotionExpression};
+const ComplexType::ClassInfo infoMotionExpression = {
+    "tt:MotionExpression", membersMotionExpression, 2, &bindMotionExpression};
 
 } // namespace
 

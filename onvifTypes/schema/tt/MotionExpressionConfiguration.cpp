@@ -19,7 +19,8 @@ const ComplexType::Member membersMotionExpressionConfiguration[] = {
     {"tt:MotionExpression", ComplexType::Required, &ComplexType::typeOps<tt::MotionExpression>},
 };
 
-const ComplexType::ClassInfo infoMotionExpressionConfiguration = {"tt:MotionExpressionConfiguration", membersMotionExpressionConfiguration, 1, &bindMotionExpressionConfiguration};
+const ComplexType::ClassInfo infoMotionExpressionConfiguration = {
+    "tt:MotionExpressionConfiguration", membersMotionExpressionConfiguration, 1, &bindMotionExpressionConfiguration};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersMotionInCells[] = {
     {"Cells", ComplexType::Attribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoMotionInCells = {"tt:MotionInCells", membersMotionInCells, 3, &bindMotionInCells};
+const ComplexType::ClassInfo infoMotionInCells = {
+    "tt:MotionInCells", membersMotionInCells, 3, &bindMotionInCells};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersMoveOptions[] = {
     {"tt:Continuous", ComplexType::Optional, &ComplexType::typeOps<tt::ContinuousFocusOptions>},
 };
 
-const ComplexType::ClassInfo infoMoveOptions = {"tt:MoveOptions", membersMoveOptions, 3, &bindMoveOptions};
+const ComplexType::ClassInfo infoMoveOptions = {
+    "tt:MoveOptions", membersMoveOptions, 3, &bindMoveOptions};
 
 } // namespace
 

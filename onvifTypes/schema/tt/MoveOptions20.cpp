@@ -25,7 +25,8 @@ const ComplexType::Member membersMoveOptions20[] = {
     {"tt:Continuous", ComplexType::Optional, &ComplexType::typeOps<tt::ContinuousFocusOptions>},
 };
 
-const ComplexType::ClassInfo infoMoveOptions20 = {"tt:MoveOptions20", membersMoveOptions20, 3, &bindMoveOptions20};
+const ComplexType::ClassInfo infoMoveOptions20 = {
+    "tt:MoveOptions20", membersMoveOptions20, 3, &bindMoveOptions20};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersMpeg4Configuration[] = {
     {"tt:Mpeg4Profile", ComplexType::Required, &ComplexType::typeOps<tt::Mpeg4Profile>},
 };
 
-const ComplexType::ClassInfo infoMpeg4Configuration = {"tt:Mpeg4Configuration", membersMpeg4Configuration, 2, &bindMpeg4Configuration};
+const ComplexType::ClassInfo infoMpeg4Configuration = {
+    "tt:Mpeg4Configuration", membersMpeg4Configuration, 2, &bindMpeg4Configuration};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersMpeg4DecOptions[] = {
     {"tt:SupportedFrameRate", ComplexType::Required, &ComplexType::typeOps<tt::IntRange>},
 };
 
-const ComplexType::ClassInfo infoMpeg4DecOptions = {"tt:Mpeg4DecOptions", membersMpeg4DecOptions, 4, &bindMpeg4DecOptions};
+const ComplexType::ClassInfo infoMpeg4DecOptions = {
+    "tt:Mpeg4DecOptions", membersMpeg4DecOptions, 4, &bindMpeg4DecOptions};
 
 } // namespace
 

@@ -29,7 +29,8 @@ const ComplexType::Member membersMpeg4Options[] = {
     {"tt:Mpeg4ProfilesSupported", ComplexType::List, &ComplexType::listOps<tt::Mpeg4Profile>},
 };
 
-const ComplexType::ClassInfo infoMpeg4Options = {"tt:Mpeg4Options", membersMpeg4Options, 5, &bindMpeg4Options};
+const ComplexType::ClassInfo infoMpeg4Options = {
+    "tt:Mpeg4Options", membersMpeg4Options, 5, &bindMpeg4Options};
 
 } // namespace
 

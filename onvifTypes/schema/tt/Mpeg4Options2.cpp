@@ -24,7 +24,8 @@ const ComplexType::Member membersMpeg4Options2[] = {
     {"tt:Mpeg4ProfilesSupported", ComplexType::BaseElement, nullptr},
 };
 
-const ComplexType::ClassInfo infoMpeg4Options2 = {"tt:Mpeg4Options2", membersMpeg4Options2, 6, &bindMpeg4Options2};
+const ComplexType::ClassInfo infoMpeg4Options2 = {
+    "tt:Mpeg4Options2", membersMpeg4Options2, 6, &bindMpeg4Options2};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersMulticastConfiguration[] = {
     {"tt:AutoStart", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoMulticastConfiguration = {"tt:MulticastConfiguration", membersMulticastConfiguration, 4, &bindMulticastConfiguration};
+const ComplexType::ClassInfo infoMulticastConfiguration = {
+    "tt:MulticastConfiguration", membersMulticastConfiguration, 4, &bindMulticastConfiguration};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersNTPInformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NTPInformationExtension>},
 };
 
-const ComplexType::ClassInfo infoNTPInformation = {"tt:NTPInformation", membersNTPInformation, 4, &bindNTPInformation};
+const ComplexType::ClassInfo infoNTPInformation = {
+    "tt:NTPInformation", membersNTPInformation, 4, &bindNTPInformation};
 
 } // namespace
 

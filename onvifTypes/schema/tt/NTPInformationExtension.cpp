@@ -13,7 +13,8 @@ void bindNTPInformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNTPInformationExtension = {"tt:NTPInformationExtension", nullptr, 0, &bindNTPInformationExtension};
+const ComplexType::ClassInfo infoNTPInformationExtension = {
+    "tt:NTPInformationExtension", nullptr, 0, &bindNTPInformationExtension};
 
 } // namespace
 

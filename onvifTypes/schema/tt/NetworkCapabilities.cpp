@@ -27,7 +27,8 @@ const ComplexType::Member membersNetworkCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoNetworkCapabilities = {"tt:NetworkCapabilities", membersNetworkCapabilities, 5, &bindNetworkCapabilities};
+const ComplexType::ClassInfo infoNetworkCapabilities = {
+    "tt:NetworkCapabilities", membersNetworkCapabilities, 5, &bindNetworkCapabilities};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersNetworkCapabilitiesExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkCapabilitiesExtension2>},
 };
 
-const ComplexType::ClassInfo infoNetworkCapabilitiesExtension = {"tt:NetworkCapabilitiesExtension", membersNetworkCapabilitiesExtension, 2, &bindNetworkCapabilitiesExtension};
+const ComplexType::ClassInfo infoNetworkCapabilitiesExtension = {
+    "tt:NetworkCapabilitiesExtension", membersNetworkCapabilitiesExtension, 2, &bindNetworkCapabilitiesExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindNetworkCapabilitiesExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNetworkCapabilitiesExtension2 = {"tt:NetworkCapabilitiesExtension2", nullptr, 0, &bindNetworkCapabilitiesExtension2};
+const ComplexType::ClassInfo infoNetworkCapabilitiesExtension2 = {
+    "tt:NetworkCapabilitiesExtension2", nullptr, 0, &bindNetworkCapabilitiesExtension2};
 
 } // namespace
 

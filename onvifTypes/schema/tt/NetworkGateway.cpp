@@ -20,7 +20,8 @@ const ComplexType::Member membersNetworkGateway[] = {
     {"tt:IPv6Address", ComplexType::OptionalList, &ComplexType::listOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoNetworkGateway = {"tt:NetworkGateway", membersNetworkGateway, 2, &bindNetworkGateway};
+const ComplexType::ClassInfo infoNetworkGateway = {
+    "tt:NetworkGateway", membersNetworkGateway, 2, &bindNetworkGateway};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersNetworkHost[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkHostExtension>},
 };
 
-const ComplexType::ClassInfo infoNetworkHost = {"tt:NetworkHost", membersNetworkHost, 5, &bindNetworkHost};
+const ComplexType::ClassInfo infoNetworkHost = {
+    "tt:NetworkHost", membersNetworkHost, 5, &bindNetworkHost};
 
 } // namespace
 

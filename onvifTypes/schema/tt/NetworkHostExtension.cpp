@@ -13,7 +13,8 @@ void bindNetworkHostExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNetworkHostExtension = {"tt:NetworkHostExtension", nullptr, 0, &bindNetworkHostExtension};
+const ComplexType::ClassInfo infoNetworkHostExtension = {
+    "tt:NetworkHostExtension", nullptr, 0, &bindNetworkHostExtension};
 
 } // namespace
 

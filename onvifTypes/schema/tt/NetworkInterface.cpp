@@ -34,7 +34,8 @@ const ComplexType::Member membersNetworkInterface[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoNetworkInterface = {"tt:NetworkInterface", membersNetworkInterface, 7, &bindNetworkInterface};
+const ComplexType::ClassInfo infoNetworkInterface = {
+    "tt:NetworkInterface", membersNetworkInterface, 7, &bindNetworkInterface};
 
 } // namespace
 

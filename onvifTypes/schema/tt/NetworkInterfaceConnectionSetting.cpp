@@ -23,7 +23,8 @@ const ComplexType::Member membersNetworkInterfaceConnectionSetting[] = {
     {"tt:Duplex", ComplexType::Required, &ComplexType::typeOps<tt::Duplex>},
 };
 
-const ComplexType::ClassInfo infoNetworkInterfaceConnectionSetting = {"tt:NetworkInterfaceConnectionSetting", membersNetworkInterfaceConnectionSetting, 3, &bindNetworkInterfaceConnectionSetting};
+const ComplexType::ClassInfo infoNetworkInterfaceConnectionSetting = {
+    "tt:NetworkInterfaceConnectionSetting", membersNetworkInterfaceConnectionSetting, 3, &bindNetworkInterfaceConnectionSetting};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersNetworkInterfaceExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkInterfaceExtension2>},
 };
 
-const ComplexType::ClassInfo infoNetworkInterfaceExtension = {"tt:NetworkInterfaceExtension", membersNetworkInterfaceExtension, 4, &bindNetworkInterfaceExtension};
+const ComplexType::ClassInfo infoNetworkInterfaceExtension = {
+    "tt:NetworkInterfaceExtension", membersNetworkInterfaceExtension, 4, &bindNetworkInterfaceExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindNetworkInterfaceExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNetworkInterfaceExtension2 = {"tt:NetworkInterfaceExtension2", nullptr, 0, &bindNetworkInterfaceExtension2};
+const ComplexType::ClassInfo infoNetworkInterfaceExtension2 = {
+    "tt:NetworkInterfaceExtension2", nullptr, 0, &bindNetworkInterfaceExtension2};
 
 } // namespace
 

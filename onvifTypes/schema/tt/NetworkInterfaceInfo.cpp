@@ -22,7 +22,8 @@ const ComplexType::Member membersNetworkInterfaceInfo[] = {
     {"tt:MTU", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoNetworkInterfaceInfo = {"tt:NetworkInterfaceInfo", membersNetworkInterfaceInfo, 3, &bindNetworkInterfaceInfo};
+const ComplexType::ClassInfo infoNetworkInterfaceInfo = {
+    "tt:NetworkInterfaceInfo", membersNetworkInterfaceInfo, 3, &bindNetworkInterfaceInfo};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersNetworkInterfaceLink[] = {
     {"tt:InterfaceType", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoNetworkInterfaceLink = {"tt:NetworkInterfaceLink", membersNetworkInterfaceLink, 3, &bindNetworkInterfaceLink};
+const ComplexType::ClassInfo infoNetworkInterfaceLink = {
+    "tt:NetworkInterfaceLink", membersNetworkInterfaceLink, 3, &bindNetworkInterfaceLink};
 
 } // namespace
 

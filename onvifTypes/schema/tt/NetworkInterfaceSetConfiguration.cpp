@@ -32,7 +32,8 @@ const ComplexType::Member membersNetworkInterfaceSetConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkInterfaceSetConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoNetworkInterfaceSetConfiguration = {"tt:NetworkInterfaceSetConfiguration", membersNetworkInterfaceSetConfiguration, 6, &bindNetworkInterfaceSetConfiguration};
+const ComplexType::ClassInfo infoNetworkInterfaceSetConfiguration = {
+    "tt:NetworkInterfaceSetConfiguration", membersNetworkInterfaceSetConfiguration, 6, &bindNetworkInterfaceSetConfiguration};
 
 } // namespace
 

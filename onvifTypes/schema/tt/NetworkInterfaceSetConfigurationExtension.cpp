@@ -25,7 +25,8 @@ const ComplexType::Member membersNetworkInterfaceSetConfigurationExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkInterfaceSetConfigurationExtension2>},
 };
 
-const ComplexType::ClassInfo infoNetworkInterfaceSetConfigurationExtension = {"tt:NetworkInterfaceSetConfigurationExtension", membersNetworkInterfaceSetConfigurationExtension, 3, &bindNetworkInterfaceSetConfigurationExtension};
+const ComplexType::ClassInfo infoNetworkInterfaceSetConfigurationExtension = {
+    "tt:NetworkInterfaceSetConfigurationExtension", membersNetworkInterfaceSetConfigurationExtension, 3, &bindNetworkInterfaceSetConfigurationExtension};
 
 } // namespace
 

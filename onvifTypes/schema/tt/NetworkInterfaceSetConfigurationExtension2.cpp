@@ -13,7 +13,8 @@ void bindNetworkInterfaceSetConfigurationExtension2(Serializable* object, void**
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNetworkInterfaceSetConfigurationExtension2 = {"tt:NetworkInterfaceSetConfigurationExtension2", nullptr, 0, &bindNetworkInterfaceSetConfigurationExtension2};
+const ComplexType::ClassInfo infoNetworkInterfaceSetConfigurationExtension2 = {
+    "tt:NetworkInterfaceSetConfigurationExtension2", nullptr, 0, &bindNetworkInterfaceSetConfigurationExtension2};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersNetworkProtocol[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkProtocolExtension>},
 };
 
-const ComplexType::ClassInfo infoNetworkProtocol = {"tt:NetworkProtocol", membersNetworkProtocol, 4, &bindNetworkProtocol};
+const ComplexType::ClassInfo infoNetworkProtocol = {
+    "tt:NetworkProtocol", membersNetworkProtocol, 4, &bindNetworkProtocol};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindNetworkProtocolExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNetworkProtocolExtension = {"tt:NetworkProtocolExtension", nullptr, 0, &bindNetworkProtocolExtension};
+const ComplexType::ClassInfo infoNetworkProtocolExtension = {
+    "tt:NetworkProtocolExtension", nullptr, 0, &bindNetworkProtocolExtension};
 
 } // namespace
 

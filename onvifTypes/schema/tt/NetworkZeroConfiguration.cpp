@@ -25,7 +25,8 @@ const ComplexType::Member membersNetworkZeroConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkZeroConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoNetworkZeroConfiguration = {"tt:NetworkZeroConfiguration", membersNetworkZeroConfiguration, 4, &bindNetworkZeroConfiguration};
+const ComplexType::ClassInfo infoNetworkZeroConfiguration = {
+    "tt:NetworkZeroConfiguration", membersNetworkZeroConfiguration, 4, &bindNetworkZeroConfiguration};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersNetworkZeroConfigurationExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::NetworkZeroConfigurationExtension2>},
 };
 
-const ComplexType::ClassInfo infoNetworkZeroConfigurationExtension = {"tt:NetworkZeroConfigurationExtension", membersNetworkZeroConfigurationExtension, 2, &bindNetworkZeroConfigurationExtension};
+const ComplexType::ClassInfo infoNetworkZeroConfigurationExtension = {
+    "tt:NetworkZeroConfigurationExtension", membersNetworkZeroConfigurationExtension, 2, &bindNetworkZeroConfigurationExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindNetworkZeroConfigurationExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoNetworkZeroConfigurationExtension2 = {"tt:NetworkZeroConfigurationExtension2", nullptr, 0, &bindNetworkZeroConfigurationExtension2};
+const ComplexType::ClassInfo infoNetworkZeroConfigurationExtension2 = {
+    "tt:NetworkZeroConfigurationExtension2", nullptr, 0, &bindNetworkZeroConfigurationExtension2};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersNoiseReduction[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoNoiseReduction = {"tt:NoiseReduction", membersNoiseReduction, 1, &bindNoiseReduction};
+const ComplexType::ClassInfo infoNoiseReduction = {
+    "tt:NoiseReduction", membersNoiseReduction, 1, &bindNoiseReduction};
 
 } // namespace
 

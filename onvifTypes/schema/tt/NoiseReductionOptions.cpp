@@ -18,7 +18,8 @@ const ComplexType::Member membersNoiseReductionOptions[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoNoiseReductionOptions = {"tt:NoiseReductionOptions", membersNoiseReductionOptions, 1, &bindNoiseReductionOptions};
+const ComplexType::ClassInfo infoNoiseReductionOptions = {
+    "tt:NoiseReductionOptions", membersNoiseReductionOptions, 1, &bindNoiseReductionOptions};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersOSDColor[] = {
     {"Transparent", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoOSDColor = {"tt:OSDColor", membersOSDColor, 2, &bindOSDColor};
+const ComplexType::ClassInfo infoOSDColor = {
+    "tt:OSDColor", membersOSDColor, 2, &bindOSDColor};
 
 } // namespace
 

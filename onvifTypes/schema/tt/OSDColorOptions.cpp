@@ -25,7 +25,8 @@ const ComplexType::Member membersOSDColorOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDColorOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDColorOptions = {"tt:OSDColorOptions", membersOSDColorOptions, 3, &bindOSDColorOptions};
+const ComplexType::ClassInfo infoOSDColorOptions = {
+    "tt:OSDColorOptions", membersOSDColorOptions, 3, &bindOSDColorOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindOSDColorOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDColorOptionsExtension = {"tt:OSDColorOptionsExtension", nullptr, 0, &bindOSDColorOptionsExtension};
+const ComplexType::ClassInfo infoOSDColorOptionsExtension = {
+    "tt:OSDColorOptionsExtension", nullptr, 0, &bindOSDColorOptionsExtension};
 
 } // namespace
 

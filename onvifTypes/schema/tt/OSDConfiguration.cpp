@@ -35,7 +35,8 @@ const ComplexType::Member membersOSDConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoOSDConfiguration = {"tt:OSDConfiguration", membersOSDConfiguration, 7, &bindOSDConfiguration};
+const ComplexType::ClassInfo infoOSDConfiguration = {
+    "tt:OSDConfiguration", membersOSDConfiguration, 7, &bindOSDConfiguration};
 
 } // namespace
 

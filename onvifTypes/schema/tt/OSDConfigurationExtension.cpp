@@ -13,7 +13,8 @@ void bindOSDConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDConfigurationExtension = {"tt:OSDConfigurationExtension", nullptr, 0, &bindOSDConfigurationExtension};
+const ComplexType::ClassInfo infoOSDConfigurationExtension = {
+    "tt:OSDConfigurationExtension", nullptr, 0, &bindOSDConfigurationExtension};
 
 } // namespace
 

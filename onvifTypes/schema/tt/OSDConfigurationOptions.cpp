@@ -33,7 +33,8 @@ const ComplexType::Member membersOSDConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDConfigurationOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDConfigurationOptions = {"tt:OSDConfigurationOptions", membersOSDConfigurationOptions, 6, &bindOSDConfigurationOptions};
+const ComplexType::ClassInfo infoOSDConfigurationOptions = {
+    "tt:OSDConfigurationOptions", membersOSDConfigurationOptions, 6, &bindOSDConfigurationOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindOSDConfigurationOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDConfigurationOptionsExtension = {"tt:OSDConfigurationOptionsExtension", nullptr, 0, &bindOSDConfigurationOptionsExtension};
+const ComplexType::ClassInfo infoOSDConfigurationOptionsExtension = {
+    "tt:OSDConfigurationOptionsExtension", nullptr, 0, &bindOSDConfigurationOptionsExtension};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersOSDImgConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDImgConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDImgConfiguration = {"tt:OSDImgConfiguration", membersOSDImgConfiguration, 2, &bindOSDImgConfiguration};
+const ComplexType::ClassInfo infoOSDImgConfiguration = {
+    "tt:OSDImgConfiguration", membersOSDImgConfiguration, 2, &bindOSDImgConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindOSDImgConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDImgConfigurationExtension = {"tt:OSDImgConfigurationExtension", nullptr, 0, &bindOSDImgConfigurationExtension};
+const ComplexType::ClassInfo infoOSDImgConfigurationExtension = {
+    "tt:OSDImgConfigurationExtension", nullptr, 0, &bindOSDImgConfigurationExtension};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersOSDImgOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDImgOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDImgOptions = {"tt:OSDImgOptions", membersOSDImgOptions, 2, &bindOSDImgOptions};
+const ComplexType::ClassInfo infoOSDImgOptions = {
+    "tt:OSDImgOptions", membersOSDImgOptions, 2, &bindOSDImgOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindOSDImgOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDImgOptionsExtension = {"tt:OSDImgOptionsExtension", nullptr, 0, &bindOSDImgOptionsExtension};
+const ComplexType::ClassInfo infoOSDImgOptionsExtension = {
+    "tt:OSDImgOptionsExtension", nullptr, 0, &bindOSDImgOptionsExtension};
 
 } // namespace
 

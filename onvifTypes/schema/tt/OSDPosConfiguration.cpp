@@ -24,7 +24,8 @@ const ComplexType::Member membersOSDPosConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDPosConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDPosConfiguration = {"tt:OSDPosConfiguration", membersOSDPosConfiguration, 3, &bindOSDPosConfiguration};
+const ComplexType::ClassInfo infoOSDPosConfiguration = {
+    "tt:OSDPosConfiguration", membersOSDPosConfiguration, 3, &bindOSDPosConfiguration};
 
 } // namespace
 

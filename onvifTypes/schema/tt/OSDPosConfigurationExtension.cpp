@@ -13,7 +13,8 @@ void bindOSDPosConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDPosConfigurationExtension = {"tt:OSDPosConfigurationExtension", nullptr, 0, &bindOSDPosConfigurationExtension};
+const ComplexType::ClassInfo infoOSDPosConfigurationExtension = {
+    "tt:OSDPosConfigurationExtension", nullptr, 0, &bindOSDPosConfigurationExtension};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersOSDReference[] = {
     {"", ComplexType::Text, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoOSDReference = {"tt:OSDReference", membersOSDReference, 1, &bindOSDReference};
+const ComplexType::ClassInfo infoOSDReference = {
+    "tt:OSDReference", membersOSDReference, 1, &bindOSDReference};
 
 } // namespace
 

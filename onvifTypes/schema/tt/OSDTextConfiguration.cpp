@@ -34,7 +34,8 @@ const ComplexType::Member membersOSDTextConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDTextConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDTextConfiguration = {"tt:OSDTextConfiguration", membersOSDTextConfiguration, 8, &bindOSDTextConfiguration};
+const ComplexType::ClassInfo infoOSDTextConfiguration = {
+    "tt:OSDTextConfiguration", membersOSDTextConfiguration, 8, &bindOSDTextConfiguration};
 
 } // namespace
 

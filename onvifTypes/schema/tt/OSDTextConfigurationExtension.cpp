@@ -13,7 +13,8 @@ void bindOSDTextConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDTextConfigurationExtension = {"tt:OSDTextConfigurationExtension", nullptr, 0, &bindOSDTextConfigurationExtension};
+const ComplexType::ClassInfo infoOSDTextConfigurationExtension = {
+    "tt:OSDTextConfigurationExtension", nullptr, 0, &bindOSDTextConfigurationExtension};
 
 } // namespace
 

@@ -33,7 +33,8 @@ const ComplexType::Member membersOSDTextOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::OSDTextOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoOSDTextOptions = {"tt:OSDTextOptions", membersOSDTextOptions, 7, &bindOSDTextOptions};
+const ComplexType::ClassInfo infoOSDTextOptions = {
+    "tt:OSDTextOptions", membersOSDTextOptions, 7, &bindOSDTextOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindOSDTextOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoOSDTextOptionsExtension = {"tt:OSDTextOptionsExtension", nullptr, 0, &bindOSDTextOptionsExtension};
+const ComplexType::ClassInfo infoOSDTextOptionsExtension = {
+    "tt:OSDTextOptionsExtension", nullptr, 0, &bindOSDTextOptionsExtension};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersObject[] = {
     {"ObjectId", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoObject = {"tt:Object", membersObject, 4, &bindObject};
+const ComplexType::ClassInfo infoObject = {
+    "tt:Object", membersObject, 4, &bindObject};
 
 } // namespace
 

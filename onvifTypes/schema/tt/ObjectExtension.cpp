@@ -13,7 +13,8 @@ void bindObjectExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoObjectExtension = {"tt:ObjectExtension", nullptr, 0, &bindObjectExtension};
+const ComplexType::ClassInfo infoObjectExtension = {
+    "tt:ObjectExtension", nullptr, 0, &bindObjectExtension};
 
 } // namespace
 

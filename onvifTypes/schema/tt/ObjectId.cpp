@@ -18,7 +18,8 @@ const ComplexType::Member membersObjectId[] = {
     {"ObjectId", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoObjectId = {"tt:ObjectId", membersObjectId, 1, &bindObjectId};
+const ComplexType::ClassInfo infoObjectId = {
+    "tt:ObjectId", membersObjectId, 1, &bindObjectId};
 
 } // namespace
 

@@ -31,7 +31,8 @@ const ComplexType::Member membersObjectTree[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ObjectTreeExtension>},
 };
 
-const ComplexType::ClassInfo infoObjectTree = {"tt:ObjectTree", membersObjectTree, 5, &bindObjectTree};
+const ComplexType::ClassInfo infoObjectTree = {
+    "tt:ObjectTree", membersObjectTree, 5, &bindObjectTree};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindObjectTreeExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoObjectTreeExtension = {"tt:ObjectTreeExtension", nullptr, 0, &bindObjectTreeExtension};
+const ComplexType::ClassInfo infoObjectTreeExtension = {
+    "tt:ObjectTreeExtension", nullptr, 0, &bindObjectTreeExtension};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersOnvifVersion[] = {
     {"tt:Minor", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoOnvifVersion = {"tt:OnvifVersion", membersOnvifVersion, 2, &bindOnvifVersion};
+const ComplexType::ClassInfo infoOnvifVersion = {
+    "tt:OnvifVersion", membersOnvifVersion, 2, &bindOnvifVersion};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersOtherType[] = {
     {"tt:Likelihood", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoOtherType = {"tt:OtherType", membersOtherType, 2, &bindOtherType};
+const ComplexType::ClassInfo infoOtherType = {
+    "tt:OtherType", membersOtherType, 2, &bindOtherType};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersPTControlDirection[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTControlDirectionExtension>},
 };
 
-const ComplexType::ClassInfo infoPTControlDirection = {"tt:PTControlDirection", membersPTControlDirection, 3, &bindPTControlDirection};
+const ComplexType::ClassInfo infoPTControlDirection = {
+    "tt:PTControlDirection", membersPTControlDirection, 3, &bindPTControlDirection};
 
 } // namespace
 

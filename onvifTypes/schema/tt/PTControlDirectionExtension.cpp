@@ -13,7 +13,8 @@ void bindPTControlDirectionExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTControlDirectionExtension = {"tt:PTControlDirectionExtension", nullptr, 0, &bindPTControlDirectionExtension};
+const ComplexType::ClassInfo infoPTControlDirectionExtension = {
+    "tt:PTControlDirectionExtension", nullptr, 0, &bindPTControlDirectionExtension};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersPTControlDirectionOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTControlDirectionOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoPTControlDirectionOptions = {"tt:PTControlDirectionOptions", membersPTControlDirectionOptions, 3, &bindPTControlDirectionOptions};
+const ComplexType::ClassInfo infoPTControlDirectionOptions = {
+    "tt:PTControlDirectionOptions", membersPTControlDirectionOptions, 3, &bindPTControlDirectionOptions};
 
 } // namespace
 

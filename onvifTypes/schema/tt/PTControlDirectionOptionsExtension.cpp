@@ -13,7 +13,8 @@ void bindPTControlDirectionOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTControlDirectionOptionsExtension = {"tt:PTControlDirectionOptionsExtension", nullptr, 0, &bindPTControlDirectionOptionsExtension};
+const ComplexType::ClassInfo infoPTControlDirectionOptionsExtension = {
+    "tt:PTControlDirectionOptionsExtension", nullptr, 0, &bindPTControlDirectionOptionsExtension};
 
 } // namespace
 

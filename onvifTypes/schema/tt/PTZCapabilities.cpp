@@ -18,7 +18,8 @@ const ComplexType::Member membersPTZCapabilities[] = {
     {"tt:XAddr", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoPTZCapabilities = {"tt:PTZCapabilities", membersPTZCapabilities, 1, &bindPTZCapabilities};
+const ComplexType::ClassInfo infoPTZCapabilities = {
+    "tt:PTZCapabilities", membersPTZCapabilities, 1, &bindPTZCapabilities};
 
 } // namespace
 

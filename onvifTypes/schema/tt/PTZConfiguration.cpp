@@ -53,7 +53,8 @@ const ComplexType::Member membersPTZConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoPTZConfiguration = {"tt:PTZConfiguration", membersPTZConfiguration, 18, &bindPTZConfiguration};
+const ComplexType::ClassInfo infoPTZConfiguration = {
+    "tt:PTZConfiguration", membersPTZConfiguration, 18, &bindPTZConfiguration};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersPTZConfigurationExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZConfigurationExtension2>},
 };
 
-const ComplexType::ClassInfo infoPTZConfigurationExtension = {"tt:PTZConfigurationExtension", membersPTZConfigurationExtension, 2, &bindPTZConfigurationExtension};
+const ComplexType::ClassInfo infoPTZConfigurationExtension = {
+    "tt:PTZConfigurationExtension", membersPTZConfigurationExtension, 2, &bindPTZConfigurationExtension};
 
 } // namespace
 

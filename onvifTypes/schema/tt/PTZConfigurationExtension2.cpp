@@ -13,7 +13,8 @@ void bindPTZConfigurationExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZConfigurationExtension2 = {"tt:PTZConfigurationExtension2", nullptr, 0, &bindPTZConfigurationExtension2};
+const ComplexType::ClassInfo infoPTZConfigurationExtension2 = {
+    "tt:PTZConfigurationExtension2", nullptr, 0, &bindPTZConfigurationExtension2};
 
 } // namespace
 

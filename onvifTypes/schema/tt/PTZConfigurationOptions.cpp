@@ -30,7 +30,8 @@ const ComplexType::Member membersPTZConfigurationOptions[] = {
     {"PTZRamps", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoPTZConfigurationOptions = {"tt:PTZConfigurationOptions", membersPTZConfigurationOptions, 5, &bindPTZConfigurationOptions};
+const ComplexType::ClassInfo infoPTZConfigurationOptions = {
+    "tt:PTZConfigurationOptions", membersPTZConfigurationOptions, 5, &bindPTZConfigurationOptions};
 
 } // namespace
 

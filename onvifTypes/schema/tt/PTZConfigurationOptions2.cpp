@@ -13,7 +13,8 @@ void bindPTZConfigurationOptions2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZConfigurationOptions2 = {"tt:PTZConfigurationOptions2", nullptr, 0, &bindPTZConfigurationOptions2};
+const ComplexType::ClassInfo infoPTZConfigurationOptions2 = {
+    "tt:PTZConfigurationOptions2", nullptr, 0, &bindPTZConfigurationOptions2};
 
 } // namespace
 

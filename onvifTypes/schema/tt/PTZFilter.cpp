@@ -20,7 +20,8 @@ const ComplexType::Member membersPTZFilter[] = {
     {"tt:Position", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoPTZFilter = {"tt:PTZFilter", membersPTZFilter, 2, &bindPTZFilter};
+const ComplexType::ClassInfo infoPTZFilter = {
+    "tt:PTZFilter", membersPTZFilter, 2, &bindPTZFilter};
 
 } // namespace
 

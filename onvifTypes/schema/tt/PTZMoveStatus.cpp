@@ -21,7 +21,8 @@ const ComplexType::Member membersPTZMoveStatus[] = {
     {"tt:Zoom", ComplexType::Optional, &ComplexType::typeOps<tt::MoveStatus>},
 };
 
-const ComplexType::ClassInfo infoPTZMoveStatus = {"tt:PTZMoveStatus", membersPTZMoveStatus, 2, &bindPTZMoveStatus};
+const ComplexType::ClassInfo infoPTZMoveStatus = {
+    "tt:PTZMoveStatus", membersPTZMoveStatus, 2, &bindPTZMoveStatus};
 
 } // namespace
 

@@ -33,7 +33,8 @@ const ComplexType::Member membersPTZNode[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoPTZNode = {"tt:PTZNode", membersPTZNode, 8, &bindPTZNode};
+const ComplexType::ClassInfo infoPTZNode = {
+    "tt:PTZNode", membersPTZNode, 8, &bindPTZNode};
 
 } // namespace
 

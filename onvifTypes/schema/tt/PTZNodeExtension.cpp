@@ -22,7 +22,8 @@ const ComplexType::Member membersPTZNodeExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZNodeExtension2>},
 };
 
-const ComplexType::ClassInfo infoPTZNodeExtension = {"tt:PTZNodeExtension", membersPTZNodeExtension, 2, &bindPTZNodeExtension};
+const ComplexType::ClassInfo infoPTZNodeExtension = {
+    "tt:PTZNodeExtension", membersPTZNodeExtension, 2, &bindPTZNodeExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZNodeExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZNodeExtension2 = {"tt:PTZNodeExtension2", nullptr, 0, &bindPTZNodeExtension2};
+const ComplexType::ClassInfo infoPTZNodeExtension2 = {
+    "tt:PTZNodeExtension2", nullptr, 0, &bindPTZNodeExtension2};
 
 } // namespace
 

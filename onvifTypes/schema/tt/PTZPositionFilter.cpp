@@ -23,7 +23,8 @@ const ComplexType::Member membersPTZPositionFilter[] = {
     {"tt:EnterOrExit", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoPTZPositionFilter = {"tt:PTZPositionFilter", membersPTZPositionFilter, 3, &bindPTZPositionFilter};
+const ComplexType::ClassInfo infoPTZPositionFilter = {
+    "tt:PTZPositionFilter", membersPTZPositionFilter, 3, &bindPTZPositionFilter};
 
 } // namespace
 

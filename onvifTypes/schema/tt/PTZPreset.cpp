@@ -23,7 +23,8 @@ const ComplexType::Member membersPTZPreset[] = {
     {"token", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoPTZPreset = {"tt:PTZPreset", membersPTZPreset, 3, &bindPTZPreset};
+const ComplexType::ClassInfo infoPTZPreset = {
+    "tt:PTZPreset", membersPTZPreset, 3, &bindPTZPreset};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZPresetTourExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourExtension = {"tt:PTZPresetTourExtension", nullptr, 0, &bindPTZPresetTourExtension};
+const ComplexType::ClassInfo infoPTZPresetTourExtension = {
+    "tt:PTZPresetTourExtension", nullptr, 0, &bindPTZPresetTourExtension};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersPTZPresetTourOptions[] = {
     {"tt:TourSpot", ComplexType::Required, &ComplexType::typeOps<tt::PTZPresetTourSpotOptions>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourOptions = {"tt:PTZPresetTourOptions", membersPTZPresetTourOptions, 3, &bindPTZPresetTourOptions};
+const ComplexType::ClassInfo infoPTZPresetTourOptions = {
+    "tt:PTZPresetTourOptions", membersPTZPresetTourOptions, 3, &bindPTZPresetTourOptions};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersPTZPresetTourPresetDetail[] = {
     {"tt:TypeExtension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZPresetTourTypeExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourPresetDetail = {"tt:PTZPresetTourPresetDetail", membersPTZPresetTourPresetDetail, 4, &bindPTZPresetTourPresetDetail};
+const ComplexType::ClassInfo infoPTZPresetTourPresetDetail = {
+    "tt:PTZPresetTourPresetDetail", membersPTZPresetTourPresetDetail, 4, &bindPTZPresetTourPresetDetail};
 
 } // namespace
 

@@ -29,7 +29,8 @@ const ComplexType::Member membersPTZPresetTourPresetDetailOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZPresetTourPresetDetailOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourPresetDetailOptions = {"tt:PTZPresetTourPresetDetailOptions", membersPTZPresetTourPresetDetailOptions, 5, &bindPTZPresetTourPresetDetailOptions};
+const ComplexType::ClassInfo infoPTZPresetTourPresetDetailOptions = {
+    "tt:PTZPresetTourPresetDetailOptions", membersPTZPresetTourPresetDetailOptions, 5, &bindPTZPresetTourPresetDetailOptions};
 
 } // namespace
 

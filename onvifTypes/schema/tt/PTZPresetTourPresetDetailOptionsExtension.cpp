@@ -13,7 +13,8 @@ void bindPTZPresetTourPresetDetailOptionsExtension(Serializable* object, void** 
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourPresetDetailOptionsExtension = {"tt:PTZPresetTourPresetDetailOptionsExtension", nullptr, 0, &bindPTZPresetTourPresetDetailOptionsExtension};
+const ComplexType::ClassInfo infoPTZPresetTourPresetDetailOptionsExtension = {
+    "tt:PTZPresetTourPresetDetailOptionsExtension", nullptr, 0, &bindPTZPresetTourPresetDetailOptionsExtension};
 
 } // namespace
 

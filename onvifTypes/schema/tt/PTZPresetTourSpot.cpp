@@ -27,7 +27,8 @@ const ComplexType::Member membersPTZPresetTourSpot[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZPresetTourSpotExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourSpot = {"tt:PTZPresetTourSpot", membersPTZPresetTourSpot, 4, &bindPTZPresetTourSpot};
+const ComplexType::ClassInfo infoPTZPresetTourSpot = {
+    "tt:PTZPresetTourSpot", membersPTZPresetTourSpot, 4, &bindPTZPresetTourSpot};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZPresetTourSpotExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourSpotExtension = {"tt:PTZPresetTourSpotExtension", nullptr, 0, &bindPTZPresetTourSpotExtension};
+const ComplexType::ClassInfo infoPTZPresetTourSpotExtension = {
+    "tt:PTZPresetTourSpotExtension", nullptr, 0, &bindPTZPresetTourSpotExtension};
 
 } // namespace
 

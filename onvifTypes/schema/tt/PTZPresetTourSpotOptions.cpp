@@ -22,7 +22,8 @@ const ComplexType::Member membersPTZPresetTourSpotOptions[] = {
     {"tt:StayTime", ComplexType::Required, &ComplexType::typeOps<tt::DurationRange>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourSpotOptions = {"tt:PTZPresetTourSpotOptions", membersPTZPresetTourSpotOptions, 2, &bindPTZPresetTourSpotOptions};
+const ComplexType::ClassInfo infoPTZPresetTourSpotOptions = {
+    "tt:PTZPresetTourSpotOptions", membersPTZPresetTourSpotOptions, 2, &bindPTZPresetTourSpotOptions};
 
 } // namespace
 

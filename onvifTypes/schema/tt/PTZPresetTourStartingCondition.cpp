@@ -28,7 +28,8 @@ const ComplexType::Member membersPTZPresetTourStartingCondition[] = {
     {"RandomPresetOrder", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourStartingCondition = {"tt:PTZPresetTourStartingCondition", membersPTZPresetTourStartingCondition, 5, &bindPTZPresetTourStartingCondition};
+const ComplexType::ClassInfo infoPTZPresetTourStartingCondition = {
+    "tt:PTZPresetTourStartingCondition", membersPTZPresetTourStartingCondition, 5, &bindPTZPresetTourStartingCondition};
 
 } // namespace
 

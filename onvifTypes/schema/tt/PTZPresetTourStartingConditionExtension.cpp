@@ -13,7 +13,8 @@ void bindPTZPresetTourStartingConditionExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourStartingConditionExtension = {"tt:PTZPresetTourStartingConditionExtension", nullptr, 0, &bindPTZPresetTourStartingConditionExtension};
+const ComplexType::ClassInfo infoPTZPresetTourStartingConditionExtension = {
+    "tt:PTZPresetTourStartingConditionExtension", nullptr, 0, &bindPTZPresetTourStartingConditionExtension};
 
 } // namespace
 

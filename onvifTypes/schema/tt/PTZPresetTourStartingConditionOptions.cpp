@@ -28,7 +28,8 @@ const ComplexType::Member membersPTZPresetTourStartingConditionOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZPresetTourStartingConditionOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourStartingConditionOptions = {"tt:PTZPresetTourStartingConditionOptions", membersPTZPresetTourStartingConditionOptions, 4, &bindPTZPresetTourStartingConditionOptions};
+const ComplexType::ClassInfo infoPTZPresetTourStartingConditionOptions = {
+    "tt:PTZPresetTourStartingConditionOptions", membersPTZPresetTourStartingConditionOptions, 4, &bindPTZPresetTourStartingConditionOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZPresetTourStartingConditionOptionsExtension(Serializable* object, vo
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourStartingConditionOptionsExtension = {"tt:PTZPresetTourStartingConditionOptionsExtension", nullptr, 0, &bindPTZPresetTourStartingConditionOptionsExtension};
+const ComplexType::ClassInfo infoPTZPresetTourStartingConditionOptionsExtension = {
+    "tt:PTZPresetTourStartingConditionOptionsExtension", nullptr, 0, &bindPTZPresetTourStartingConditionOptionsExtension};
 
 } // namespace
 

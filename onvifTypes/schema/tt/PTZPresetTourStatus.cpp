@@ -25,7 +25,8 @@ const ComplexType::Member membersPTZPresetTourStatus[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZPresetTourStatusExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourStatus = {"tt:PTZPresetTourStatus", membersPTZPresetTourStatus, 3, &bindPTZPresetTourStatus};
+const ComplexType::ClassInfo infoPTZPresetTourStatus = {
+    "tt:PTZPresetTourStatus", membersPTZPresetTourStatus, 3, &bindPTZPresetTourStatus};
 
 } // namespace
 

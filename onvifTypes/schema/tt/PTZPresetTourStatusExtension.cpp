@@ -13,7 +13,8 @@ void bindPTZPresetTourStatusExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourStatusExtension = {"tt:PTZPresetTourStatusExtension", nullptr, 0, &bindPTZPresetTourStatusExtension};
+const ComplexType::ClassInfo infoPTZPresetTourStatusExtension = {
+    "tt:PTZPresetTourStatusExtension", nullptr, 0, &bindPTZPresetTourStatusExtension};
 
 } // namespace
 

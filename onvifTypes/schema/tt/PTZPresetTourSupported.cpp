@@ -24,7 +24,8 @@ const ComplexType::Member membersPTZPresetTourSupported[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZPresetTourSupportedExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZPresetTourSupported = {"tt:PTZPresetTourSupported", membersPTZPresetTourSupported, 3, &bindPTZPresetTourSupported};
+const ComplexType::ClassInfo infoPTZPresetTourSupported = {
+    "tt:PTZPresetTourSupported", membersPTZPresetTourSupported, 3, &bindPTZPresetTourSupported};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZPresetTourSupportedExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourSupportedExtension = {"tt:PTZPresetTourSupportedExtension", nullptr, 0, &bindPTZPresetTourSupportedExtension};
+const ComplexType::ClassInfo infoPTZPresetTourSupportedExtension = {
+    "tt:PTZPresetTourSupportedExtension", nullptr, 0, &bindPTZPresetTourSupportedExtension};
 
 } // namespace
 

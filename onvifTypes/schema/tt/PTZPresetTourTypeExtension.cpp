@@ -13,7 +13,8 @@ void bindPTZPresetTourTypeExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZPresetTourTypeExtension = {"tt:PTZPresetTourTypeExtension", nullptr, 0, &bindPTZPresetTourTypeExtension};
+const ComplexType::ClassInfo infoPTZPresetTourTypeExtension = {
+    "tt:PTZPresetTourTypeExtension", nullptr, 0, &bindPTZPresetTourTypeExtension};
 
 } // namespace
 

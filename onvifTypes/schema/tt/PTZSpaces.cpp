@@ -37,7 +37,8 @@ const ComplexType::Member membersPTZSpaces[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZSpacesExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZSpaces = {"tt:PTZSpaces", membersPTZSpaces, 9, &bindPTZSpaces};
+const ComplexType::ClassInfo infoPTZSpaces = {
+    "tt:PTZSpaces", membersPTZSpaces, 9, &bindPTZSpaces};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZSpacesExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZSpacesExtension = {"tt:PTZSpacesExtension", nullptr, 0, &bindPTZSpacesExtension};
+const ComplexType::ClassInfo infoPTZSpacesExtension = {
+    "tt:PTZSpacesExtension", nullptr, 0, &bindPTZSpacesExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersPTZSpeed[] = {
     {"tt:Zoom", ComplexType::Optional, &ComplexType::typeOps<tt::Vector1D>},
 };
 
-const ComplexType::ClassInfo infoPTZSpeed = {"tt:PTZSpeed", membersPTZSpeed, 2, &bindPTZSpeed};
+const ComplexType::ClassInfo infoPTZSpeed = {
+    "tt:PTZSpeed", membersPTZSpeed, 2, &bindPTZSpeed};
 
 } // namespace
 

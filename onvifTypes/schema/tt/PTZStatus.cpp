@@ -26,7 +26,8 @@ const ComplexType::Member membersPTZStatus[] = {
     {"tt:UtcTime", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoPTZStatus = {"tt:PTZStatus", membersPTZStatus, 4, &bindPTZStatus};
+const ComplexType::ClassInfo infoPTZStatus = {
+    "tt:PTZStatus", membersPTZStatus, 4, &bindPTZStatus};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersPTZStatusFilterOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PTZStatusFilterOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZStatusFilterOptions = {"tt:PTZStatusFilterOptions", membersPTZStatusFilterOptions, 5, &bindPTZStatusFilterOptions};
+const ComplexType::ClassInfo infoPTZStatusFilterOptions = {
+    "tt:PTZStatusFilterOptions", membersPTZStatusFilterOptions, 5, &bindPTZStatusFilterOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPTZStatusFilterOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZStatusFilterOptionsExtension = {"tt:PTZStatusFilterOptionsExtension", nullptr, 0, &bindPTZStatusFilterOptionsExtension};
+const ComplexType::ClassInfo infoPTZStatusFilterOptionsExtension = {
+    "tt:PTZStatusFilterOptionsExtension", nullptr, 0, &bindPTZStatusFilterOptionsExtension};
 
 } // namespace
 

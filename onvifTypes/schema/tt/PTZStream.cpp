@@ -22,7 +22,8 @@ const ComplexType::Member membersPTZStream[] = {
     {"tt:Extension", ComplexType::OptionalList, &ComplexType::listOps<tt::PTZStreamExtension>},
 };
 
-const ComplexType::ClassInfo infoPTZStream = {"tt:PTZStream", membersPTZStream, 2, &bindPTZStream};
+const ComplexType::ClassInfo infoPTZStream = {
+    "tt:PTZStream", membersPTZStream, 2, &bindPTZStream};
 
 } // namespace
 

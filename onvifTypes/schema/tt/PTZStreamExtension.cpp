@@ -13,7 +13,8 @@ void bindPTZStreamExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPTZStreamExtension = {"tt:PTZStreamExtension", nullptr, 0, &bindPTZStreamExtension};
+const ComplexType::ClassInfo infoPTZStreamExtension = {
+    "tt:PTZStreamExtension", nullptr, 0, &bindPTZStreamExtension};
 
 } // namespace
 

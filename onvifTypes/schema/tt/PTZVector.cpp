@@ -22,7 +22,8 @@ const ComplexType::Member membersPTZVector[] = {
     {"tt:Zoom", ComplexType::Optional, &ComplexType::typeOps<tt::Vector1D>},
 };
 
-const ComplexType::ClassInfo infoPTZVector = {"tt:PTZVector", membersPTZVector, 2, &bindPTZVector};
+const ComplexType::ClassInfo infoPTZVector = {
+    "tt:PTZVector", membersPTZVector, 2, &bindPTZVector};
 
 } // namespace
 

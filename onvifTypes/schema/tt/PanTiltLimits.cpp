@@ -19,7 +19,8 @@ const ComplexType::Member membersPanTiltLimits[] = {
     {"tt:Range", ComplexType::Required, &ComplexType::typeOps<tt::Space2DDescription>},
 };
 
-const ComplexType::ClassInfo infoPanTiltLimits = {"tt:PanTiltLimits", membersPanTiltLimits, 1, &bindPanTiltLimits};
+const ComplexType::ClassInfo infoPanTiltLimits = {
+    "tt:PanTiltLimits", membersPanTiltLimits, 1, &bindPanTiltLimits};
 
 } // namespace
 

@@ -29,7 +29,8 @@ const ComplexType::Member membersPaneConfiguration[] = {
     {"tt:Token", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoPaneConfiguration = {"tt:PaneConfiguration", membersPaneConfiguration, 6, &bindPaneConfiguration};
+const ComplexType::ClassInfo infoPaneConfiguration = {
+    "tt:PaneConfiguration", membersPaneConfiguration, 6, &bindPaneConfiguration};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersPaneLayout[] = {
     {"tt:Area", ComplexType::Required, &ComplexType::typeOps<tt::Rectangle>},
 };
 
-const ComplexType::ClassInfo infoPaneLayout = {"tt:PaneLayout", membersPaneLayout, 2, &bindPaneLayout};
+const ComplexType::ClassInfo infoPaneLayout = {
+    "tt:PaneLayout", membersPaneLayout, 2, &bindPaneLayout};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersPaneLayoutOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PaneOptionExtension>},
 };
 
-const ComplexType::ClassInfo infoPaneLayoutOptions = {"tt:PaneLayoutOptions", membersPaneLayoutOptions, 2, &bindPaneLayoutOptions};
+const ComplexType::ClassInfo infoPaneLayoutOptions = {
+    "tt:PaneLayoutOptions", membersPaneLayoutOptions, 2, &bindPaneLayoutOptions};
 
 } // namespace
 

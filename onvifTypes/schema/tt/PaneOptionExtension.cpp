@@ -13,7 +13,8 @@ void bindPaneOptionExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPaneOptionExtension = {"tt:PaneOptionExtension", nullptr, 0, &bindPaneOptionExtension};
+const ComplexType::ClassInfo infoPaneOptionExtension = {
+    "tt:PaneOptionExtension", nullptr, 0, &bindPaneOptionExtension};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersPolygon[] = {
     {"tt:Point", ComplexType::List, &ComplexType::listOps<tt::Vector>},
 };
 
-const ComplexType::ClassInfo infoPolygon = {"tt:Polygon", membersPolygon, 1, &bindPolygon};
+const ComplexType::ClassInfo infoPolygon = {
+    "tt:Polygon", membersPolygon, 1, &bindPolygon};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersPolygonConfiguration[] = {
     {"tt:Polygon", ComplexType::Required, &ComplexType::typeOps<tt::Polygon>},
 };
 
-const ComplexType::ClassInfo infoPolygonConfiguration = {"tt:PolygonConfiguration", membersPolygonConfiguration, 1, &bindPolygonConfiguration};
+const ComplexType::ClassInfo infoPolygonConfiguration = {
+    "tt:PolygonConfiguration", membersPolygonConfiguration, 1, &bindPolygonConfiguration};
 
 } // namespace
 

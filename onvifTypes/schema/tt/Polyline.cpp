@@ -19,7 +19,8 @@ const ComplexType::Member membersPolyline[] = {
     {"tt:Point", ComplexType::List, &ComplexType::listOps<tt::Vector>},
 };
 
-const ComplexType::ClassInfo infoPolyline = {"tt:Polyline", membersPolyline, 1, &bindPolyline};
+const ComplexType::ClassInfo infoPolyline = {
+    "tt:Polyline", membersPolyline, 1, &bindPolyline};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersPolylineArray[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::PolylineArrayExtension>},
 };
 
-const ComplexType::ClassInfo infoPolylineArray = {"tt:PolylineArray", membersPolylineArray, 2, &bindPolylineArray};
+const ComplexType::ClassInfo infoPolylineArray = {
+    "tt:PolylineArray", membersPolylineArray, 2, &bindPolylineArray};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersPolylineArrayConfiguration[] = {
     {"tt:PolylineArray", ComplexType::Required, &ComplexType::typeOps<tt::PolylineArray>},
 };
 
-const ComplexType::ClassInfo infoPolylineArrayConfiguration = {"tt:PolylineArrayConfiguration", membersPolylineArrayConfiguration, 1, &bindPolylineArrayConfiguration};
+const ComplexType::ClassInfo infoPolylineArrayConfiguration = {
+    "tt:PolylineArrayConfiguration", membersPolylineArrayConfiguration, 1, &bindPolylineArrayConfiguration};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindPolylineArrayExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoPolylineArrayExtension = {"tt:PolylineArrayExtension", nullptr, 0, &bindPolylineArrayExtension};
+const ComplexType::ClassInfo infoPolylineArrayExtension = {
+    "tt:PolylineArrayExtension", nullptr, 0, &bindPolylineArrayExtension};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersPrefixedIPv4Address[] = {
     {"tt:PrefixLength", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoPrefixedIPv4Address = {"tt:PrefixedIPv4Address", membersPrefixedIPv4Address, 2, &bindPrefixedIPv4Address};
+const ComplexType::ClassInfo infoPrefixedIPv4Address = {
+    "tt:PrefixedIPv4Address", membersPrefixedIPv4Address, 2, &bindPrefixedIPv4Address};
 
 } // namespace
 

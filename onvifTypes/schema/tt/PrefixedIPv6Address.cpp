@@ -20,7 +20,8 @@ const ComplexType::Member membersPrefixedIPv6Address[] = {
     {"tt:PrefixLength", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoPrefixedIPv6Address = {"tt:PrefixedIPv6Address", membersPrefixedIPv6Address, 2, &bindPrefixedIPv6Address};
+const ComplexType::ClassInfo infoPrefixedIPv6Address = {
+    "tt:PrefixedIPv6Address", membersPrefixedIPv6Address, 2, &bindPrefixedIPv6Address};
 
 } // namespace
 

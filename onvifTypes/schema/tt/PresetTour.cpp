@@ -34,7 +34,8 @@ const ComplexType::Member membersPresetTour[] = {
     {"token", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoPresetTour = {"tt:PresetTour", membersPresetTour, 7, &bindPresetTour};
+const ComplexType::ClassInfo infoPresetTour = {
+    "tt:PresetTour", membersPresetTour, 7, &bindPresetTour};
 
 } // namespace
 

@@ -46,7 +46,8 @@ const ComplexType::Member membersProfile[] = {
     {"fixed", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoProfile = {"tt:Profile", membersProfile, 11, &bindProfile};
+const ComplexType::ClassInfo infoProfile = {
+    "tt:Profile", membersProfile, 11, &bindProfile};
 
 } // namespace
 

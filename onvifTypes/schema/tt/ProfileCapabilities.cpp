@@ -18,7 +18,8 @@ const ComplexType::Member membersProfileCapabilities[] = {
     {"tt:MaximumNumberOfProfiles", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoProfileCapabilities = {"tt:ProfileCapabilities", membersProfileCapabilities, 1, &bindProfileCapabilities};
+const ComplexType::ClassInfo infoProfileCapabilities = {
+    "tt:ProfileCapabilities", membersProfileCapabilities, 1, &bindProfileCapabilities};
 
 } // namespace
 

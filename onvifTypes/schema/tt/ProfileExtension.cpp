@@ -25,7 +25,8 @@ const ComplexType::Member membersProfileExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ProfileExtension2>},
 };
 
-const ComplexType::ClassInfo infoProfileExtension = {"tt:ProfileExtension", membersProfileExtension, 3, &bindProfileExtension};
+const ComplexType::ClassInfo infoProfileExtension = {
+    "tt:ProfileExtension", membersProfileExtension, 3, &bindProfileExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindProfileExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoProfileExtension2 = {"tt:ProfileExtension2", nullptr, 0, &bindProfileExtension2};
+const ComplexType::ClassInfo infoProfileExtension2 = {
+    "tt:ProfileExtension2", nullptr, 0, &bindProfileExtension2};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersProfileStatus[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ProfileStatusExtension>},
 };
 
-const ComplexType::ClassInfo infoProfileStatus = {"tt:ProfileStatus", membersProfileStatus, 2, &bindProfileStatus};
+const ComplexType::ClassInfo infoProfileStatus = {
+    "tt:ProfileStatus", membersProfileStatus, 2, &bindProfileStatus};
 
 } // namespace
 

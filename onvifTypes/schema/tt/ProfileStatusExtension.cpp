@@ -13,7 +13,8 @@ void bindProfileStatusExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoProfileStatusExtension = {"tt:ProfileStatusExtension", nullptr, 0, &bindProfileStatusExtension};
+const ComplexType::ClassInfo infoProfileStatusExtension = {
+    "tt:ProfileStatusExtension", nullptr, 0, &bindProfileStatusExtension};
 
 } // namespace
 

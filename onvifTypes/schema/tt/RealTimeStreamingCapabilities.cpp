@@ -25,7 +25,8 @@ const ComplexType::Member membersRealTimeStreamingCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RealTimeStreamingCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoRealTimeStreamingCapabilities = {"tt:RealTimeStreamingCapabilities", membersRealTimeStreamingCapabilities, 4, &bindRealTimeStreamingCapabilities};
+const ComplexType::ClassInfo infoRealTimeStreamingCapabilities = {
+    "tt:RealTimeStreamingCapabilities", membersRealTimeStreamingCapabilities, 4, &bindRealTimeStreamingCapabilities};
 
 } // namespace
 

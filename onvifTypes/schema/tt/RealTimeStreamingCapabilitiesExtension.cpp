@@ -13,7 +13,8 @@ void bindRealTimeStreamingCapabilitiesExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRealTimeStreamingCapabilitiesExtension = {"tt:RealTimeStreamingCapabilitiesExtension", nullptr, 0, &bindRealTimeStreamingCapabilitiesExtension};
+const ComplexType::ClassInfo infoRealTimeStreamingCapabilitiesExtension = {
+    "tt:RealTimeStreamingCapabilitiesExtension", nullptr, 0, &bindRealTimeStreamingCapabilitiesExtension};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersReceiver[] = {
     {"tt:Configuration", ComplexType::Required, &ComplexType::typeOps<tt::ReceiverConfiguration>},
 };
 
-const ComplexType::ClassInfo infoReceiver = {"tt:Receiver", membersReceiver, 2, &bindReceiver};
+const ComplexType::ClassInfo infoReceiver = {
+    "tt:Receiver", membersReceiver, 2, &bindReceiver};
 
 } // namespace
 

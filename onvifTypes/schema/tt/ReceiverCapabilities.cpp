@@ -28,7 +28,8 @@ const ComplexType::Member membersReceiverCapabilities[] = {
     {"tt:MaximumRTSPURILength", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoReceiverCapabilities = {"tt:ReceiverCapabilities", membersReceiverCapabilities, 6, &bindReceiverCapabilities};
+const ComplexType::ClassInfo infoReceiverCapabilities = {
+    "tt:ReceiverCapabilities", membersReceiverCapabilities, 6, &bindReceiverCapabilities};
 
 } // namespace
 

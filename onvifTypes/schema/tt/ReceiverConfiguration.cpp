@@ -24,7 +24,8 @@ const ComplexType::Member membersReceiverConfiguration[] = {
     {"tt:StreamSetup", ComplexType::Required, &ComplexType::typeOps<tt::StreamSetup>},
 };
 
-const ComplexType::ClassInfo infoReceiverConfiguration = {"tt:ReceiverConfiguration", membersReceiverConfiguration, 3, &bindReceiverConfiguration};
+const ComplexType::ClassInfo infoReceiverConfiguration = {
+    "tt:ReceiverConfiguration", membersReceiverConfiguration, 3, &bindReceiverConfiguration};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersReceiverStateInformation[] = {
     {"tt:AutoCreated", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoReceiverStateInformation = {"tt:ReceiverStateInformation", membersReceiverStateInformation, 2, &bindReceiverStateInformation};
+const ComplexType::ClassInfo infoReceiverStateInformation = {
+    "tt:ReceiverStateInformation", membersReceiverStateInformation, 2, &bindReceiverStateInformation};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersRecordingCapabilities[] = {
     {"tt:MaxStringLength", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoRecordingCapabilities = {"tt:RecordingCapabilities", membersRecordingCapabilities, 6, &bindRecordingCapabilities};
+const ComplexType::ClassInfo infoRecordingCapabilities = {
+    "tt:RecordingCapabilities", membersRecordingCapabilities, 6, &bindRecordingCapabilities};
 
 } // namespace
 

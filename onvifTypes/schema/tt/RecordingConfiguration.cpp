@@ -23,7 +23,8 @@ const ComplexType::Member membersRecordingConfiguration[] = {
     {"tt:MaximumRetentionTime", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRecordingConfiguration = {"tt:RecordingConfiguration", membersRecordingConfiguration, 3, &bindRecordingConfiguration};
+const ComplexType::ClassInfo infoRecordingConfiguration = {
+    "tt:RecordingConfiguration", membersRecordingConfiguration, 3, &bindRecordingConfiguration};
 
 } // namespace
 

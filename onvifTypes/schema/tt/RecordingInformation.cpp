@@ -33,7 +33,8 @@ const ComplexType::Member membersRecordingInformation[] = {
     {"tt:RecordingStatus", ComplexType::Required, &ComplexType::typeOps<tt::RecordingStatus>},
 };
 
-const ComplexType::ClassInfo infoRecordingInformation = {"tt:RecordingInformation", membersRecordingInformation, 7, &bindRecordingInformation};
+const ComplexType::ClassInfo infoRecordingInformation = {
+    "tt:RecordingInformation", membersRecordingInformation, 7, &bindRecordingInformation};
 
 } // namespace
 

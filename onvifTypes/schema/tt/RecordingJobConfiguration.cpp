@@ -28,7 +28,8 @@ const ComplexType::Member membersRecordingJobConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RecordingJobConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobConfiguration = {"tt:RecordingJobConfiguration", membersRecordingJobConfiguration, 5, &bindRecordingJobConfiguration};
+const ComplexType::ClassInfo infoRecordingJobConfiguration = {
+    "tt:RecordingJobConfiguration", membersRecordingJobConfiguration, 5, &bindRecordingJobConfiguration};
 
 } // namespace
 

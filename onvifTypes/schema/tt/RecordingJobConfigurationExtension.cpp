@@ -13,7 +13,8 @@ void bindRecordingJobConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRecordingJobConfigurationExtension = {"tt:RecordingJobConfigurationExtension", nullptr, 0, &bindRecordingJobConfigurationExtension};
+const ComplexType::ClassInfo infoRecordingJobConfigurationExtension = {
+    "tt:RecordingJobConfigurationExtension", nullptr, 0, &bindRecordingJobConfigurationExtension};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersRecordingJobSource[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RecordingJobSourceExtension>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobSource = {"tt:RecordingJobSource", membersRecordingJobSource, 4, &bindRecordingJobSource};
+const ComplexType::ClassInfo infoRecordingJobSource = {
+    "tt:RecordingJobSource", membersRecordingJobSource, 4, &bindRecordingJobSource};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRecordingJobSourceExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRecordingJobSourceExtension = {"tt:RecordingJobSourceExtension", nullptr, 0, &bindRecordingJobSourceExtension};
+const ComplexType::ClassInfo infoRecordingJobSourceExtension = {
+    "tt:RecordingJobSourceExtension", nullptr, 0, &bindRecordingJobSourceExtension};
 
 } // namespace
 

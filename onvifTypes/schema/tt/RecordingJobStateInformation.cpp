@@ -26,7 +26,8 @@ const ComplexType::Member membersRecordingJobStateInformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RecordingJobStateInformationExtension>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobStateInformation = {"tt:RecordingJobStateInformation", membersRecordingJobStateInformation, 4, &bindRecordingJobStateInformation};
+const ComplexType::ClassInfo infoRecordingJobStateInformation = {
+    "tt:RecordingJobStateInformation", membersRecordingJobStateInformation, 4, &bindRecordingJobStateInformation};
 
 } // namespace
 

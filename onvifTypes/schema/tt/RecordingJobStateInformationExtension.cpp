@@ -13,7 +13,8 @@ void bindRecordingJobStateInformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRecordingJobStateInformationExtension = {"tt:RecordingJobStateInformationExtension", nullptr, 0, &bindRecordingJobStateInformationExtension};
+const ComplexType::ClassInfo infoRecordingJobStateInformationExtension = {
+    "tt:RecordingJobStateInformationExtension", nullptr, 0, &bindRecordingJobStateInformationExtension};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersRecordingJobStateSource[] = {
     {"tt:Tracks", ComplexType::Required, &ComplexType::typeOps<tt::RecordingJobStateTracks>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobStateSource = {"tt:RecordingJobStateSource", membersRecordingJobStateSource, 3, &bindRecordingJobStateSource};
+const ComplexType::ClassInfo infoRecordingJobStateSource = {
+    "tt:RecordingJobStateSource", membersRecordingJobStateSource, 3, &bindRecordingJobStateSource};
 
 } // namespace
 

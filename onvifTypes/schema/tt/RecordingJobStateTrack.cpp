@@ -24,7 +24,8 @@ const ComplexType::Member membersRecordingJobStateTrack[] = {
     {"tt:State", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobStateTrack = {"tt:RecordingJobStateTrack", membersRecordingJobStateTrack, 4, &bindRecordingJobStateTrack};
+const ComplexType::ClassInfo infoRecordingJobStateTrack = {
+    "tt:RecordingJobStateTrack", membersRecordingJobStateTrack, 4, &bindRecordingJobStateTrack};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersRecordingJobStateTracks[] = {
     {"tt:Track", ComplexType::OptionalList, &ComplexType::listOps<tt::RecordingJobStateTrack>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobStateTracks = {"tt:RecordingJobStateTracks", membersRecordingJobStateTracks, 1, &bindRecordingJobStateTracks};
+const ComplexType::ClassInfo infoRecordingJobStateTracks = {
+    "tt:RecordingJobStateTracks", membersRecordingJobStateTracks, 1, &bindRecordingJobStateTracks};
 
 } // namespace
 

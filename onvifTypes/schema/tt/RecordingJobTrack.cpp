@@ -20,7 +20,8 @@ const ComplexType::Member membersRecordingJobTrack[] = {
     {"tt:Destination", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRecordingJobTrack = {"tt:RecordingJobTrack", membersRecordingJobTrack, 2, &bindRecordingJobTrack};
+const ComplexType::ClassInfo infoRecordingJobTrack = {
+    "tt:RecordingJobTrack", membersRecordingJobTrack, 2, &bindRecordingJobTrack};
 
 } // namespace
 

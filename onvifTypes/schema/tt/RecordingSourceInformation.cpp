@@ -26,7 +26,8 @@ const ComplexType::Member membersRecordingSourceInformation[] = {
     {"tt:Address", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoRecordingSourceInformation = {"tt:RecordingSourceInformation", membersRecordingSourceInformation, 5, &bindRecordingSourceInformation};
+const ComplexType::ClassInfo infoRecordingSourceInformation = {
+    "tt:RecordingSourceInformation", membersRecordingSourceInformation, 5, &bindRecordingSourceInformation};
 
 } // namespace
 

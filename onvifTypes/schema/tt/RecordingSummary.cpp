@@ -22,7 +22,8 @@ const ComplexType::Member membersRecordingSummary[] = {
     {"tt:NumberRecordings", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoRecordingSummary = {"tt:RecordingSummary", membersRecordingSummary, 3, &bindRecordingSummary};
+const ComplexType::ClassInfo infoRecordingSummary = {
+    "tt:RecordingSummary", membersRecordingSummary, 3, &bindRecordingSummary};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersRectangle[] = {
     {"left", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoRectangle = {"tt:Rectangle", membersRectangle, 4, &bindRectangle};
+const ComplexType::ClassInfo infoRectangle = {
+    "tt:Rectangle", membersRectangle, 4, &bindRectangle};
 
 } // namespace
 

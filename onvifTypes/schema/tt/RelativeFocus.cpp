@@ -20,7 +20,8 @@ const ComplexType::Member membersRelativeFocus[] = {
     {"tt:Speed", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoRelativeFocus = {"tt:RelativeFocus", membersRelativeFocus, 2, &bindRelativeFocus};
+const ComplexType::ClassInfo infoRelativeFocus = {
+    "tt:RelativeFocus", membersRelativeFocus, 2, &bindRelativeFocus};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersRelativeFocusOptions[] = {
     {"tt:Speed", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoRelativeFocusOptions = {"tt:RelativeFocusOptions", membersRelativeFocusOptions, 2, &bindRelativeFocusOptions};
+const ComplexType::ClassInfo infoRelativeFocusOptions = {
+    "tt:RelativeFocusOptions", membersRelativeFocusOptions, 2, &bindRelativeFocusOptions};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersRelativeFocusOptions20[] = {
     {"tt:Speed", ComplexType::Optional, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoRelativeFocusOptions20 = {"tt:RelativeFocusOptions20", membersRelativeFocusOptions20, 2, &bindRelativeFocusOptions20};
+const ComplexType::ClassInfo infoRelativeFocusOptions20 = {
+    "tt:RelativeFocusOptions20", membersRelativeFocusOptions20, 2, &bindRelativeFocusOptions20};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersRelayOutput[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoRelayOutput = {"tt:RelayOutput", membersRelayOutput, 2, &bindRelayOutput};
+const ComplexType::ClassInfo infoRelayOutput = {
+    "tt:RelayOutput", membersRelayOutput, 2, &bindRelayOutput};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersRelayOutputSettings[] = {
     {"tt:IdleState", ComplexType::Required, &ComplexType::typeOps<tt::RelayIdleState>},
 };
 
-const ComplexType::ClassInfo infoRelayOutputSettings = {"tt:RelayOutputSettings", membersRelayOutputSettings, 3, &bindRelayOutputSettings};
+const ComplexType::ClassInfo infoRelayOutputSettings = {
+    "tt:RelayOutputSettings", membersRelayOutputSettings, 3, &bindRelayOutputSettings};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersRemoteUser[] = {
     {"tt:UseDerivedPassword", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoRemoteUser = {"tt:RemoteUser", membersRemoteUser, 3, &bindRemoteUser};
+const ComplexType::ClassInfo infoRemoteUser = {
+    "tt:RemoteUser", membersRemoteUser, 3, &bindRemoteUser};
 
 } // namespace
 

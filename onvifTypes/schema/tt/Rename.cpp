@@ -21,7 +21,8 @@ const ComplexType::Member membersRename[] = {
     {"tt:to", ComplexType::Required, &ComplexType::typeOps<tt::ObjectId>},
 };
 
-const ComplexType::ClassInfo infoRename = {"tt:Rename", membersRename, 2, &bindRename};
+const ComplexType::ClassInfo infoRename = {
+    "tt:Rename", membersRename, 2, &bindRename};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersReplayCapabilities[] = {
     {"tt:XAddr", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoReplayCapabilities = {"tt:ReplayCapabilities", membersReplayCapabilities, 1, &bindReplayCapabilities};
+const ComplexType::ClassInfo infoReplayCapabilities = {
+    "tt:ReplayCapabilities", membersReplayCapabilities, 1, &bindReplayCapabilities};
 
 } // namespace
 

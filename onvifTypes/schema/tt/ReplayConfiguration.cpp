@@ -18,7 +18,8 @@ const ComplexType::Member membersReplayConfiguration[] = {
     {"tt:SessionTimeout", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoReplayConfiguration = {"tt:ReplayConfiguration", membersReplayConfiguration, 1, &bindReplayConfiguration};
+const ComplexType::ClassInfo infoReplayConfiguration = {
+    "tt:ReplayConfiguration", membersReplayConfiguration, 1, &bindReplayConfiguration};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersReverse[] = {
     {"tt:Mode", ComplexType::Required, &ComplexType::typeOps<tt::ReverseMode>},
 };
 
-const ComplexType::ClassInfo infoReverse = {"tt:Reverse", membersReverse, 1, &bindReverse};
+const ComplexType::ClassInfo infoReverse = {
+    "tt:Reverse", membersReverse, 1, &bindReverse};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersReverseOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ReverseOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoReverseOptions = {"tt:ReverseOptions", membersReverseOptions, 2, &bindReverseOptions};
+const ComplexType::ClassInfo infoReverseOptions = {
+    "tt:ReverseOptions", membersReverseOptions, 2, &bindReverseOptions};
 
 } // namespace
 

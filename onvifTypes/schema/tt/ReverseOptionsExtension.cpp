@@ -13,7 +13,8 @@ void bindReverseOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoReverseOptionsExtension = {"tt:ReverseOptionsExtension", nullptr, 0, &bindReverseOptionsExtension};
+const ComplexType::ClassInfo infoReverseOptionsExtension = {
+    "tt:ReverseOptionsExtension", nullptr, 0, &bindReverseOptionsExtension};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersRotate[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RotateExtension>},
 };
 
-const ComplexType::ClassInfo infoRotate = {"tt:Rotate", membersRotate, 3, &bindRotate};
+const ComplexType::ClassInfo infoRotate = {
+    "tt:Rotate", membersRotate, 3, &bindRotate};
 
 } // namespace
 

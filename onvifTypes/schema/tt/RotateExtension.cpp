@@ -13,7 +13,8 @@ void bindRotateExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRotateExtension = {"tt:RotateExtension", nullptr, 0, &bindRotateExtension};
+const ComplexType::ClassInfo infoRotateExtension = {
+    "tt:RotateExtension", nullptr, 0, &bindRotateExtension};
 
 } // namespace
 

@@ -25,7 +25,8 @@ const ComplexType::Member membersRotateOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RotateOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoRotateOptions = {"tt:RotateOptions", membersRotateOptions, 3, &bindRotateOptions};
+const ComplexType::ClassInfo infoRotateOptions = {
+    "tt:RotateOptions", membersRotateOptions, 3, &bindRotateOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindRotateOptionsExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRotateOptionsExtension = {"tt:RotateOptionsExtension", nullptr, 0, &bindRotateOptionsExtension};
+const ComplexType::ClassInfo infoRotateOptionsExtension = {
+    "tt:RotateOptionsExtension", nullptr, 0, &bindRotateOptionsExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersRuleEngineConfiguration[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::RuleEngineConfigurationExtension>},
 };
 
-const ComplexType::ClassInfo infoRuleEngineConfiguration = {"tt:RuleEngineConfiguration", membersRuleEngineConfiguration, 2, &bindRuleEngineConfiguration};
+const ComplexType::ClassInfo infoRuleEngineConfiguration = {
+    "tt:RuleEngineConfiguration", membersRuleEngineConfiguration, 2, &bindRuleEngineConfiguration};
 
 } // namespace
 

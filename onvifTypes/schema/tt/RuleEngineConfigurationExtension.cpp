@@ -13,7 +13,8 @@ void bindRuleEngineConfigurationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoRuleEngineConfigurationExtension = {"tt:RuleEngineConfigurationExtension", nullptr, 0, &bindRuleEngineConfigurationExtension};
+const ComplexType::ClassInfo infoRuleEngineConfigurationExtension = {
+    "tt:RuleEngineConfigurationExtension", nullptr, 0, &bindRuleEngineConfigurationExtension};
 
 } // namespace
 

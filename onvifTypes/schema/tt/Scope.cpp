@@ -21,7 +21,8 @@ const ComplexType::Member membersScope[] = {
     {"tt:ScopeItem", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoScope = {"tt:Scope", membersScope, 2, &bindScope};
+const ComplexType::ClassInfo infoScope = {
+    "tt:Scope", membersScope, 2, &bindScope};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersSearchCapabilities[] = {
     {"tt:MetadataSearch", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSearchCapabilities = {"tt:SearchCapabilities", membersSearchCapabilities, 2, &bindSearchCapabilities};
+const ComplexType::ClassInfo infoSearchCapabilities = {
+    "tt:SearchCapabilities", membersSearchCapabilities, 2, &bindSearchCapabilities};
 
 } // namespace
 

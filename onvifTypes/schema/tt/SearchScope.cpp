@@ -26,7 +26,8 @@ const ComplexType::Member membersSearchScope[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SearchScopeExtension>},
 };
 
-const ComplexType::ClassInfo infoSearchScope = {"tt:SearchScope", membersSearchScope, 4, &bindSearchScope};
+const ComplexType::ClassInfo infoSearchScope = {
+    "tt:SearchScope", membersSearchScope, 4, &bindSearchScope};
 
 } // namespace
 

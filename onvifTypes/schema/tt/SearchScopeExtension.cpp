@@ -13,7 +13,8 @@ void bindSearchScopeExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSearchScopeExtension = {"tt:SearchScopeExtension", nullptr, 0, &bindSearchScopeExtension};
+const ComplexType::ClassInfo infoSearchScopeExtension = {
+    "tt:SearchScopeExtension", nullptr, 0, &bindSearchScopeExtension};
 
 } // namespace
 

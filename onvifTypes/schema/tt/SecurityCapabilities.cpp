@@ -35,7 +35,8 @@ const ComplexType::Member membersSecurityCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SecurityCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoSecurityCapabilities = {"tt:SecurityCapabilities", membersSecurityCapabilities, 9, &bindSecurityCapabilities};
+const ComplexType::ClassInfo infoSecurityCapabilities = {
+    "tt:SecurityCapabilities", membersSecurityCapabilities, 9, &bindSecurityCapabilities};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSecurityCapabilitiesExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SecurityCapabilitiesExtension2>},
 };
 
-const ComplexType::ClassInfo infoSecurityCapabilitiesExtension = {"tt:SecurityCapabilitiesExtension", membersSecurityCapabilitiesExtension, 2, &bindSecurityCapabilitiesExtension};
+const ComplexType::ClassInfo infoSecurityCapabilitiesExtension = {
+    "tt:SecurityCapabilitiesExtension", membersSecurityCapabilitiesExtension, 2, &bindSecurityCapabilitiesExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersSecurityCapabilitiesExtension2[] = {
     {"tt:RemoteUserHandling", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoSecurityCapabilitiesExtension2 = {"tt:SecurityCapabilitiesExtension2", membersSecurityCapabilitiesExtension2, 3, &bindSecurityCapabilitiesExtension2};
+const ComplexType::ClassInfo infoSecurityCapabilitiesExtension2 = {
+    "tt:SecurityCapabilitiesExtension2", membersSecurityCapabilitiesExtension2, 3, &bindSecurityCapabilitiesExtension2};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersShapeDescriptor[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ShapeDescriptorExtension>},
 };
 
-const ComplexType::ClassInfo infoShapeDescriptor = {"tt:ShapeDescriptor", membersShapeDescriptor, 4, &bindShapeDescriptor};
+const ComplexType::ClassInfo infoShapeDescriptor = {
+    "tt:ShapeDescriptor", membersShapeDescriptor, 4, &bindShapeDescriptor};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindShapeDescriptorExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoShapeDescriptorExtension = {"tt:ShapeDescriptorExtension", nullptr, 0, &bindShapeDescriptorExtension};
+const ComplexType::ClassInfo infoShapeDescriptorExtension = {
+    "tt:ShapeDescriptorExtension", nullptr, 0, &bindShapeDescriptorExtension};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersSourceIdentification[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SourceIdentificationExtension>},
 };
 
-const ComplexType::ClassInfo infoSourceIdentification = {"tt:SourceIdentification", membersSourceIdentification, 3, &bindSourceIdentification};
+const ComplexType::ClassInfo infoSourceIdentification = {
+    "tt:SourceIdentification", membersSourceIdentification, 3, &bindSourceIdentification};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSourceIdentificationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSourceIdentificationExtension = {"tt:SourceIdentificationExtension", nullptr, 0, &bindSourceIdentificationExtension};
+const ComplexType::ClassInfo infoSourceIdentificationExtension = {
+    "tt:SourceIdentificationExtension", nullptr, 0, &bindSourceIdentificationExtension};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersSourceReference[] = {
     {"Type", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSourceReference = {"tt:SourceReference", membersSourceReference, 2, &bindSourceReference};
+const ComplexType::ClassInfo infoSourceReference = {
+    "tt:SourceReference", membersSourceReference, 2, &bindSourceReference};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSpace1DDescription[] = {
     {"tt:XRange", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoSpace1DDescription = {"tt:Space1DDescription", membersSpace1DDescription, 2, &bindSpace1DDescription};
+const ComplexType::ClassInfo infoSpace1DDescription = {
+    "tt:Space1DDescription", membersSpace1DDescription, 2, &bindSpace1DDescription};
 
 } // namespace
 

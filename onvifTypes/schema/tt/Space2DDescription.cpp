@@ -23,7 +23,8 @@ const ComplexType::Member membersSpace2DDescription[] = {
     {"tt:YRange", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoSpace2DDescription = {"tt:Space2DDescription", membersSpace2DDescription, 3, &bindSpace2DDescription};
+const ComplexType::ClassInfo infoSpace2DDescription = {
+    "tt:Space2DDescription", membersSpace2DDescription, 3, &bindSpace2DDescription};
 
 } // namespace
 

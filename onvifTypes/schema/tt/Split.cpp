@@ -21,7 +21,8 @@ const ComplexType::Member membersSplit[] = {
     {"tt:to", ComplexType::List, &ComplexType::listOps<tt::ObjectId>},
 };
 
-const ComplexType::ClassInfo infoSplit = {"tt:Split", membersSplit, 2, &bindSplit};
+const ComplexType::ClassInfo infoSplit = {
+    "tt:Split", membersSplit, 2, &bindSplit};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersStorageReferencePath[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::StorageReferencePathExtension>},
 };
 
-const ComplexType::ClassInfo infoStorageReferencePath = {"tt:StorageReferencePath", membersStorageReferencePath, 3, &bindStorageReferencePath};
+const ComplexType::ClassInfo infoStorageReferencePath = {
+    "tt:StorageReferencePath", membersStorageReferencePath, 3, &bindStorageReferencePath};
 
 } // namespace
 

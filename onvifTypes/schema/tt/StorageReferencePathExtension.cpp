@@ -13,7 +13,8 @@ void bindStorageReferencePathExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoStorageReferencePathExtension = {"tt:StorageReferencePathExtension", nullptr, 0, &bindStorageReferencePathExtension};
+const ComplexType::ClassInfo infoStorageReferencePathExtension = {
+    "tt:StorageReferencePathExtension", nullptr, 0, &bindStorageReferencePathExtension};
 
 } // namespace
 

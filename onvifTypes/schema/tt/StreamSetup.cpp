@@ -22,7 +22,8 @@ const ComplexType::Member membersStreamSetup[] = {
     {"tt:Transport", ComplexType::Required, &ComplexType::typeOps<tt::Transport>},
 };
 
-const ComplexType::ClassInfo infoStreamSetup = {"tt:StreamSetup", membersStreamSetup, 2, &bindStreamSetup};
+const ComplexType::ClassInfo infoStreamSetup = {
+    "tt:StreamSetup", membersStreamSetup, 2, &bindStreamSetup};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSupportInformation[] = {
     {"tt:String", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSupportInformation = {"tt:SupportInformation", membersSupportInformation, 2, &bindSupportInformation};
+const ComplexType::ClassInfo infoSupportInformation = {
+    "tt:SupportInformation", membersSupportInformation, 2, &bindSupportInformation};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersSupportedAnalyticsModules[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SupportedAnalyticsModulesExtension>},
 };
 
-const ComplexType::ClassInfo infoSupportedAnalyticsModules = {"tt:SupportedAnalyticsModules", membersSupportedAnalyticsModules, 3, &bindSupportedAnalyticsModules};
+const ComplexType::ClassInfo infoSupportedAnalyticsModules = {
+    "tt:SupportedAnalyticsModules", membersSupportedAnalyticsModules, 3, &bindSupportedAnalyticsModules};
 
 } // namespace
 

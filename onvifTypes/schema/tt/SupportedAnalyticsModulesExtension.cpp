@@ -13,7 +13,8 @@ void bindSupportedAnalyticsModulesExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSupportedAnalyticsModulesExtension = {"tt:SupportedAnalyticsModulesExtension", nullptr, 0, &bindSupportedAnalyticsModulesExtension};
+const ComplexType::ClassInfo infoSupportedAnalyticsModulesExtension = {
+    "tt:SupportedAnalyticsModulesExtension", nullptr, 0, &bindSupportedAnalyticsModulesExtension};
 
 } // namespace
 

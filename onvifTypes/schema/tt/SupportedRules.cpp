@@ -24,7 +24,8 @@ const ComplexType::Member membersSupportedRules[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SupportedRulesExtension>},
 };
 
-const ComplexType::ClassInfo infoSupportedRules = {"tt:SupportedRules", membersSupportedRules, 3, &bindSupportedRules};
+const ComplexType::ClassInfo infoSupportedRules = {
+    "tt:SupportedRules", membersSupportedRules, 3, &bindSupportedRules};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindSupportedRulesExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSupportedRulesExtension = {"tt:SupportedRulesExtension", nullptr, 0, &bindSupportedRulesExtension};
+const ComplexType::ClassInfo infoSupportedRulesExtension = {
+    "tt:SupportedRulesExtension", nullptr, 0, &bindSupportedRulesExtension};
 
 } // namespace
 

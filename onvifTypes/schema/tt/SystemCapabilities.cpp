@@ -34,7 +34,8 @@ const ComplexType::Member membersSystemCapabilities[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SystemCapabilitiesExtension>},
 };
 
-const ComplexType::ClassInfo infoSystemCapabilities = {"tt:SystemCapabilities", membersSystemCapabilities, 8, &bindSystemCapabilities};
+const ComplexType::ClassInfo infoSystemCapabilities = {
+    "tt:SystemCapabilities", membersSystemCapabilities, 8, &bindSystemCapabilities};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersSystemCapabilitiesExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SystemCapabilitiesExtension2>},
 };
 
-const ComplexType::ClassInfo infoSystemCapabilitiesExtension = {"tt:SystemCapabilitiesExtension", membersSystemCapabilitiesExtension, 5, &bindSystemCapabilitiesExtension};
+const ComplexType::ClassInfo infoSystemCapabilitiesExtension = {
+    "tt:SystemCapabilitiesExtension", membersSystemCapabilitiesExtension, 5, &bindSystemCapabilitiesExtension};
 
 } // namespace
 

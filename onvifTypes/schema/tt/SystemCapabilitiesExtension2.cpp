@@ -13,7 +13,8 @@ void bindSystemCapabilitiesExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSystemCapabilitiesExtension2 = {"tt:SystemCapabilitiesExtension2", nullptr, 0, &bindSystemCapabilitiesExtension2};
+const ComplexType::ClassInfo infoSystemCapabilitiesExtension2 = {
+    "tt:SystemCapabilitiesExtension2", nullptr, 0, &bindSystemCapabilitiesExtension2};
 
 } // namespace
 

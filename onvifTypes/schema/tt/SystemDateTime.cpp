@@ -32,7 +32,8 @@ const ComplexType::Member membersSystemDateTime[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::SystemDateTimeExtension>},
 };
 
-const ComplexType::ClassInfo infoSystemDateTime = {"tt:SystemDateTime", membersSystemDateTime, 6, &bindSystemDateTime};
+const ComplexType::ClassInfo infoSystemDateTime = {
+    "tt:SystemDateTime", membersSystemDateTime, 6, &bindSystemDateTime};
 
 } // namespace
 

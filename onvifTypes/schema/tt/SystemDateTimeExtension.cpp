@@ -13,7 +13,8 @@ void bindSystemDateTimeExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoSystemDateTimeExtension = {"tt:SystemDateTimeExtension", nullptr, 0, &bindSystemDateTimeExtension};
+const ComplexType::ClassInfo infoSystemDateTimeExtension = {
+    "tt:SystemDateTimeExtension", nullptr, 0, &bindSystemDateTimeExtension};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersSystemLog[] = {
     {"tt:String", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSystemLog = {"tt:SystemLog", membersSystemLog, 2, &bindSystemLog};
+const ComplexType::ClassInfo infoSystemLog = {
+    "tt:SystemLog", membersSystemLog, 2, &bindSystemLog};
 
 } // namespace
 

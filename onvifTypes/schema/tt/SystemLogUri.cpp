@@ -21,7 +21,8 @@ const ComplexType::Member membersSystemLogUri[] = {
     {"tt:Uri", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoSystemLogUri = {"tt:SystemLogUri", membersSystemLogUri, 2, &bindSystemLogUri};
+const ComplexType::ClassInfo infoSystemLogUri = {
+    "tt:SystemLogUri", membersSystemLogUri, 2, &bindSystemLogUri};
 
 } // namespace
 

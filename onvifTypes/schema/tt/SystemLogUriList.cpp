@@ -19,7 +19,8 @@ const ComplexType::Member membersSystemLogUriList[] = {
     {"tt:SystemLog", ComplexType::OptionalList, &ComplexType::listOps<tt::SystemLogUri>},
 };
 
-const ComplexType::ClassInfo infoSystemLogUriList = {"tt:SystemLogUriList", membersSystemLogUriList, 1, &bindSystemLogUriList};
+const ComplexType::ClassInfo infoSystemLogUriList = {
+    "tt:SystemLogUriList", membersSystemLogUriList, 1, &bindSystemLogUriList};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersTLSConfiguration[] = {
     {"tt:CertificateID", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoTLSConfiguration = {"tt:TLSConfiguration", membersTLSConfiguration, 1, &bindTLSConfiguration};
+const ComplexType::ClassInfo infoTLSConfiguration = {
+    "tt:TLSConfiguration", membersTLSConfiguration, 1, &bindTLSConfiguration};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersTime[] = {
     {"tt:Second", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoTime = {"tt:Time", membersTime, 3, &bindTime};
+const ComplexType::ClassInfo infoTime = {
+    "tt:Time", membersTime, 3, &bindTime};
 
 } // namespace
 

@@ -18,7 +18,8 @@ const ComplexType::Member membersTimeZone[] = {
     {"tt:TZ", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoTimeZone = {"tt:TimeZone", membersTimeZone, 1, &bindTimeZone};
+const ComplexType::ClassInfo infoTimeZone = {
+    "tt:TimeZone", membersTimeZone, 1, &bindTimeZone};
 
 } // namespace
 

@@ -23,7 +23,8 @@ const ComplexType::Member membersToneCompensation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::ToneCompensationExtension>},
 };
 
-const ComplexType::ClassInfo infoToneCompensation = {"tt:ToneCompensation", membersToneCompensation, 3, &bindToneCompensation};
+const ComplexType::ClassInfo infoToneCompensation = {
+    "tt:ToneCompensation", membersToneCompensation, 3, &bindToneCompensation};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindToneCompensationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoToneCompensationExtension = {"tt:ToneCompensationExtension", nullptr, 0, &bindToneCompensationExtension};
+const ComplexType::ClassInfo infoToneCompensationExtension = {
+    "tt:ToneCompensationExtension", nullptr, 0, &bindToneCompensationExtension};
 
 } // namespace
 

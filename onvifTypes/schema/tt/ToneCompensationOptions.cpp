@@ -20,7 +20,8 @@ const ComplexType::Member membersToneCompensationOptions[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoToneCompensationOptions = {"tt:ToneCompensationOptions", membersToneCompensationOptions, 2, &bindToneCompensationOptions};
+const ComplexType::ClassInfo infoToneCompensationOptions = {
+    "tt:ToneCompensationOptions", membersToneCompensationOptions, 2, &bindToneCompensationOptions};
 
 } // namespace
 

@@ -31,7 +31,8 @@ const ComplexType::Member membersTrackAttributes[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::TrackAttributesExtension>},
 };
 
-const ComplexType::ClassInfo infoTrackAttributes = {"tt:TrackAttributes", membersTrackAttributes, 5, &bindTrackAttributes};
+const ComplexType::ClassInfo infoTrackAttributes = {
+    "tt:TrackAttributes", membersTrackAttributes, 5, &bindTrackAttributes};
 
 } // namespace
 

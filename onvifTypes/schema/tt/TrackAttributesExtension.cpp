@@ -13,7 +13,8 @@ void bindTrackAttributesExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoTrackAttributesExtension = {"tt:TrackAttributesExtension", nullptr, 0, &bindTrackAttributesExtension};
+const ComplexType::ClassInfo infoTrackAttributesExtension = {
+    "tt:TrackAttributesExtension", nullptr, 0, &bindTrackAttributesExtension};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersTrackConfiguration[] = {
     {"tt:Description", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoTrackConfiguration = {"tt:TrackConfiguration", membersTrackConfiguration, 2, &bindTrackConfiguration};
+const ComplexType::ClassInfo infoTrackConfiguration = {
+    "tt:TrackConfiguration", membersTrackConfiguration, 2, &bindTrackConfiguration};
 
 } // namespace
 

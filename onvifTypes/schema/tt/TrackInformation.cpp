@@ -27,7 +27,8 @@ const ComplexType::Member membersTrackInformation[] = {
     {"tt:DataTo", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoTrackInformation = {"tt:TrackInformation", membersTrackInformation, 5, &bindTrackInformation};
+const ComplexType::ClassInfo infoTrackInformation = {
+    "tt:TrackInformation", membersTrackInformation, 5, &bindTrackInformation};
 
 } // namespace
 

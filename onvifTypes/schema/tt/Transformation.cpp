@@ -24,7 +24,8 @@ const ComplexType::Member membersTransformation[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::TransformationExtension>},
 };
 
-const ComplexType::ClassInfo infoTransformation = {"tt:Transformation", membersTransformation, 3, &bindTransformation};
+const ComplexType::ClassInfo infoTransformation = {
+    "tt:Transformation", membersTransformation, 3, &bindTransformation};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindTransformationExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoTransformationExtension = {"tt:TransformationExtension", nullptr, 0, &bindTransformationExtension};
+const ComplexType::ClassInfo infoTransformationExtension = {
+    "tt:TransformationExtension", nullptr, 0, &bindTransformationExtension};
 
 } // namespace
 

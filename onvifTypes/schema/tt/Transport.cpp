@@ -21,7 +21,8 @@ const ComplexType::Member membersTransport[] = {
     {"tt:Tunnel", ComplexType::Optional, &ComplexType::typeOps<tt::Transport>},
 };
 
-const ComplexType::ClassInfo infoTransport = {"tt:Transport", membersTransport, 2, &bindTransport};
+const ComplexType::ClassInfo infoTransport = {
+    "tt:Transport", membersTransport, 2, &bindTransport};
 
 } // namespace
 

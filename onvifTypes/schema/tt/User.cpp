@@ -26,7 +26,8 @@ const ComplexType::Member membersUser[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::UserExtension>},
 };
 
-const ComplexType::ClassInfo infoUser = {"tt:User", membersUser, 4, &bindUser};
+const ComplexType::ClassInfo infoUser = {
+    "tt:User", membersUser, 4, &bindUser};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindUserExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoUserExtension = {"tt:UserExtension", nullptr, 0, &bindUserExtension};
+const ComplexType::ClassInfo infoUserExtension = {
+    "tt:UserExtension", nullptr, 0, &bindUserExtension};
 
 } // namespace
 

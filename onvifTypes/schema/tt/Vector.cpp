@@ -20,7 +20,8 @@ const ComplexType::Member membersVector[] = {
     {"y", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoVector = {"tt:Vector", membersVector, 2, &bindVector};
+const ComplexType::ClassInfo infoVector = {
+    "tt:Vector", membersVector, 2, &bindVector};
 
 } // namespace
 

@@ -20,7 +20,8 @@ const ComplexType::Member membersVector1D[] = {
     {"space", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoVector1D = {"tt:Vector1D", membersVector1D, 2, &bindVector1D};
+const ComplexType::ClassInfo infoVector1D = {
+    "tt:Vector1D", membersVector1D, 2, &bindVector1D};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersVector2D[] = {
     {"space", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<QString>>},
 };
 
-const ComplexType::ClassInfo infoVector2D = {"tt:Vector2D", membersVector2D, 3, &bindVector2D};
+const ComplexType::ClassInfo infoVector2D = {
+    "tt:Vector2D", membersVector2D, 3, &bindVector2D};
 
 } // namespace
 

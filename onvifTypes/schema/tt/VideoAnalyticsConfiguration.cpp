@@ -25,7 +25,8 @@ const ComplexType::Member membersVideoAnalyticsConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoAnalyticsConfiguration = {"tt:VideoAnalyticsConfiguration", membersVideoAnalyticsConfiguration, 5, &bindVideoAnalyticsConfiguration};
+const ComplexType::ClassInfo infoVideoAnalyticsConfiguration = {
+    "tt:VideoAnalyticsConfiguration", membersVideoAnalyticsConfiguration, 5, &bindVideoAnalyticsConfiguration};
 
 } // namespace
 

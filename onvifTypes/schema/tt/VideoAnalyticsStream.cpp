@@ -22,7 +22,8 @@ const ComplexType::Member membersVideoAnalyticsStream[] = {
     {"tt:Extension", ComplexType::OptionalList, &ComplexType::listOps<tt::VideoAnalyticsStreamExtension>},
 };
 
-const ComplexType::ClassInfo infoVideoAnalyticsStream = {"tt:VideoAnalyticsStream", membersVideoAnalyticsStream, 2, &bindVideoAnalyticsStream};
+const ComplexType::ClassInfo infoVideoAnalyticsStream = {
+    "tt:VideoAnalyticsStream", membersVideoAnalyticsStream, 2, &bindVideoAnalyticsStream};
 
 } // namespace
 

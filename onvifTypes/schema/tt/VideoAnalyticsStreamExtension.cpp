@@ -13,7 +13,8 @@ void bindVideoAnalyticsStreamExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoAnalyticsStreamExtension = {"tt:VideoAnalyticsStreamExtension", nullptr, 0, &bindVideoAnalyticsStreamExtension};
+const ComplexType::ClassInfo infoVideoAnalyticsStreamExtension = {
+    "tt:VideoAnalyticsStreamExtension", nullptr, 0, &bindVideoAnalyticsStreamExtension};
 
 } // namespace
 

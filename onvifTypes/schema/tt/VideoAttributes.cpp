@@ -27,7 +27,8 @@ const ComplexType::Member membersVideoAttributes[] = {
     {"tt:Framerate", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoVideoAttributes = {"tt:VideoAttributes", membersVideoAttributes, 5, &bindVideoAttributes};
+const ComplexType::ClassInfo infoVideoAttributes = {
+    "tt:VideoAttributes", membersVideoAttributes, 5, &bindVideoAttributes};
 
 } // namespace
 

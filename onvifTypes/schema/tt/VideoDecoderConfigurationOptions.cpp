@@ -28,7 +28,8 @@ const ComplexType::Member membersVideoDecoderConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoDecoderConfigurationOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoVideoDecoderConfigurationOptions = {"tt:VideoDecoderConfigurationOptions", membersVideoDecoderConfigurationOptions, 4, &bindVideoDecoderConfigurationOptions};
+const ComplexType::ClassInfo infoVideoDecoderConfigurationOptions = {
+    "tt:VideoDecoderConfigurationOptions", membersVideoDecoderConfigurationOptions, 4, &bindVideoDecoderConfigurationOptions};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindVideoDecoderConfigurationOptionsExtension(Serializable* object, void** 
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoDecoderConfigurationOptionsExtension = {"tt:VideoDecoderConfigurationOptionsExtension", nullptr, 0, &bindVideoDecoderConfigurationOptionsExtension};
+const ComplexType::ClassInfo infoVideoDecoderConfigurationOptionsExtension = {
+    "tt:VideoDecoderConfigurationOptionsExtension", nullptr, 0, &bindVideoDecoderConfigurationOptionsExtension};
 
 } // namespace
 

@@ -36,7 +36,8 @@ const ComplexType::Member membersVideoEncoder2Configuration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoEncoder2Configuration = {"tt:VideoEncoder2Configuration", membersVideoEncoder2Configuration, 10, &bindVideoEncoder2Configuration};
+const ComplexType::ClassInfo infoVideoEncoder2Configuration = {
+    "tt:VideoEncoder2Configuration", membersVideoEncoder2Configuration, 10, &bindVideoEncoder2Configuration};
 
 } // namespace
 

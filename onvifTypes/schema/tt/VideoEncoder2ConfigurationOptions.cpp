@@ -35,7 +35,8 @@ const ComplexType::Member membersVideoEncoder2ConfigurationOptions[] = {
     {"ConstantBitRateSupported", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoVideoEncoder2ConfigurationOptions = {"tt:VideoEncoder2ConfigurationOptions", membersVideoEncoder2ConfigurationOptions, 8, &bindVideoEncoder2ConfigurationOptions};
+const ComplexType::ClassInfo infoVideoEncoder2ConfigurationOptions = {
+    "tt:VideoEncoder2ConfigurationOptions", membersVideoEncoder2ConfigurationOptions, 8, &bindVideoEncoder2ConfigurationOptions};
 
 } // namespace
 

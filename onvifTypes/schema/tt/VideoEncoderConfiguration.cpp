@@ -41,7 +41,8 @@ const ComplexType::Member membersVideoEncoderConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoEncoderConfiguration = {"tt:VideoEncoderConfiguration", membersVideoEncoderConfiguration, 11, &bindVideoEncoderConfiguration};
+const ComplexType::ClassInfo infoVideoEncoderConfiguration = {
+    "tt:VideoEncoderConfiguration", membersVideoEncoderConfiguration, 11, &bindVideoEncoderConfiguration};
 
 } // namespace
 

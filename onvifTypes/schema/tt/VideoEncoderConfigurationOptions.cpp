@@ -31,7 +31,8 @@ const ComplexType::Member membersVideoEncoderConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoEncoderOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoVideoEncoderConfigurationOptions = {"tt:VideoEncoderConfigurationOptions", membersVideoEncoderConfigurationOptions, 5, &bindVideoEncoderConfigurationOptions};
+const ComplexType::ClassInfo infoVideoEncoderConfigurationOptions = {
+    "tt:VideoEncoderConfigurationOptions", membersVideoEncoderConfigurationOptions, 5, &bindVideoEncoderConfigurationOptions};
 
 } // namespace
 

@@ -28,7 +28,8 @@ const ComplexType::Member membersVideoEncoderOptionsExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoEncoderOptionsExtension2>},
 };
 
-const ComplexType::ClassInfo infoVideoEncoderOptionsExtension = {"tt:VideoEncoderOptionsExtension", membersVideoEncoderOptionsExtension, 4, &bindVideoEncoderOptionsExtension};
+const ComplexType::ClassInfo infoVideoEncoderOptionsExtension = {
+    "tt:VideoEncoderOptionsExtension", membersVideoEncoderOptionsExtension, 4, &bindVideoEncoderOptionsExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindVideoEncoderOptionsExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoEncoderOptionsExtension2 = {"tt:VideoEncoderOptionsExtension2", nullptr, 0, &bindVideoEncoderOptionsExtension2};
+const ComplexType::ClassInfo infoVideoEncoderOptionsExtension2 = {
+    "tt:VideoEncoderOptionsExtension2", nullptr, 0, &bindVideoEncoderOptionsExtension2};
 
 } // namespace
 

@@ -30,7 +30,8 @@ const ComplexType::Member membersVideoOutput[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoOutput = {"tt:VideoOutput", membersVideoOutput, 6, &bindVideoOutput};
+const ComplexType::ClassInfo infoVideoOutput = {
+    "tt:VideoOutput", membersVideoOutput, 6, &bindVideoOutput};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersVideoOutputConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoOutputConfiguration = {"tt:VideoOutputConfiguration", membersVideoOutputConfiguration, 4, &bindVideoOutputConfiguration};
+const ComplexType::ClassInfo infoVideoOutputConfiguration = {
+    "tt:VideoOutputConfiguration", membersVideoOutputConfiguration, 4, &bindVideoOutputConfiguration};
 
 } // namespace
 

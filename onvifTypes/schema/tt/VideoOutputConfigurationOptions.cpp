@@ -13,7 +13,8 @@ void bindVideoOutputConfigurationOptions(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoOutputConfigurationOptions = {"tt:VideoOutputConfigurationOptions", nullptr, 0, &bindVideoOutputConfigurationOptions};
+const ComplexType::ClassInfo infoVideoOutputConfigurationOptions = {
+    "tt:VideoOutputConfigurationOptions", nullptr, 0, &bindVideoOutputConfigurationOptions};
 
 } // namespace
 

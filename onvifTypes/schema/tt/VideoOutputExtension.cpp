@@ -13,7 +13,8 @@ void bindVideoOutputExtension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoOutputExtension = {"tt:VideoOutputExtension", nullptr, 0, &bindVideoOutputExtension};
+const ComplexType::ClassInfo infoVideoOutputExtension = {
+    "tt:VideoOutputExtension", nullptr, 0, &bindVideoOutputExtension};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersVideoRateControl[] = {
     {"tt:BitrateLimit", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoVideoRateControl = {"tt:VideoRateControl", membersVideoRateControl, 3, &bindVideoRateControl};
+const ComplexType::ClassInfo infoVideoRateControl = {
+    "tt:VideoRateControl", membersVideoRateControl, 3, &bindVideoRateControl};
 
 } // namespace
 

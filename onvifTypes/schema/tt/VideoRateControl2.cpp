@@ -22,7 +22,8 @@ const ComplexType::Member membersVideoRateControl2[] = {
     {"ConstantBitRate", ComplexType::OptionalAttribute, &ComplexType::typeOps<universalSimpleType<bool>>},
 };
 
-const ComplexType::ClassInfo infoVideoRateControl2 = {"tt:VideoRateControl2", membersVideoRateControl2, 3, &bindVideoRateControl2};
+const ComplexType::ClassInfo infoVideoRateControl2 = {
+    "tt:VideoRateControl2", membersVideoRateControl2, 3, &bindVideoRateControl2};
 
 } // namespace
 

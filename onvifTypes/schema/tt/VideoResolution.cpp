@@ -20,7 +20,8 @@ const ComplexType::Member membersVideoResolution[] = {
     {"tt:Height", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoVideoResolution = {"tt:VideoResolution", membersVideoResolution, 2, &bindVideoResolution};
+const ComplexType::ClassInfo infoVideoResolution = {
+    "tt:VideoResolution", membersVideoResolution, 2, &bindVideoResolution};
 
 } // namespace
 

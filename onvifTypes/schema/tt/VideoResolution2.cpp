@@ -20,7 +20,8 @@ const ComplexType::Member membersVideoResolution2[] = {
     {"tt:Height", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<int>>},
 };
 
-const ComplexType::ClassInfo infoVideoResolution2 = {"tt:VideoResolution2", membersVideoResolution2, 2, &bindVideoResolution2};
+const ComplexType::ClassInfo infoVideoResolution2 = {
+    "tt:VideoResolution2", membersVideoResolution2, 2, &bindVideoResolution2};
 
 } // namespace
 

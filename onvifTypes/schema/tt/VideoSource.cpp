@@ -28,7 +28,8 @@ const ComplexType::Member membersVideoSource[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoSource = {"tt:VideoSource", membersVideoSource, 5, &bindVideoSource};
+const ComplexType::ClassInfo infoVideoSource = {
+    "tt:VideoSource", membersVideoSource, 5, &bindVideoSource};
 
 } // namespace
 

@@ -27,7 +27,8 @@ const ComplexType::Member membersVideoSourceConfiguration[] = {
     {"token", ComplexType::BaseAttribute, nullptr},
 };
 
-const ComplexType::ClassInfo infoVideoSourceConfiguration = {"tt:VideoSourceConfiguration", membersVideoSourceConfiguration, 6, &bindVideoSourceConfiguration};
+const ComplexType::ClassInfo infoVideoSourceConfiguration = {
+    "tt:VideoSourceConfiguration", membersVideoSourceConfiguration, 6, &bindVideoSourceConfiguration};
 
 } // namespace
 

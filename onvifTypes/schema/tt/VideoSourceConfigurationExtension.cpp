@@ -22,7 +22,8 @@ const ComplexType::Member membersVideoSourceConfigurationExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoSourceConfigurationExtension2>},
 };
 
-const ComplexType::ClassInfo infoVideoSourceConfigurationExtension = {"tt:VideoSourceConfigurationExtension", membersVideoSourceConfigurationExtension, 2, &bindVideoSourceConfigurationExtension};
+const ComplexType::ClassInfo infoVideoSourceConfigurationExtension = {
+    "tt:VideoSourceConfigurationExtension", membersVideoSourceConfigurationExtension, 2, &bindVideoSourceConfigurationExtension};
 
 } // namespace
 

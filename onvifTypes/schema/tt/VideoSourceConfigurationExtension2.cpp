@@ -19,7 +19,8 @@ const ComplexType::Member membersVideoSourceConfigurationExtension2[] = {
     {"tt:LensDescription", ComplexType::OptionalList, &ComplexType::listOps<tt::LensDescription>},
 };
 
-const ComplexType::ClassInfo infoVideoSourceConfigurationExtension2 = {"tt:VideoSourceConfigurationExtension2", membersVideoSourceConfigurationExtension2, 1, &bindVideoSourceConfigurationExtension2};
+const ComplexType::ClassInfo infoVideoSourceConfigurationExtension2 = {
+    "tt:VideoSourceConfigurationExtension2", membersVideoSourceConfigurationExtension2, 1, &bindVideoSourceConfigurationExtension2};
 
 } // namespace
 

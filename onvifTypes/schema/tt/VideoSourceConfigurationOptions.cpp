@@ -24,7 +24,8 @@ const ComplexType::Member membersVideoSourceConfigurationOptions[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoSourceConfigurationOptionsExtension>},
 };
 
-const ComplexType::ClassInfo infoVideoSourceConfigurationOptions = {"tt:VideoSourceConfigurationOptions", membersVideoSourceConfigurationOptions, 3, &bindVideoSourceConfigurationOptions};
+const ComplexType::ClassInfo infoVideoSourceConfigurationOptions = {
+    "tt:VideoSourceConfigurationOptions", membersVideoSourceConfigurationOptions, 3, &bindVideoSourceConfigurationOptions};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersVideoSourceConfigurationOptionsExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoSourceConfigurationOptionsExtension2>},
 };
 
-const ComplexType::ClassInfo infoVideoSourceConfigurationOptionsExtension = {"tt:VideoSourceConfigurationOptionsExtension", membersVideoSourceConfigurationOptionsExtension, 2, &bindVideoSourceConfigurationOptionsExtension};
+const ComplexType::ClassInfo infoVideoSourceConfigurationOptionsExtension = {
+    "tt:VideoSourceConfigurationOptionsExtension", membersVideoSourceConfigurationOptionsExtension, 2, &bindVideoSourceConfigurationOptionsExtension};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindVideoSourceConfigurationOptionsExtension2(Serializable* object, void** 
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoSourceConfigurationOptionsExtension2 = {"tt:VideoSourceConfigurationOptionsExtension2", nullptr, 0, &bindVideoSourceConfigurationOptionsExtension2};
+const ComplexType::ClassInfo infoVideoSourceConfigurationOptionsExtension2 = {
+    "tt:VideoSourceConfigurationOptionsExtension2", nullptr, 0, &bindVideoSourceConfigurationOptionsExtension2};
 
 } // namespace
 

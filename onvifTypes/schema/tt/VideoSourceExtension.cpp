@@ -22,7 +22,8 @@ const ComplexType::Member membersVideoSourceExtension[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::VideoSourceExtension2>},
 };
 
-const ComplexType::ClassInfo infoVideoSourceExtension = {"tt:VideoSourceExtension", membersVideoSourceExtension, 2, &bindVideoSourceExtension};
+const ComplexType::ClassInfo infoVideoSourceExtension = {
+    "tt:VideoSourceExtension", membersVideoSourceExtension, 2, &bindVideoSourceExtension};
 
 } // namespace
 

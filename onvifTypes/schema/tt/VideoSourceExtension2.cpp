@@ -13,7 +13,8 @@ void bindVideoSourceExtension2(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoVideoSourceExtension2 = {"tt:VideoSourceExtension2", nullptr, 0, &bindVideoSourceExtension2};
+const ComplexType::ClassInfo infoVideoSourceExtension2 = {
+    "tt:VideoSourceExtension2", nullptr, 0, &bindVideoSourceExtension2};
 
 } // namespace
 

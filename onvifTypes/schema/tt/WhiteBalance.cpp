@@ -23,7 +23,8 @@ const ComplexType::Member membersWhiteBalance[] = {
     {"tt:CbGain", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoWhiteBalance = {"tt:WhiteBalance", membersWhiteBalance, 3, &bindWhiteBalance};
+const ComplexType::ClassInfo infoWhiteBalance = {
+    "tt:WhiteBalance", membersWhiteBalance, 3, &bindWhiteBalance};
 
 } // namespace
 

@@ -26,7 +26,8 @@ const ComplexType::Member membersWhiteBalance20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::WhiteBalance20Extension>},
 };
 
-const ComplexType::ClassInfo infoWhiteBalance20 = {"tt:WhiteBalance20", membersWhiteBalance20, 4, &bindWhiteBalance20};
+const ComplexType::ClassInfo infoWhiteBalance20 = {
+    "tt:WhiteBalance20", membersWhiteBalance20, 4, &bindWhiteBalance20};
 
 } // namespace
 

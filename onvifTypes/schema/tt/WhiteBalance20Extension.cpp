@@ -13,7 +13,8 @@ void bindWhiteBalance20Extension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoWhiteBalance20Extension = {"tt:WhiteBalance20Extension", nullptr, 0, &bindWhiteBalance20Extension};
+const ComplexType::ClassInfo infoWhiteBalance20Extension = {
+    "tt:WhiteBalance20Extension", nullptr, 0, &bindWhiteBalance20Extension};
 
 } // namespace
 

@@ -24,7 +24,8 @@ const ComplexType::Member membersWhiteBalanceOptions[] = {
     {"tt:YbGain", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoWhiteBalanceOptions = {"tt:WhiteBalanceOptions", membersWhiteBalanceOptions, 3, &bindWhiteBalanceOptions};
+const ComplexType::ClassInfo infoWhiteBalanceOptions = {
+    "tt:WhiteBalanceOptions", membersWhiteBalanceOptions, 3, &bindWhiteBalanceOptions};
 
 } // namespace
 

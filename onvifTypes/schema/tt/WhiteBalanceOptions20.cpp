@@ -27,7 +27,8 @@ const ComplexType::Member membersWhiteBalanceOptions20[] = {
     {"tt:Extension", ComplexType::Optional, &ComplexType::typeOps<tt::WhiteBalanceOptions20Extension>},
 };
 
-const ComplexType::ClassInfo infoWhiteBalanceOptions20 = {"tt:WhiteBalanceOptions20", membersWhiteBalanceOptions20, 4, &bindWhiteBalanceOptions20};
+const ComplexType::ClassInfo infoWhiteBalanceOptions20 = {
+    "tt:WhiteBalanceOptions20", membersWhiteBalanceOptions20, 4, &bindWhiteBalanceOptions20};
 
 } // namespace
 

@@ -13,7 +13,8 @@ void bindWhiteBalanceOptions20Extension(Serializable* object, void** m)
     m[1] = &o->unmatchedAttributes;
 }
 
-const ComplexType::ClassInfo infoWhiteBalanceOptions20Extension = {"tt:WhiteBalanceOptions20Extension", nullptr, 0, &bindWhiteBalanceOptions20Extension};
+const ComplexType::ClassInfo infoWhiteBalanceOptions20Extension = {
+    "tt:WhiteBalanceOptions20Extension", nullptr, 0, &bindWhiteBalanceOptions20Extension};
 
 } // namespace
 

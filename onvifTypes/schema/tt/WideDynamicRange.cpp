@@ -21,7 +21,8 @@ const ComplexType::Member membersWideDynamicRange[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoWideDynamicRange = {"tt:WideDynamicRange", membersWideDynamicRange, 2, &bindWideDynamicRange};
+const ComplexType::ClassInfo infoWideDynamicRange = {
+    "tt:WideDynamicRange", membersWideDynamicRange, 2, &bindWideDynamicRange};
 
 } // namespace
 

@@ -21,7 +21,8 @@ const ComplexType::Member membersWideDynamicRange20[] = {
     {"tt:Level", ComplexType::Optional, &ComplexType::typeOps<universalSimpleType<float>>},
 };
 
-const ComplexType::ClassInfo infoWideDynamicRange20 = {"tt:WideDynamicRange20", membersWideDynamicRange20, 2, &bindWideDynamicRange20};
+const ComplexType::ClassInfo infoWideDynamicRange20 = {
+    "tt:WideDynamicRange20", membersWideDynamicRange20, 2, &bindWideDynamicRange20};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersWideDynamicRangeOptions[] = {
     {"tt:Level", ComplexType::Required, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoWideDynamicRangeOptions = {"tt:WideDynamicRangeOptions", membersWideDynamicRangeOptions, 2, &bindWideDynamicRangeOptions};
+const ComplexType::ClassInfo infoWideDynamicRangeOptions = {
+    "tt:WideDynamicRangeOptions", membersWideDynamicRangeOptions, 2, &bindWideDynamicRangeOptions};
 
 } // namespace
 

@@ -22,7 +22,8 @@ const ComplexType::Member membersWideDynamicRangeOptions20[] = {
     {"tt:Level", ComplexType::Optional, &ComplexType::typeOps<tt::FloatRange>},
 };
 
-const ComplexType::ClassInfo infoWideDynamicRangeOptions20 = {"tt:WideDynamicRangeOptions20", membersWideDynamicRangeOptions20, 2, &bindWideDynamicRangeOptions20};
+const ComplexType::ClassInfo infoWideDynamicRangeOptions20 = {
+    "tt:WideDynamicRangeOptions20", membersWideDynamicRangeOptions20, 2, &bindWideDynamicRangeOptions20};
 
 } // namespace
 

@@ -19,7 +19,8 @@ const ComplexType::Member membersZoomLimits[] = {
     {"tt:Range", ComplexType::Required, &ComplexType::typeOps<tt::Space1DDescription>},
 };
 
-const ComplexType::ClassInfo infoZoomLimits = {"tt:ZoomLimits", membersZoomLimits, 1, &bindZoomLimits};
+const ComplexType::ClassInfo infoZoomLimits = {
+    "tt:ZoomLimits", membersZoomLimits, 1, &bindZoomLimits};
 
 } // namespace
 
