@@ -40,11 +40,14 @@ inline const char* text(const char* message)
 } // namespace OnvifLog
 
 // Record text: " <function>: <message> (<file>:<line>)".
-#define ONVIF_LOG(logger, severity, message)                                                                 \
+#define ONVIF_LOG_AS(logger, severity, function, message)                                                    \
     do {                                                                                                     \
         OnvifLog::prepareRecord(logger);                                                                     \
         BOOST_LOG_SEV(logger, static_cast<unsigned int>(severity))                                           \
-            << ' ' << __func__ << ": " << OnvifLog::text(message) << " (" << __FILE__ << ':' << __LINE__ << ')'; \
+            << ' ' << function << ": " << OnvifLog::text(message) << " (" << __FILE__ << ':' << __LINE__     \
+            << ')';                                                                                          \
     } while (false)
+
+#define ONVIF_LOG(logger, severity, message) ONVIF_LOG_AS(logger, severity, __func__, message)
 
 #endif // ONVIFTYPES_ONVIFLOG_H

@@ -1,28 +1,36 @@
 #include "onvifTypes/onvifrequest.h"
 
+#include "onvifTypes/onvifLog.h"
+#include "onvifTypes/onvifResponse.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QUrl>
+
+#include <cstring>
+
 namespace {
 
 const QString& envelope()
 {
-    static const QString text = QStringLiteral(
-        "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
-        "<s:Envelope"
-        " xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\""
-        " xmlns:tt=\"http://www.onvif.org/ver10/schema\""
-        " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
-        " xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\""
-        " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
-        " xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\""
-        " xmlns:a=\"http://www.w3.org/2005/08/addressing\""
-        " xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\""
-        " xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\""
-        " xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\""
-        " >"
-        "<s:Header>%0</s:Header>"
-        "<s:Body"
-        " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""
-        " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">"
-        "%1</s:Body></s:Envelope>");
+    static const QString text = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+                                               "<s:Envelope"
+                                               " xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\""
+                                               " xmlns:tt=\"http://www.onvif.org/ver10/schema\""
+                                               " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
+                                               " xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\""
+                                               " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
+                                               " xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\""
+                                               " xmlns:a=\"http://www.w3.org/2005/08/addressing\""
+                                               " xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\""
+                                               " xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\""
+                                               " xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\""
+                                               " >"
+                                               "<s:Header>%0</s:Header>"
+                                               "<s:Body"
+                                               " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""
+                                               " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">"
+                                               "%1</s:Body></s:Envelope>");
     return text;
 }
 
@@ -40,3 +48,71 @@ QString OnvifRequest::envelopeTemplate()
 {
     return envelope();
 }
+
+namespace Onvif {
+namespace Internal {
+
+namespace {
+
+// One logger per thread serves every call: the attributes never change.
+OnvifLog::Logger& requestLogger()
+{
+    thread_local OnvifLog::Logger logger = OnvifLog::makeLogger(QStringLiteral("Onvif"));
+    return logger;
+}
+
+QString replyText(const QByteArray& body)
+{
+    if (body.isNull())
+        return QString();
+    // Some devices pad their answers with NUL bytes; the text ends at the first.
+    return QString::fromUtf8(body.constData(), int(::strnlen(body.constData(), size_t(body.size()))));
+}
+
+} // namespace
+
+QNetworkReply* postSoap(const Serializable& header, const Serializable& body, const QString& url,
+    QNetworkAccessManager* manager, bool trace)
+{
+    const OnvifRequest envelope(header, body);
+    QNetworkRequest request(QUrl(url, QUrl::TolerantMode));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
+    request.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("Close"));
+    const QString message = envelope.getMessage();
+    if (trace)
+        ONVIF_LOG_AS(requestLogger(), OnvifLog::Info, "RequestHelper", message);
+    return manager->post(request, message.toUtf8());
+}
+
+ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Serializable& response, bool trace)
+{
+    reply->deleteLater();
+    OnvifLog::Logger& logger = requestLogger();
+    const QNetworkReply::NetworkError error = reply->error();
+    const QString text = replyText(reply->readAll());
+    if (trace)
+        ONVIF_LOG_AS(logger, OnvifLog::Info, "operator()", text);
+
+    const OnvifResponse parsed(text);
+    ReplyOutcome outcome;
+    const bool fault = parsed.isFault();
+    outcome.authFault = parsed.isAuthFault();
+    if (error != QNetworkReply::NoError && !fault) {
+        ONVIF_LOG_AS(logger, OnvifLog::Error, "operator()",
+            QStringLiteral("Network error. Code:") + QString::number(int(error))
+                + QStringLiteral(" Request name: ") + requestName);
+        outcome.failed = true;
+    }
+    if (fault) {
+        ONVIF_LOG_AS(logger, OnvifLog::Error, "operator()",
+            QStringLiteral("Parse error. Msg: ") + parsed.getFaultText() + QStringLiteral(" Request name: ")
+                + requestName);
+        outcome.failed = true;
+    } else {
+        response.deserialize(parsed.getNodeByTag(requestName + QStringLiteral("Response")));
+    }
+    return outcome;
+}
+
+} // namespace Internal
+} // namespace Onvif

@@ -1,7 +1,17 @@
 #ifndef ONVIFTYPES_ONVIFREQUEST_H
 #define ONVIFTYPES_ONVIFREQUEST_H
 
+#include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/serializable.h>
+
+#include <asyncfuture.h>
+
+#include <QFuture>
+#include <QNetworkReply>
+
+#include <functional>
+
+class QNetworkAccessManager;
 
 // The complete SOAP 1.2 request text: a fixed envelope with the header's and the
 // body's text put in.
@@ -19,5 +29,52 @@ public:
 private:
     QString m_message;
 };
+
+namespace Onvif {
+
+namespace Internal {
+
+// What the reply handler learnt from one finished reply.
+struct ReplyOutcome
+{
+    bool failed = false; // network error without fault body, or a SOAP fault
+    bool authFault = false;
+};
+
+// Posts header + body as "application/soap+xml" with "Connection: Close".
+ONVIFTYPES_EXPORT QNetworkReply* postSoap(const Serializable& header, const Serializable& body,
+    const QString& url, QNetworkAccessManager* manager, bool trace);
+// Releases the reply, logs network errors and faults, and fills response from the
+// element "<requestName>Response" unless the reply was a fault.
+ONVIFTYPES_EXPORT ReplyOutcome readReply(
+    QNetworkReply* reply, const QString& requestName, Serializable& response, bool trace);
+
+} // namespace Internal
+
+// One ONVIF operation: posts request with a fresh security header and, when the
+// reply has finished, hands the parsed response to completion exactly once. A
+// network error or a SOAP fault cancels the future before completion runs; the
+// bool tells an authentication fault. No timeout: the manager decides.
+template <typename Req, typename Resp, typename T>
+QFuture<T> RequestHelper(Req& request, const QString& requestName, const QString& url,
+    OnvifSecurity& security, QNetworkAccessManager* manager,
+    std::function<void(Resp&, bool, AsyncFuture::Deferred<T>&)> completion, bool trace)
+{
+    QNetworkReply* reply = Internal::postSoap(security, request, url, manager, trace);
+    AsyncFuture::Deferred<T> deferred;
+    QObject::connect(
+        reply, &QNetworkReply::finished, reply,
+        [reply, deferred, requestName, completion, trace]() mutable {
+            Resp response;
+            const Internal::ReplyOutcome outcome = Internal::readReply(reply, requestName, response, trace);
+            if (outcome.failed)
+                deferred.cancel();
+            completion(response, outcome.authFault, deferred);
+        },
+        Qt::DirectConnection);
+    return deferred.future();
+}
+
+} // namespace Onvif
 
 #endif // ONVIFTYPES_ONVIFREQUEST_H
