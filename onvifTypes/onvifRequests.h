@@ -1,10 +1,16 @@
 #ifndef ONVIFTYPES_ONVIFREQUESTS_H
 #define ONVIFTYPES_ONVIFREQUESTS_H
 
-#include <onvifTypes/onvifTypesGlobal.h>
+#include <onvifTypes/onvifSecurity.h>
 
+#include <QFuture>
 #include <QMetaType>
 #include <QString>
+#include <QVector>
+
+#include <memory>
+
+class QNetworkAccessManager;
 
 namespace Onvif {
 
@@ -41,6 +47,49 @@ struct ONVIFTYPES_EXPORT OnvifProfileInfo
     QString audioEncoding;
     int audioBitrate = 0;
     int audioSampleRate = 0;
+};
+
+class ONVIFTYPES_EXPORT IRequests
+{
+public:
+    virtual ~IRequests();
+    virtual QFuture<QString> mediaAddr() = 0;
+    virtual QFuture<QVector<OnvifProfileInfo>> profiles(const QString& path) = 0;
+    virtual QFuture<QString> rtspUrl(const QString& profileToken, const QString& path) = 0;
+    virtual QFuture<DeviceInfo> deviceInfo() = 0;
+    virtual bool isAuthFault() const = 0;
+};
+
+// One camera: a device-service URL, credentials and a network manager of its own.
+// Calls may overlap; each returns a future that finishes once (cancelled on a
+// network error or fault). Destroying the object cancels the calls in flight.
+class ONVIFTYPES_EXPORT Requests : public IRequests
+{
+public:
+    Requests(const QString& login, const QString& password, const QString& url, bool trace);
+    ~Requests() override;
+    Requests(const Requests&) = delete;
+    Requests& operator=(const Requests&) = delete;
+
+    // The media service address from GetCapabilities; empty when the device names none.
+    QFuture<QString> mediaAddr() override;
+    // The profiles with a video encoder, one per encoder, largest resolution first.
+    // A non-empty path replaces the path of the device-service URL.
+    QFuture<QVector<OnvifProfileInfo>> profiles(const QString& path) override;
+    // The RTSP (RTP-Unicast over RTSP) stream URI of a profile.
+    QFuture<QString> rtspUrl(const QString& profileToken, const QString& path) override;
+    QFuture<DeviceInfo> deviceInfo() override;
+    // Whether the last answer was an authentication fault.
+    bool isAuthFault() const override;
+
+private:
+    QString endpoint(const QString& path) const;
+
+    OnvifSecurity m_security;
+    QString m_url;
+    std::unique_ptr<QNetworkAccessManager> m_manager;
+    bool m_trace;
+    bool m_authFault = false;
 };
 
 } // namespace Onvif
