@@ -28,7 +28,8 @@ struct LogCapture::Sink : logging::sinks::basic_sink_backend<logging::sinks::syn
             r.hasTag = true;
             r.tag = *tag;
         }
-        r.hasThreadId = bool(logging::extract<logging::attributes::current_thread_id::value_type>("ThreadID", rec));
+        r.hasThreadId
+            = bool(logging::extract<logging::attributes::current_thread_id::value_type>("ThreadID", rec));
         std::lock_guard<std::mutex> lock(mutex);
         captured.append(r);
     }

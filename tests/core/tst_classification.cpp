@@ -6,8 +6,8 @@
 
 namespace {
 
-Onvif::DeviceInfo device(const QString& manufacturer, const QString& model, const QString& firmware = QString(),
-    const QString& hardwareId = QString())
+Onvif::DeviceInfo device(const QString& manufacturer, const QString& model,
+    const QString& firmware = QString(), const QString& hardwareId = QString())
 {
     Onvif::DeviceInfo info;
     info.manufacturer = manufacturer;
@@ -37,13 +37,20 @@ void TestClassification::byManufacturer_data()
 {
     QTest::addColumn<QString>("manufacturer");
     QTest::addColumn<QString>("type");
-    QTest::newRow("GeoVision") << "GeoVision" << "GeoVision";
-    QTest::newRow("GEOVISION") << "GEOVISION" << "GeoVision";
-    QTest::newRow("H264") << "H264" << "Hunter";
-    QTest::newRow("h264") << "h264" << "Hunter";
-    QTest::newRow("Axis") << "AXIS" << "Unknown";
-    QTest::newRow("padded") << " GeoVision" << "Unknown";
-    QTest::newRow("empty") << "" << "Unknown";
+    QTest::newRow("GeoVision") << "GeoVision"
+                               << "GeoVision";
+    QTest::newRow("GEOVISION") << "GEOVISION"
+                               << "GeoVision";
+    QTest::newRow("H264") << "H264"
+                          << "Hunter";
+    QTest::newRow("h264") << "h264"
+                          << "Hunter";
+    QTest::newRow("Axis") << "AXIS"
+                          << "Unknown";
+    QTest::newRow("padded") << " GeoVision"
+                            << "Unknown";
+    QTest::newRow("empty") << ""
+                           << "Unknown";
 }
 
 void TestClassification::byManufacturer()
@@ -65,12 +72,15 @@ void TestClassification::whatThePredicateIsAsked_data()
     QTest::newRow("white label, case matters") << device("onvif_camera", "Z100-4MP") << QString();
     QTest::newRow("ZYR-PI drops empty pieces") << device("ZYR-PI", "-X1") << "X1";
     QTest::newRow("ZYR-PI, no piece") << device("ZYR-PI", "---") << QString();
-    QTest::newRow("IP CAMERA, build prefix") << device("IP CAMERA", "IP Camera", "V5.5.3_build_20200115") << "V5.5.3";
+    QTest::newRow("IP CAMERA, build prefix")
+        << device("IP CAMERA", "IP Camera", "V5.5.3_build_20200115") << "V5.5.3";
     QTest::newRow("IP CAMERA, dashed date") << device("IP CAMERA", "ip camera", "R1-rel_2021-03-04") << "R1";
     QTest::newRow("IP CAMERA, greedy prefix") << device("IP CAMERA", "IP CAMERA", "A_B_x_20200115") << "A_B";
     QTest::newRow("IP CAMERA, no date") << device("IP CAMERA", "IP Camera", "V5.5.3") << QString();
-    QTest::newRow("IP CAMERA, other model") << device("IP CAMERA", "Dome", "V5.5.3_build_20200115") << QString();
-    QTest::newRow("ip camera lower case") << device("ip camera", "IP Camera", "V5.5.3_build_20200115") << QString();
+    QTest::newRow("IP CAMERA, other model")
+        << device("IP CAMERA", "Dome", "V5.5.3_build_20200115") << QString();
+    QTest::newRow("ip camera lower case")
+        << device("ip camera", "IP Camera", "V5.5.3_build_20200115") << QString();
     QTest::newRow("anonymous, hardware id") << device("", "", "", "HW-77") << "HW-77";
     QTest::newRow("no data at all") << device("", "", "", "") << QString();
     QTest::newRow("model given") << device("", "M", "", "HW-77") << QString();
@@ -85,8 +95,8 @@ void TestClassification::whatThePredicateIsAsked()
     QVERIFY(!OnvifDeviceInfo::checkZYR(info));
     if (asked.isNull()) {
         // Whatever the set holds, this record is never of the family: try every text it carries.
-        ZYRChecker::setKnownTexts({ info.manufacturer, info.model, info.firmwareVersion, info.hardwareId, QString(),
-            QStringLiteral("V5.5.3"), QStringLiteral("X1"), QStringLiteral("Z100") });
+        ZYRChecker::setKnownTexts({ info.manufacturer, info.model, info.firmwareVersion, info.hardwareId,
+            QString(), QStringLiteral("V5.5.3"), QStringLiteral("X1"), QStringLiteral("Z100") });
         QVERIFY(!OnvifDeviceInfo::checkZYR(info));
         return;
     }

@@ -29,7 +29,9 @@ void TestLogging::recordFormatAndAttributes()
     QVERIFY(records[0].hasTag && records[0].tag);
     QVERIFY(records[0].hasThreadId);
     QCOMPARE(records[0].message,
-        QStringLiteral(" recordFormatAndAttributes: Network error. Code:1 (%1:%2)").arg(QStringLiteral(__FILE__)).arg(line));
+        QStringLiteral(" recordFormatAndAttributes: Network error. Code:1 (%1:%2)")
+            .arg(QStringLiteral(__FILE__))
+            .arg(line));
     QCOMPARE(records[1].severity, 0u);
     QVERIFY(records[1].message.startsWith(QLatin1String(" recordFormatAndAttributes: plain text (")));
 

@@ -21,9 +21,10 @@ QString fault(const QString& prefix, const QString& inner)
 {
     const QString p = prefix.isEmpty() ? QString() : prefix + QLatin1Char(':');
     const QString decl = prefix.isEmpty() ? QStringLiteral("xmlns") : QStringLiteral("xmlns:") + prefix;
-    return QStringLiteral("<%1Envelope %2=\"http://www.w3.org/2003/05/soap-envelope\" "
-                          "xmlns:ter=\"http://www.onvif.org/ver10/error\"><%1Body><%1Fault>%3</%1Fault></%1Body>"
-                          "</%1Envelope>")
+    return QStringLiteral(
+        "<%1Envelope %2=\"http://www.w3.org/2003/05/soap-envelope\" "
+        "xmlns:ter=\"http://www.onvif.org/ver10/error\"><%1Body><%1Fault>%3</%1Fault></%1Body>"
+        "</%1Envelope>")
         .arg(p, decl, QString(inner).replace(QLatin1String("P:"), p));
 }
 
@@ -59,13 +60,15 @@ void TestResponse::faultWhateverThePrefix()
 {
     QFETCH(QString, prefix);
     const OnvifResponse auth(fault(prefix,
-        "<P:Code><P:Value>Sender</P:Value><P:Subcode><P:Value>ter:NotAuthorized</P:Value></P:Subcode></P:Code>"
+        "<P:Code><P:Value>Sender</P:Value><P:Subcode><P:Value>ter:NotAuthorized</P:Value></P:Subcode></"
+        "P:Code>"
         "<P:Reason><P:Text xml:lang=\"en\">Sender not authorized</P:Text></P:Reason>"));
     QVERIFY(auth.isFault());
     QVERIFY(auth.isAuthFault());
     QCOMPARE(auth.getFaultNode().localName(), QStringLiteral("Fault"));
     QCOMPARE(auth.getFaultText(),
-        QStringLiteral("Fault detail:  Code: Sender; Subcode: ter:NotAuthorized; Reason: Sender not authorized"));
+        QStringLiteral(
+            "Fault detail:  Code: Sender; Subcode: ter:NotAuthorized; Reason: Sender not authorized"));
 
     const OnvifResponse other(fault(prefix,
         "<P:Code><P:Value>Receiver</P:Value><P:Subcode><P:Value>ter:ActionNotSupported</P:Value></P:Subcode>"
@@ -78,8 +81,9 @@ void TestResponse::faultWhateverThePrefix()
         "<P:Code><P:Value>Sender</P:Value><P:Subcode><P:Value>notauthorized</P:Value></P:Subcode></P:Code>"));
     QVERIFY(lower.isAuthFault());
     // Without a subcode there is nothing to tell it by.
-    const OnvifResponse noSubcode(fault(prefix, "<P:Code><P:Value>Sender</P:Value></P:Code>"
-                                                "<P:Reason><P:Text>NotAuthorized</P:Text></P:Reason>"));
+    const OnvifResponse noSubcode(fault(prefix,
+        "<P:Code><P:Value>Sender</P:Value></P:Code>"
+        "<P:Reason><P:Text>NotAuthorized</P:Text></P:Reason>"));
     QVERIFY(noSubcode.isFault());
     QVERIFY(!noSubcode.isAuthFault());
 }
@@ -87,8 +91,10 @@ void TestResponse::faultWhateverThePrefix()
 void TestResponse::faultText()
 {
     const OnvifResponse response(fault("env",
-        "<env:Code><env:Value>Receiver</env:Value><env:Subcode><env:Value>ter:Action</env:Value></env:Subcode>"
-        "</env:Code><env:Reason><env:Text xml:lang=\"en\">first</env:Text><env:Text xml:lang=\"de\">zweite</env:Text>"
+        "<env:Code><env:Value>Receiver</env:Value><env:Subcode><env:Value>ter:Action</env:Value></"
+        "env:Subcode>"
+        "</env:Code><env:Reason><env:Text xml:lang=\"en\">first</env:Text><env:Text "
+        "xml:lang=\"de\">zweite</env:Text>"
         "</env:Reason><env:Node>http://cam/node</env:Node><env:Role>urn:role</env:Role>"
         "<env:Detail><env:Text>never shown</env:Text></env:Detail>"));
     QCOMPARE(response.getFaultText(),
@@ -125,7 +131,8 @@ void TestResponse::findsElementByLocalName()
 {
     const OnvifResponse response(QStringLiteral(
         "<SOAP-ENV:Envelope xmlns:SOAP-ENV=\"http://www.w3.org/2003/05/soap-envelope\" "
-        "xmlns:x=\"http://www.onvif.org/ver10/device/wsdl\"><SOAP-ENV:Header><a/></SOAP-ENV:Header><SOAP-ENV:Body>"
+        "xmlns:x=\"http://www.onvif.org/ver10/device/wsdl\"><SOAP-ENV:Header><a/></"
+        "SOAP-ENV:Header><SOAP-ENV:Body>"
         "<x:GetDeviceInformationResponse><x:Model>M1</x:Model></x:GetDeviceInformationResponse>"
         "<x:GetDeviceInformationResponse><x:Model>M2</x:Model></x:GetDeviceInformationResponse>"
         "</SOAP-ENV:Body></SOAP-ENV:Envelope>"));
@@ -175,9 +182,11 @@ void TestResponse::capturedFaults()
         { "onvif-camera-kotlin/fault_notAuthorized.xml", true,
             "Fault detail:  Code: ; Subcode: ter:NotAuthorized; Reason: Sender not Authorized" },
         { "onvif-nvt/trendnet/core/GetDeviceInformation.Error.xml", true,
-            "Fault detail:  Code: ; Subcode: ter:NotAuthorized; Reason: The action requested requires authorization "
+            "Fault detail:  Code: ; Subcode: ter:NotAuthorized; Reason: The action requested requires "
+            "authorization "
             "and the sender is not authorized" },
-        { "onvif-nvt/axis/events/PullMessages.Error.xml", false, "Fault detail:  Code: ; Subcode: ter:InvalidArgs; Reason: " },
+        { "onvif-nvt/axis/events/PullMessages.Error.xml", false,
+            "Fault detail:  Code: ; Subcode: ter:InvalidArgs; Reason: " },
         { "2bad-onvif/dvc/dcn-bm2220lpr/device.GetSystemDateAndTimeUnauthorizedFault.xml", false, nullptr },
         { "2bad-onvif/ezviz/ds-2de2c400ig-w-w/device.UnknownActionFault.xml", false, nullptr },
         { "onvif-nvt/hikvision/core/GetServices.Error.xml", false, nullptr },
@@ -200,8 +209,8 @@ void TestResponse::capturedFaults()
     const OnvifResponse broken(readFixture(QStringLiteral("agsh-onvif/Error.xml")));
     QVERIFY(!broken.isFault());
     // HTTP 401 with an HTML page is not SOAP at all.
-    const OnvifResponse html(readFixture(
-        QStringLiteral("2bad-onvif/ezviz/ds-2de2c400ig-w-w/device.GetSystemDateAndTimeUnauthorizedFault.xml")));
+    const OnvifResponse html(readFixture(QStringLiteral(
+        "2bad-onvif/ezviz/ds-2de2c400ig-w-w/device.GetSystemDateAndTimeUnauthorizedFault.xml")));
     QVERIFY(!html.isFault());
 }
 
@@ -211,7 +220,8 @@ void TestResponse::capturedReplies()
         QSKIP("captured camera replies (../shared/fixtures) are not present");
     // Every well-formed non-fault reply finds its own response element and is no fault.
     int checked = 0;
-    QDirIterator it(kFixtures, { "*Response*.xml", "*.Response.xml" }, QDir::Files, QDirIterator::Subdirectories);
+    QDirIterator it(
+        kFixtures, { "*Response*.xml", "*.Response.xml" }, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
         QFile file(path);
@@ -221,7 +231,8 @@ void TestResponse::capturedReplies()
         if (!probe.setContent(text, true))
             continue; // the few deliberately broken captures
         const OnvifResponse response(text);
-        const QString op = QFileInfo(path).fileName().section(QLatin1Char('.'), 0, 0).remove(QStringLiteral("Response"));
+        const QString op
+            = QFileInfo(path).fileName().section(QLatin1Char('.'), 0, 0).remove(QStringLiteral("Response"));
         QVERIFY2(!response.isFault(), qPrintable(path));
         if (!response.getNodeByTag(op + QStringLiteral("Response")).isNull())
             ++checked;

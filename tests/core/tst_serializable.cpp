@@ -116,16 +116,19 @@ void TestSerializable::simpleElement()
     const universalSimpleType<QString> percent(QStringLiteral("%1 and %0"));
     QCOMPARE(percent.serialize(QStringLiteral("x")), QStringLiteral("<x>%1 and %0</x>"));
 
-    QCOMPARE(universalSimpleType<bool>(true).serialize(QStringLiteral("tt:On")), QStringLiteral("<tt:On>true</tt:On>"));
+    QCOMPARE(universalSimpleType<bool>(true).serialize(QStringLiteral("tt:On")),
+        QStringLiteral("<tt:On>true</tt:On>"));
     QCOMPARE(universalSimpleType<float>(0.5f).serialize(QString()), QStringLiteral("0.5"));
     QCOMPARE(universalSimpleType<int>().value(), 0);
-    QCOMPARE(universalSimpleType<QString>().serialize(QStringLiteral("tt:Name")), QStringLiteral("<tt:Name></tt:Name>"));
+    QCOMPARE(universalSimpleType<QString>().serialize(QStringLiteral("tt:Name")),
+        QStringLiteral("<tt:Name></tt:Name>"));
 }
 
 void TestSerializable::readsElementAttributeAndNullNode()
 {
     QDomDocument doc;
-    QVERIFY(doc.setContent(QStringLiteral("<tt:Width xmlns:tt=\"urn:x\" count=\"12\">1920<!-- c --><b>0</b></tt:Width>"), true));
+    QVERIFY(doc.setContent(
+        QStringLiteral("<tt:Width xmlns:tt=\"urn:x\" count=\"12\">1920<!-- c --><b>0</b></tt:Width>"), true));
     QDomElement element = doc.documentElement();
 
     universalSimpleType<QString> text;
@@ -148,11 +151,16 @@ void TestSerializable::prefixRemoval_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("local");
-    QTest::newRow("prefixed") << "s:Envelope" << "Envelope";
-    QTest::newRow("plain") << "Envelope" << "Envelope";
-    QTest::newRow("two colons") << "a:b:c" << "b:c";
-    QTest::newRow("leading colon") << ":x" << "x";
-    QTest::newRow("empty") << "" << "";
+    QTest::newRow("prefixed") << "s:Envelope"
+                              << "Envelope";
+    QTest::newRow("plain") << "Envelope"
+                           << "Envelope";
+    QTest::newRow("two colons") << "a:b:c"
+                                << "b:c";
+    QTest::newRow("leading colon") << ":x"
+                                   << "x";
+    QTest::newRow("empty") << ""
+                           << "";
 }
 
 void TestSerializable::prefixRemoval()
@@ -167,14 +175,22 @@ void TestSerializable::parentSplit_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("content");
     QTest::addColumn<QString>("attributes");
-    QTest::newRow("base with attribute") << "<_MagicString_ token=\"t1\" ><tt:Name>n</tt:Name></_MagicString_>"
-                                         << "<tt:Name>n</tt:Name>"
-                                         << " token=\"t1\" ";
-    QTest::newRow("no attributes") << "<_MagicString_ ><a>1</a></_MagicString_>" << "<a>1</a>"
+    QTest::newRow("base with attribute")
+        << "<_MagicString_ token=\"t1\" ><tt:Name>n</tt:Name></_MagicString_>"
+        << "<tt:Name>n</tt:Name>"
+        << " token=\"t1\" ";
+    QTest::newRow("no attributes") << "<_MagicString_ ><a>1</a></_MagicString_>"
+                                   << "<a>1</a>"
                                    << " ";
-    QTest::newRow("no marker") << "<x ><a>1</a></x>" << "" << "";
-    QTest::newRow("no closing bracket") << "<_MagicString_ token=\"t\"" << "" << "";
-    QTest::newRow("no opening bracket") << "_MagicString_ a=\"1\">text" << "" << " a=\"1\"";
+    QTest::newRow("no marker") << "<x ><a>1</a></x>"
+                               << ""
+                               << "";
+    QTest::newRow("no closing bracket") << "<_MagicString_ token=\"t\""
+                                        << ""
+                                        << "";
+    QTest::newRow("no opening bracket") << "_MagicString_ a=\"1\">text"
+                                        << ""
+                                        << " a=\"1\"";
 }
 
 void TestSerializable::parentSplit()
@@ -190,7 +206,8 @@ void TestSerializable::parentSplit()
 void TestSerializable::nodeToTextKeepsMarkup()
 {
     QDomDocument doc;
-    QVERIFY(doc.setContent(QStringLiteral("<r xmlns:v=\"urn:v\"><v:Extra a=\"1\">t<i/></v:Extra></r>"), true));
+    QVERIFY(
+        doc.setContent(QStringLiteral("<r xmlns:v=\"urn:v\"><v:Extra a=\"1\">t<i/></v:Extra></r>"), true));
     const QString text = Utilites::nodeToText(doc.documentElement().firstChild());
     QVERIFY2(text.startsWith(QLatin1String("<v:Extra")), qPrintable(text));
     QVERIFY(text.contains(QLatin1String("a=\"1\"")));

@@ -12,8 +12,7 @@ struct Literal : Serializable
 {
     explicit Literal(const QString& text)
         : text(text)
-    {
-    }
+    { }
     QString serialize(const QString&) const override
     {
         ++calls;
@@ -40,14 +39,15 @@ HeaderParts readHeader(const QString& header)
         + header + QStringLiteral("</s:Header>");
     if (!doc.setContent(wrapped, true))
         return {};
-    const QString secext = QStringLiteral(
-        "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd");
+    const QString secext
+        = QStringLiteral("http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd");
     const QString utility = QStringLiteral(
         "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0.xsd");
     auto text = [&](const QString& ns, const QString& name) {
         return doc.elementsByTagNameNS(ns, name).item(0).toElement().text();
     };
-    return { text(secext, "Username"), text(secext, "Password"), text(secext, "Nonce"), text(utility, "Created") };
+    return { text(secext, "Username"), text(secext, "Password"), text(secext, "Nonce"),
+        text(utility, "Created") };
 }
 
 QDateTime parseCreated(const QString& created)
@@ -83,8 +83,9 @@ void TestSoapMessage::emptyEnvelope()
     QCOMPARE(message.size(), 698);
     QCOMPARE(message, QString(OnvifRequest::envelopeTemplate()).replace("%0", "").replace("%1", ""));
     QVERIFY(message.startsWith(QLatin1String("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<s:Envelope ")));
-    QVERIFY(message.endsWith(QLatin1String("<s:Header></s:Header><s:Body xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
-                                           "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"></s:Body></s:Envelope>")));
+    QVERIFY(message.endsWith(
+        QLatin1String("<s:Header></s:Header><s:Body xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
+                      "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"></s:Body></s:Envelope>")));
     QVERIFY(!message.contains(QLatin1Char('\r')));
     QCOMPARE(message.count(QLatin1Char('\n')), 1);
 }
@@ -111,38 +112,40 @@ void TestSoapMessage::bodyAskedBeforeHeader()
 void TestSoapMessage::envelopeParsesWithDeclaredPrefixes()
 {
     const OnvifSecurity security("admin", "pw", 0LL);
-    const QString message = OnvifRequest(security, Literal("<tds:GetDeviceInformation ></tds:GetDeviceInformation>"))
-                                .getMessage();
+    const QString message
+        = OnvifRequest(security, Literal("<tds:GetDeviceInformation ></tds:GetDeviceInformation>"))
+              .getMessage();
     QDomDocument doc;
     QString error;
     QVERIFY2(doc.setContent(message, true, &error), qPrintable(error));
     const QDomElement envelope = doc.documentElement();
     QCOMPARE(envelope.namespaceURI(), QStringLiteral("http://www.w3.org/2003/05/soap-envelope"));
-    const QDomElement body = envelope.elementsByTagNameNS("http://www.w3.org/2003/05/soap-envelope", "Body")
-                                 .item(0)
-                                 .toElement();
-    QCOMPARE(body.firstChildElement().namespaceURI(), QStringLiteral("http://www.onvif.org/ver10/device/wsdl"));
-    const QDomElement securityElement = envelope.elementsByTagNameNS(
-                                                    "http://docs.oasis-open.org/wss/2004/01/"
-                                                    "oasis-200401-wss-wssecurity-secext-1.0.xsd",
-                                                    "Security")
+    const QDomElement body
+        = envelope.elementsByTagNameNS("http://www.w3.org/2003/05/soap-envelope", "Body").item(0).toElement();
+    QCOMPARE(
+        body.firstChildElement().namespaceURI(), QStringLiteral("http://www.onvif.org/ver10/device/wsdl"));
+    const QDomElement securityElement = envelope
+                                            .elementsByTagNameNS("http://docs.oasis-open.org/wss/2004/01/"
+                                                                 "oasis-200401-wss-wssecurity-secext-1.0.xsd",
+                                                "Security")
                                             .item(0)
                                             .toElement();
     QVERIFY(!securityElement.isNull());
-    QCOMPARE(securityElement.attributeNS("http://www.w3.org/2003/05/soap-envelope", "mustUnderstand"), QStringLiteral("1"));
+    QCOMPARE(securityElement.attributeNS("http://www.w3.org/2003/05/soap-envelope", "mustUnderstand"),
+        QStringLiteral("1"));
 }
 
 void TestSoapMessage::prefixesOfBodiesAreDeclared()
 {
     // Every prefix the generated types write resolves to its namespace.
-    const QMap<QString, QString> expected {
-        { "tt", "http://www.onvif.org/ver10/schema" }, { "tds", "http://www.onvif.org/ver10/device/wsdl" },
-        { "tev", "http://www.onvif.org/ver10/events/wsdl" }, { "trt", "http://www.onvif.org/ver10/media/wsdl" },
-        { "wsnt", "http://docs.oasis-open.org/wsn/b-2" }, { "a", "http://www.w3.org/2005/08/addressing" },
-        { "wsa5", "http://www.w3.org/2005/08/addressing" }, { "tptz", "http://www.onvif.org/ver20/ptz/wsdl" },
+    const QMap<QString, QString> expected { { "tt", "http://www.onvif.org/ver10/schema" },
+        { "tds", "http://www.onvif.org/ver10/device/wsdl" },
+        { "tev", "http://www.onvif.org/ver10/events/wsdl" },
+        { "trt", "http://www.onvif.org/ver10/media/wsdl" }, { "wsnt", "http://docs.oasis-open.org/wsn/b-2" },
+        { "a", "http://www.w3.org/2005/08/addressing" }, { "wsa5", "http://www.w3.org/2005/08/addressing" },
+        { "tptz", "http://www.onvif.org/ver20/ptz/wsdl" },
         { "tan", "http://www.onvif.org/ver20/analytics/wsdl" }, { "xsd", "http://www.w3.org/2001/XMLSchema" },
-        { "xsi", "http://www.w3.org/2001/XMLSchema-instance" }
-    };
+        { "xsi", "http://www.w3.org/2001/XMLSchema-instance" } };
     QString body;
     for (auto it = expected.cbegin(); it != expected.cend(); ++it)
         body += QStringLiteral("<%1:x/>").arg(it.key());
@@ -165,16 +168,20 @@ void TestSoapMessage::digestValidates()
 
     const HeaderParts parts = readHeader(header);
     QCOMPARE(parts.user, QStringLiteral("operator"));
-    const QByteArray nonce = QByteArray::fromBase64(parts.nonce.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+    const QByteArray nonce
+        = QByteArray::fromBase64(parts.nonce.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
     QCOMPARE(nonce.size(), 32);
     QCOMPARE(parts.nonce.size(), 44);
-    QVERIFY(QRegularExpression("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z$").match(parts.created).hasMatch());
+    QVERIFY(QRegularExpression("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z$")
+                .match(parts.created)
+                .hasMatch());
     const QDateTime created = parseCreated(parts.created);
     QVERIFY(created >= before.addMSecs(-1) && created <= after.addMSecs(1));
 
     // What a device computes: Base64(SHA-1(nonce bytes + created + password as Latin-1)).
     QByteArray input = nonce + parts.created.toLatin1() + QByteArray("S3cr\xe9t");
-    QCOMPARE(parts.password, QString::fromLatin1(QCryptographicHash::hash(input, QCryptographicHash::Sha1).toBase64()));
+    QCOMPARE(parts.password,
+        QString::fromLatin1(QCryptographicHash::hash(input, QCryptographicHash::Sha1).toBase64()));
     QCOMPARE(parts.password.size(), 28);
 }
 
@@ -194,14 +201,16 @@ void TestSoapMessage::timeShiftAndDeviceTime()
     const qint64 hour = 3600 * 1000;
     const OnvifSecurity ahead("u", "p", hour);
     QCOMPARE(ahead.timeShift(), hour);
-    const qint64 diff = QDateTime::currentDateTimeUtc().msecsTo(parseCreated(readHeader(ahead.serialize({})).created));
+    const qint64 diff
+        = QDateTime::currentDateTimeUtc().msecsTo(parseCreated(readHeader(ahead.serialize({})).created));
     QVERIFY2(qAbs(diff - hour) < 2000, qPrintable(QString::number(diff)));
 
     // A device clock given in local time is still a point in time.
     const QDateTime deviceLocal = QDateTime::currentDateTime().addSecs(-600);
     const OnvifSecurity behind("u", "p", deviceLocal);
     QVERIFY2(qAbs(behind.timeShift() + 600 * 1000) < 2000, qPrintable(QString::number(behind.timeShift())));
-    const QDateTime deviceUtcPlusTwo = QDateTime::currentDateTimeUtc().addSecs(7200).toOffsetFromUtc(2 * 3600);
+    const QDateTime deviceUtcPlusTwo
+        = QDateTime::currentDateTimeUtc().addSecs(7200).toOffsetFromUtc(2 * 3600);
     QVERIFY(qAbs(OnvifSecurity("u", "p", deviceUtcPlusTwo).timeShift() - 2 * hour) < 2000);
 
     // false as the third argument is a zero shift, as the device objects pass it.

@@ -12,9 +12,9 @@ class Mode : public StringEnumBase
 public:
     enum tMode { Off, On, Auto, OnAgain };
     Mode(tMode v = Off)
-        : StringEnumBase(v, { QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO"), QStringLiteral("ON") })
-    {
-    }
+        : StringEnumBase(
+            v, { QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO"), QStringLiteral("ON") })
+    { }
     explicit Mode(const QString& s)
         : Mode(Off)
     {
@@ -115,7 +115,8 @@ void TestStringEnum::readsAttributeAndElement()
 
 void TestStringEnum::faultCodes()
 {
-    const QStringList codes { "DataEncodingUnknown", "MustUnderstand", "Receiver", "Sender", "VersionMismatch" };
+    const QStringList codes { "DataEncodingUnknown", "MustUnderstand", "Receiver", "Sender",
+        "VersionMismatch" };
     for (int i = 0; i < codes.size(); ++i) {
         const soapenv::faultcodeEnum code(codes.at(i));
         QCOMPARE(code.index(), unsigned(i));

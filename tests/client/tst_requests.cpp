@@ -1,0 +1,354 @@
+#include "futureWait.h"
+#include "logCapture.h"
+
+#include <camera.h>
+
+#include <onvifTypes/onvifRequests.h>
+#include <onvifTypes/onvifrequest.h>
+#include <onvifTypes/schema/tds/GetDeviceInformation.h>
+#include <onvifTypes/schema/tds/GetDeviceInformationResponse.h>
+#include <zyrChecker/zyrChecker.h>
+
+#include <QDir>
+#include <QNetworkAccessManager>
+#include <QTcpServer>
+#include <QtTest>
+
+using CameraSim::Camera;
+using CameraSim::CameraConfig;
+
+namespace {
+
+// A loopback port that nothing listens on.
+quint16 closedPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+std::unique_ptr<Camera> startCamera(CameraConfig config = CameraConfig::defaultCamera())
+{
+    auto camera = std::make_unique<Camera>(config);
+    QString error;
+    if (!camera->start(&error))
+        qFatal("simulator did not start: %s", qPrintable(error));
+    return camera;
+}
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size();
+}
+
+} // namespace
+
+class TestRequests : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { ZYRChecker::setKnownTexts({}); }
+    void deviceInfo();
+    void mediaAddr();
+    void profilesOnePerEncoderLargestFirst();
+    void profilesGoToTheMediaPath();
+    void rtspUrlAsksForUnicastOverRtsp();
+    void wrongPassword();
+    void connectionRefused();
+    void trace();
+    void faultsAndBrokenReplies_data();
+    void faultsAndBrokenReplies();
+    void destroyedWithCallsInFlight();
+    void thousandRequestsLeaveNothingBehind();
+};
+
+void TestRequests::deviceInfo()
+{
+    CameraConfig config = CameraConfig::defaultCamera();
+    config.manufacturer = QStringLiteral("GeoVision");
+    config.model = QStringLiteral("GV-1");
+    const auto camera = startCamera(config);
+
+    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
+    QVERIFY(waitForFuture(future));
+    QVERIFY(!future.isCanceled());
+    const Onvif::DeviceInfo info = future.result();
+    QCOMPARE(info.manufacturer, QStringLiteral("GeoVision"));
+    QCOMPARE(info.model, QStringLiteral("GV-1"));
+    QCOMPARE(info.firmwareVersion, config.firmwareVersion);
+    QCOMPARE(info.serialNumber, config.serialNumber);
+    QCOMPARE(info.hardwareId, config.hardwareId);
+    QCOMPARE(info.type, QStringLiteral("GeoVision"));
+    QVERIFY(info.ip.isEmpty() && info.port.isEmpty() && info.path.isEmpty());
+    QVERIFY(!requests.isAuthFault());
+
+    const auto sent = camera->requestsFor(QStringLiteral("GetDeviceInformation"));
+    QCOMPARE(sent.size(), 1);
+    QCOMPARE(sent[0].method, QStringLiteral("POST"));
+    QCOMPARE(sent[0].header("Content-Type"), QByteArray("application/soap+xml"));
+    QCOMPARE(sent[0].header("Connection").toLower(), QByteArray("close"));
+    QVERIFY(sent[0].header("SOAPAction").isEmpty());
+    QCOMPARE(sent[0].authResult, QStringLiteral("ok"));
+    QVERIFY(sent[0].body.contains("<tds:GetDeviceInformation ></tds:GetDeviceInformation>"));
+}
+
+void TestRequests::mediaAddr()
+{
+    const auto camera = startCamera();
+    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    QFuture<QString> future = requests.mediaAddr();
+    QVERIFY(waitForFuture(future));
+    QCOMPARE(future.result(), camera->serviceUrl(CameraSim::Service::Media));
+    QVERIFY(camera->requestsFor("GetCapabilities")[0].body.contains("<tds:Category>All</tds:Category>"));
+
+    CameraConfig noMedia = CameraConfig::defaultCamera();
+    noMedia.mediaCapability = false;
+    const auto other = startCamera(noMedia);
+    Onvif::Requests withoutMedia("admin", "admin", other->deviceUrl(), false);
+    future = withoutMedia.mediaAddr();
+    QVERIFY(waitForFuture(future));
+    QVERIFY(!future.isCanceled());
+    QCOMPARE(future.result(), QString());
+}
+
+void TestRequests::profilesOnePerEncoderLargestFirst()
+{
+    const auto camera = startCamera();
+    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    const auto future = requests.profiles(QString());
+    QVERIFY(waitForFuture(future));
+    const QVector<Onvif::OnvifProfileInfo> profiles = future.result();
+
+    // Five profiles: one shares the main encoder (the first wins), one has no video.
+    QCOMPARE(profiles.size(), 3);
+    QCOMPARE(profiles[0].token, QStringLiteral("prof_main"));
+    QCOMPARE(profiles[1].token, QStringLiteral("prof_jpeg"));
+    QCOMPARE(profiles[2].token, QStringLiteral("prof_sub"));
+
+    const Onvif::OnvifProfileInfo& main = profiles[0];
+    QCOMPARE(main.width, 1920);
+    QCOMPARE(main.height, 1080);
+    QCOMPARE(main.encoderToken, QStringLiteral("venc_main"));
+    QCOMPARE(main.encoding, QStringLiteral("H264"));
+    QCOMPARE(main.quality, 5.0f);
+    QCOMPARE(main.frameRate, 25);
+    QVERIFY(main.hasH264);
+    QCOMPARE(main.govLength, 50);
+    QCOMPARE(main.h264Profile, QStringLiteral("High"));
+    QVERIFY(main.hasAudio);
+    QCOMPARE(main.audioToken, QStringLiteral("aenc_0"));
+    QCOMPARE(main.audioEncoding, QStringLiteral("G711"));
+    QCOMPARE(main.audioBitrate, 64);
+    QCOMPARE(main.audioSampleRate, 8);
+    QVERIFY(main.uri.isEmpty());
+
+    const Onvif::OnvifProfileInfo& jpeg = profiles[1];
+    QCOMPARE(jpeg.encoding, QStringLiteral("JPEG"));
+    QCOMPARE(jpeg.frameRate, 25); // the encoder reports no rate control
+    QVERIFY(!jpeg.hasH264);
+    QVERIFY(jpeg.hasAudio);
+
+    const Onvif::OnvifProfileInfo& sub = profiles[2];
+    QCOMPARE(sub.frameRate, 15);
+    QCOMPARE(sub.h264Profile, QStringLiteral("Baseline"));
+    QVERIFY(!sub.hasAudio);
+
+    // A camera without profiles answers an empty list, not a failure.
+    CameraConfig bare = CameraConfig::defaultCamera();
+    bare.profiles.clear();
+    const auto empty = startCamera(bare);
+    Onvif::Requests none("admin", "admin", empty->deviceUrl(), false);
+    const auto nothing = none.profiles(QString());
+    QVERIFY(waitForFuture(nothing));
+    QVERIFY(!nothing.isCanceled());
+    QVERIFY(nothing.result().isEmpty());
+}
+
+void TestRequests::profilesGoToTheMediaPath()
+{
+    const auto camera = startCamera();
+    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    QVERIFY(waitForFuture(requests.profiles(QStringLiteral("/onvif/media_service"))));
+    QVERIFY(waitForFuture(requests.profiles(QString())));
+    const auto sent = camera->requestsFor(QStringLiteral("GetProfiles"));
+    QCOMPARE(sent.size(), 2);
+    QCOMPARE(sent[0].path, QStringLiteral("/onvif/media_service"));
+    QCOMPARE(sent[1].path, QUrl(camera->deviceUrl()).path());
+}
+
+void TestRequests::rtspUrlAsksForUnicastOverRtsp()
+{
+    const auto camera = startCamera();
+    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    const auto future = requests.rtspUrl(QStringLiteral("prof_sub"), QStringLiteral("/onvif/media_service"));
+    QVERIFY(waitForFuture(future));
+    QCOMPARE(future.result(), QStringLiteral("rtsp://127.0.0.1:554/prof_sub"));
+    const QByteArray body = camera->requestsFor(QStringLiteral("GetStreamUri"))[0].body;
+    QVERIFY(body.contains(
+        "<trt:StreamSetup ><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport ><tt:Protocol>RTSP"
+        "</tt:Protocol></tt:Transport></trt:StreamSetup><trt:ProfileToken>prof_sub</trt:ProfileToken>"));
+}
+
+void TestRequests::wrongPassword()
+{
+    const auto camera = startCamera();
+    LogCapture log;
+    Onvif::Requests requests("admin", "wrong", camera->deviceUrl(), false);
+    auto future = requests.deviceInfo();
+    QVERIFY(waitForFuture(future));
+    QVERIFY(future.isCanceled());
+    QVERIFY(requests.isAuthFault());
+
+    const auto errors = log.withSeverity(4);
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(errors[0].clsName, QStringLiteral("Onvif"));
+    // Like real devices the simulator sends the code with its prefix, outside the code table.
+    QVERIFY2(
+        errors[0].message.startsWith(QLatin1String(" operator(): Parse error. Msg: Fault detail:  Code: ; "
+                                                   "Subcode: ter:NotAuthorized")),
+        qPrintable(errors[0].message));
+    QVERIFY(errors[0].message.contains(QLatin1String(" Request name: GetDeviceInformation (")));
+
+    // The flag lasts until the next call starts.
+    auto again = requests.mediaAddr();
+    QVERIFY(!requests.isAuthFault());
+    QVERIFY(waitForFuture(again));
+    QVERIFY(requests.isAuthFault());
+}
+
+void TestRequests::connectionRefused()
+{
+    LogCapture log;
+    Onvif::Requests requests("admin", "admin",
+        QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(closedPort()), false);
+    const auto future = requests.deviceInfo();
+    QVERIFY(waitForFuture(future));
+    QVERIFY(future.isCanceled());
+    QVERIFY(!requests.isAuthFault());
+    const auto errors = log.withSeverity(4);
+    QCOMPARE(errors.size(), 1);
+    QVERIFY2(errors[0].message.startsWith(
+                 QStringLiteral(" operator(): Network error. Code:%1 Request name: GetDeviceInformation")
+                     .arg(int(QNetworkReply::ConnectionRefusedError))),
+        qPrintable(errors[0].message));
+}
+
+void TestRequests::trace()
+{
+    const auto camera = startCamera();
+    {
+        LogCapture log;
+        Onvif::Requests quiet("admin", "admin", camera->deviceUrl(), false);
+        QVERIFY(waitForFuture(quiet.deviceInfo()));
+        QVERIFY(log.withSeverity(2).isEmpty());
+    }
+    LogCapture log;
+    Onvif::Requests verbose("admin", "admin", camera->deviceUrl(), true);
+    QVERIFY(waitForFuture(verbose.deviceInfo()));
+    const auto traces = log.withSeverity(2);
+    QCOMPARE(traces.size(), 2);
+    QVERIFY(traces[0].message.startsWith(
+        QLatin1String(" RequestHelper: <?xml version=\"1.0\" encoding=\"UTF-8\" ?>")));
+    QVERIFY(
+        traces[0].message.contains(QLatin1String("<tds:GetDeviceInformation ></tds:GetDeviceInformation>")));
+    QVERIFY(traces[1].message.startsWith(QLatin1String(" operator(): ")));
+    QVERIFY(traces[1].message.contains(QLatin1String("GetDeviceInformationResponse")));
+    QVERIFY(traces[1].message.contains(camera->config().serialNumber));
+}
+
+void TestRequests::faultsAndBrokenReplies_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<bool>("cancelled");
+    QTest::newRow("soap fault") << int(CameraSim::FaultMode::SoapFault) << true;
+    QTest::newRow("http 500 empty") << int(CameraSim::FaultMode::Http500) << true;
+    QTest::newRow("connection dropped") << int(CameraSim::FaultMode::Drop) << true;
+    QTest::newRow("truncated") << int(CameraSim::FaultMode::Truncate) << true;
+    // A well-delivered but unreadable reply is no failure: the completion sees defaults.
+    QTest::newRow("malformed") << int(CameraSim::FaultMode::Malformed) << false;
+    QTest::newRow("huge") << int(CameraSim::FaultMode::Huge) << false;
+}
+
+void TestRequests::faultsAndBrokenReplies()
+{
+    QFETCH(int, mode);
+    QFETCH(bool, cancelled);
+    const auto camera = startCamera();
+    CameraSim::FaultSpec spec;
+    spec.mode = CameraSim::FaultMode(mode);
+    spec.hugeBytes = 4 * 1024 * 1024;
+    camera->setFault(QStringLiteral("GetDeviceInformation"), spec);
+
+    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    const auto future = requests.deviceInfo();
+    QVERIFY(waitForFuture(future, 10000));
+    QCOMPARE(future.isCanceled(), cancelled);
+    QCOMPARE(future.resultCount(), cancelled ? 0 : 1);
+    QVERIFY(!requests.isAuthFault());
+}
+
+void TestRequests::destroyedWithCallsInFlight()
+{
+    const auto camera = startCamera();
+    CameraSim::FaultSpec slow;
+    slow.delayMs = 300;
+    camera->setFault(QStringLiteral("GetProfiles"), slow);
+    QFuture<QVector<Onvif::OnvifProfileInfo>> pending;
+    {
+        Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+        pending = requests.profiles(QString());
+        QTest::qWait(50);
+    }
+    // The promise dies with its reply: the future ends cancelled instead of hanging.
+    QVERIFY(waitForFuture(pending, 2000));
+    QVERIFY(pending.isCanceled());
+}
+
+void TestRequests::thousandRequestsLeaveNothingBehind()
+{
+    const auto camera = startCamera();
+    QNetworkAccessManager manager;
+    OnvifSecurity security("admin", "admin", 0LL);
+    auto wave = [&](int count) {
+        QVector<QFuture<Onvif::DeviceInfo>> futures;
+        for (int i = 0; i < count; ++i) {
+            tds::GetDeviceInformation request;
+            futures.append(Onvif::RequestHelper<tds::GetDeviceInformation, tds::GetDeviceInformationResponse,
+                Onvif::DeviceInfo>(
+                request, "GetDeviceInformation", camera->deviceUrl(), security, &manager,
+                [](tds::GetDeviceInformationResponse& r, bool, AsyncFuture::Deferred<Onvif::DeviceInfo>& d) {
+                    Onvif::DeviceInfo info;
+                    info.serialNumber = r.SerialNumber->value();
+                    d.complete(info);
+                },
+                false));
+        }
+        int completed = 0;
+        for (const auto& f : futures) {
+            if (waitForFuture(f, 20000) && !f.isCanceled()
+                && f.result().serialNumber == camera->config().serialNumber)
+                ++completed;
+        }
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        return completed;
+    };
+
+    QCOMPARE(wave(20), 20); // warm up the manager's own machinery
+    QTest::qWait(100);
+    const int descriptors = openDescriptors();
+    const int children = manager.children().size();
+    for (int round = 0; round < 20; ++round)
+        QCOMPARE(wave(50), 50);
+    QTest::qWait(100);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(manager.findChildren<QNetworkReply*>().isEmpty());
+    QCOMPARE(manager.children().size(), children);
+    QVERIFY2(openDescriptors() <= descriptors + 2,
+        qPrintable(
+            QStringLiteral("%1 descriptors before, %2 after").arg(descriptors).arg(openDescriptors())));
+}
+
+QTEST_GUILESS_MAIN(TestRequests)
+#include "tst_requests.moc"
