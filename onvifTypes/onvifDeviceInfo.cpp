@@ -30,15 +30,16 @@ QString OnvifDeviceInfo::devTypeFromManufacturer(const QString& manufacturer)
 bool OnvifDeviceInfo::checkZYR(const Onvif::DeviceInfo& info)
 {
     static const QStringList whiteLabels { QStringLiteral("ONVIF-IPNC"), QStringLiteral("ONVIF_IPNC"),
-        QStringLiteral("ONVIF_CAMERA_ANJV"), QStringLiteral("ONVIF_CAMERA"), QStringLiteral("Network Digital Video"),
-        QStringLiteral("A_ONVIF_CAMERA") };
+        QStringLiteral("ONVIF_CAMERA_ANJV"), QStringLiteral("ONVIF_CAMERA"),
+        QStringLiteral("Network Digital Video"), QStringLiteral("A_ONVIF_CAMERA") };
 
     if (whiteLabels.contains(info.manufacturer)) {
         // Empty pieces kept here and dropped for "ZYR-PI" below: the two families name models differently.
         const QStringList pieces = info.model.split(QLatin1Char('-'), Qt::KeepEmptyParts);
         return !pieces.isEmpty() && ZYRChecker::check(pieces.first());
     }
-    if (info.manufacturer == QLatin1String("IP CAMERA") && info.model.toLower() == QLatin1String("ip camera")) {
+    if (info.manufacturer == QLatin1String("IP CAMERA")
+        && info.model.toLower() == QLatin1String("ip camera")) {
         // "<build>_..._YYYYMMDD": the build prefix names the family. Compiled once, kept.
         static const QRegExp firmware(QStringLiteral("^(.*)[_-].*_(\\d{4})-?(\\d{2})-?(\\d{2})$"));
         QRegExp matcher(firmware);

@@ -40,16 +40,15 @@ OnvifSecurity::OnvifSecurity(const QString& user, const QString& password, long 
     , m_user(user)
     , m_password(password)
     , m_timeShift(timeShift)
-{
-}
+{ }
 
 OnvifSecurity::OnvifSecurity(const QString& user, const QString& password, const QDateTime& deviceTime)
-    : OnvifSecurity(user, password,
-        deviceTime.toMSecsSinceEpoch() - QDateTime::currentDateTimeUtc().toMSecsSinceEpoch())
-{
-}
+    : OnvifSecurity(
+        user, password, deviceTime.toMSecsSinceEpoch() - QDateTime::currentDateTimeUtc().toMSecsSinceEpoch())
+{ }
 
-QString OnvifSecurity::passwordDigest(const QByteArray& nonce, const QString& created, const QString& password)
+QString OnvifSecurity::passwordDigest(
+    const QByteArray& nonce, const QString& created, const QString& password)
 {
     QCryptographicHash sha1(QCryptographicHash::Sha1);
     sha1.addData(nonce);
@@ -64,8 +63,8 @@ QString OnvifSecurity::serialize(const QString&) const
     const QString created = QDateTime::currentDateTimeUtc()
                                 .addMSecs(m_timeShift)
                                 .toString(QStringLiteral("yyyy-MM-ddThh:mm:ss.zzzZ"));
-    return m_template.arg(m_user, passwordDigest(nonce, created, m_password),
-        QString::fromLatin1(nonce.toBase64()), created);
+    return m_template.arg(
+        m_user, passwordDigest(nonce, created, m_password), QString::fromLatin1(nonce.toBase64()), created);
 }
 
 void OnvifSecurity::deserialize(const QDomNode&) { }

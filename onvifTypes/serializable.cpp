@@ -26,33 +26,28 @@ QString SerializableContainer::serialize(const QString&) const
 
 void SerializableContainer::deserialize(const QDomNode&) { }
 
-template<>
-QString TypeConvertor::convertToString<QString>(const QString& value)
+template <> QString TypeConvertor::convertToString<QString>(const QString& value)
 {
     return value;
 }
 
-template<>
-QString TypeConvertor::convertToString<int>(const int& value)
+template <> QString TypeConvertor::convertToString<int>(const int& value)
 {
     return QString::number(value, 10);
 }
 
-template<>
-QString TypeConvertor::convertToString<float>(const float& value)
+template <> QString TypeConvertor::convertToString<float>(const float& value)
 {
     // Same text as printf's %g.
     return QString::number(double(value), 'g', 6);
 }
 
-template<>
-QString TypeConvertor::convertToString<bool>(const bool& value)
+template <> QString TypeConvertor::convertToString<bool>(const bool& value)
 {
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
-template<>
-QString TypeConvertor::convertFromString<QString>(const QString& text)
+template <> QString TypeConvertor::convertFromString<QString>(const QString& text)
 {
     return text;
 }
@@ -72,24 +67,21 @@ bool hasBlank(const QString& text)
 
 } // namespace
 
-template<>
-int TypeConvertor::convertFromString<int>(const QString& text)
+template <> int TypeConvertor::convertFromString<int>(const QString& text)
 {
     bool ok = false;
     const int value = text.toInt(&ok, 10);
     return ok && !hasBlank(text) ? value : 0;
 }
 
-template<>
-float TypeConvertor::convertFromString<float>(const QString& text)
+template <> float TypeConvertor::convertFromString<float>(const QString& text)
 {
     bool ok = false;
     const float value = text.toFloat(&ok);
     return ok && !hasBlank(text) ? value : 0.0f;
 }
 
-template<>
-bool TypeConvertor::convertFromString<bool>(const QString& text)
+template <> bool TypeConvertor::convertFromString<bool>(const QString& text)
 {
     // Deliberately one-sided: only "false" in any letter case is false.
     return text.toUpper() != QLatin1String("FALSE");

@@ -45,28 +45,18 @@ private:
 class ONVIFTYPES_EXPORT TypeConvertor
 {
 public:
-    template<typename T>
-    static QString convertToString(const T& value);
-    template<typename T>
-    static T convertFromString(const QString& text);
+    template <typename T> static QString convertToString(const T& value);
+    template <typename T> static T convertFromString(const QString& text);
 };
 
-template<>
-ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<QString>(const QString& value);
-template<>
-ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<int>(const int& value);
-template<>
-ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<float>(const float& value);
-template<>
-ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<bool>(const bool& value);
-template<>
-ONVIFTYPES_EXPORT QString TypeConvertor::convertFromString<QString>(const QString& text);
-template<>
-ONVIFTYPES_EXPORT int TypeConvertor::convertFromString<int>(const QString& text);
-template<>
-ONVIFTYPES_EXPORT float TypeConvertor::convertFromString<float>(const QString& text);
-template<>
-ONVIFTYPES_EXPORT bool TypeConvertor::convertFromString<bool>(const QString& text);
+template <> ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<QString>(const QString& value);
+template <> ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<int>(const int& value);
+template <> ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<float>(const float& value);
+template <> ONVIFTYPES_EXPORT QString TypeConvertor::convertToString<bool>(const bool& value);
+template <> ONVIFTYPES_EXPORT QString TypeConvertor::convertFromString<QString>(const QString& text);
+template <> ONVIFTYPES_EXPORT int TypeConvertor::convertFromString<int>(const QString& text);
+template <> ONVIFTYPES_EXPORT float TypeConvertor::convertFromString<float>(const QString& text);
+template <> ONVIFTYPES_EXPORT bool TypeConvertor::convertFromString<bool>(const QString& text);
 
 namespace Utilites {
 
@@ -84,18 +74,15 @@ ONVIFTYPES_EXPORT QString nodeText(const QDomNode& node);
 
 // A simple value (QString, int, float or bool) as an element or attribute.
 // Numbers and booleans start at zero/false so that no read is ever undefined.
-template<typename T>
-class universalSimpleType : public Serializable
+template <typename T> class universalSimpleType : public Serializable
 {
 public:
     universalSimpleType()
         : m_value()
-    {
-    }
+    { }
     explicit universalSimpleType(const T& value)
         : m_value(value)
-    {
-    }
+    { }
 
     const T& value() const { return m_value; }
     void setValue(const T& value) { m_value = value; }

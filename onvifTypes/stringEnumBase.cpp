@@ -5,8 +5,7 @@
 StringEnumBase::StringEnumBase(unsigned int index, const QVector<QString>& table)
     : m_index(index)
     , m_table(table)
-{
-}
+{ }
 
 StringEnumBase::~StringEnumBase() = default;
 
