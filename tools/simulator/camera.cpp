@@ -224,10 +224,11 @@ void Camera::Impl::handle(const httplib::Request& req, httplib::Response& res)
     if (faulty) {
         switch (spec.mode) {
         case FaultMode::Drop:
-            shutdownConnection(boundPort, req.remote_addr, req.remote_port);
-            res.set_header("Connection", "close");
+            // Logged first: the client may look at the log as soon as it sees the connection end.
             rec.status = 0;
             record(std::move(rec));
+            res.set_header("Connection", "close");
+            shutdownConnection(boundPort, req.remote_addr, req.remote_port);
             return;
         case FaultMode::Http500:
             res.status = 500;
@@ -323,10 +324,13 @@ void Camera::Impl::handleSnapshot(const httplib::Request& req, httplib::Response
         jpeg = snapshotJpeg(token);
 
     if (mode == FaultMode::Drop) {
-        shutdownConnection(boundPort, req.remote_addr, req.remote_port);
-        res.set_header("Connection", "close");
         rec.status = 0;
-    } else if (mode == FaultMode::Http500) {
+        record(std::move(rec));
+        res.set_header("Connection", "close");
+        shutdownConnection(boundPort, req.remote_addr, req.remote_port);
+        return;
+    }
+    if (mode == FaultMode::Http500) {
         res.status = 500;
     } else if (jpeg.isEmpty()) {
         res.status = 404;
@@ -345,8 +349,7 @@ void Camera::Impl::handleSnapshot(const httplib::Request& req, httplib::Response
     } else {
         res.set_content(jpeg.constData(), static_cast<size_t>(jpeg.size()), "image/jpeg");
     }
-    if (mode != FaultMode::Drop)
-        rec.status = res.status;
+    rec.status = res.status;
     record(std::move(rec));
 }
 
@@ -467,6 +470,9 @@ bool Camera::start(QString* error)
     d->startMs = QDateTime::currentMSecsSinceEpoch();
     d->running = true;
     d->listener = std::thread([impl] { impl->server->listen_after_bind(); });
+    // The server ignores stop() until its loop has begun; a quick start-stop would otherwise hang.
+    while (!d->server->is_running())
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
     return true;
 }
 

@@ -19,6 +19,25 @@
 
 namespace CameraSim {
 
+namespace {
+
+QString localName(const QDomElement& e)
+{
+    return e.tagName().section(QLatin1Char(':'), -1);
+}
+
+// First child element with that local name, or the first child element at all for nullptr.
+QDomElement localChild(const QDomElement& parent, const char* name)
+{
+    for (QDomElement e = parent.firstChildElement(); !e.isNull(); e = e.nextSiblingElement()) {
+        if (!name || localName(e) == QLatin1String(name))
+            return e;
+    }
+    return QDomElement();
+}
+
+} // namespace
+
 DiscoveryResponder::DiscoveryResponder() = default;
 
 DiscoveryResponder::~DiscoveryResponder()
@@ -159,19 +178,21 @@ void DiscoveryResponder::run()
             reinterpret_cast<sockaddr*>(&from), &fromLen);
         if (n <= 0)
             continue;
+        // Parsed without namespace processing: probes in the field (the ONVIF client of this very
+        // project included) carry attributes with undeclared prefixes, and cameras answer them anyway.
         QDomDocument doc;
-        if (!doc.setContent(buffer.left(static_cast<int>(n)), true))
+        if (!doc.setContent(buffer.left(static_cast<int>(n)), false))
             continue;
         const QDomElement root = doc.documentElement();
-        const QDomElement probe = Soap::firstChildElement(Soap::child(root, "Body"));
-        if (probe.localName() != QLatin1String("Probe"))
+        const QDomElement probe = localChild(localChild(root, "Body"), nullptr);
+        if (localName(probe) != QLatin1String("Probe"))
             continue;
         // An empty Types asks for everything; otherwise only transmitters and devices are answered.
-        const QString types = Soap::childText(probe, "Types");
+        const QString types = localChild(probe, "Types").text().trimmed();
         if (!types.isEmpty() && !types.contains(QLatin1String("NetworkVideoTransmitter"))
             && !types.contains(QLatin1String("Device")))
             continue;
-        const QString messageId = Soap::childText(Soap::child(root, "Header"), "MessageID");
+        const QString messageId = localChild(localChild(root, "Header"), "MessageID").text().trimmed();
         QVector<DiscoveryEntry> entries;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
