@@ -72,10 +72,14 @@ HttpReply HttpConnection::request(const QByteArray& method, const QByteArray& pa
     if (close)
         text += "Connection: close\r\n";
     text += "\r\n" + body;
+    HttpReply reply;
+    if (!isOpen()) {
+        reply.closed = true;
+        return reply;
+    }
     m_socket.write(text);
     m_socket.waitForBytesWritten(timeoutMs);
 
-    HttpReply reply;
     QByteArray buffer;
     QElapsedTimer timer;
     timer.start();

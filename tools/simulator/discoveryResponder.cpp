@@ -4,6 +4,7 @@
 #include "soapXml.h"
 
 #include <QDomDocument>
+#include <QFile>
 #include <QUuid>
 
 #include <arpa/inet.h>
@@ -47,10 +48,32 @@ DiscoveryResponder::~DiscoveryResponder()
 
 bool DiscoveryResponder::inPrivateNetworkNamespace()
 {
-    struct stat own = {}, init = {};
-    if (stat("/proc/self/ns/net", &own) != 0 || stat("/proc/1/ns/net", &init) != 0)
+    struct stat own = {};
+    if (stat("/proc/self/ns/net", &own) != 0)
         return false; // cannot tell: assume the real network
-    return own.st_ino != init.st_ino || own.st_dev != init.st_dev;
+    auto differs = [&own](long pid) {
+        struct stat other = {};
+        const QByteArray path = "/proc/" + QByteArray::number(static_cast<qlonglong>(pid)) + "/ns/net";
+        return stat(path.constData(), &other) == 0
+            && (other.st_ino != own.st_ino || other.st_dev != own.st_dev);
+    };
+    auto parentOf = [](long pid) {
+        QFile statFile(QString::fromLatin1("/proc/%1/stat").arg(pid));
+        if (!statFile.open(QIODevice::ReadOnly))
+            return 0L;
+        // "pid (comm) state ppid ...": the command may hold blanks, so read after the last ')'.
+        const QByteArray line = statFile.readAll();
+        return line.mid(line.lastIndexOf(')') + 2).split(' ').value(1).toLong();
+    };
+    // Private when process 1 or any ancestor lives in another network namespace. Process 1 is
+    // not always readable (hardened sandboxes), but whoever made the namespace is an ancestor.
+    if (differs(1))
+        return true;
+    for (long pid = static_cast<long>(getppid()); pid > 1; pid = parentOf(pid)) {
+        if (differs(pid))
+            return true;
+    }
+    return false;
 }
 
 bool DiscoveryResponder::start(const QString& address, quint16 port, QString* error)
@@ -198,6 +221,7 @@ void DiscoveryResponder::run()
             std::lock_guard<std::mutex> lock(m_mutex);
             entries = m_entries;
         }
+        ++m_answered;
         int sent = 0;
         for (const DiscoveryEntry& e : entries) {
             const QByteArray reply = matchFor(e, messageId, ++m_messageNumber);
@@ -207,7 +231,6 @@ void DiscoveryResponder::run()
             if (++sent % 32 == 0)
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
-        ++m_answered;
     }
 }
 

@@ -1,0 +1,190 @@
+// The WS-Discovery responder, exercised only inside a network namespace made by this test.
+
+#include "simClient.h"
+
+#include <fleet.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QUdpSocket>
+#include <QUuid>
+#include <QtTest>
+
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace CameraSim;
+
+namespace {
+
+QString g_namespaceProblem; // empty when the test runs in its own network namespace
+
+// Must run before any thread exists: a user namespace can only be entered single-threaded.
+void enterPrivateNetworkNamespace()
+{
+    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+        g_namespaceProblem = QStringLiteral("cannot create a network namespace (%1)")
+                                 .arg(QString::fromLocal8Bit(strerror(errno)));
+        return;
+    }
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    ifreq request {};
+    strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
+    if (fd < 0 || ioctl(fd, SIOCGIFFLAGS, &request) != 0
+        || (request.ifr_flags |= IFF_UP, ioctl(fd, SIOCSIFFLAGS, &request) != 0))
+        g_namespaceProblem = QStringLiteral("cannot bring up lo in the new namespace");
+    if (fd >= 0)
+        close(fd);
+    if (g_namespaceProblem.isEmpty() && !DiscoveryResponder::inPrivateNetworkNamespace())
+        g_namespaceProblem = QStringLiteral("the new namespace cannot be told apart from process 1's");
+}
+
+// The probe exactly as the library's discovery sends it, undeclared "a:" prefix included.
+QByteArray probe(const QString& id, const QString& types = QStringLiteral("dn:NetworkVideoTransmitter"))
+{
+    return QStringLiteral(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?><e:Envelope "
+        "xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\" "
+        "xmlns:w=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\" "
+        "xmlns:d=\"http://schemas.xmlsoap.org/ws/"
+        "2005/04/discovery\" "
+        "xmlns:dn=\"http://www.onvif.org/ver10/network/wsdl\"><e:Header><w:MessageID>uuid:%1"
+        "</w:MessageID><w:To e:mustUnderstand=\"true\">urn:schemas-xmlsoap-org:ws:2005:04:discovery</w:To>"
+        "<w:Action a:mustUnderstand=\"true\">http://schemas.xmlsoap.org/ws/2005/04/discovery/Probe</w:Action>"
+        "</e:Header><e:Body><d:Probe><d:Types>%2</d:Types></d:Probe></e:Body></e:Envelope>")
+        .arg(id, types)
+        .toUtf8();
+}
+
+QList<QDomDocument> exchange(const QHostAddress& to, const QByteArray& datagram, int expected, int timeoutMs)
+{
+    QUdpSocket socket;
+    socket.bind(QHostAddress(QStringLiteral("127.0.0.1")), 0);
+    socket.writeDatagram(datagram, to, 3702);
+    QList<QDomDocument> answers;
+    QElapsedTimer timer;
+    timer.start();
+    while (answers.size() < expected && timer.elapsed() < timeoutMs) {
+        if (!socket.hasPendingDatagrams() && !socket.waitForReadyRead(100))
+            continue;
+        QByteArray data(int(socket.pendingDatagramSize()), Qt::Uninitialized);
+        socket.readDatagram(data.data(), data.size());
+        QDomDocument doc;
+        if (doc.setContent(data, true))
+            answers << doc;
+    }
+    return answers;
+}
+
+} // namespace
+
+class TestSimDiscovery : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void probeMatchesEveryCamera();
+    void probesThatAreNotForUs();
+    void respondersOnSeveralAddresses();
+};
+
+void TestSimDiscovery::init()
+{
+    if (!g_namespaceProblem.isEmpty())
+        QSKIP(qPrintable(QStringLiteral("WS-Discovery is only tested in a private network namespace: ")
+            + g_namespaceProblem));
+}
+
+void TestSimDiscovery::probeMatchesEveryCamera()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start(3));
+    QString error;
+    QVERIFY2(fleet.startDiscovery(QStringLiteral("127.0.0.1"), 3702, QString(), &error), qPrintable(error));
+    const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    const QList<QDomDocument> answers
+        = exchange(QHostAddress(QStringLiteral("127.0.0.1")), probe(id), 3, 3000);
+    QCOMPARE(answers.size(), 3);
+    QSet<QString> xaddrs, endpoints;
+    for (const QDomDocument& doc : answers) {
+        QCOMPARE(findElement(doc, QStringLiteral("RelatesTo")).text(), QStringLiteral("uuid:") + id);
+        QCOMPARE(findElement(doc, QStringLiteral("Action")).text(),
+            QStringLiteral("http://schemas.xmlsoap.org/ws/2005/04/discovery/ProbeMatches"));
+        QVERIFY(findElement(doc, QStringLiteral("Types"))
+                    .text()
+                    .contains(QStringLiteral("NetworkVideoTransmitter")));
+        const QStringList scopes = findElement(doc, QStringLiteral("Scopes")).text().split(QLatin1Char(' '));
+        QVERIFY(scopes.contains(QStringLiteral("onvif://www.onvif.org/name/SimCam")));
+        QVERIFY(scopes.contains(QStringLiteral("onvif://www.onvif.org/hardware/SC-1000")));
+        xaddrs << findElement(doc, QStringLiteral("XAddrs")).text();
+        endpoints << findElement(doc, QStringLiteral("Address")).text();
+    }
+    QCOMPARE(xaddrs,
+        (QSet<QString> {
+            fleet.camera(0).deviceUrl(), fleet.camera(1).deviceUrl(), fleet.camera(2).deviceUrl() }));
+    QCOMPARE(endpoints.size(), 3);
+    QVERIFY((*endpoints.begin()).startsWith(QStringLiteral("urn:uuid:")));
+    QCOMPARE(fleet.discovery()->probesAnswered(), 1);
+
+    // The advertised address leads to a working camera.
+    const QUrl url(*xaddrs.begin());
+    const HttpReply reply = post(quint16(url.port()),
+        signedEnvelope(QStringLiteral("<tds:GetDeviceInformation/>")), url.path().toUtf8());
+    QCOMPARE(reply.status, 200);
+}
+
+void TestSimDiscovery::probesThatAreNotForUs()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start(1));
+    QVERIFY(fleet.startDiscovery(QStringLiteral("127.0.0.1")));
+    const QHostAddress target(QStringLiteral("127.0.0.1"));
+    QCOMPARE(exchange(target, probe(QStringLiteral("1"), QStringLiteral("dn:Printer")), 1, 400).size(), 0);
+    QCOMPARE(exchange(target, "not a probe at all", 1, 400).size(), 0);
+    QCOMPARE(
+        exchange(target, probe(QStringLiteral("2")).replace("d:Probe>", "d:Resolve>"), 1, 400).size(), 0);
+    // An empty Types asks for every kind of device.
+    QCOMPARE(exchange(target, probe(QStringLiteral("3"), QString()), 1, 2000).size(), 1);
+    QCOMPARE(fleet.discovery()->probesAnswered(), 1);
+}
+
+void TestSimDiscovery::respondersOnSeveralAddresses()
+{
+    Fleet first, second;
+    QVERIFY(first.start(2));
+    QVERIFY(second.start(1));
+    QString error;
+    QVERIFY2(first.startDiscovery(QStringLiteral("127.0.0.2"), 3702, QString(), &error), qPrintable(error));
+    QVERIFY2(second.startDiscovery(QStringLiteral("127.0.0.3"), 3702, QString(), &error), qPrintable(error));
+    QCOMPARE(
+        exchange(QHostAddress(QStringLiteral("127.0.0.2")), probe(QStringLiteral("a")), 3, 1000).size(), 2);
+    const QList<QDomDocument> one
+        = exchange(QHostAddress(QStringLiteral("127.0.0.3")), probe(QStringLiteral("b")), 2, 1000);
+    QCOMPARE(one.size(), 1);
+    QCOMPARE(findElement(one.first(), QStringLiteral("XAddrs")).text(), second.camera(0).deviceUrl());
+
+    // A responder on the wildcard address coexists with them on the same port.
+    Fleet third;
+    QVERIFY(third.start(1));
+    QVERIFY2(third.startDiscovery(QStringLiteral("0.0.0.0"), 3702, QStringLiteral("127.0.0.9"), &error),
+        qPrintable(error));
+    const QList<QDomDocument> wild
+        = exchange(QHostAddress(QStringLiteral("127.0.0.4")), probe(QStringLiteral("c")), 2, 1000);
+    QCOMPARE(wild.size(), 1);
+    QCOMPARE(findElement(wild.first(), QStringLiteral("XAddrs")).text(),
+        QStringLiteral("http://127.0.0.9:%1/onvif/device_service").arg(third.camera(0).port()));
+}
+
+int main(int argc, char** argv)
+{
+    enterPrivateNetworkNamespace();
+    QCoreApplication app(argc, argv);
+    TestSimDiscovery test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_simdiscovery.moc"

@@ -1,0 +1,164 @@
+// Many cameras in one process, and the onvif-camera-sim program as a whole.
+
+#include "simClient.h"
+
+#include <fleet.h>
+#include <loadGenerator.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryFile>
+#include <QtTest>
+
+using namespace CameraSim;
+
+namespace {
+
+int processThreads()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("Threads:"))
+            return line.mid(8).trimmed().toInt();
+    }
+    return -1;
+}
+
+QStringList readLines(QProcess& process, int count, int timeoutMs)
+{
+    QStringList lines;
+    QElapsedTimer timer;
+    timer.start();
+    while (lines.size() < count && timer.elapsed() < timeoutMs) {
+        if (!process.canReadLine() && !process.waitForReadyRead(200))
+            continue;
+        while (process.canReadLine())
+            lines << QString::fromUtf8(process.readLine()).trimmed();
+    }
+    return lines;
+}
+
+} // namespace
+
+class TestSimFleet : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void twoHundredCamerasUnderLoad();
+    void executableServesAndStops();
+    void executableConfigAndErrors();
+};
+
+void TestSimFleet::twoHundredCamerasUnderLoad()
+{
+    const int before = processThreads();
+    Fleet fleet;
+    QString error;
+    QVERIFY2(fleet.start(200, CameraConfig::defaultCamera(), &error), qPrintable(error));
+    QCOMPARE(fleet.size(), 200);
+    const QVector<quint16> ports = fleet.ports();
+    QCOMPARE(QSet<quint16>(ports.begin(), ports.end()).size(), 200);
+    // Idle cameras cost their listening thread only.
+    QVERIFY2(processThreads() - before <= 200, qPrintable(QString::number(processThreads() - before)));
+    QCOMPARE(fleet.camera(199).config().serialNumber, QStringLiteral("SIM0000001-0200"));
+
+    LoadOptions options;
+    options.ports = ports;
+    options.threads = 8;
+    options.seconds = 2;
+    const LoadResult result = runLoad(options);
+    qInfo("200 cameras, 8 client threads, keep-alive: %.0f signed SOAP requests/s", result.rate());
+    QCOMPARE(result.failed, 0L);
+    QVERIFY2(result.rate() >= 1000, qPrintable(QString::number(result.rate())));
+    for (int i = 0; i < 200; ++i) {
+        QVERIFY(result.perPort[i] > 0);
+        QCOMPARE(fleet.camera(i).requestCount(), int(result.perPort[i]));
+    }
+    // Threads grow with the connections actually held, not with a fixed pool per camera.
+    QVERIFY(processThreads() - before <= 200 + 200 + 16);
+
+    QElapsedTimer timer;
+    timer.start();
+    fleet.stop();
+    QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(!post(ports.first(), plainEnvelope(QStringLiteral("<tds:GetDeviceInformation/>")), "/",
+        "application/soap+xml", 1000)
+                 .answered);
+}
+
+void TestSimFleet::executableServesAndStops()
+{
+    QProcess sim;
+    sim.start(QStringLiteral(SIM_EXECUTABLE),
+        { QStringLiteral("--cameras"), QStringLiteral("3"), QStringLiteral("--user"),
+            QStringLiteral("viewer"), QStringLiteral("--password"), QStringLiteral("pw"),
+            QStringLiteral("--duration"), QStringLiteral("60") });
+    QVERIFY(sim.waitForStarted(5000));
+    const QStringList lines = readLines(sim, 4, 10000);
+    QCOMPARE(lines.size(), 4);
+    QCOMPARE(lines.last(), QStringLiteral("ready 3"));
+    QSet<QString> serials;
+    for (int i = 0; i < 3; ++i) {
+        const QStringList parts = lines[i].split(QLatin1Char(' '));
+        QCOMPARE(parts.value(0), QStringLiteral("camera"));
+        const quint16 port = parts.value(2).toUShort();
+        QCOMPARE(parts.value(3), QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(port));
+        const HttpReply reply = post(port,
+            signedEnvelope(QStringLiteral("<tds:GetDeviceInformation/>"), QStringLiteral("viewer"),
+                QStringLiteral("pw")));
+        QCOMPARE(reply.status, 200);
+        serials << findElement(reply.xml(), QStringLiteral("SerialNumber")).text();
+    }
+    QCOMPARE(serials.size(), 3);
+    sim.terminate(); // SIGTERM
+    QVERIFY(sim.waitForFinished(5000));
+    QCOMPARE(sim.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(sim.exitCode(), 0);
+    QVERIFY(sim.readAll().contains("stopped"));
+}
+
+void TestSimFleet::executableConfigAndErrors()
+{
+    QTemporaryFile config;
+    QVERIFY(config.open());
+    config.write(R"({"cameras": [{"manufacturer": "Other", "requireAuth": false, "repeat": 2}]})");
+    config.close();
+    QProcess sim;
+    QElapsedTimer timer;
+    timer.start();
+    sim.start(QStringLiteral(SIM_EXECUTABLE),
+        { QStringLiteral("--config"), config.fileName(), QStringLiteral("--duration"),
+            QStringLiteral("1.5") });
+    const QStringList lines = readLines(sim, 3, 10000);
+    QCOMPARE(lines.value(2), QStringLiteral("ready 2"));
+    const quint16 port = lines.value(1).split(QLatin1Char(' ')).value(2).toUShort();
+    const HttpReply reply = post(port, plainEnvelope(QStringLiteral("<tds:GetDeviceInformation/>")));
+    QCOMPARE(findElement(reply.xml(), QStringLiteral("Manufacturer")).text(), QStringLiteral("Other"));
+    // Ends by itself when the duration is over.
+    QVERIFY(sim.waitForFinished(5000));
+    QCOMPARE(sim.exitCode(), 0);
+    QVERIFY(timer.elapsed() >= 1400);
+
+    QProcess bad;
+    bad.start(
+        QStringLiteral(SIM_EXECUTABLE), { QStringLiteral("--config"), QStringLiteral("/nonexistent.json") });
+    QVERIFY(bad.waitForFinished(5000));
+    QCOMPARE(bad.exitCode(), 2);
+    QVERIFY(bad.readAllStandardError().contains("cannot read"));
+
+    QProcess discovery; // WS-Discovery outside a private network namespace is refused
+    discovery.start(QStringLiteral(SIM_EXECUTABLE),
+        { QStringLiteral("--discovery"), QStringLiteral("127.0.0.1"), QStringLiteral("--discovery-port"),
+            QStringLiteral("0") });
+    QVERIFY(discovery.waitForFinished(5000));
+    if (!DiscoveryResponder::inPrivateNetworkNamespace()) {
+        QCOMPARE(discovery.exitCode(), 2);
+        QVERIFY(discovery.readAllStandardError().contains("namespace"));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestSimFleet)
+#include "tst_simfleet.moc"
