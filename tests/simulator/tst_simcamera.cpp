@@ -9,6 +9,8 @@
 #include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QImage>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QRegularExpression>
 #include <QtTest>
 
@@ -83,6 +85,7 @@ private slots:
     void snapshotIsJpeg();
     void configFromJson();
     void refusesNonLoopbackHost();
+    void qtNetworkClient();
 };
 
 void TestSimCamera::digestAcceptedAndRefused()
@@ -837,6 +840,63 @@ void TestSimCamera::refusesNonLoopbackHost()
     clash.port = first->port();
     Camera second(clash);
     QVERIFY(!second.start(&error));
+}
+
+void TestSimCamera::qtNetworkClient()
+{
+    // The library posts through QNetworkAccessManager; fault modes must reach it as the intended errors.
+    auto camera = startCamera();
+    QNetworkAccessManager manager;
+    auto send = [&](bool close) {
+        QNetworkRequest request(QUrl(camera->deviceUrl()));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/soap+xml"));
+        if (close)
+            request.setRawHeader("Connection", "Close");
+        QNetworkReply* reply = manager.post(request, signedEnvelope(kDeviceInfo));
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        if (!reply->isFinished())
+            finished.wait(5000);
+        reply->deleteLater();
+        return qMakePair(reply->error(), reply->readAll());
+    };
+    for (bool close : { true, false, false, false }) {
+        const auto result = send(close);
+        QCOMPARE(result.first, QNetworkReply::NoError);
+        QVERIFY(result.second.contains("<tds:Manufacturer>SimCam</tds:Manufacturer>"));
+    }
+    const struct
+    {
+        FaultMode mode;
+        QNetworkReply::NetworkError error;
+    } cases[] = { { FaultMode::Drop, QNetworkReply::RemoteHostClosedError },
+        { FaultMode::Http500, QNetworkReply::InternalServerError },
+        { FaultMode::SoapFault, QNetworkReply::InternalServerError } };
+    for (const auto& c : cases) {
+        FaultSpec spec;
+        spec.mode = c.mode;
+        camera->setFault(QStringLiteral("GetDeviceInformation"), spec);
+        QCOMPARE(send(true).first, c.error);
+        camera->clearFaults();
+    }
+    // Qt resends a request once when a reused connection closes without reply, so a single
+    // dropped answer on a kept-alive connection goes unnoticed by the client.
+    const int before = camera->requestsFor(QStringLiteral("GetDeviceInformation")).size();
+    QCOMPARE(send(false).first, QNetworkReply::NoError);
+    FaultSpec once;
+    once.mode = FaultMode::Drop;
+    once.count = 1;
+    camera->setFault(QStringLiteral("GetDeviceInformation"), once);
+    QCOMPARE(send(false).first, QNetworkReply::NoError);
+    const QVector<RequestRecord> seen = camera->requestsFor(QStringLiteral("GetDeviceInformation"));
+    QCOMPARE(seen.size(), before + 3);
+    QCOMPARE(seen.last().status, 200);
+    QCOMPARE(seen.at(seen.size() - 2).status, 0);
+    FaultSpec truncate;
+    truncate.mode = FaultMode::Truncate;
+    truncate.count = 1;
+    camera->setFault(QStringLiteral("GetDeviceInformation"), truncate);
+    QVERIFY(send(true).first != QNetworkReply::NoError);
+    QCOMPARE(send(true).first, QNetworkReply::NoError);
 }
 
 QTEST_GUILESS_MAIN(TestSimCamera)
