@@ -1,0 +1,18 @@
+#include <onvifTypes/schema/tev/CreatePullPointSubscriptionHeader.h>
+#include <onvifTypes/schema/wsnt/addressing_p.h>
+
+namespace tev {
+
+CreatePullPointSubscriptionHeader::CreatePullPointSubscriptionHeader(const QString& address)
+    : address(address)
+{ }
+
+QString CreatePullPointSubscriptionHeader::serialize(const QString&) const
+{
+    return Addressing::headerText(
+        "http://www.onvif.org/ver10/events/wsdl/EventPortType/CreatePullPointSubscriptionRequest", address);
+}
+
+void CreatePullPointSubscriptionHeader::deserialize(const QDomNode&) { }
+
+} // namespace tev

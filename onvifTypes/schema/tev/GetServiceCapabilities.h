@@ -1,0 +1,24 @@
+#ifndef ONVIFTYPES_SCHEMA_TEV_GETSERVICECAPABILITIES_H
+#define ONVIFTYPES_SCHEMA_TEV_GETSERVICECAPABILITIES_H
+
+#include <onvifTypes/serializable.h>
+
+#include <QSharedPointer>
+
+namespace tev {
+
+class ONVIFTYPES_EXPORT GetServiceCapabilities : public Serializable
+{
+public:
+    GetServiceCapabilities();
+
+    QString unmatchedElements;
+    QString unmatchedAttributes;
+
+    QString serialize(const QString& tagName) const override;
+    void deserialize(const QDomNode& node) override;
+};
+
+} // namespace tev
+
+#endif // ONVIFTYPES_SCHEMA_TEV_GETSERVICECAPABILITIES_H

@@ -1,0 +1,26 @@
+#ifndef ONVIFTYPES_SCHEMA_TEV_GETSERVICECAPABILITIESRESPONSE_H
+#define ONVIFTYPES_SCHEMA_TEV_GETSERVICECAPABILITIESRESPONSE_H
+
+#include <onvifTypes/schema/tev/Capabilities.h>
+#include <onvifTypes/serializable.h>
+
+#include <QSharedPointer>
+
+namespace tev {
+
+class ONVIFTYPES_EXPORT GetServiceCapabilitiesResponse : public Serializable
+{
+public:
+    GetServiceCapabilitiesResponse();
+
+    QString unmatchedElements;
+    QString unmatchedAttributes;
+    QSharedPointer<tev::Capabilities> Capabilities;
+
+    QString serialize(const QString& tagName) const override;
+    void deserialize(const QDomNode& node) override;
+};
+
+} // namespace tev
+
+#endif // ONVIFTYPES_SCHEMA_TEV_GETSERVICECAPABILITIESRESPONSE_H

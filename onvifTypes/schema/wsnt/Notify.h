@@ -1,0 +1,27 @@
+#ifndef ONVIFTYPES_SCHEMA_WSNT_NOTIFY_H
+#define ONVIFTYPES_SCHEMA_WSNT_NOTIFY_H
+
+#include <onvifTypes/schema/wsnt/NotificationMessage.h>
+#include <onvifTypes/serializable.h>
+
+#include <QSharedPointer>
+#include <QVector>
+
+namespace wsnt {
+
+class ONVIFTYPES_EXPORT Notify : public Serializable
+{
+public:
+    Notify();
+
+    QString unmatchedElements;
+    QString unmatchedAttributes;
+    QVector<wsnt::NotificationMessage> NotificationMessage;
+
+    QString serialize(const QString& tagName) const override;
+    void deserialize(const QDomNode& node) override;
+};
+
+} // namespace wsnt
+
+#endif // ONVIFTYPES_SCHEMA_WSNT_NOTIFY_H

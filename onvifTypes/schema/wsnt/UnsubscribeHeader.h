@@ -1,0 +1,28 @@
+#ifndef ONVIFTYPES_SCHEMA_WSNT_UNSUBSCRIBEHEADER_H
+#define ONVIFTYPES_SCHEMA_WSNT_UNSUBSCRIBEHEADER_H
+
+#include <onvifTypes/serializable.h>
+
+namespace wsnt {
+
+// WS-Addressing header block of the request; join it with the security header
+// in a SerializableContainer. Every serialize() makes a fresh message id.
+// Deliberately carries the subscribe action, as this library always has sent;
+// devices route the request by its body.
+class ONVIFTYPES_EXPORT UnsubscribeHeader : public Serializable
+{
+public:
+    explicit UnsubscribeHeader(const QString& address = QString());
+
+    // Where the request is posted: the subscription manager address from the subscribe or pull point answer.
+    QString address;
+
+    // The name is ignored: a header writes its own blocks.
+    QString serialize(const QString& tagName) const override;
+    // Nothing is read back.
+    void deserialize(const QDomNode& node) override;
+};
+
+} // namespace wsnt
+
+#endif // ONVIFTYPES_SCHEMA_WSNT_UNSUBSCRIBEHEADER_H
