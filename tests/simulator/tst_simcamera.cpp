@@ -72,6 +72,7 @@ private slots:
     void faultModes_data();
     void faultModes();
     void faultCountAndWildcardAndRuntimeControl();
+    void faultSkipsTheFirstRequests();
     void keepAliveAndConnectionClose();
     void badRequests_data();
     void badRequests();
@@ -342,6 +343,25 @@ void TestSimCamera::faultCountAndWildcardAndRuntimeControl()
     const HttpReply log = control.request("GET", "/sim/log", QByteArray(), QByteArray());
     QCOMPARE(log.status, 200);
     QVERIFY(log.body.contains("\"operation\": \"GetDeviceInformation\""));
+}
+
+void TestSimCamera::faultSkipsTheFirstRequests()
+{
+    auto camera = startCamera();
+    FaultSpec third;
+    third.mode = FaultMode::Http500;
+    third.skip = 2;
+    third.count = 1;
+    camera->setFault(QStringLiteral("GetDeviceInformation"), third);
+    const QVector<int> expected { 200, 200, 500, 200 };
+    for (int status : expected)
+        QCOMPARE(post(camera->port(), signedEnvelope(kDeviceInfo)).status, status);
+    QVERIFY(camera->faults().isEmpty());
+
+    QString error;
+    const FaultSpec parsed = FaultSpec::fromJson(third.toJson(), &error);
+    QVERIFY(error.isEmpty());
+    QCOMPARE(parsed.skip, 2);
 }
 
 void TestSimCamera::keepAliveAndConnectionClose()

@@ -144,6 +144,10 @@ bool Camera::Impl::takeFault(const QString& operation, FaultSpec& spec)
         it = faults.find(QStringLiteral("*"));
     if (it == faults.end())
         return false;
+    if (it->skip > 0) {
+        --it->skip;
+        return false;
+    }
     spec = it.value();
     if (it->count > 0 && --it->count == 0)
         faults.erase(it);

@@ -88,6 +88,7 @@ FaultSpec FaultSpec::fromJson(const QJsonObject& json, QString* error)
     readInt(json, "hugeBytes", spec.hugeBytes);
     readInt(json, "httpStatus", spec.httpStatus);
     readInt(json, "count", spec.count);
+    readInt(json, "skip", spec.skip);
     readString(json, "code", spec.code);
     readString(json, "subcode", spec.subcode);
     readString(json, "reason", spec.reason);
@@ -101,7 +102,7 @@ QJsonObject FaultSpec::toJson() const
         { QStringLiteral("hugeBytes"), static_cast<double>(hugeBytes) },
         { QStringLiteral("httpStatus"), httpStatus }, { QStringLiteral("code"), code },
         { QStringLiteral("subcode"), subcode }, { QStringLiteral("reason"), reason },
-        { QStringLiteral("count"), count } };
+        { QStringLiteral("count"), count }, { QStringLiteral("skip"), skip } };
 }
 
 CameraConfig CameraConfig::defaultCamera()

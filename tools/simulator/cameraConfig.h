@@ -34,6 +34,7 @@ struct FaultSpec
     QString subcode = QStringLiteral("ter:Action");
     QString reason = QStringLiteral("Simulated fault");
     int count = -1; // requests it applies to; -1 means until cleared
+    int skip = 0; // requests answered normally before it applies (e.g. 2: the third is spoilt)
 
     static FaultSpec fromJson(const QJsonObject& json, QString* error);
     QJsonObject toJson() const;
