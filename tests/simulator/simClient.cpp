@@ -62,7 +62,7 @@ bool HttpConnection::isOpen() const
 }
 
 HttpReply HttpConnection::request(const QByteArray& method, const QByteArray& path, const QByteArray& body,
-    const QByteArray& contentType, bool close, int timeoutMs)
+    const QByteArray& contentType, bool close, int timeoutMs, const QByteArray& closeToken)
 {
     QByteArray text = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
     if (!contentType.isEmpty())
@@ -70,7 +70,7 @@ HttpReply HttpConnection::request(const QByteArray& method, const QByteArray& pa
     if (method != "GET" || !body.isEmpty())
         text += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
     if (close)
-        text += "Connection: close\r\n";
+        text += "Connection: " + closeToken + "\r\n";
     text += "\r\n" + body;
     HttpReply reply;
     if (!isOpen()) {

@@ -33,7 +33,7 @@ public:
     bool isOpen() const;
     HttpReply request(const QByteArray& method, const QByteArray& path, const QByteArray& body,
         const QByteArray& contentType = "application/soap+xml; charset=utf-8", bool close = false,
-        int timeoutMs = 5000);
+        int timeoutMs = 5000, const QByteArray& closeToken = "close");
     bool waitForClose(int timeoutMs);
 
 private:

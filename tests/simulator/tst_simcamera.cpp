@@ -381,6 +381,16 @@ void TestSimCamera::keepAliveAndConnectionClose()
     QCOMPARE(last.header("Connection"), QByteArray("close"));
     QCOMPARE(camera->requestCount(), 4);
 
+    // The option is case-insensitive: "Close", as ONVIF clients send it, ends the connection too.
+    for (const QByteArray& token : { QByteArray("Close"), QByteArray("CLOSE") }) {
+        HttpConnection once(camera->port());
+        const HttpReply reply = once.request("POST", "/onvif/device_service", signedEnvelope(kDeviceInfo),
+            "application/soap+xml", true, 5000, token);
+        QCOMPARE(reply.status, 200);
+        QVERIFY2(reply.closed, token.constData());
+        QCOMPARE(reply.header("Connection"), QByteArray("close"));
+    }
+
     // An idle kept-alive connection is let go after the configured timeout.
     CameraConfig quick = CameraConfig::defaultCamera();
     quick.keepAliveTimeoutSec = 1;

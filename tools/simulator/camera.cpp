@@ -35,7 +35,7 @@ bool isLoopback(const QString& host)
 // cpp-httplib has no way for a handler to abort its connection, so the socket is
 // found by its two endpoints and shut down; the library then fails its write and
 // closes it, and the client sees the connection end without a byte of reply.
-bool shutdownConnection(quint16 localPort, const std::string& remoteAddr, int remotePort)
+bool shutdownConnection(quint16 localPort, const std::string& remoteAddr, int remotePort, int how = SHUT_RDWR)
 {
     DIR* dir = opendir("/proc/self/fd");
     if (!dir)
@@ -58,7 +58,7 @@ bool shutdownConnection(quint16 localPort, const std::string& remoteAddr, int re
         char text[INET_ADDRSTRLEN] = {};
         inet_ntop(AF_INET, &peer.sin_addr, text, sizeof(text));
         if (remoteAddr == text) {
-            ::shutdown(static_cast<int>(fd), SHUT_RDWR);
+            ::shutdown(static_cast<int>(fd), how);
             done = true;
             break;
         }
@@ -167,6 +167,32 @@ QString Camera::Impl::faultReply(const QString& code, const QString& subcode, co
     return Soap::faultBody(config.soapPrefix, code, subcode, reason);
 }
 
+void Camera::Impl::setBody(
+    const httplib::Request& req, httplib::Response& res, const QByteArray& body, const char* contentType) const
+{
+    // Connection options are case-insensitive and ONVIF clients commonly send "Close", which
+    // cpp-httplib ignores (it honours only "close"). A camera ends such a connection after the
+    // reply; left open, idle connections would hold this camera's few workers. The reply goes out
+    // through a provider whose releaser runs once it is written: closing the read side then makes
+    // the server's keep-alive loop see the end and close the socket.
+    const std::string connection = req.get_header_value("Connection");
+    if (body.isEmpty() || connection == "close"
+        || QByteArray::fromStdString(connection).trimmed().toLower() != "close") {
+        res.set_content(body.constData(), static_cast<size_t>(body.size()), contentType);
+        return;
+    }
+    res.set_header("Connection", "close");
+    const quint16 port = boundPort;
+    const std::string remoteAddr = req.remote_addr;
+    const int remotePort = req.remote_port;
+    res.set_content_provider(
+        static_cast<size_t>(body.size()), contentType,
+        [body](size_t offset, size_t length, httplib::DataSink& sink) {
+            return sink.write(body.constData() + offset, length);
+        },
+        [port, remoteAddr, remotePort](bool) { shutdownConnection(port, remoteAddr, remotePort, SHUT_RD); });
+}
+
 void Camera::Impl::handle(const httplib::Request& req, httplib::Response& res)
 {
     ++requestTotal;
@@ -181,7 +207,7 @@ void Camera::Impl::handle(const httplib::Request& req, httplib::Response& res)
 
     auto reply = [&](int status, const QByteArray& text) {
         res.status = status;
-        res.set_content(text.constData(), static_cast<size_t>(text.size()), kSoapContentType);
+        setBody(req, res, text, kSoapContentType);
         rec.status = status;
         record(std::move(rec));
     };
@@ -351,7 +377,7 @@ void Camera::Impl::handleSnapshot(const httplib::Request& req, httplib::Response
                 return true;
             });
     } else {
-        res.set_content(jpeg.constData(), static_cast<size_t>(jpeg.size()), "image/jpeg");
+        setBody(req, res, jpeg, "image/jpeg");
     }
     rec.status = res.status;
     record(std::move(rec));

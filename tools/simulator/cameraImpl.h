@@ -61,6 +61,8 @@ struct Camera::Impl
 
     // camera.cpp
     void handle(const httplib::Request& req, httplib::Response& res);
+    void setBody(const httplib::Request& req, httplib::Response& res, const QByteArray& body,
+        const char* contentType) const;
     void handleSnapshot(const httplib::Request& req, httplib::Response& res);
     void handleControl(const httplib::Request& req, httplib::Response& res);
     bool takeFault(const QString& operation, FaultSpec& spec);
