@@ -1,0 +1,216 @@
+#include <camera.h>
+
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using CameraSim::Camera;
+
+namespace {
+
+struct Run
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// The tool runs as a separate process against a camera served by this one.
+Run cli(const QStringList& args, int timeoutMs = 30000,
+    const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
+{
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(ONVIF_CLI), args);
+    Run run;
+    if (!process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished();
+        run.err = QStringLiteral("timed out");
+        return run;
+    }
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+QJsonObject jsonOf(const Run& run)
+{
+    return QJsonDocument::fromJson(run.out.toUtf8()).object();
+}
+
+} // namespace
+
+class TestCli : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void info();
+    void credentialsFromEnvironment();
+    void profilesWithStreamUris();
+    void snapshot();
+    void errorExits_data();
+    void errorExits();
+    void progressWhileWaiting();
+    void demo();
+
+private:
+    std::unique_ptr<Camera> m_camera;
+    QString m_url;
+};
+
+void TestCli::initTestCase()
+{
+    m_camera = std::make_unique<Camera>();
+    QVERIFY(m_camera->start());
+    m_url = m_camera->deviceUrl();
+}
+
+void TestCli::info()
+{
+    const Run human = cli({ "-u", "admin", "-p", "admin", "info", m_url });
+    QCOMPARE(human.exitCode, 0);
+    QVERIFY2(human.out.contains(QLatin1String("Manufacturer:"))
+            && human.out.contains(m_camera->config().manufacturer),
+        qPrintable(human.out));
+    QVERIFY(human.out.contains(QLatin1String("Device type:")));
+
+    const Run json = cli({ "-u", "admin", "-p", "admin", "--json", "info", m_url });
+    QCOMPARE(json.exitCode, 0);
+    const QJsonObject o = jsonOf(json);
+    QCOMPARE(o.value("serialNumber").toString(), m_camera->config().serialNumber);
+    QCOMPARE(o.value("model").toString(), m_camera->config().model);
+    QCOMPARE(o.value("type").toString(), QStringLiteral("Unknown"));
+}
+
+void TestCli::credentialsFromEnvironment()
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("ONVIF_USER", "admin");
+    env.insert("ONVIF_PASSWORD", "admin");
+    QCOMPARE(cli({ "info", m_url }, 30000, env).exitCode, 0);
+    env.insert("ONVIF_PASSWORD", "wrong");
+    QCOMPARE(cli({ "info", m_url }, 30000, env).exitCode, 4);
+    // The option wins over the environment.
+    QCOMPARE(cli({ "-p", "admin", "info", m_url }, 30000, env).exitCode, 0);
+}
+
+void TestCli::profilesWithStreamUris()
+{
+    const Run run = cli({ "-u", "admin", "-p", "admin", "--json", "profiles", m_url });
+    QCOMPARE(run.exitCode, 0);
+    const QJsonObject o = jsonOf(run);
+    QCOMPARE(o.value("mediaService").toString(), m_camera->serviceUrl(CameraSim::Service::Media));
+    const QJsonArray profiles = o.value("profiles").toArray();
+    QCOMPARE(profiles.size(), 3);
+    QCOMPARE(profiles[0].toObject().value("token").toString(), QStringLiteral("prof_main"));
+    QCOMPARE(
+        profiles[0].toObject().value("uri").toString(), QStringLiteral("rtsp://127.0.0.1:554/prof_main"));
+    QCOMPARE(profiles[2].toObject().value("width").toInt(), 640);
+    QVERIFY(profiles[0].toObject().contains("audio"));
+    QVERIFY(!profiles[2].toObject().contains("audio"));
+
+    const Run human = cli({ "-u", "admin", "-p", "admin", "profiles", m_url });
+    QCOMPARE(human.exitCode, 0);
+    QVERIFY(human.out.contains(QLatin1String("rtsp://127.0.0.1:554/prof_jpeg")));
+}
+
+void TestCli::snapshot()
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath("shot.jpg");
+    const Run run = cli({ "-u", "admin", "-p", "admin", "snapshot", m_url, file });
+    QCOMPARE(run.exitCode, 0);
+    QImage picture(file);
+    QVERIFY2(!picture.isNull(), qPrintable(run.out + run.err));
+    QVERIFY(run.out.contains(file));
+    QVERIFY(m_camera->requestsFor("Snapshot").last().path.contains(QLatin1String("prof_main")));
+}
+
+void TestCli::errorExits_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("fault"); // operation to spoil in the camera, if any
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("message");
+
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    const QString closed = QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(probe.serverPort());
+    probe.close();
+
+    QTest::newRow("unreachable") << QStringList { "-u", "admin", "-p", "admin", "info", closed } << "" << 3
+                                 << "cannot reach";
+    QTest::newRow("wrong password") << QStringList { "-u", "admin", "-p", "nope", "info", "URL" } << "" << 4
+                                    << "refused the user name or password";
+    QTest::newRow("fault") << QStringList { "-u", "admin", "-p", "admin", "profiles", "URL" } << "GetProfiles"
+                           << 1 << "answered with a fault";
+    QTest::newRow("silent device") << QStringList { "-u", "admin", "-p", "admin", "--timeout", "0.3", "info",
+        "URL" } << "delay:GetDeviceInformation"
+                                   << 3 << "no answer";
+    QTest::newRow("bad url") << QStringList { "info", "camera-7" } << "" << 2 << "not an http(s) URL";
+    QTest::newRow("no url") << QStringList { "info" } << "" << 2 << "wrong number of arguments";
+    QTest::newRow("unknown command") << QStringList { "reboot", "URL" } << "" << 2 << "unknown command";
+    QTest::newRow("bad option") << QStringList { "--frobnicate", "info", "URL" } << "" << 2 << "frobnicate";
+    QTest::newRow("bad timeout") << QStringList { "--timeout", "soon", "info", "URL" } << "" << 2
+                                 << "--timeout";
+    QTest::newRow("no command") << QStringList {} << "" << 2 << "a command is needed";
+}
+
+void TestCli::errorExits()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, fault);
+    QFETCH(int, exitCode);
+    QFETCH(QString, message);
+    args.replaceInStrings(QStringLiteral("URL"), m_url);
+    m_camera->clearFaults();
+    if (fault.startsWith(QLatin1String("delay:"))) {
+        CameraSim::FaultSpec slow;
+        slow.delayMs = 2000;
+        m_camera->setFault(fault.mid(6), slow);
+    } else if (!fault.isEmpty()) {
+        CameraSim::FaultSpec spec;
+        spec.mode = CameraSim::FaultMode::SoapFault;
+        m_camera->setFault(fault, spec);
+    }
+    const Run run = cli(args);
+    m_camera->clearFaults();
+    QCOMPARE(run.exitCode, exitCode);
+    QVERIFY2(run.err.contains(message), qPrintable(run.err));
+    QVERIFY(run.out.isEmpty());
+}
+
+void TestCli::progressWhileWaiting()
+{
+    CameraSim::FaultSpec slow;
+    slow.delayMs = 1500;
+    m_camera->setFault("GetDeviceInformation", slow);
+    const Run run = cli({ "-u", "admin", "-p", "admin", "info", m_url });
+    m_camera->clearFaults();
+    QCOMPARE(run.exitCode, 0);
+    QVERIFY2(run.err.contains(QLatin1String("Waiting for ")) && run.err.contains(QLatin1String("..")),
+        qPrintable(run.err));
+}
+
+void TestCli::demo()
+{
+    QTemporaryDir dir;
+    const Run run = cli({ "demo", dir.path() }, 60000);
+    QCOMPARE(run.exitCode, 0);
+    for (const char* part : { "1. Probe", "connected:", "2. Device information", "3. Media profiles",
+             "rtsp://127.0.0.1:554/prof_main", "4. Snapshot", "Done:" })
+        QVERIFY2(run.out.contains(QLatin1String(part)), part);
+    QVERIFY(!QImage(dir.filePath("demo-snapshot.jpg")).isNull());
+}
+
+QTEST_GUILESS_MAIN(TestCli)
+#include "tst_cli.moc"

@@ -1,0 +1,166 @@
+#include "cliSupport.h"
+
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/core.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/make_shared.hpp>
+
+#include <QEventLoop>
+#include <QFutureWatcher>
+#include <QJsonDocument>
+#include <QTextStream>
+
+#include <mutex>
+#include <unistd.h>
+
+namespace logging = boost::log;
+
+namespace Cli {
+
+struct LibraryLog::Sink : logging::sinks::basic_sink_backend<logging::sinks::synchronized_feeding>
+{
+    explicit Sink(bool echo)
+        : echo(echo)
+    { }
+
+    void consume(const logging::record_view& record)
+    {
+        const auto severity = logging::extract<unsigned int>("Severity", record);
+        const auto message = logging::extract<std::string>("Message", record);
+        const auto cls = logging::extract<std::string>("ClsName", record);
+        const QString text = message ? QString::fromStdString(*message) : QString();
+        if (echo)
+            QTextStream(stderr) << '[' << (severity ? *severity : 0u) << "] "
+                                << (cls ? QString::fromStdString(*cls) : QString()) << ':' << text << '\n';
+        if (severity && *severity >= 4) {
+            std::lock_guard<std::mutex> lock(mutex);
+            lastError = text;
+        }
+    }
+
+    const bool echo;
+    std::mutex mutex;
+    QString lastError;
+};
+
+namespace {
+using Frontend = logging::sinks::synchronous_sink<LibraryLog::Sink>;
+}
+
+LibraryLog::LibraryLog(bool echo)
+    : m_sink(boost::make_shared<Sink>(echo))
+{
+    // Registering a sink also silences Boost.Log's default console output.
+    const auto frontend = boost::make_shared<Frontend>(m_sink);
+    logging::core::get()->add_sink(frontend);
+    m_frontend = frontend;
+}
+
+LibraryLog::~LibraryLog()
+{
+    logging::core::get()->remove_sink(boost::static_pointer_cast<Frontend>(m_frontend));
+}
+
+void LibraryLog::clear()
+{
+    std::lock_guard<std::mutex> lock(m_sink->mutex);
+    m_sink->lastError.clear();
+}
+
+QString LibraryLog::lastError() const
+{
+    std::lock_guard<std::mutex> lock(m_sink->mutex);
+    return m_sink->lastError;
+}
+
+Progress::Progress(const QString& what)
+    : m_what(what)
+{
+    m_elapsed.start();
+    m_timer.setInterval(500);
+    QObject::connect(&m_timer, &QTimer::timeout, [this] {
+        QTextStream err(stderr);
+        if (!m_started) {
+            err << "Waiting for " << m_what << ' ';
+            m_started = true;
+        }
+        err << '.';
+        err.flush();
+    });
+    m_timer.start();
+}
+
+Progress::~Progress()
+{
+    if (m_started)
+        QTextStream(stderr) << QStringLiteral(" %1 s\n").arg(m_elapsed.elapsed() / 1000.0, 0, 'f', 1);
+}
+
+bool awaitCondition(const std::function<bool()>& done, int timeoutMs, const QString& what)
+{
+    if (done())
+        return true;
+    Progress progress(what);
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (done())
+            loop.quit();
+    });
+    poll.start(10);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return done();
+}
+
+bool await(const QFuture<void>& future, int timeoutMs, const QString& what)
+{
+    if (future.isFinished())
+        return true;
+    Progress progress(what);
+    QEventLoop loop;
+    QFutureWatcher<void> watcher;
+    QObject::connect(&watcher, &QFutureWatcher<void>::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    watcher.setFuture(future);
+    if (!future.isFinished())
+        loop.exec();
+    return future.isFinished();
+}
+
+bool parseDeviceUrl(const QString& text, QUrl* url, QString* error)
+{
+    const QUrl parsed(text, QUrl::StrictMode);
+    if (text.isEmpty()) {
+        *error
+            = QStringLiteral("a device-service URL is needed, e.g. http://192.168.0.10/onvif/device_service");
+        return false;
+    }
+    if (!parsed.isValid() || parsed.host().isEmpty()
+        || (parsed.scheme() != QLatin1String("http") && parsed.scheme() != QLatin1String("https"))) {
+        *error = QStringLiteral("not an http(s) URL with a host: %1").arg(text);
+        return false;
+    }
+    *url = parsed;
+    if (url->path().isEmpty())
+        url->setPath(QStringLiteral("/onvif/device_service"));
+    return true;
+}
+
+void printLine(const QString& text)
+{
+    QTextStream(stdout) << text << '\n';
+}
+
+void printError(const QString& text)
+{
+    QTextStream(stderr) << "onvif-cli: " << text << '\n';
+}
+
+void printJson(const QJsonObject& object)
+{
+    QTextStream(stdout) << QJsonDocument(object).toJson(QJsonDocument::Indented);
+}
+
+} // namespace Cli

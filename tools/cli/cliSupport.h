@@ -1,0 +1,90 @@
+#ifndef ONVIFCLI_CLISUPPORT_H
+#define ONVIFCLI_CLISUPPORT_H
+
+#include <QElapsedTimer>
+#include <QFuture>
+#include <QFutureWatcher>
+#include <QJsonObject>
+#include <QString>
+#include <QTimer>
+#include <QUrl>
+
+#include <boost/shared_ptr.hpp>
+
+namespace Cli {
+
+// Exit codes a script can rely on.
+enum Exit {
+    Ok = 0,
+    DeviceFault = 1, // the device answered with a SOAP fault
+    BadArguments = 2, // bad arguments or URL
+    Unreachable = 3, // network error or no answer in time
+    AuthFailed = 4, // wrong user name or password
+};
+
+struct Options
+{
+    QString user;
+    QString password;
+    bool json = false;
+    bool verbose = false;
+    int timeoutMs = 10000;
+};
+
+// Sees the library's log records (as any host's sink would) so that a failed call
+// can be reported with its reason; prints them all with --verbose.
+class LibraryLog
+{
+public:
+    explicit LibraryLog(bool echo);
+    ~LibraryLog();
+    LibraryLog(const LibraryLog&) = delete;
+    LibraryLog& operator=(const LibraryLog&) = delete;
+
+    void clear();
+    // The last error record (severity 4) since clear(), or an empty text.
+    QString lastError() const;
+
+    struct Sink;
+
+private:
+    boost::shared_ptr<Sink> m_sink;
+    boost::shared_ptr<void> m_frontend;
+};
+
+// "Waiting for ..." on stderr while a slow device keeps us waiting.
+class Progress
+{
+public:
+    explicit Progress(const QString& what);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+private:
+    QString m_what;
+    QTimer m_timer;
+    QElapsedTimer m_elapsed;
+    bool m_started = false;
+};
+
+// Runs the event loop until the future finishes or timeoutMs passes; false on timeout.
+bool await(const QFuture<void>& future, int timeoutMs, const QString& what);
+template <typename T> bool await(const QFuture<T>& future, int timeoutMs, const QString& what)
+{
+    return await(QFuture<void>(future), timeoutMs, what);
+}
+
+// Runs the event loop until done() is true or timeoutMs passes; false on timeout.
+bool awaitCondition(const std::function<bool()>& done, int timeoutMs, const QString& what);
+
+// A device-service URL the library can use, or an explanation in *error.
+bool parseDeviceUrl(const QString& text, QUrl* url, QString* error);
+
+void printLine(const QString& text);
+void printError(const QString& text);
+void printJson(const QJsonObject& object);
+
+} // namespace Cli
+
+#endif

@@ -1,0 +1,238 @@
+#include "commands.h"
+
+#include <onvifTypes/onvifPreview.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QMetaEnum>
+#include <QNetworkReply>
+#include <QRegularExpression>
+
+namespace Cli {
+
+int Context::failure(const QString& what, bool timedOut, bool authFault) const
+{
+    if (timedOut) {
+        printError(QStringLiteral("%1: no answer from %2 within %3 s")
+                       .arg(what, url.toString())
+                       .arg(options.timeoutMs / 1000.0));
+        return Unreachable;
+    }
+    if (authFault) {
+        printError(QStringLiteral("%1: %2 refused the user name or password").arg(what, url.toString()));
+        return AuthFailed;
+    }
+    const QString record = log ? log->lastError() : QString();
+    const QRegularExpressionMatch network
+        = QRegularExpression(QStringLiteral("Network error\\. Code:(\\d+)")).match(record);
+    if (network.hasMatch()) {
+        const int code = network.captured(1).toInt();
+        const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(code);
+        printError(QStringLiteral("%1: cannot reach %2 (%3)")
+                       .arg(what, url.toString(), QLatin1String(name ? name : "network error")));
+        return Unreachable;
+    }
+    const int fault = record.indexOf(QLatin1String("Parse error. Msg: "));
+    if (fault >= 0) {
+        QString text = record.mid(fault + 18);
+        text.truncate(text.lastIndexOf(QLatin1String(" (")));
+        printError(QStringLiteral("%1: the device answered with a fault: %2").arg(what, text));
+        return DeviceFault;
+    }
+    printError(QStringLiteral("%1: the request to %2 failed").arg(what, url.toString()));
+    return Unreachable;
+}
+
+QJsonObject toJson(const Onvif::DeviceInfo& info)
+{
+    return QJsonObject { { "manufacturer", info.manufacturer }, { "model", info.model },
+        { "firmwareVersion", info.firmwareVersion }, { "serialNumber", info.serialNumber },
+        { "hardwareId", info.hardwareId }, { "type", info.type } };
+}
+
+QJsonObject toJson(const Onvif::OnvifProfileInfo& p)
+{
+    QJsonObject o { { "token", p.token }, { "width", p.width }, { "height", p.height },
+        { "encoderToken", p.encoderToken }, { "encoding", p.encoding }, { "quality", double(p.quality) },
+        { "frameRate", p.frameRate }, { "uri", p.uri } };
+    if (p.hasH264)
+        o.insert("h264", QJsonObject { { "profile", p.h264Profile }, { "govLength", p.govLength } });
+    if (p.hasAudio)
+        o.insert("audio",
+            QJsonObject { { "token", p.audioToken }, { "encoding", p.audioEncoding },
+                { "bitrate", p.audioBitrate }, { "sampleRate", p.audioSampleRate } });
+    return o;
+}
+
+void printDeviceInfo(const Onvif::DeviceInfo& info)
+{
+    const QList<QPair<QString, QString>> rows { { "Manufacturer", info.manufacturer },
+        { "Model", info.model }, { "Firmware version", info.firmwareVersion },
+        { "Serial number", info.serialNumber }, { "Hardware id", info.hardwareId },
+        { "Device type", info.type } };
+    for (const auto& row : rows)
+        printLine(QStringLiteral("%1 %2").arg(row.first + QLatin1Char(':'), -18).arg(row.second));
+}
+
+void printProfiles(const QVector<Onvif::OnvifProfileInfo>& profiles)
+{
+    for (const auto& p : profiles) {
+        QString video = QStringLiteral("%1x%2 %3, %4 fps, quality %5")
+                            .arg(p.width)
+                            .arg(p.height)
+                            .arg(p.encoding)
+                            .arg(p.frameRate)
+                            .arg(double(p.quality), 0, 'g', 6);
+        if (p.hasH264)
+            video += QStringLiteral(", H.264 %1 GOP %2").arg(p.h264Profile).arg(p.govLength);
+        printLine(QStringLiteral("%1  (encoder %2)").arg(p.token, p.encoderToken));
+        printLine(QStringLiteral("    video: %1").arg(video));
+        if (p.hasAudio)
+            printLine(QStringLiteral("    audio: %1 %2 kbps, %3 kHz")
+                          .arg(p.audioEncoding)
+                          .arg(p.audioBitrate)
+                          .arg(p.audioSampleRate));
+        printLine(QStringLiteral("    rtsp:  %1").arg(p.uri.isEmpty() ? QStringLiteral("(none)") : p.uri));
+    }
+}
+
+int info(const Context& context)
+{
+    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
+    const bool answered = await(future, context.options.timeoutMs, context.url.toString());
+    if (!answered || future.isCanceled())
+        return context.failure(QStringLiteral("info"), !answered, requests.isAuthFault());
+    const Onvif::DeviceInfo device = future.result();
+    if (context.options.json)
+        printJson(toJson(device));
+    else
+        printDeviceInfo(device);
+    return Ok;
+}
+
+bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onvif::OnvifProfileInfo>* result,
+    QString* mediaUrl, int* exitCode)
+{
+    const int timeout = context.options.timeoutMs;
+    const QFuture<QString> media = requests.mediaAddr();
+    bool answered = await(media, timeout, QStringLiteral("the media service address"));
+    if (!answered || media.isCanceled()) {
+        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+        return false;
+    }
+    // Devices without a media section are asked on the device-service address.
+    *mediaUrl = media.result().isEmpty() ? context.url.toString() : media.result();
+    const QString mediaPath = QUrl(*mediaUrl).path();
+
+    const auto list = requests.profiles(mediaPath);
+    answered = await(list, timeout, QStringLiteral("the profiles"));
+    if (!answered || list.isCanceled()) {
+        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+        return false;
+    }
+    QVector<Onvif::OnvifProfileInfo> profiles = list.result();
+    QVector<QFuture<QString>> uris;
+    for (const auto& profile : profiles)
+        uris.append(requests.rtspUrl(profile.token, mediaPath));
+    for (int i = 0; i < uris.size(); ++i) {
+        answered = await(uris[i], timeout, QStringLiteral("the stream URI of %1").arg(profiles[i].token));
+        if (!answered || uris[i].isCanceled()) {
+            *exitCode = context.failure(
+                QStringLiteral("stream URI of %1").arg(profiles[i].token), !answered, requests.isAuthFault());
+            return false;
+        }
+        profiles[i].uri = uris[i].result();
+    }
+    *result = profiles;
+    return true;
+}
+
+int profiles(const Context& context)
+{
+    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    QVector<Onvif::OnvifProfileInfo> list;
+    QString mediaUrl;
+    int exitCode = Ok;
+    if (!loadProfiles(context, requests, &list, &mediaUrl, &exitCode))
+        return exitCode;
+    if (context.options.json) {
+        QJsonArray array;
+        for (const auto& p : list)
+            array.append(toJson(p));
+        printJson(QJsonObject { { "mediaService", mediaUrl }, { "profiles", array } });
+    } else if (list.isEmpty()) {
+        printLine(QStringLiteral("No profile with a video encoder."));
+    } else {
+        printProfiles(list);
+    }
+    return Ok;
+}
+
+int snapshot(const Context& context, const QString& file)
+{
+    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    QVector<Onvif::OnvifProfileInfo> list;
+    QString mediaUrl;
+    int exitCode = Ok;
+    if (!loadProfiles(context, requests, &list, &mediaUrl, &exitCode))
+        return exitCode;
+    if (list.isEmpty()) {
+        printError(QStringLiteral("snapshot: the device has no video profile"));
+        return DeviceFault;
+    }
+    const QString token = list.first().token;
+
+    Onvif::OnvifPreview preview(context.options.user, context.options.password, mediaUrl);
+    QString uri;
+    QImage picture;
+    bool gotUri = false;
+    bool gotImage = false;
+    QObject::connect(&preview, &Onvif::OnvifPreview::snapshotUri, [&](const QString& value) {
+        uri = value;
+        gotUri = true;
+    });
+    QObject::connect(&preview, &Onvif::OnvifPreview::image, [&](const QImage& value) {
+        picture = value;
+        gotImage = true;
+    });
+    // The preview reports failures only in the log, so a logged error ends the wait too.
+    const auto failed = [&] { return !context.log->lastError().isEmpty(); };
+    context.log->clear();
+    preview.getSnapshotUri(token);
+    if (!awaitCondition(
+            [&] { return gotUri || failed(); }, context.options.timeoutMs, QStringLiteral("the snapshot URI"))
+        || !gotUri) {
+        printError(
+            QStringLiteral("snapshot: no snapshot URI for %1%2")
+                .arg(token,
+                    failed() ? QStringLiteral(" (") + context.log->lastError().trimmed() + ')' : QString()));
+        return failed() ? DeviceFault : Unreachable;
+    }
+    preview.downloadImage(uri);
+    if (!awaitCondition(
+            [&] { return gotImage || failed(); }, context.options.timeoutMs, QStringLiteral("the picture"))
+        || !gotImage) {
+        printError(QStringLiteral("snapshot: could not download %1").arg(uri));
+        return Unreachable;
+    }
+    if (picture.isNull()) {
+        printError(QStringLiteral("snapshot: %1 is not an image").arg(uri));
+        return DeviceFault;
+    }
+    if (!picture.save(file)) {
+        printError(QStringLiteral("snapshot: cannot write %1").arg(file));
+        return BadArguments;
+    }
+    if (context.options.json)
+        printJson(QJsonObject { { "profile", token }, { "uri", uri }, { "file", file },
+            { "width", picture.width() }, { "height", picture.height() } });
+    else
+        printLine(QStringLiteral("Saved %1x%2 snapshot of %3 to %4")
+                      .arg(picture.width())
+                      .arg(picture.height())
+                      .arg(token, file));
+    return Ok;
+}
+
+} // namespace Cli

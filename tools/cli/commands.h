@@ -1,0 +1,41 @@
+#ifndef ONVIFCLI_COMMANDS_H
+#define ONVIFCLI_COMMANDS_H
+
+#include "cliSupport.h"
+
+#include <onvifTypes/onvifRequests.h>
+
+#include <QStringList>
+
+namespace Cli {
+
+// What one invocation works with: its options, the library's log, and the device.
+struct Context
+{
+    Options options;
+    LibraryLog* log = nullptr;
+    QUrl url;
+
+    // Turns a failed or unanswered call into a message and an exit code.
+    int failure(const QString& what, bool timedOut, bool authFault) const;
+};
+
+int info(const Context& context);
+int profiles(const Context& context);
+int snapshot(const Context& context, const QString& file);
+
+// The whole tour against a simulated camera started on loopback.
+int demo(const Options& options, LibraryLog& log, const QString& outputDir);
+
+// Profiles with their stream URIs, largest first; false (and *exitCode) on failure.
+bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onvif::OnvifProfileInfo>* result,
+    QString* mediaUrl, int* exitCode);
+
+QJsonObject toJson(const Onvif::DeviceInfo& info);
+QJsonObject toJson(const Onvif::OnvifProfileInfo& profile);
+void printDeviceInfo(const Onvif::DeviceInfo& info);
+void printProfiles(const QVector<Onvif::OnvifProfileInfo>& profiles);
+
+} // namespace Cli
+
+#endif

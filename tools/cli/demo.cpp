@@ -1,0 +1,86 @@
+#include "commands.h"
+
+#include <camera.h>
+
+#include <onvifTypes/onvifProbe.h>
+
+#include <QDir>
+#include <QNetworkAccessManager>
+
+namespace Cli {
+
+namespace {
+
+void heading(int step, const QString& title)
+{
+    printLine(QString());
+    printLine(QStringLiteral("%1. %2").arg(step).arg(title));
+}
+
+} // namespace
+
+int demo(const Options& given, LibraryLog& log, const QString& outputDir)
+{
+    // A camera of our own on loopback: nothing here leaves the machine, nothing broadcasts.
+    CameraSim::Camera camera;
+    QString error;
+    if (!camera.start(&error)) {
+        printError(QStringLiteral("demo: the simulated camera did not start: %1").arg(error));
+        return Unreachable;
+    }
+    const CameraSim::CameraConfig& config = camera.config();
+    Context context;
+    context.options = given;
+    context.options.user = config.user;
+    context.options.password = config.password;
+    context.options.json = false;
+    context.log = &log;
+    context.url = QUrl(camera.deviceUrl());
+
+    printLine(QStringLiteral("OnvifTypes demo: a simulated camera at %1 (user %2)")
+                  .arg(camera.deviceUrl(), config.user));
+
+    heading(1, QStringLiteral("Probe: does a camera answer with these credentials?"));
+    QNetworkAccessManager manager;
+    Onvif::OnvifProbe probe(config.host, camera.port(), QStringLiteral("onvif/device_service"), config.user,
+        config.password, &manager, std::chrono::milliseconds(context.options.timeoutMs));
+    bool connected = false;
+    bool abandoned = false;
+    Onvif::DeviceInfo probed;
+    QObject::connect(&probe, &Onvif::OnvifProbe::connected, [&](const Onvif::DeviceInfo& info) {
+        probed = info;
+        connected = true;
+    });
+    QObject::connect(&probe, &Onvif::OnvifProbe::finished, [&] { abandoned = true; });
+    probe.start();
+    awaitCondition([&] { return connected || abandoned; }, context.options.timeoutMs + 1000, probe.url());
+    if (!connected) {
+        printError(QStringLiteral("demo: the probe was abandoned"));
+        return Unreachable;
+    }
+    printLine(QStringLiteral("   connected: %1 %2").arg(probed.manufacturer, probed.model));
+
+    heading(2, QStringLiteral("Device information and type"));
+    int status = info(context);
+    if (status != Ok)
+        return status;
+
+    heading(3, QStringLiteral("Media profiles and RTSP stream URIs (one per video encoder, largest first)"));
+    status = profiles(context);
+    if (status != Ok)
+        return status;
+
+    heading(4, QStringLiteral("Snapshot of the largest profile"));
+    const QString file = QDir(outputDir).filePath(QStringLiteral("demo-snapshot.jpg"));
+    status = snapshot(context, file);
+    if (status != Ok)
+        return status;
+
+    printLine(QString());
+    printLine(
+        QStringLiteral("Done: %1 requests answered by the simulated camera.").arg(camera.requestCount()));
+    camera.stop();
+    return Ok;
+}
+
+} // namespace Cli

@@ -1,0 +1,122 @@
+// onvif-cli: the library's operations from the command line.
+#include "commands.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QRandomGenerator>
+
+#include <memory>
+
+namespace {
+
+const char* const kUsage = R"(Commands:
+  info URL                      device information and type
+  profiles URL                  media profiles with their RTSP stream URIs
+  snapshot URL [FILE]           picture of the largest profile (default snapshot.jpg)
+  demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
+
+URL is a device-service address such as http://192.168.0.10/onvif/device_service.
+Credentials: -u/-p, or the environment variables ONVIF_USER and ONVIF_PASSWORD.
+Exit codes: 0 done, 1 the device answered with a fault, 2 bad arguments or URL,
+3 device unreachable or silent, 4 user name or password refused.)";
+
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
+{
+    // Only the dialog needs a GUI; everything else runs without a display.
+    for (int i = 1; i < argc; ++i) {
+        if (qstrcmp(argv[i], "dialog") == 0)
+            return std::make_unique<QApplication>(argc, argv);
+    }
+    return std::make_unique<QCoreApplication>(argc, argv);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const auto app = makeApplication(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("onvif-cli"));
+    // The library draws its WS-Security nonces from qrand() and leaves seeding to the host;
+    // unseeded, every run would repeat the same nonces and cameras reject replays.
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    qsrand(QRandomGenerator::system()->generate());
+    QT_WARNING_POP
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Talks to ONVIF cameras through libOnvifTypes.\n\n") + kUsage);
+    parser.addHelpOption();
+    const QCommandLineOption user({ "u", "user" }, "User name (default: $ONVIF_USER).", "name");
+    const QCommandLineOption password(
+        { "p", "password" }, "Password (default: $ONVIF_PASSWORD).", "password");
+    const QCommandLineOption json("json", "Machine-readable output.");
+    const QCommandLineOption timeout(
+        "timeout", "Seconds to wait for each answer (default 10).", "seconds", "10");
+    const QCommandLineOption verbose("verbose", "Print the library's log records on stderr.");
+    parser.addOptions({ user, password, json, timeout, verbose });
+    parser.addPositionalArgument("command", "info, profiles, snapshot or demo.");
+    parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
+
+    if (!parser.parse(QCoreApplication::arguments())) {
+        Cli::printError(parser.errorText());
+        return Cli::BadArguments;
+    }
+    if (parser.isSet(QStringLiteral("help"))) {
+        parser.showHelp(Cli::Ok);
+    }
+
+    Cli::Options options;
+    options.user = parser.isSet(user) ? parser.value(user) : qEnvironmentVariable("ONVIF_USER");
+    options.password
+        = parser.isSet(password) ? parser.value(password) : qEnvironmentVariable("ONVIF_PASSWORD");
+    options.json = parser.isSet(json);
+    options.verbose = parser.isSet(verbose);
+    bool timeoutOk = false;
+    const double seconds = parser.value(timeout).toDouble(&timeoutOk);
+    if (!timeoutOk || seconds <= 0) {
+        Cli::printError(QStringLiteral("--timeout takes a positive number of seconds"));
+        return Cli::BadArguments;
+    }
+    options.timeoutMs = int(seconds * 1000);
+
+    const QStringList args = parser.positionalArguments();
+    if (args.isEmpty()) {
+        Cli::printError(QStringLiteral("a command is needed; see --help"));
+        return Cli::BadArguments;
+    }
+    const QString command = args.first();
+    Cli::LibraryLog log(options.verbose);
+
+    if (command == QLatin1String("demo")) {
+        if (args.size() > 2) {
+            Cli::printError(QStringLiteral("demo takes at most one argument, the folder for its files"));
+            return Cli::BadArguments;
+        }
+        return Cli::demo(options, log, args.value(1, QStringLiteral(".")));
+    }
+
+    const QMap<QString, int> maxArgs { { "info", 2 }, { "profiles", 2 }, { "snapshot", 3 } };
+    if (!maxArgs.contains(command)) {
+        Cli::printError(QStringLiteral("unknown command '%1'; see --help").arg(command));
+        return Cli::BadArguments;
+    }
+    if (args.size() < 2 || args.size() > maxArgs.value(command)) {
+        Cli::printError(QStringLiteral("wrong number of arguments for '%1'; see --help").arg(command));
+        return Cli::BadArguments;
+    }
+    Cli::Context context;
+    context.options = options;
+    context.log = &log;
+    QString error;
+    if (!Cli::parseDeviceUrl(args.at(1), &context.url, &error)) {
+        Cli::printError(error);
+        return Cli::BadArguments;
+    }
+    if (command == QLatin1String("info"))
+        return Cli::info(context);
+    if (command == QLatin1String("profiles"))
+        return Cli::profiles(context);
+    return Cli::snapshot(context, args.value(2, QStringLiteral("snapshot.jpg")));
+}
