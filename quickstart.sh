@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # One entry point for a fresh Debian 12 machine:
-#   ./quickstart.sh demo   installs what is missing, builds, runs the demo
+#   ./quickstart.sh demo   installs what is missing, builds, runs the demo against a simulated camera
 #   ./quickstart.sh test   installs what is missing, builds, runs the whole test suite
 set -euo pipefail
 
@@ -35,7 +35,7 @@ case "${1:-}" in
 demo)
     install_missing
     configure_and_build
-    "$build/examples/signedRequest/onvif-signed-request" admin secret
+    "$build/tools/cli/onvif-cli" demo "$build"
     ;;
 test)
     install_missing
