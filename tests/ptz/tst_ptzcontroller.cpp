@@ -1,0 +1,346 @@
+// The per-profile PTZ controller and the PTZ entry object against the simulated camera.
+
+#include "futureWait.h"
+#include "logCapture.h"
+#include "ptzTestSupport.h"
+
+#include <onvifTypes/ptz/onvifPtz.h>
+#include <onvifTypes/ptz/onvifPtzController.h>
+#include <onvifTypes/ptz/onvifPtzReq.h>
+
+#include <QNetworkAccessManager>
+#include <QtTest>
+
+using CameraSim::Camera;
+using CameraSim::FaultMode;
+using CameraSim::FaultSpec;
+using PtzTest::lastBody;
+using PtzTest::messages;
+using PtzTest::severityOf;
+
+namespace {
+
+const OnvifSecurity kAdmin(QStringLiteral("admin"), QStringLiteral("admin"), 0LL);
+const QString kCls = QStringLiteral("OnvifPtzController. prof_main(ptz_node_0)");
+const QString kGetNode = QStringLiteral("GetNode");
+
+PtzSys::Token mainToken()
+{
+    PtzSys::Token token;
+    token.MediaProfileToken = QStringLiteral("prof_main");
+    token.MediaProfileName = QStringLiteral("MainStream");
+    token.PtzNodeToken = QStringLiteral("ptz_node_0");
+    token.PtzNodeName = QStringLiteral("PTZ");
+    return token;
+}
+
+bool waitForMessage(const LogCapture& log, const QString& message, int timeoutMs = 5000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!messages(log, kCls).contains(message)) {
+        if (timer.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
+}
+
+FaultSpec failOnce()
+{
+    FaultSpec fault;
+    fault.mode = FaultMode::SoapFault;
+    fault.count = 1;
+    return fault;
+}
+
+} // namespace
+
+class TestPtzController : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_camera = PtzTest::startCamera();
+        m_manager = std::make_unique<QNetworkAccessManager>();
+        m_req = std::make_unique<PtzSys::OnvifPtzReq>(kAdmin, m_camera->deviceUrl(), m_manager.get(), 1);
+        QVERIFY(waitForFuture(m_req->checkCapability()));
+        QVERIFY(m_req->support());
+        m_camera->clearRequestLog();
+    }
+    void cleanup()
+    {
+        m_req.reset();
+        m_manager.reset();
+        m_camera.reset();
+    }
+
+    void firstCommandGoesOutThenNodeIsCached();
+    void failedNodeRequestRefusesOnce();
+    void getNodeInfoWhileFetchingSendsItsOwnRequest();
+    void absolutePositioningIsInert();
+    void commandsCarryTheProfile();
+    void destroyedBeforeTheNodeAnswer();
+    void entryObject();
+
+private:
+    int sent(const QString& op) const { return m_camera->requestsFor(op).size(); }
+
+    std::unique_ptr<Camera> m_camera;
+    std::unique_ptr<QNetworkAccessManager> m_manager;
+    std::unique_ptr<PtzSys::OnvifPtzReq> m_req;
+};
+
+void TestPtzController::firstCommandGoesOutThenNodeIsCached()
+{
+    LogCapture log;
+    PtzSys::OnvifPtzController controller(mainToken(), m_req.get());
+    // The node request is in flight (state 1): the command is not held back.
+    const QFuture<void> moved = controller.continuousPos(0.5f, 0.0f);
+    QVERIFY(!moved.isCanceled());
+    QVERIFY(waitForFuture(moved));
+    QVERIFY(!moved.isCanceled());
+    QCOMPARE(lastBody(*m_camera, QStringLiteral("ContinuousMove")),
+        QStringLiteral(
+            "<tptz:ContinuousMove ><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Velocity >"
+            "<tt:PanTilt x=\"0.5\" y=\"0\" ></tt:PanTilt></tptz:Velocity></tptz:ContinuousMove>"));
+    QTRY_COMPARE(lastBody(*m_camera, kGetNode),
+        QStringLiteral("<tptz:GetNode ><tptz:NodeToken>ptz_node_0</tptz:NodeToken></tptz:GetNode>"));
+
+    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QCoreApplication::processEvents();
+    const int before = m_camera->requestCount();
+    const QFuture<PtzSys::NodeInfo> info = controller.getNodeInfo();
+    QVERIFY(info.isFinished());
+    QVERIFY(!info.isCanceled());
+    QCOMPARE(info.result().token, QStringLiteral("ptz_node_0"));
+    QCOMPARE(info.result().name, QStringLiteral("PTZ"));
+    QCOMPARE(info.result().maxPresets, m_camera->config().ptzNodes[0].maxPresets);
+    QCOMPARE(info.result().velPanMin, -1.0f);
+    QTest::qWait(100);
+    QCOMPARE(m_camera->requestCount(), before);
+    QCOMPARE(sent(kGetNode), 1);
+
+    QCOMPARE(messages(log, kCls),
+        QStringList(
+            { "continuousPos", "Node info request completed.", "reqNodeInfo", "Node info already exist." }));
+    QCOMPARE(severityOf(log, kCls, QStringLiteral("continuousPos")), 0);
+    QCOMPARE(severityOf(log, kCls, QStringLiteral("reqNodeInfo")), 0);
+    QCOMPARE(severityOf(log, kCls, QStringLiteral("Node info request completed.")), 2);
+    QCOMPARE(severityOf(log, kCls, QStringLiteral("Node info already exist.")), 2);
+    for (const LogCapture::Record& r : log.records()) {
+        if (r.clsName == kCls)
+            QVERIFY2(r.message.contains(QLatin1String("onvifTypes/ptz/onvifPtzController.cpp:")),
+                qPrintable(r.message));
+    }
+}
+
+void TestPtzController::failedNodeRequestRefusesOnce()
+{
+    m_camera->setFault(kGetNode, failOnce());
+    LogCapture log;
+    PtzSys::OnvifPtzController controller(mainToken(), m_req.get());
+    QVERIFY(waitForMessage(log, QStringLiteral("Could not request node info.")));
+    QCOMPARE(severityOf(log, kCls, QStringLiteral("Could not request node info.")), 2);
+
+    // State 0: refused on the spot, and a new node request starts.
+    const QFuture<void> refused = controller.stop(true, true);
+    QVERIFY(refused.isFinished());
+    QVERIFY(refused.isCanceled());
+    QCOMPARE(severityOf(log, kCls, QStringLiteral("Node info not found. Request.")), 2);
+    QTRY_COMPARE(sent(kGetNode), 2);
+    QCOMPARE(sent(QStringLiteral("Stop")), 0);
+
+    // State 1: the next one goes out.
+    const QFuture<void> stopped = controller.stop(true, true);
+    QVERIFY(waitForFuture(stopped));
+    QVERIFY(!stopped.isCanceled());
+    QCOMPARE(sent(QStringLiteral("Stop")), 1);
+    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QCOMPARE(messages(log, kCls),
+        QStringList({ "Could not request node info.", "stop", "Node info not found. Request.", "stop",
+            "Node info request completed." }));
+
+    // presets() is gated the same way and otherwise follows the request layer.
+    m_camera->setFault(kGetNode, failOnce());
+    PtzSys::OnvifPtzController other(mainToken(), m_req.get());
+    log.clear();
+    QVERIFY(waitForMessage(log, QStringLiteral("Could not request node info.")));
+    const QFuture<QVector<PtzSys::Preset>> none = other.presets();
+    QVERIFY(none.isFinished() && none.isCanceled());
+    QCOMPARE(sent(QStringLiteral("GetPresets")), 0);
+    const QFuture<QVector<PtzSys::Preset>> list = other.presets();
+    QVERIFY(waitForFuture(list));
+    QVERIFY(!list.isCanceled());
+    QVERIFY(list.result().isEmpty());
+    QCOMPARE(sent(QStringLiteral("GetPresets")), 1);
+
+    // A failing command ends cancelled through the controller as well.
+    FaultSpec fault;
+    fault.mode = FaultMode::Http500;
+    m_camera->setFault(QStringLiteral("GotoHomePosition"), fault);
+    const QFuture<void> home = other.toHome(0, 0);
+    QVERIFY(waitForFuture(home));
+    QVERIFY(home.isCanceled());
+}
+
+void TestPtzController::getNodeInfoWhileFetchingSendsItsOwnRequest()
+{
+    LogCapture log;
+    PtzSys::OnvifPtzController controller(mainToken(), m_req.get());
+    const QFuture<PtzSys::NodeInfo> side = controller.getNodeInfo();
+    QVERIFY(!side.isFinished());
+    QVERIFY(waitForFuture(side));
+    QCOMPARE(side.result().name, QStringLiteral("PTZ"));
+    QTRY_COMPARE(sent(kGetNode), 2);
+    QVERIFY(messages(log, kCls).contains(QStringLiteral("Node info not found. Request.")));
+
+    // The controller's own request fills the cache; later calls cost nothing.
+    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QCoreApplication::processEvents();
+    QVERIFY(controller.getNodeInfo().isFinished());
+    QCOMPARE(sent(kGetNode), 2);
+}
+
+void TestPtzController::absolutePositioningIsInert()
+{
+    LogCapture log;
+    PtzSys::OnvifPtzController controller(mainToken(), m_req.get());
+    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QCoreApplication::processEvents();
+    const int before = m_camera->requestCount();
+
+    const QFuture<void> pos = controller.setPos(0.5, -0.5);
+    const QFuture<void> zoom = controller.setZoom(0.5);
+    QVERIFY(pos.isFinished() && !pos.isCanceled());
+    QVERIFY(zoom.isFinished() && !zoom.isCanceled());
+    const QFuture<QPointF> where = controller.getPos();
+    const QFuture<double> howFar = controller.getZoom();
+    QVERIFY(where.isFinished() && where.isCanceled());
+    QVERIFY(howFar.isFinished() && howFar.isCanceled());
+    QCOMPARE(where.resultCount(), 0);
+    QTest::qWait(100);
+    QCOMPARE(m_camera->requestCount(), before);
+    const CameraSim::PtzPosition p = m_camera->ptzPosition(QStringLiteral("ptz_node_0"));
+    QCOMPARE(p.pan, 0.0);
+    QCOMPARE(p.zoom, 0.0);
+
+    // Without a node description the refusal still starts a fetch.
+    m_camera->setFault(kGetNode, failOnce());
+    PtzSys::OnvifPtzController blind(mainToken(), m_req.get());
+    QVERIFY(waitForMessage(log, QStringLiteral("Could not request node info.")));
+    const QFuture<void> refused = blind.setPos(1, 1);
+    QVERIFY(refused.isFinished() && refused.isCanceled());
+    QTRY_COMPARE(sent(kGetNode), 3);
+    QCOMPARE(m_camera->requestCount(), before + 2);
+}
+
+void TestPtzController::commandsCarryTheProfile()
+{
+    PtzSys::Token sub = mainToken();
+    sub.MediaProfileToken = QStringLiteral("prof_sub");
+    LogCapture log;
+    PtzSys::OnvifPtzController controller(sub, m_req.get());
+    const QString cls = QStringLiteral("OnvifPtzController. prof_sub(ptz_node_0)");
+    const QString head = QStringLiteral("<tptz:%1 ><tptz:ProfileToken>prof_sub</tptz:ProfileToken>");
+
+    QVERIFY(waitForFuture(controller.continuousZoom(0.25f)));
+    QCOMPARE(lastBody(*m_camera, QStringLiteral("ContinuousMove")),
+        head.arg(QLatin1String("ContinuousMove"))
+            + QStringLiteral(
+                "<tptz:Velocity ><tt:Zoom x=\"0.25\" ></tt:Zoom></tptz:Velocity></tptz:ContinuousMove>"));
+    QVERIFY(waitForFuture(controller.stop(false, true)));
+    QCOMPARE(lastBody(*m_camera, QStringLiteral("Stop")),
+        head.arg(QLatin1String("Stop"))
+            + QStringLiteral("<tptz:PanTilt>false</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom></tptz:Stop>"));
+    QVERIFY(waitForFuture(controller.toHome(0.5f, 0)));
+    QCOMPARE(lastBody(*m_camera, QStringLiteral("GotoHomePosition")),
+        head.arg(QLatin1String("GotoHomePosition"))
+            + QStringLiteral("<tptz:Speed ><tt:PanTilt x=\"0.5\" y=\"0.5\" ></tt:PanTilt></tptz:Speed>"
+                             "</tptz:GotoHomePosition>"));
+    QVERIFY(waitForFuture(controller.saveAsHome()));
+    QCOMPARE(lastBody(*m_camera, QStringLiteral("SetHomePosition")),
+        head.arg(QLatin1String("SetHomePosition")) + QStringLiteral("</tptz:SetHomePosition>"));
+
+    // An empty token passes through as an empty element; the camera then makes a new preset.
+    QFuture<void> done = controller.setPreset(QLatin1String(""), QStringLiteral("Door"));
+    QVERIFY(waitForFuture(done));
+    QVERIFY(!done.isCanceled());
+    QCOMPARE(lastBody(*m_camera, QStringLiteral("SetPreset")),
+        head.arg(QLatin1String("SetPreset"))
+            + QStringLiteral("<tptz:PresetName>Door</tptz:PresetName><tptz:PresetToken></tptz:PresetToken>"
+                             "</tptz:SetPreset>"));
+    const QFuture<QVector<PtzSys::Preset>> list = controller.presets();
+    QVERIFY(waitForFuture(list));
+    QCOMPARE(list.result().size(), 1);
+    const PtzSys::Preset door = list.result()[0];
+    QCOMPARE(door.profileToken, QStringLiteral("prof_sub"));
+    QCOMPARE(door.name, QStringLiteral("Door"));
+    QCOMPARE(m_camera->presets(QStringLiteral("prof_sub")).size(), 1);
+    QVERIFY(m_camera->presets(QStringLiteral("prof_main")).isEmpty());
+
+    done = controller.gotoPreset(door.token);
+    QVERIFY(waitForFuture(done));
+    QVERIFY(!done.isCanceled());
+    done = controller.delPreset(door.token);
+    QVERIFY(waitForFuture(done));
+    QVERIFY(!done.isCanceled());
+    QVERIFY(m_camera->presets(QStringLiteral("prof_sub")).isEmpty());
+
+    QStringList names = messages(log, cls);
+    names.removeAll(QStringLiteral("Node info request completed."));
+    QCOMPARE(names,
+        QStringList({ "continuousZoom", "stop", "toHome", "saveAsHome", "setPreset", "presets", "gotoPreset",
+            "delPreset" }));
+}
+
+void TestPtzController::destroyedBeforeTheNodeAnswer()
+{
+    LogCapture log;
+    auto controller = std::make_unique<PtzSys::OnvifPtzController>(mainToken(), m_req.get());
+    controller.reset();
+    QTRY_VERIFY(messages(log, QStringLiteral("PTZREQ:1")).contains(QStringLiteral("GetNode finished")));
+    QTest::qWait(50);
+    QVERIFY(messages(log, kCls).isEmpty());
+}
+
+void TestPtzController::entryObject()
+{
+    // A fresh request object: support() reflects its own last check only.
+    PtzSys::OnvifPtzReq req(kAdmin, m_camera->deviceUrl(), m_manager.get(), 2);
+    PtzSys::OnvifPtz ptz(kAdmin, m_manager.get(), &req, 7, nullptr);
+    PtzSys::IPtz& iface = ptz;
+    QVERIFY(!iface.support());
+    QTest::qWait(50);
+    QVERIFY(m_camera->requestLog().isEmpty()); // constructing sends nothing
+    QVERIFY(waitForFuture(req.checkCapability()));
+    QVERIFY(iface.support());
+
+    LogCapture log;
+    QVERIFY(iface.tokens().isEmpty());
+    QTRY_VERIFY(messages(log, QStringLiteral("PTZREQ:2")).contains(QStringLiteral("GetProfiles finished")));
+    const QVector<PtzSys::Token> tokens = iface.tokens();
+    QCOMPARE(tokens.size(), 2);
+    QCOMPARE(sent(QStringLiteral("GetProfiles")), 1);
+
+    // Two controllers for one token: independent, each with its own node request.
+    std::unique_ptr<PtzSys::IController> a(iface.createController(tokens[0]));
+    std::unique_ptr<PtzSys::IController> b(iface.createController(tokens[0]));
+    QVERIFY(a && b && a.get() != b.get());
+    QVERIFY(!dynamic_cast<QObject*>(a.get())->parent());
+    QTRY_COMPARE(sent(kGetNode), 2);
+    const QFuture<QVector<PtzSys::Preset>> presets = a->presets();
+    QVERIFY(waitForFuture(presets));
+    QVERIFY(!presets.isCanceled());
+    b.reset();
+    QVERIFY(waitForFuture(a->stop(true, true)));
+    QCOMPARE(sent(QStringLiteral("Stop")), 1);
+    a.reset();
+    // The entry object never owned the request object.
+    QCOMPARE(ptz.findChildren<QObject*>().size(), 0);
+}
+
+QTEST_GUILESS_MAIN(TestPtzController)
+#include "tst_ptzcontroller.moc"
