@@ -247,22 +247,16 @@ void TestPtzController::commandsCarryTheProfile()
     const QString head = QStringLiteral("<tptz:%1 ><tptz:ProfileToken>prof_sub</tptz:ProfileToken>");
 
     QVERIFY(waitForFuture(controller.continuousZoom(0.25f)));
-    QCOMPARE(lastBody(*m_camera, QStringLiteral("ContinuousMove")),
-        head.arg(QLatin1String("ContinuousMove"))
-            + QStringLiteral(
-                "<tptz:Velocity ><tt:Zoom x=\"0.25\" ></tt:Zoom></tptz:Velocity></tptz:ContinuousMove>"));
     QVERIFY(waitForFuture(controller.stop(false, true)));
-    QCOMPARE(lastBody(*m_camera, QStringLiteral("Stop")),
-        head.arg(QLatin1String("Stop"))
-            + QStringLiteral("<tptz:PanTilt>false</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom></tptz:Stop>"));
     QVERIFY(waitForFuture(controller.toHome(0.5f, 0)));
-    QCOMPARE(lastBody(*m_camera, QStringLiteral("GotoHomePosition")),
-        head.arg(QLatin1String("GotoHomePosition"))
-            + QStringLiteral("<tptz:Speed ><tt:PanTilt x=\"0.5\" y=\"0.5\" ></tt:PanTilt></tptz:Speed>"
-                             "</tptz:GotoHomePosition>"));
     QVERIFY(waitForFuture(controller.saveAsHome()));
-    QCOMPARE(lastBody(*m_camera, QStringLiteral("SetHomePosition")),
-        head.arg(QLatin1String("SetHomePosition")) + QStringLiteral("</tptz:SetHomePosition>"));
+    QVERIFY(lastBody(*m_camera, QStringLiteral("ContinuousMove"))
+                .contains(QLatin1String("<tt:Zoom x=\"0.25\" >")));
+    QVERIFY(lastBody(*m_camera, QStringLiteral("Stop"))
+                .endsWith(QLatin1String(
+                    "<tptz:PanTilt>false</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom></tptz:Stop>")));
+    QVERIFY(lastBody(*m_camera, QStringLiteral("GotoHomePosition"))
+                .contains(QLatin1String("<tt:PanTilt x=\"0.5\" y=\"0.5\" >")));
 
     // An empty token passes through as an empty element; the camera then makes a new preset.
     QFuture<void> done = controller.setPreset(QLatin1String(""), QStringLiteral("Door"));
@@ -289,6 +283,10 @@ void TestPtzController::commandsCarryTheProfile()
     QVERIFY(!done.isCanceled());
     QVERIFY(m_camera->presets(QStringLiteral("prof_sub")).isEmpty());
 
+    for (const CameraSim::RequestRecord& r : m_camera->requestLog()) {
+        if (r.operation != kGetNode)
+            QVERIFY2(PtzTest::soapBody(r.body).startsWith(head.arg(r.operation)), r.body.constData());
+    }
     QStringList names = messages(log, cls);
     names.removeAll(QStringLiteral("Node info request completed."));
     QCOMPARE(names,
