@@ -144,7 +144,9 @@ void Discovery::readPendingDatagrams()
 void Discovery::readDatagram(const QByteArray& datagram)
 {
     QDomDocument document;
-    document.setContent(QString::fromLatin1(datagram), true);
+    // A failed parse may leave the part read so far; malformed answers count as empty.
+    if (!document.setContent(QString::fromLatin1(datagram), true))
+        document.clear();
     const QString xaddrs = firstTextByTag(document, QStringLiteral("XAddrs"));
     if (xaddrs.isEmpty()) {
         ONVIF_LOG_AS(logger, OnvifLog::Info, "readPendingDatagrams", "Addr is empty.");

@@ -77,6 +77,8 @@ OnvifDeviceInfo::OnvifDeviceInfo(QNetworkAccessManager& manager, QObject* parent
     , m_logger(OnvifLog::makeLogger(QStringLiteral("OnvifDeviceInfo")))
 {
     m_timer->setSingleShot(true);
+    // A coarse timer may fire up to 5 % early; the host is promised 5000 ms.
+    m_timer->setTimerType(Qt::PreciseTimer);
     connect(m_timer, &QTimer::timeout, this, &OnvifDeviceInfo::requestTimeout);
 }
 

@@ -1,0 +1,419 @@
+// Discovery, exercised only inside a network namespace that this test makes for itself:
+// the probe is a broadcast and must never reach the machine's real networks.
+
+#include "logCapture.h"
+
+#include <discoveryResponder.h>
+#include <fleet.h>
+
+#include <onvifTypes/discovery.h>
+
+#include <QElapsedTimer>
+#include <QNetworkInterface>
+#include <QRegularExpression>
+#include <QUdpSocket>
+#include <QtTest>
+
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+using namespace CameraSim;
+
+namespace {
+
+QString g_namespaceProblem; // empty when the test runs in a network namespace of its own
+
+// Must run before any thread exists: a user namespace is only entered single-threaded.
+void enterOwnNetworkNamespace()
+{
+    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+        g_namespaceProblem = QStringLiteral("cannot create a network namespace (%1)")
+                                 .arg(QString::fromLocal8Bit(strerror(errno)));
+        return;
+    }
+    // Only loopback exists in it: a broadcast sent from 127.0.0.1 leaves through lo and
+    // reaches the responders bound to the wildcard address.
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request {};
+    strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
+    if (fd < 0 || ioctl(fd, SIOCGIFFLAGS, &request) != 0
+        || (request.ifr_flags |= IFF_UP, ioctl(fd, SIOCSIFFLAGS, &request) != 0))
+        g_namespaceProblem = QStringLiteral("cannot bring up lo in the new namespace");
+    if (fd >= 0)
+        close(fd);
+    if (g_namespaceProblem.isEmpty() && !DiscoveryResponder::inPrivateNetworkNamespace())
+        g_namespaceProblem = QStringLiteral("the new namespace cannot be told apart from the host's");
+}
+
+CameraConfig named(const QString& manufacturer, const QString& model)
+{
+    CameraConfig config = CameraConfig::defaultCamera();
+    config.manufacturer = manufacturer;
+    config.model = model;
+    config.serialNumber = model + QStringLiteral("-SN");
+    return config;
+}
+
+DiscoveryEntry entryFor(const Camera& camera, const QString& xaddrs, const QStringList& scopes)
+{
+    DiscoveryEntry entry;
+    entry.endpoint = camera.endpointReference();
+    entry.xaddrs = xaddrs;
+    entry.scopes = scopes;
+    return entry;
+}
+
+bool allAnswered(const QVector<Onvif::DeviceInfo>& devices)
+{
+    return std::all_of(devices.cbegin(), devices.cend(),
+        [](const Onvif::DeviceInfo& info) { return !info.model.isEmpty(); });
+}
+
+QUdpSocket* loopbackSocket(Discovery& discovery)
+{
+    const auto sockets = discovery.findChildren<QUdpSocket*>();
+    for (QUdpSocket* socket : sockets) {
+        if (socket->localAddress() == QHostAddress(QHostAddress::LocalHost))
+            return socket;
+    }
+    return nullptr;
+}
+
+int countMessages(const LogCapture& log, const QString& text)
+{
+    int count = 0;
+    for (const auto& record : log.records()) {
+        if (record.clsName == QLatin1String("Discovery") && record.message.contains(text))
+            ++count;
+    }
+    return count;
+}
+
+} // namespace
+
+class TestDiscovery : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void probeOnTheWire();
+    void severalCamerasAnswer();
+    void nameScopeUntilTheDeviceAnswers();
+    void addressForms();
+    void duplicatesKept();
+    void newSearchDropsOldResults();
+    void malformedDatagrams();
+    void fiveHundredCameras();
+};
+
+void TestDiscovery::init()
+{
+    if (!g_namespaceProblem.isEmpty())
+        QSKIP(qPrintable(QStringLiteral("WS-Discovery is only tested in a private network namespace: ")
+            + g_namespaceProblem));
+}
+
+void TestDiscovery::probeOnTheWire()
+{
+    QUdpSocket listener;
+    QVERIFY(listener.bind(QHostAddress::AnyIPv4, 3702, QUdpSocket::ShareAddress));
+    Discovery discovery(nullptr);
+    // One socket per address entry, none left out.
+    int entries = 0;
+    for (const QNetworkInterface& networkInterface : QNetworkInterface::allInterfaces())
+        entries += networkInterface.addressEntries().size();
+    QCOMPARE(discovery.findChildren<QUdpSocket*>().size(), entries);
+
+    const QString head
+        = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?><e:Envelope "
+                         "xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\" "
+                         "xmlns:w=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\" "
+                         "xmlns:d=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\" "
+                         "xmlns:dn=\"http://www.onvif.org/ver10/network/wsdl\"><e:Header><w:MessageID>uuid:");
+    const QString tail = QStringLiteral(
+        "</w:MessageID><w:To e:mustUnderstand=\"true\">urn:schemas-xmlsoap-org:ws:2005:04:discovery</w:To>"
+        "<w:Action a:mustUnderstand=\"true\">http://schemas.xmlsoap.org/ws/2005/04/discovery/Probe</w:Action>"
+        "</e:Header><e:Body><d:Probe><d:Types>dn:NetworkVideoTransmitter</d:Types></d:Probe></e:Body>"
+        "</e:Envelope>");
+    QCOMPARE(head.size(), 296);
+    QCOMPARE(tail.size(), 298);
+
+    QStringList ids;
+    for (int round = 0; round < 2; ++round) {
+        discovery.search(QString(), QString());
+        QTRY_VERIFY(listener.hasPendingDatagrams());
+        QTest::qWait(100);
+        QHostAddress from;
+        QByteArray datagram(int(listener.pendingDatagramSize()), Qt::Uninitialized);
+        listener.readDatagram(datagram.data(), datagram.size(), &from);
+        QVERIFY(!listener.hasPendingDatagrams()); // once, from the one IPv4 address
+        QCOMPARE(from.toIPv4Address(), QHostAddress(QHostAddress::LocalHost).toIPv4Address());
+        const QString text = QString::fromUtf8(datagram);
+        QCOMPARE(text.size(), 296 + 36 + 298);
+        QCOMPARE(text.left(296), head);
+        QCOMPARE(text.right(298), tail);
+        const QString id = text.mid(296, 36);
+        QVERIFY2(QRegularExpression(QStringLiteral("^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$"))
+                     .match(id)
+                     .hasMatch(),
+            qPrintable(id));
+        ids << id;
+    }
+    QVERIFY(ids[0] != ids[1]);
+}
+
+void TestDiscovery::severalCamerasAnswer()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start({ named(QStringLiteral("ACME Cam"), QStringLiteral("A-1")),
+        named(QStringLiteral("GeoVision"), QStringLiteral("GV-2")),
+        named(QStringLiteral("SimCam"), QStringLiteral("S-3")) }));
+    QString error;
+    QVERIFY2(fleet.startDiscovery(QStringLiteral("0.0.0.0"), 3702, QString(), &error), qPrintable(error));
+
+    Discovery discovery(nullptr);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 3);
+    QTRY_VERIFY(allAnswered(discovery.getDeviceInformation()));
+
+    QMap<QString, Onvif::DeviceInfo> byModel;
+    for (const Onvif::DeviceInfo& info : discovery.getDeviceInformation())
+        byModel.insert(info.model, info);
+    QCOMPARE(byModel.keys(), (QStringList { "A-1", "GV-2", "S-3" }));
+    for (int i = 0; i < fleet.size(); ++i) {
+        const Camera& camera = fleet.camera(i);
+        const Onvif::DeviceInfo info = byModel.value(camera.config().model);
+        QCOMPARE(info.ip, QStringLiteral("127.0.0.1"));
+        QCOMPARE(info.port, QString::number(camera.port()));
+        QCOMPARE(info.path, QStringLiteral("/onvif/device_service"));
+        QCOMPARE(info.manufacturer, camera.config().manufacturer); // the answer, no longer the scope
+        QCOMPARE(info.serialNumber, camera.config().serialNumber);
+        QCOMPARE(info.hardwareId, camera.config().hardwareId);
+        QCOMPARE(info.firmwareVersion, camera.config().firmwareVersion);
+        const auto requests = camera.requestsFor(QStringLiteral("GetDeviceInformation"));
+        QCOMPARE(requests.size(), 1);
+        QCOMPARE(requests.first().authResult, QStringLiteral("ok"));
+        QCOMPARE(requests.first().header("Content-Type"), QByteArray("application/soap+xml"));
+    }
+    QCOMPARE(byModel.value(QStringLiteral("GV-2")).type, QStringLiteral("GeoVision"));
+    QCOMPARE(byModel.value(QStringLiteral("A-1")).type, QStringLiteral("Unknown"));
+}
+
+void TestDiscovery::nameScopeUntilTheDeviceAnswers()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start({ named(QStringLiteral("ACME Cam"), QStringLiteral("A-1")) }));
+    Camera& camera = fleet.camera(0);
+    FaultSpec slow;
+    slow.delayMs = 1000;
+    camera.setFault(QStringLiteral("GetDeviceInformation"), slow);
+    DiscoveryResponder responder;
+    // The scope names another maker than the device will: the type stays the scope's.
+    responder.addEntry(entryFor(camera, camera.deviceUrl(),
+        { QStringLiteral("onvif://www.onvif.org/type/video_encoder"),
+            QStringLiteral("onvif://www.onvif.org/name/GeoVision"),
+            QStringLiteral("onvif://www.onvif.org/hardware/A-1") }));
+    QString error;
+    QVERIFY2(responder.start(QStringLiteral("0.0.0.0"), 3702, &error), qPrintable(error));
+
+    Discovery discovery(nullptr);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 1);
+    Onvif::DeviceInfo info = discovery.getDeviceInformation().first();
+    QCOMPARE(info.manufacturer, QStringLiteral("GeoVision"));
+    QCOMPARE(info.type, QStringLiteral("GeoVision"));
+    QVERIFY(info.model.isEmpty());
+
+    QTRY_VERIFY(allAnswered(discovery.getDeviceInformation()));
+    info = discovery.getDeviceInformation().first();
+    QCOMPARE(info.manufacturer, QStringLiteral("ACME Cam"));
+    QCOMPARE(info.model, QStringLiteral("A-1"));
+    QCOMPARE(info.type, QStringLiteral("GeoVision"));
+}
+
+void TestDiscovery::addressForms()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start(1));
+    Camera& camera = fleet.camera(0);
+    const QString port = QString::number(camera.port());
+    DiscoveryResponder responder;
+    // No port: 80, where nothing listens in this namespace.
+    responder.addEntry(
+        entryFor(camera, QStringLiteral("http://127.0.0.1/onvif/device_service"), camera.scopes()));
+    // Two addresses: the record keeps the first path, the request goes to the whole text.
+    const QString twoAddresses
+        = QStringLiteral("http://127.0.0.1:%1/onvif/first http://[::1]:%1/onvif/second").arg(port);
+    responder.addEntry(entryFor(camera, twoAddresses, camera.scopes()));
+    // A host name only: no record at all.
+    responder.addEntry(
+        entryFor(camera, QStringLiteral("http://camera.local/onvif/device_service"), camera.scopes()));
+    QString error;
+    QVERIFY2(responder.start(QStringLiteral("0.0.0.0"), 3702, &error), qPrintable(error));
+
+    LogCapture log;
+    Discovery discovery(nullptr);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 2);
+    QTRY_COMPARE(
+        countMessages(log, QStringLiteral("Error while sending GetDeviceInformationRequest:1 (")), 1);
+    QTRY_VERIFY(!discovery.getDeviceInformation().value(1).model.isEmpty());
+    QTest::qWait(200);
+
+    const auto devices = discovery.getDeviceInformation();
+    QCOMPARE(devices.size(), 2);
+    QCOMPARE(devices[0].port, QStringLiteral("80"));
+    QCOMPARE(devices[0].path, QStringLiteral("/onvif/device_service"));
+    QCOMPARE(devices[0].manufacturer, QStringLiteral("SimCam")); // the scope, kept: no answer
+    QVERIFY(devices[0].model.isEmpty());
+    QCOMPARE(devices[1].port, port);
+    QCOMPARE(devices[1].path, QStringLiteral("/onvif/first"));
+    QCOMPARE(devices[1].model, camera.config().model);
+    const auto requests = camera.requestsFor(QStringLiteral("GetDeviceInformation"));
+    QCOMPARE(requests.size(), 1);
+    QVERIFY2(requests.first().path.startsWith(QStringLiteral("/onvif/first"))
+            && requests.first().path.endsWith(QStringLiteral("/onvif/second")),
+        qPrintable(requests.first().path));
+    QCOMPARE(countMessages(log, QStringLiteral("Addr is empty.")), 0);
+}
+
+void TestDiscovery::duplicatesKept()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start(1));
+    DiscoveryResponder responder;
+    responder.addCamera(fleet.camera(0));
+    responder.addCamera(fleet.camera(0));
+    QString error;
+    QVERIFY2(responder.start(QStringLiteral("0.0.0.0"), 3702, &error), qPrintable(error));
+
+    Discovery discovery(nullptr);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 2);
+    QTRY_VERIFY(allAnswered(discovery.getDeviceInformation()));
+    const auto devices = discovery.getDeviceInformation();
+    QCOMPARE(devices[0].port, devices[1].port);
+    QCOMPARE(devices[0].serialNumber, devices[1].serialNumber);
+    QCOMPARE(fleet.camera(0).requestsFor(QStringLiteral("GetDeviceInformation")).size(), 2);
+}
+
+void TestDiscovery::newSearchDropsOldResults()
+{
+    Fleet fleet;
+    QVERIFY(fleet.start({ named(QStringLiteral("BrandA"), QStringLiteral("A-1")),
+        named(QStringLiteral("BrandB"), QStringLiteral("B-1")) }));
+    FaultSpec slow;
+    slow.delayMs = 1000;
+    fleet.camera(0).setFault(QStringLiteral("GetDeviceInformation"), slow);
+    DiscoveryResponder responder;
+    responder.addCamera(fleet.camera(0));
+    QString error;
+    QVERIFY2(responder.start(QStringLiteral("0.0.0.0"), 3702, &error), qPrintable(error));
+
+    Discovery discovery(nullptr);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 1);
+    QTRY_COMPARE(fleet.camera(0).requestCount(), 1); // camera A is holding its answer
+
+    responder.clearEntries();
+    responder.addCamera(fleet.camera(1));
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QVERIFY(discovery.getDeviceInformation().isEmpty());
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 1);
+    QTRY_VERIFY(allAnswered(discovery.getDeviceInformation()));
+    QTest::qWait(1500); // past camera A's answer, which must not land in B's record
+
+    const auto devices = discovery.getDeviceInformation();
+    QCOMPARE(devices.size(), 1);
+    QCOMPARE(devices[0].manufacturer, QStringLiteral("BrandB"));
+    QCOMPARE(devices[0].model, QStringLiteral("B-1"));
+    QCOMPARE(devices[0].port, QString::number(fleet.camera(1).port()));
+}
+
+void TestDiscovery::malformedDatagrams()
+{
+    LogCapture log;
+    Discovery discovery(nullptr);
+    QUdpSocket* target = loopbackSocket(discovery);
+    QVERIFY(target);
+    QUdpSocket sender;
+    QVERIFY(sender.bind(QHostAddress(QHostAddress::LocalHost), 0));
+    auto send = [&](const QByteArray& datagram) {
+        sender.writeDatagram(datagram, QHostAddress::LocalHost, target->localPort());
+    };
+
+    const QList<QByteArray> broken { QByteArray("not xml at all"), QByteArray(),
+        QByteArray("<Envelope><Body/></Envelope>"), QByteArray("<Envelope><XAddrs>  </XAddrs></Envelope>"),
+        QByteArray("<Envelope><XAddrs>http://127.0.0.1:1/onvif/device_service</XAddrs>") };
+    for (const QByteArray& datagram : broken)
+        send(datagram);
+    // Well-formed but without an IPv4 address: skipped without a word.
+    send("<Envelope><XAddrs>http://camera.local:80/onvif/device_service</XAddrs></Envelope>");
+    QTRY_COMPARE(countMessages(log, QStringLiteral("Addr is empty.")), 5);
+    // The bytes are read as Latin-1: a UTF-8 name arrives as its two Latin-1 characters.
+    send("<Envelope><XAddrs>http://127.0.0.1:1/d</XAddrs>"
+         "<Scopes>onvif://www.onvif.org/name/Caf\xc3\xa9 "
+         "onvif://www.onvif.org/hardware/X</Scopes></Envelope>");
+    // An undeclared prefix is tolerated, as in the probe itself.
+    send("<e:Envelope><e:XAddrs>http://127.0.0.1:2/e</e:XAddrs></e:Envelope>");
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 2);
+    QTest::qWait(100);
+    QCOMPARE(countMessages(log, QStringLiteral("Addr is empty.")), 5);
+    QCOMPARE(discovery.getDeviceInformation().last().path, QStringLiteral("/e"));
+    QVERIFY(discovery.getDeviceInformation().last().manufacturer.isEmpty());
+    const Onvif::DeviceInfo info = discovery.getDeviceInformation().first();
+    QCOMPARE(info.ip, QStringLiteral("127.0.0.1"));
+    QCOMPARE(info.port, QStringLiteral("1"));
+    QCOMPARE(info.path, QStringLiteral("/d"));
+    QCOMPARE(info.manufacturer, QString::fromLatin1("Caf\xc3\xa9"));
+    QCOMPARE(info.type, QStringLiteral("Unknown"));
+}
+
+void TestDiscovery::fiveHundredCameras()
+{
+    const int count = 500;
+    Fleet fleet;
+    QElapsedTimer clock;
+    clock.start();
+    QString error;
+    QVERIFY2(fleet.start(count, CameraConfig::defaultCamera(), &error), qPrintable(error));
+    QVERIFY2(fleet.startDiscovery(QStringLiteral("0.0.0.0"), 3702, QString(), &error), qPrintable(error));
+    const qint64 started = clock.restart();
+
+    Discovery discovery(nullptr);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE_WITH_TIMEOUT(discovery.getDeviceInformation().size(), count, 10000);
+    const qint64 found = clock.elapsed();
+    QTRY_VERIFY_WITH_TIMEOUT(allAnswered(discovery.getDeviceInformation()), 20000);
+    const qint64 answered = clock.elapsed();
+    QTest::qWait(300);
+
+    const auto devices = discovery.getDeviceInformation();
+    QCOMPARE(devices.size(), count);
+    QSet<QString> serials, ports;
+    for (const Onvif::DeviceInfo& info : devices) {
+        serials << info.serialNumber;
+        ports << info.port;
+    }
+    QCOMPARE(serials.size(), count);
+    QCOMPARE(ports.size(), count);
+    qInfo("%d cameras: fleet up in %lld ms, all %d probe answers in %lld ms, all device answers in %lld ms",
+        count, started, count, found, answered);
+}
+
+int main(int argc, char** argv)
+{
+    enterOwnNetworkNamespace();
+    QCoreApplication app(argc, argv);
+    TestDiscovery test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_discovery.moc"
