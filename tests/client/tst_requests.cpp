@@ -345,9 +345,11 @@ void TestRequests::thousandRequestsLeaveNothingBehind()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QVERIFY(manager.findChildren<QNetworkReply*>().isEmpty());
     QCOMPARE(manager.children().size(), children);
-    QVERIFY2(openDescriptors() <= descriptors + 2,
+    // The in-process camera closes its ends on its own threads; give a loaded machine time.
+    QTRY_VERIFY2_WITH_TIMEOUT(openDescriptors() <= descriptors + 2,
         qPrintable(
-            QStringLiteral("%1 descriptors before, %2 after").arg(descriptors).arg(openDescriptors())));
+            QStringLiteral("%1 descriptors before, %2 after").arg(descriptors).arg(openDescriptors())),
+        10000);
 }
 
 QTEST_GUILESS_MAIN(TestRequests)
