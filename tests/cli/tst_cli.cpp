@@ -60,6 +60,9 @@ private slots:
     void errorExits_data();
     void errorExits();
     void progressWhileWaiting();
+    void ptzPresetsAndMoves();
+    void ptzErrors();
+    void events();
     void demo();
 
 private:
@@ -201,13 +204,99 @@ void TestCli::progressWhileWaiting()
         qPrintable(run.err));
 }
 
+void TestCli::ptzPresetsAndMoves()
+{
+    const QStringList base { "-u", "admin", "-p", "admin", "--json", "ptz", m_url };
+    const auto presetsOf = [&](const QString& profile) {
+        const Run run = cli(base + QStringList { "--profile", profile, "presets" });
+        return jsonOf(run).value("presets").toArray();
+    };
+    const int before = presetsOf("prof_main").size();
+    QCOMPARE(cli(base + QStringList { "set-preset", "Gate" }).exitCode, 0);
+    const QJsonArray after = presetsOf("prof_main");
+    QCOMPARE(after.size(), before + 1);
+    const QString gate = after.last().toObject().value("token").toString();
+    QCOMPARE(after.last().toObject().value("name").toString(), QStringLiteral("Gate"));
+    QCOMPARE(m_camera->presets("prof_main").size(), before + 1);
+
+    // A move runs for the given time and ends with a stop that names both axes.
+    const Run move = cli(base + QStringList { "move", "0.5", "0", "0.25", "0.3" });
+    QCOMPARE(move.exitCode, 0);
+    QVERIFY(m_camera->requestsFor("ContinuousMove").size() >= 2); // pan-tilt, then zoom
+    const QByteArray stop = m_camera->requestsFor("Stop").last().body;
+    QVERIFY(stop.contains("<tptz:PanTilt>true</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom>"));
+    QVERIFY(!m_camera->ptzPosition("ptz_node_0").moving);
+
+    QCOMPARE(cli(base + QStringList { "home" }).exitCode, 0);
+    QCOMPARE(cli(base + QStringList { "goto", gate }).exitCode, 0);
+    QCOMPARE(m_camera->requestsFor("GotoPreset").last().body.contains(gate.toUtf8()), true);
+    QCOMPARE(cli(base + QStringList { "save-home" }).exitCode, 0);
+    QCOMPARE(cli(base + QStringList { "stop" }).exitCode, 0);
+    QCOMPARE(cli(base + QStringList { "remove-preset", gate }).exitCode, 0);
+    QCOMPARE(presetsOf("prof_main").size(), before);
+
+    // The second PTZ profile is reachable by name.
+    QCOMPARE(cli(base + QStringList { "--profile", "prof_sub", "stop" }).exitCode, 0);
+    QVERIFY(m_camera->requestsFor("Stop").last().body.contains("prof_sub"));
+}
+
+void TestCli::ptzErrors()
+{
+    const QStringList base { "-u", "admin", "-p", "admin", "ptz", m_url };
+    QCOMPARE(cli(base + QStringList { "spin" }).exitCode, 2);
+    QCOMPARE(cli(base + QStringList { "move", "2", "0" }).exitCode, 2);
+    QCOMPARE(cli(base + QStringList { "move", "0.1" }).exitCode, 2);
+    QCOMPARE(cli(base + QStringList { "--profile", "prof_jpeg", "stop" }).exitCode, 2); // no PTZ there
+    // The camera refuses an unknown preset.
+    const Run missing = cli(base + QStringList { "goto", "no-such-preset" });
+    QCOMPARE(missing.exitCode, 1);
+    QVERIFY2(missing.err.contains(QLatin1String("refused the request")), qPrintable(missing.err));
+
+    CameraSim::CameraConfig fixed = CameraSim::CameraConfig::defaultCamera();
+    fixed.ptzCapability = false;
+    Camera camera(fixed);
+    QVERIFY(camera.start());
+    const Run none = cli({ "-u", "admin", "-p", "admin", "ptz", camera.deviceUrl(), "stop" });
+    QVERIFY2(none.exitCode == 1, qPrintable(none.err));
+}
+
+void TestCli::events()
+{
+    CameraSim::CameraConfig config = CameraSim::CameraConfig::defaultCamera();
+    config.eventIntervalMs = 200;
+    Camera camera(config);
+    QVERIFY(camera.start());
+    const Run run = cli({ "-u", "admin", "-p", "admin", "--json", "events", camera.deviceUrl(), "2" });
+    QCOMPARE(run.exitCode, 0);
+    const QJsonObject o = jsonOf(run);
+    QVERIFY(o.value("unsubscribed").toBool());
+    const QJsonArray events = o.value("events").toArray();
+    QVERIFY2(events.size() >= 3, qPrintable(run.out));
+    QVERIFY(!events[0].toObject().value("utcTime").toString().isEmpty());
+    QVERIFY(events[0].toObject().value("data").toObject().contains("State"));
+    QCOMPARE(camera.subscriptionCount(), 0);
+    QCOMPARE(camera.requestsFor("Unsubscribe").size(), 1);
+
+    QCOMPARE(cli({ "-u", "admin", "-p", "admin", "events", camera.deviceUrl(), "-3" }).exitCode, 2);
+    config.eventsCapability = false;
+    Camera silent(config);
+    QVERIFY(silent.start());
+    const Run none = cli({ "-u", "admin", "-p", "admin", "events", silent.deviceUrl(), "1" });
+    // Cameras either leave the section out or refuse the category with a fault.
+    QCOMPARE(none.exitCode, 1);
+    QVERIFY2(
+        none.err.contains(QLatin1String("no event service")) || none.err.contains(QLatin1String("fault")),
+        qPrintable(none.err));
+}
+
 void TestCli::demo()
 {
     QTemporaryDir dir;
     const Run run = cli({ "demo", dir.path() }, 60000);
     QCOMPARE(run.exitCode, 0);
     for (const char* part : { "1. Probe", "connected:", "2. Device information", "3. Media profiles",
-             "rtsp://127.0.0.1:554/prof_main", "4. Snapshot", "Done:" })
+             "rtsp://127.0.0.1:554/prof_main", "4. Snapshot", "5. PTZ", "camera at pan 0.20", "Door",
+             "6. Events", "Unsubscribed.", "Done:" })
         QVERIFY2(run.out.contains(QLatin1String(part)), part);
     QVERIFY(!QImage(dir.filePath("demo-snapshot.jpg")).isNull());
 }

@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QTextStream>
 
+#include <memory>
 #include <mutex>
 #include <unistd.h>
 
@@ -101,7 +102,8 @@ bool awaitCondition(const std::function<bool()>& done, int timeoutMs, const QStr
 {
     if (done())
         return true;
-    Progress progress(what);
+    // Expected waits (long polls, pauses) pass no description and show no progress.
+    std::unique_ptr<Progress> progress(what.isEmpty() ? nullptr : new Progress(what));
     QEventLoop loop;
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, &loop, [&] {

@@ -22,20 +22,38 @@ int Context::failure(const QString& what, bool timedOut, bool authFault) const
         printError(QStringLiteral("%1: %2 refused the user name or password").arg(what, url.toString()));
         return AuthFailed;
     }
+    // The library's own error records say why: network errors carry the error number,
+    // faults their text.
     const QString record = log ? log->lastError() : QString();
     const QRegularExpressionMatch network
-        = QRegularExpression(QStringLiteral("Network error\\. Code:(\\d+)")).match(record);
+        = QRegularExpression(QStringLiteral("[Nn]etwork error\\. Code:? ?(\\d+)")).match(record);
     if (network.hasMatch()) {
         const int code = network.captured(1).toInt();
-        const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(code);
-        printError(QStringLiteral("%1: cannot reach %2 (%3)")
-                       .arg(what, url.toString(), QLatin1String(name ? name : "network error")));
+        const QString name
+            = QLatin1String(QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(code));
+        // Qt numbers connection failures below 100; from 200 on the device did answer, with an HTTP error.
+        if (code == QNetworkReply::AuthenticationRequiredError
+            || code == QNetworkReply::ContentAccessDenied) {
+            printError(QStringLiteral("%1: %2 refused the user name or password (%3)")
+                           .arg(what, url.toString(), name));
+            return AuthFailed;
+        }
+        if (code >= 200) {
+            printError(QStringLiteral("%1: the device refused the request (%2)").arg(what, name));
+            return DeviceFault;
+        }
+        printError(QStringLiteral("%1: cannot reach %2 (%3)").arg(what, url.toString(), name));
         return Unreachable;
     }
-    const int fault = record.indexOf(QLatin1String("Parse error. Msg: "));
+    const int fault = record.indexOf(QLatin1String("Fault detail:"));
     if (fault >= 0) {
-        QString text = record.mid(fault + 18);
+        QString text = record.mid(fault);
         text.truncate(text.lastIndexOf(QLatin1String(" (")));
+        text.remove(QRegularExpression(QStringLiteral(" Request name: \\w+$")));
+        if (text.contains(QLatin1String("NotAuthorized"), Qt::CaseInsensitive)) {
+            printError(QStringLiteral("%1: %2 refused the user name or password").arg(what, url.toString()));
+            return AuthFailed;
+        }
         printError(QStringLiteral("%1: the device answered with a fault: %2").arg(what, text));
         return DeviceFault;
     }

@@ -23,6 +23,10 @@ struct Context
 int info(const Context& context);
 int profiles(const Context& context);
 int snapshot(const Context& context, const QString& file);
+// One PTZ action on a profile (the first PTZ-capable one unless named).
+int ptz(const Context& context, const QString& profile, const QStringList& args);
+// Subscribes to a pull point, prints events for the given time, then unsubscribes.
+int events(const Context& context, int seconds);
 
 // The whole tour against a simulated camera started on loopback.
 int demo(const Options& options, LibraryLog& log, const QString& outputDir);

@@ -76,6 +76,33 @@ int demo(const Options& given, LibraryLog& log, const QString& outputDir)
     if (status != Ok)
         return status;
 
+    heading(5, QStringLiteral("PTZ: presets, a move, a preset saved and visited, home"));
+    const QString node = config.ptzNodes.isEmpty() ? QString() : config.ptzNodes.first().token;
+    auto position = [&] {
+        const CameraSim::PtzPosition at = camera.ptzPosition(node);
+        return QStringLiteral("     camera at pan %1, tilt %2, zoom %3")
+            .arg(at.pan, 0, 'f', 2)
+            .arg(at.tilt, 0, 'f', 2)
+            .arg(at.zoom, 0, 'f', 2);
+    };
+    const QList<QStringList> tour { { "presets" }, { "move", "0.5", "-0.25", "0", "0.4" },
+        { "set-preset", "Door" }, { "presets" }, { "home" }, { "goto", "" } };
+    for (QStringList step : tour) {
+        if (step.first() == QLatin1String("goto"))
+            step[1] = camera.presets(QStringLiteral("prof_main")).value(0).token;
+        printLine(QStringLiteral("   > ptz %1").arg(step.join(QLatin1Char(' '))));
+        status = ptz(context, QString(), step);
+        if (status != Ok)
+            return status;
+        if (step.first() != QLatin1String("presets"))
+            printLine(position());
+    }
+
+    heading(6, QStringLiteral("Events pulled from a pull-point subscription"));
+    status = events(context, 2);
+    if (status != Ok)
+        return status;
+
     printLine(QString());
     printLine(
         QStringLiteral("Done: %1 requests answered by the simulated camera.").arg(camera.requestCount()));

@@ -14,6 +14,10 @@ const char* const kUsage = R"(Commands:
   info URL                      device information and type
   profiles URL                  media profiles with their RTSP stream URIs
   snapshot URL [FILE]           picture of the largest profile (default snapshot.jpg)
+  ptz URL ACTION [ARGS]         move PAN TILT [ZOOM] [SECONDS] | stop | home | save-home | presets |
+                                goto PRESET | set-preset NAME [TOKEN] | remove-preset PRESET
+                                (on the first PTZ profile, or the one named by --profile)
+  events URL [SECONDS]          subscribe, print the events pulled for a while (default 10 s)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
 
 URL is a device-service address such as http://192.168.0.10/onvif/device_service.
@@ -55,8 +59,9 @@ int main(int argc, char* argv[])
     const QCommandLineOption timeout(
         "timeout", "Seconds to wait for each answer (default 10).", "seconds", "10");
     const QCommandLineOption verbose("verbose", "Print the library's log records on stderr.");
-    parser.addOptions({ user, password, json, timeout, verbose });
-    parser.addPositionalArgument("command", "info, profiles, snapshot or demo.");
+    const QCommandLineOption profile("profile", "Media profile token for ptz.", "token");
+    parser.addOptions({ user, password, json, timeout, verbose, profile });
+    parser.addPositionalArgument("command", "info, profiles, snapshot, ptz, events or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -97,7 +102,8 @@ int main(int argc, char* argv[])
         return Cli::demo(options, log, args.value(1, QStringLiteral(".")));
     }
 
-    const QMap<QString, int> maxArgs { { "info", 2 }, { "profiles", 2 }, { "snapshot", 3 } };
+    const QMap<QString, int> maxArgs { { "info", 2 }, { "profiles", 2 }, { "snapshot", 3 }, { "events", 3 },
+        { "ptz", 7 } };
     if (!maxArgs.contains(command)) {
         Cli::printError(QStringLiteral("unknown command '%1'; see --help").arg(command));
         return Cli::BadArguments;
@@ -118,5 +124,16 @@ int main(int argc, char* argv[])
         return Cli::info(context);
     if (command == QLatin1String("profiles"))
         return Cli::profiles(context);
+    if (command == QLatin1String("ptz"))
+        return Cli::ptz(context, parser.value(profile), args.mid(2));
+    if (command == QLatin1String("events")) {
+        bool ok = true;
+        const int seconds = args.size() > 2 ? args.at(2).toInt(&ok) : 10;
+        if (!ok || seconds <= 0) {
+            Cli::printError(QStringLiteral("events takes a positive number of seconds"));
+            return Cli::BadArguments;
+        }
+        return Cli::events(context, seconds);
+    }
     return Cli::snapshot(context, args.value(2, QStringLiteral("snapshot.jpg")));
 }

@@ -1,0 +1,180 @@
+#include "commands.h"
+
+#include <onvifTypes/onvifSecurity.h>
+#include <onvifTypes/onvifrequest.h>
+#include <onvifTypes/schema/tds/GetCapabilities.h>
+#include <onvifTypes/schema/tds/GetCapabilitiesResponse.h>
+#include <onvifTypes/schema/tev/CreatePullPointSubscription.h>
+#include <onvifTypes/schema/tev/CreatePullPointSubscriptionHeader.h>
+#include <onvifTypes/schema/tev/CreatePullPointSubscriptionResponse.h>
+#include <onvifTypes/schema/tev/PullMessages.h>
+#include <onvifTypes/schema/tev/PullMessagesHeader.h>
+#include <onvifTypes/schema/tev/PullMessagesResponse.h>
+#include <onvifTypes/schema/wsnt/Unsubscribe.h>
+#include <onvifTypes/schema/wsnt/UnsubscribeHeader.h>
+#include <onvifTypes/schema/wsnt/UnsubscribeResponse.h>
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+namespace Cli {
+
+namespace {
+
+// How long a pull may wait on the device for events.
+const int kLongPollMs = 5000;
+
+// One event request: security and WS-Addressing blocks in one header.
+class EventCall
+{
+public:
+    EventCall(const Context& context, QNetworkAccessManager* manager)
+        : m_context(context)
+        , m_manager(manager)
+        , m_security(context.options.user, context.options.password, 0LL)
+    { }
+
+    // False (and *exitCode) when the call failed or went unanswered.
+    bool run(const Serializable& addressing, const Serializable& body, const QString& url,
+        const QString& operation, Serializable& response, int* exitCode, bool longPoll = false)
+    {
+        SerializableContainer header;
+        header.append(m_security);
+        header.append(addressing);
+        QNetworkReply* reply = Onvif::Internal::postSoap(header, body, url, m_manager, false);
+        m_context.log->clear();
+        const int timeout = m_context.options.timeoutMs + (longPoll ? kLongPollMs : 0);
+        const bool answered = awaitCondition(
+            [reply] { return reply->isFinished(); }, timeout, longPoll ? QString() : operation);
+        if (!answered) {
+            reply->abort(); // finishes the reply; the manager releases it
+            reply->deleteLater();
+            *exitCode = m_context.failure(operation, true, false);
+            return false;
+        }
+        const Onvif::Internal::ReplyOutcome outcome
+            = Onvif::Internal::readReply(reply, operation, response, false);
+        if (outcome.failed) {
+            *exitCode = m_context.failure(operation, false, outcome.authFault);
+            return false;
+        }
+        return true;
+    }
+
+private:
+    const Context& m_context;
+    QNetworkAccessManager* m_manager;
+    OnvifSecurity m_security;
+};
+
+QString itemsText(const QSharedPointer<tt::ItemList>& items)
+{
+    QStringList parts;
+    if (items && items->SimpleItem) {
+        for (const RawXml& item : *items->SimpleItem)
+            parts << item.attribute(QStringLiteral("Name")) + QLatin1Char('=')
+                    + item.attribute(QStringLiteral("Value"));
+    }
+    return parts.join(QLatin1Char(' '));
+}
+
+QJsonObject itemsJson(const QSharedPointer<tt::ItemList>& items)
+{
+    QJsonObject o;
+    if (items && items->SimpleItem) {
+        for (const RawXml& item : *items->SimpleItem)
+            o.insert(item.attribute(QStringLiteral("Name")), item.attribute(QStringLiteral("Value")));
+    }
+    return o;
+}
+
+} // namespace
+
+int events(const Context& context, int seconds)
+{
+    QNetworkAccessManager manager;
+    int exitCode = Ok;
+
+    // The event service address comes from the device's capabilities.
+    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    tds::GetCapabilities ask;
+    ask.Category.reset(
+        new QVector<tt::CapabilityCategory> { tt::CapabilityCategory(tt::CapabilityCategory::Events) });
+    OnvifSecurity security(context.options.user, context.options.password, 0LL);
+    const QFuture<QString> address
+        = Onvif::RequestHelper<tds::GetCapabilities, tds::GetCapabilitiesResponse, QString>(
+            ask, QStringLiteral("GetCapabilities"), context.url.toString(), security, &manager,
+            [](tds::GetCapabilitiesResponse& r, bool, AsyncFuture::Deferred<QString>& result) {
+                result.complete(r.Capabilities->Events ? r.Capabilities->Events->XAddr->value() : QString());
+            },
+            false);
+    context.log->clear();
+    const bool answered
+        = await(address, context.options.timeoutMs, QStringLiteral("the event service address"));
+    if (!answered || address.isCanceled())
+        return context.failure(QStringLiteral("events"), !answered, false);
+    const QString eventUrl = address.result();
+    if (eventUrl.isEmpty()) {
+        printError(QStringLiteral("events: the device names no event service"));
+        return DeviceFault;
+    }
+
+    EventCall call(context, &manager);
+    tev::CreatePullPointSubscription create;
+    create.InitialTerminationTime.reset(
+        new universalSimpleType<QString>(QStringLiteral("PT%1S").arg(qMax(60, seconds + 30))));
+    tev::CreatePullPointSubscriptionResponse created;
+    if (!call.run(tev::CreatePullPointSubscriptionHeader(eventUrl), create, eventUrl,
+            QStringLiteral("CreatePullPointSubscription"), created, &exitCode))
+        return exitCode;
+    const QString pullPoint = created.SubscriptionReference->Address->value();
+    if (!context.options.json)
+        printLine(QStringLiteral("Subscribed at %1; events for %2 s:").arg(pullPoint).arg(seconds));
+
+    QJsonArray collected;
+    QElapsedTimer elapsed;
+    elapsed.start();
+    while (elapsed.elapsed() < seconds * 1000LL) {
+        tev::PullMessages pull;
+        const int waitSeconds = int(qBound(1LL, seconds - elapsed.elapsed() / 1000, kLongPollMs / 1000LL));
+        pull.Timeout->setValue(QStringLiteral("PT%1S").arg(waitSeconds));
+        pull.MessageLimit->setValue(10);
+        tev::PullMessagesResponse pulled;
+        if (!call.run(tev::PullMessagesHeader(pullPoint), pull, pullPoint, QStringLiteral("PullMessages"),
+                pulled, &exitCode, true))
+            return exitCode;
+        if (!pulled.Message)
+            continue;
+        for (const tt::Message& message : *pulled.Message) {
+            const QString time = message.UtcTime ? message.UtcTime->value() : QString();
+            const QString operation
+                = message.PropertyOperation ? message.PropertyOperation->serialize(QString()) : QString();
+            if (context.options.json) {
+                collected.append(QJsonObject { { "utcTime", time }, { "operation", operation },
+                    { "source", itemsJson(message.Source) }, { "key", itemsJson(message.Key) },
+                    { "data", itemsJson(message.Data) } });
+            } else {
+                printLine(QStringLiteral("  %1 %2  source: %3  key: %4  data: %5")
+                              .arg(time, operation, itemsText(message.Source), itemsText(message.Key),
+                                  itemsText(message.Data)));
+            }
+        }
+    }
+
+    wsnt::Unsubscribe cancel;
+    wsnt::UnsubscribeResponse cancelled;
+    const bool unsubscribed = call.run(wsnt::UnsubscribeHeader(pullPoint), cancel, pullPoint,
+        QStringLiteral("Unsubscribe"), cancelled, &exitCode);
+    if (context.options.json)
+        printJson(QJsonObject {
+            { "subscription", pullPoint }, { "events", collected }, { "unsubscribed", unsubscribed } });
+    else
+        printLine(unsubscribed ? QStringLiteral("Unsubscribed.")
+                               : QStringLiteral("The subscription ends by itself."));
+    return Ok;
+}
+
+} // namespace Cli

@@ -1,0 +1,153 @@
+#include "commands.h"
+
+#include <onvifTypes/onvifSecurity.h>
+#include <onvifTypes/ptz/onvifPtzReq.h>
+
+#include <QJsonArray>
+#include <QNetworkAccessManager>
+#include <QThread>
+
+#include <cmath>
+
+namespace Cli {
+
+namespace {
+
+bool toFloat(const QString& text, float* value)
+{
+    bool ok = false;
+    *value = text.toFloat(&ok);
+    return ok && std::isfinite(*value) && *value >= -1.0f && *value <= 1.0f;
+}
+
+// Waits for one PTZ call; false (and *exitCode) when it failed or went unanswered.
+template <typename T>
+bool finish(const Context& context, const QFuture<T>& future, const QString& what, int* exitCode)
+{
+    const bool answered = await(future, context.options.timeoutMs, what);
+    if (answered && !future.isCanceled())
+        return true;
+    *exitCode = context.failure(what, !answered, false);
+    return false;
+}
+
+} // namespace
+
+int ptz(const Context& context, const QString& profile, const QStringList& args)
+{
+    static const QMap<QString, QPair<int, int>> arity { { "move", { 2, 4 } }, { "stop", { 0, 0 } },
+        { "home", { 0, 0 } }, { "save-home", { 0, 0 } }, { "presets", { 0, 0 } }, { "goto", { 1, 1 } },
+        { "set-preset", { 1, 2 } }, { "remove-preset", { 1, 1 } } };
+    const QString action = args.value(0);
+    const QStringList rest = args.mid(1);
+    if (!arity.contains(action) || rest.size() < arity[action].first || rest.size() > arity[action].second) {
+        printError(QStringLiteral("ptz needs one of: move PAN TILT [ZOOM] [SECONDS], stop, home, save-home, "
+                                  "presets, goto PRESET, set-preset NAME [TOKEN], remove-preset PRESET"));
+        return BadArguments;
+    }
+    float pan = 0, tilt = 0, zoom = 0;
+    double seconds = 1.0;
+    if (action == QLatin1String("move")) {
+        bool ok = toFloat(rest[0], &pan) && toFloat(rest[1], &tilt)
+            && (rest.size() < 3 || toFloat(rest[2], &zoom));
+        if (rest.size() > 3)
+            seconds = rest[3].toDouble(&ok) > 0 && ok ? rest[3].toDouble() : -1;
+        if (!ok || seconds <= 0) {
+            printError(QStringLiteral(
+                "ptz move: speeds are numbers from -1 to 1, the time a positive number of seconds"));
+            return BadArguments;
+        }
+    }
+
+    QNetworkAccessManager manager;
+    PtzSys::OnvifPtzReq req(OnvifSecurity(context.options.user, context.options.password, 0LL),
+        context.url.toString(), &manager, 0, nullptr);
+    int exitCode = Ok;
+    const QFuture<bool> capable = req.checkCapability();
+    if (!finish(context, capable, QStringLiteral("ptz"), &exitCode))
+        return exitCode;
+    if (!capable.result()) {
+        printError(QStringLiteral("ptz: %1 has no PTZ service").arg(context.url.toString()));
+        return DeviceFault;
+    }
+    const QFuture<QVector<PtzSys::Token>> tokens = req.reqTokens();
+    if (!finish(context, tokens, QStringLiteral("ptz profiles"), &exitCode))
+        return exitCode;
+    PtzSys::Token token;
+    for (const PtzSys::Token& t : tokens.result()) {
+        if (profile.isEmpty() || t.MediaProfileToken == profile) {
+            token = t;
+            break;
+        }
+    }
+    if (token.MediaProfileToken.isEmpty()) {
+        printError(profile.isEmpty()
+                ? QStringLiteral("ptz: no profile of the device has a PTZ configuration")
+                : QStringLiteral("ptz: profile %1 has no PTZ configuration").arg(profile));
+        return profile.isEmpty() ? DeviceFault : BadArguments;
+    }
+    const QString p = token.MediaProfileToken;
+
+    if (action == QLatin1String("presets")) {
+        const QFuture<QVector<PtzSys::Preset>> list = req.presets(p);
+        if (!finish(context, list, QStringLiteral("ptz presets"), &exitCode))
+            return exitCode;
+        QJsonArray array;
+        for (const PtzSys::Preset& preset : list.result()) {
+            if (context.options.json)
+                array.append(QJsonObject { { "token", preset.token }, { "name", preset.name },
+                    { "pan", preset.pan }, { "tilt", preset.tilt }, { "zoom", preset.zoom } });
+            else
+                printLine(QStringLiteral("%1  %2  pan %3 tilt %4 zoom %5")
+                              .arg(preset.token, -12)
+                              .arg(preset.name, -16)
+                              .arg(preset.pan)
+                              .arg(preset.tilt)
+                              .arg(preset.zoom));
+        }
+        if (context.options.json)
+            printJson(QJsonObject { { "profile", p }, { "presets", array } });
+        else if (list.result().isEmpty())
+            printLine(QStringLiteral("No presets on %1.").arg(p));
+        return Ok;
+    }
+
+    QFuture<void> done;
+    QString message;
+    if (action == QLatin1String("move")) {
+        if (!finish(context, req.continuousPos(p, pan, tilt), QStringLiteral("ptz move"), &exitCode))
+            return exitCode;
+        if (zoom != 0 && !finish(context, req.continuousZoom(p, zoom), QStringLiteral("ptz zoom"), &exitCode))
+            return exitCode;
+        awaitCondition([] { return false; }, int(seconds * 1000), QString());
+        done = req.stop(p, true, true);
+        message = QStringLiteral("Moved %1 for %2 s and stopped.").arg(p).arg(seconds);
+    } else if (action == QLatin1String("stop")) {
+        done = req.stop(p, true, true);
+        message = QStringLiteral("Stopped %1.").arg(p);
+    } else if (action == QLatin1String("home")) {
+        done = req.toHome(p, 0, 0);
+        message = QStringLiteral("%1 goes home.").arg(p);
+    } else if (action == QLatin1String("save-home")) {
+        done = req.saveAsHome(p);
+        message = QStringLiteral("The position of %1 is its home now.").arg(p);
+    } else if (action == QLatin1String("goto")) {
+        done = req.gotoPreset(p, rest[0]);
+        message = QStringLiteral("%1 goes to preset %2.").arg(p, rest[0]);
+    } else if (action == QLatin1String("set-preset")) {
+        done = req.setPreset(p, rest.size() > 1 ? rest[1] : QString(), rest[0]);
+        message = QStringLiteral("Preset %1 saved on %2.").arg(rest[0], p);
+    } else {
+        done = req.delPreset(p, rest[0]);
+        message = QStringLiteral("Preset %1 removed from %2.").arg(rest[0], p);
+    }
+    if (!finish(context, done, QStringLiteral("ptz %1").arg(action), &exitCode))
+        return exitCode;
+    if (context.options.json)
+        printJson(QJsonObject { { "profile", p }, { "action", action }, { "done", true } });
+    else
+        printLine(message);
+    return Ok;
+}
+
+} // namespace Cli
