@@ -1,0 +1,51 @@
+#ifndef ONVIFTYPES_ONVIFINFODLG_H
+#define ONVIFTYPES_ONVIFINFODLG_H
+
+#include <onvifTypes/onvifRequests.h>
+
+#include <QDialog>
+#include <QString>
+#include <QVector>
+
+class QNetworkAccessManager;
+class QTreeWidgetItem;
+class OnvifDeviceInfo;
+class OnvifRTSP;
+class Ui_OnvifInfoDlg;
+
+namespace Onvif {
+class OnvifPreview;
+}
+
+// One camera's identity and media profiles in an editable two-column tree, with the
+// snapshot of its largest profile. Nothing is sent until the user presses the button;
+// every answer then rebuilds the tree from scratch. Failures show no text of their
+// own: the tree keeps what it had.
+class ONVIFTYPES_EXPORT OnvifInfoDlg : public QDialog
+{
+    Q_OBJECT
+
+public:
+    // The device-service URL is built from info's ip, port and path.
+    OnvifInfoDlg(const QString& login, const QString& password, const Onvif::DeviceInfo& info,
+        QWidget* parent = nullptr);
+    ~OnvifInfoDlg() override;
+
+public slots:
+    // Queries device information and the profile list with the texts of the edits.
+    void runUpdateOnvifInfo();
+    void updateOnvifInfo();
+
+private:
+    void makeChildsEditable(QTreeWidgetItem* item);
+
+    Ui_OnvifInfoDlg* ui;
+    Onvif::DeviceInfo info;
+    QVector<Onvif::OnvifProfileInfo> profiles;
+    QNetworkAccessManager* manager;
+    OnvifDeviceInfo* deviceInfo;
+    OnvifRTSP* rtsp;
+    Onvif::OnvifPreview* preview;
+};
+
+#endif // ONVIFTYPES_ONVIFINFODLG_H
