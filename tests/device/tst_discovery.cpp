@@ -2,6 +2,7 @@
 // the probe is a broadcast and must never reach the machine's real networks.
 
 #include "logCapture.h"
+#include "privateNetwork.h"
 
 #include <discoveryResponder.h>
 #include <fleet.h>
@@ -14,42 +15,11 @@
 #include <QUdpSocket>
 #include <QtTest>
 
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-
 using namespace CameraSim;
 
 namespace {
 
 QString g_namespaceProblem; // empty when the test runs in a network namespace of its own
-
-// Must run before any thread exists: a user namespace is only entered single-threaded.
-void enterOwnNetworkNamespace()
-{
-    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
-        g_namespaceProblem = QStringLiteral("cannot create a network namespace (%1)")
-                                 .arg(QString::fromLocal8Bit(strerror(errno)));
-        return;
-    }
-    // Only loopback exists in it: a broadcast sent from 127.0.0.1 leaves through lo and
-    // reaches the responders bound to the wildcard address.
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ifreq request {};
-    strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    if (fd < 0 || ioctl(fd, SIOCGIFFLAGS, &request) != 0
-        || (request.ifr_flags |= IFF_UP, ioctl(fd, SIOCSIFFLAGS, &request) != 0))
-        g_namespaceProblem = QStringLiteral("cannot bring up lo in the new namespace");
-    if (fd >= 0)
-        close(fd);
-    if (g_namespaceProblem.isEmpty() && !DiscoveryResponder::inPrivateNetworkNamespace())
-        g_namespaceProblem = QStringLiteral("the new namespace cannot be told apart from the host's");
-}
 
 CameraConfig named(const QString& manufacturer, const QString& model)
 {
@@ -410,7 +380,7 @@ void TestDiscovery::fiveHundredCameras()
 
 int main(int argc, char** argv)
 {
-    enterOwnNetworkNamespace();
+    g_namespaceProblem = enterOwnNetworkNamespace();
     QCoreApplication app(argc, argv);
     TestDiscovery test;
     return QTest::qExec(&test, argc, argv);

@@ -28,6 +28,9 @@ int ptz(const Context& context, const QString& profile, const QStringList& args)
 // Subscribes to a pull point, prints events for the given time, then unsubscribes.
 int events(const Context& context, int seconds);
 
+// Probes every local network and lists the devices that answered within listenMs.
+int discover(const Options& options, int listenMs);
+
 // The whole tour against a simulated camera started on loopback.
 int demo(const Options& options, LibraryLog& log, const QString& outputDir);
 

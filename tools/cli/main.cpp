@@ -11,6 +11,8 @@
 namespace {
 
 const char* const kUsage = R"(Commands:
+  discover                      broadcast a WS-Discovery probe on every local network and list the
+                                devices that answer within --timeout seconds (default 5)
   info URL                      device information and type
   profiles URL                  media profiles with their RTSP stream URIs
   snapshot URL [FILE]           picture of the largest profile (default snapshot.jpg)
@@ -61,7 +63,7 @@ int main(int argc, char* argv[])
     const QCommandLineOption verbose("verbose", "Print the library's log records on stderr.");
     const QCommandLineOption profile("profile", "Media profile token for ptz.", "token");
     parser.addOptions({ user, password, json, timeout, verbose, profile });
-    parser.addPositionalArgument("command", "info, profiles, snapshot, ptz, events or demo.");
+    parser.addPositionalArgument("command", "discover, info, profiles, snapshot, ptz, events or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -94,6 +96,13 @@ int main(int argc, char* argv[])
     const QString command = args.first();
     Cli::LibraryLog log(options.verbose);
 
+    if (command == QLatin1String("discover")) {
+        if (args.size() > 1) {
+            Cli::printError(QStringLiteral("discover takes no arguments; see --help"));
+            return Cli::BadArguments;
+        }
+        return Cli::discover(options, parser.isSet(timeout) ? options.timeoutMs : 5000);
+    }
     if (command == QLatin1String("demo")) {
         if (args.size() > 2) {
             Cli::printError(QStringLiteral("demo takes at most one argument, the folder for its files"));
