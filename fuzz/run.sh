@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang and runs each one for a given time.
+#   fuzz/run.sh [seconds per target] [target...]
+# Seeds are made afresh in the build directory from the captured camera replies in
+# ../shared/fixtures (read in place) and from the replies of the simulated camera.
+# Environment: ONVIFTYPES_FUZZ_BUILD (build dir), ONVIFTYPES_JOBS.
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+build=${ONVIFTYPES_FUZZ_BUILD:-$here/build-fuzz}
+seconds=${1:-60}
+shift || true
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_schema fuzz_stringenum fuzz_discovery)
+
+CC=clang-14 CXX=clang++-14 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DONVIFTYPES_FUZZ=ON -DONVIFTYPES_BUILD_TESTS=OFF -DONVIFTYPES_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$build" -j "${ONVIFTYPES_JOBS:-$(nproc)}" --target "${targets[@]}" onvif-camera-sim
+
+seeds=$build/fuzz-seeds
+"$here/fuzz/makeSeeds.sh" "$build/tools/simulator/onvif-camera-sim" "$seeds"
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+for target in "${targets[@]}"; do
+    corpus=$build/fuzz-corpus/$target
+    mkdir -p "$corpus" "$build/fuzz-crashes/$target"
+    seed=$seeds/xml
+    case $target in
+    fuzz_discovery) seed=$seeds/discovery ;;
+    fuzz_stringenum) seed=$seeds/text ;;
+    esac
+    echo "== $target: $seconds s"
+    "$build/fuzz/$target" "$corpus" "$seed" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=10 \
+        -max_len=65536 -print_final_stats=1 -artifact_prefix="$build/fuzz-crashes/$target/" \
+        2>&1 | tee "$build/fuzz-$target.log" | grep -E '^(#[0-9]+ *DONE|stat::number_of_executed_units|==[0-9]+==ERROR)' || true
+done
