@@ -1,0 +1,453 @@
+// OnvifInfoDlg under the offscreen platform against the simulated camera.
+
+#include "logCapture.h"
+
+#include <camera.h>
+
+#include <onvifTypes/dialog/onvifInfoDlg.h>
+
+#include <QBoxLayout>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTreeWidget>
+#include <QtTest>
+
+using CameraSim::AudioEncoder;
+using CameraSim::Camera;
+using CameraSim::CameraConfig;
+using CameraSim::ProfileConfig;
+using CameraSim::VideoEncoder;
+
+namespace {
+
+std::unique_ptr<Camera> startCamera(const CameraConfig& config)
+{
+    auto camera = std::make_unique<Camera>(config);
+    QString error;
+    if (!camera->start(&error))
+        qFatal("simulator did not start: %s", qPrintable(error));
+    return camera;
+}
+
+Onvif::DeviceInfo addressOf(const Camera& camera)
+{
+    Onvif::DeviceInfo info;
+    info.ip = camera.host();
+    info.port = QString::number(camera.port());
+    info.path = QUrl(camera.deviceUrl()).path();
+    return info;
+}
+
+VideoEncoder video(const QString& token, const char* encoding, int width, int height)
+{
+    VideoEncoder v;
+    v.token = v.name = token;
+    v.encoding = QLatin1String(encoding);
+    v.width = width;
+    v.height = height;
+    return v;
+}
+
+ProfileConfig profile(const QString& token, const QString& videoToken, const QString& audioToken = QString())
+{
+    ProfileConfig p;
+    p.token = p.name = token;
+    p.videoEncoder = videoToken;
+    p.audioEncoder = audioToken;
+    return p;
+}
+
+// Three profiles in the device's order small, JPEG, large: one with H.264 and audio,
+// one without H.264 but with audio, one with H.264 and no audio.
+CameraConfig mixedCamera()
+{
+    CameraConfig c = CameraConfig::defaultCamera();
+    c.manufacturer = QStringLiteral("DlgMaker");
+    c.model = QStringLiteral("DM-7");
+    c.serialNumber = QStringLiteral("SN-42");
+    c.hardwareId = QStringLiteral("HW-9");
+    c.firmwareVersion = QStringLiteral("2.3.4");
+    VideoEncoder big = video("v_big", "H264", 2560, 1440);
+    big.quality = 7.5f;
+    big.frameRate = 30;
+    big.govLength = 60;
+    big.h264Profile = QStringLiteral("High");
+    VideoEncoder jpeg = video("v_jpeg", "JPEG", 1280, 720);
+    jpeg.quality = 3;
+    jpeg.rateControl = false;
+    VideoEncoder small = video("v_small", "H264", 640, 360);
+    small.frameRate = 12;
+    small.govLength = 24;
+    small.h264Profile = QStringLiteral("Baseline");
+    c.videoEncoders = { small, jpeg, big };
+    AudioEncoder g711;
+    g711.token = QStringLiteral("a_g711");
+    AudioEncoder aac;
+    aac.token = QStringLiteral("a_aac");
+    aac.encoding = QStringLiteral("AAC");
+    aac.bitrate = 32;
+    aac.sampleRate = 16;
+    c.audioEncoders = { g711, aac };
+    c.profiles = { profile("small", "v_small"), profile("jpeg", "v_jpeg", "a_aac"),
+        profile("big", "v_big", "a_g711") };
+    c.profiles[2].streamUri = QStringLiteral("rtsp://127.0.0.1:8554/live/big");
+    return c;
+}
+
+// The tree as indented "label = value" lines, in display order.
+void dumpItem(const QTreeWidgetItem* item, int depth, QStringList* lines)
+{
+    QString line = QString(depth * 2, QLatin1Char(' ')) + item->text(0);
+    if (item->childCount() == 0)
+        line += QStringLiteral(" = ") + item->text(1);
+    lines->append(line);
+    for (int i = 0; i < item->childCount(); ++i)
+        dumpItem(item->child(i), depth + 1, lines);
+}
+
+QStringList dump(const QTreeWidget* tree)
+{
+    QStringList lines;
+    for (int i = 0; i < tree->topLevelItemCount(); ++i)
+        dumpItem(tree->topLevelItem(i), 0, &lines);
+    return lines;
+}
+
+QList<QTreeWidgetItem*> allItems(const QTreeWidget* tree)
+{
+    QList<QTreeWidgetItem*> items;
+    for (QTreeWidgetItemIterator it(const_cast<QTreeWidget*>(tree)); *it; ++it)
+        items.append(*it);
+    return items;
+}
+
+// The branches (items with children) that are expanded, and the ones that are not.
+QPair<int, int> expandedBranches(const QTreeWidget* tree)
+{
+    QPair<int, int> counts { 0, 0 };
+    for (const QTreeWidgetItem* item : allItems(tree)) {
+        if (item->childCount() > 0)
+            ++(item->isExpanded() ? counts.first : counts.second);
+    }
+    return counts;
+}
+
+QString tokenIn(const QByteArray& body)
+{
+    const int start = body.indexOf("ProfileToken>") + int(qstrlen("ProfileToken>"));
+    return QString::fromUtf8(body.mid(start, body.indexOf('<', start) - start));
+}
+
+// A shown dialog for the camera, so that its labels have their laid-out sizes.
+struct Dialog
+{
+    Dialog(const Camera& camera, const QString& password = QStringLiteral("admin"))
+        : dlg(QStringLiteral("admin"), password, addressOf(camera))
+        , tree(dlg.findChild<QTreeWidget*>("treeInfo"))
+        , image(dlg.findChild<QLabel*>("lbImage"))
+        , snapshotUri(dlg.findChild<QLabel*>("lbSnapshotUri"))
+        , expand(dlg.findChild<QCheckBox*>("cbExpand"))
+        , button(dlg.findChild<QPushButton*>("btnConnect"))
+    {
+        dlg.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dlg));
+    }
+    // Presses the button and waits until the profiles are in and the identity as well.
+    bool pressAndFill(int profileCount)
+    {
+        QTest::mouseClick(button, Qt::LeftButton);
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 10000) {
+            const auto found = tree->findItems(QStringLiteral("Profiles"), Qt::MatchExactly);
+            const auto model
+                = tree->findItems(QStringLiteral("Model"), Qt::MatchExactly | Qt::MatchRecursive);
+            if (found.size() == 1 && found[0]->childCount() == profileCount && model.size() == 1
+                && !model[0]->text(1).isEmpty())
+                return true;
+            QTest::qWait(10);
+        }
+        return false;
+    }
+
+    OnvifInfoDlg dlg;
+    QTreeWidget* tree;
+    QLabel* image;
+    QLabel* snapshotUri;
+    QCheckBox* expand;
+    QPushButton* button;
+};
+
+} // namespace
+
+class TestInfoDlg : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void form();
+    void fillsTreeInOrder();
+    void expandCheckbox();
+    void snapshotOfFirstLargest_data();
+    void snapshotOfFirstLargest();
+    void failedDeviceQueryLeavesIdentityEmpty();
+
+private:
+    std::unique_ptr<Camera> m_camera;
+};
+
+void TestInfoDlg::initTestCase()
+{
+    m_camera = startCamera(mixedCamera());
+}
+
+void TestInfoDlg::form()
+{
+    Onvif::DeviceInfo info;
+    info.ip = QStringLiteral("127.0.0.9");
+    info.port = QStringLiteral("8080");
+    info.path = QStringLiteral("/onvif/device_service");
+    OnvifInfoDlg dlg(QStringLiteral("operator"), QStringLiteral("secret"), info);
+    QCOMPARE(dlg.objectName(), QStringLiteral("OnvifInfoDlg"));
+    QCOMPARE(dlg.size(), QSize(1082, 770));
+    QCOMPARE(dlg.windowTitle(), QStringLiteral("Onvif информация"));
+
+    // Nesting, left to right and top to bottom, by object name.
+    auto names = [](QLayout* layout) {
+        QStringList list;
+        for (int i = 0; i < layout->count(); ++i) {
+            QLayoutItem* item = layout->itemAt(i);
+            list << (item->widget() ? item->widget()->objectName() : item->layout()->objectName());
+        }
+        return list;
+    };
+    QLayout* top = dlg.layout();
+    QVERIFY(qobject_cast<QHBoxLayout*>(top));
+    QCOMPARE(top->objectName(), QStringLiteral("horizontalLayout_5"));
+    QCOMPARE(names(top), QStringList({ "widget", "treeInfo" }));
+    auto* widget = dlg.findChild<QWidget*>("widget");
+    QCOMPARE(widget->minimumWidth(), 500);
+    QCOMPARE(widget->layout()->objectName(), QStringLiteral("verticalLayout_2"));
+    QCOMPARE(names(widget->layout()), QStringList({ "verticalLayout", "lbSnapshotUri", "lbImage" }));
+    auto* rows = widget->findChild<QVBoxLayout*>("verticalLayout");
+    QCOMPARE(names(rows),
+        QStringList(
+            { "horizontalLayout_3", "horizontalLayout", "horizontalLayout_2", "horizontalLayout_4" }));
+    const QStringList rowContents[] = { { "label_4", "edtLogin" }, { "label_2", "edtPass" },
+        { "label_3", "edtUrl" }, { "cbExpand", "btnConnect" } };
+    for (int i = 0; i < 4; ++i) {
+        QVERIFY(qobject_cast<QHBoxLayout*>(rows->itemAt(i)->layout()));
+        QCOMPARE(names(rows->itemAt(i)->layout()), rowContents[i]);
+        QCOMPARE(dlg.findChild<QWidget*>(rowContents[i][0])->minimumWidth(), 150);
+    }
+
+    QCOMPARE(dlg.findChild<QLabel*>("label_4")->text(), QStringLiteral("Имя пользователя:"));
+    QCOMPARE(dlg.findChild<QLabel*>("label_2")->text(), QStringLiteral("Пароль:"));
+    QCOMPARE(dlg.findChild<QLabel*>("label_3")->text(), QStringLiteral("Onvif URL:"));
+    QCOMPARE(dlg.findChild<QCheckBox*>("cbExpand")->text(), QStringLiteral("Expand"));
+    QCOMPARE(dlg.findChild<QPushButton*>("btnConnect")->text(), QStringLiteral("Обновить"));
+    QCOMPARE(dlg.findChild<QLabel*>("lbSnapshotUri")->text(), QString());
+    auto* image = dlg.findChild<QLabel*>("lbImage");
+    QCOMPARE(image->text(), QStringLiteral("preview"));
+    QCOMPARE(image->minimumHeight(), 500);
+    QCOMPARE(image->maximumSize(), QSize(480, 590));
+    QVERIFY(image->hasScaledContents());
+    QCOMPARE(image->alignment(), Qt::AlignCenter);
+
+    // Filled from the constructor's arguments; the password hidden.
+    QCOMPARE(dlg.findChild<QLineEdit*>("edtUrl")->text(),
+        QStringLiteral("http://127.0.0.9:8080/onvif/device_service"));
+    QCOMPARE(dlg.findChild<QLineEdit*>("edtLogin")->text(), QStringLiteral("operator"));
+    QCOMPARE(dlg.findChild<QLineEdit*>("edtPass")->text(), QStringLiteral("secret"));
+    QCOMPARE(dlg.findChild<QLineEdit*>("edtPass")->echoMode(), QLineEdit::Password);
+    QVERIFY(dlg.findChild<QCheckBox*>("cbExpand")->isChecked());
+    auto* tree = dlg.findChild<QTreeWidget*>("treeInfo");
+    QCOMPARE(tree->columnCount(), 2);
+    QCOMPARE(tree->headerItem()->text(0), QString());
+    QCOMPARE(tree->headerItem()->text(1), QString());
+    QCOMPARE(tree->topLevelItemCount(), 0);
+
+    // The two update slots are its only meta-methods of its own.
+    const QMetaObject* meta = dlg.metaObject();
+    QStringList own;
+    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i)
+        own << QString::fromLatin1(meta->method(i).methodSignature());
+    QCOMPARE(own, QStringList({ "runUpdateOnvifInfo()", "updateOnvifInfo()" }));
+
+    // Nothing goes out before the button is pressed.
+    const int before = m_camera->requestCount();
+    Dialog idle(*m_camera);
+    QTest::qWait(300);
+    QCOMPARE(m_camera->requestCount(), before);
+}
+
+void TestInfoDlg::fillsTreeInOrder()
+{
+    // The constructor's password is wrong: what counts is the edit's text at the press.
+    Dialog d(*m_camera, QStringLiteral("wrong"));
+    d.dlg.findChild<QLineEdit*>("edtPass")->setText(QStringLiteral("admin"));
+    LogCapture log;
+    QVERIFY(d.pressAndFill(3));
+
+    const QString port = QString::number(m_camera->port());
+    const QStringList expected = {
+        "General",
+        "  IP = 127.0.0.1",
+        "  Onvif port = " + port,
+        "  Onvif url = /onvif/device_service",
+        "  Manufacturer = DlgMaker",
+        "  Model = DM-7",
+        "  Serial number = SN-42",
+        "  Hardware id = HW-9",
+        "  Firmware version = 2.3.4",
+        "Profiles",
+        "  big",
+        "    Video",
+        "      Encoder token = v_big",
+        "      Encoding = H264",
+        "      Width = 2560",
+        "      Height = 1440",
+        "      Video quality = 7.5",
+        "      Video frame rate = 30",
+        "      H.264 profile = High",
+        "      H.264 gov length = 60",
+        "      RTSP = rtsp://127.0.0.1:8554/live/big",
+        "    Audio",
+        "      Encoder token = a_g711",
+        "      Encoding = G711",
+        "      Bitrate = 64",
+        "      Sample rate = 8",
+        "  jpeg",
+        "    Video",
+        "      Encoder token = v_jpeg",
+        "      Encoding = JPEG",
+        "      Width = 1280",
+        "      Height = 720",
+        "      Video quality = 3",
+        "      Video frame rate = 25",
+        "      RTSP = rtsp://127.0.0.1:554/jpeg",
+        "    Audio",
+        "      Encoder token = a_aac",
+        "      Encoding = AAC",
+        "      Bitrate = 32",
+        "      Sample rate = 16",
+        "  small",
+        "    Video",
+        "      Encoder token = v_small",
+        "      Encoding = H264",
+        "      Width = 640",
+        "      Height = 360",
+        "      Video quality = 5",
+        "      Video frame rate = 12",
+        "      H.264 profile = Baseline",
+        "      H.264 gov length = 24",
+        "      RTSP = rtsp://127.0.0.1:554/small",
+    };
+    QCOMPARE(dump(d.tree), expected);
+
+    // Values can be edited (to copy them); nothing else can.
+    for (const QTreeWidgetItem* item : allItems(d.tree))
+        QVERIFY2(
+            bool(item->flags() & Qt::ItemIsEditable) == (item->childCount() == 0), qPrintable(item->text(0)));
+    QCOMPARE(expandedBranches(d.tree), qMakePair(10, 0));
+
+    QTRY_VERIFY_WITH_TIMEOUT(!d.image->pixmap(Qt::ReturnByValue).isNull(), 10000);
+    bool logged = false;
+    for (const auto& r : log.records())
+        logged |= r.message.startsWith(QLatin1String(" runUpdateOnvifInfo: updateOnvifInfo ("));
+    QVERIFY(logged);
+}
+
+void TestInfoDlg::expandCheckbox()
+{
+    Dialog d(*m_camera);
+    QVERIFY(d.pressAndFill(3));
+    d.expand->setChecked(false);
+    QCOMPARE(expandedBranches(d.tree), qMakePair(0, 10));
+
+    // Both answers rebuild the tree again, and both keep it collapsed.
+    QSignalSpy rebuilt(d.tree->model(), &QAbstractItemModel::modelReset);
+    QTest::mouseClick(d.button, Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(rebuilt.count(), 2, 10000);
+    QCOMPARE(dump(d.tree).size(), 51);
+    QCOMPARE(expandedBranches(d.tree), qMakePair(0, 10));
+
+    d.expand->setChecked(true);
+    QCOMPARE(expandedBranches(d.tree), qMakePair(10, 0));
+}
+
+void TestInfoDlg::snapshotOfFirstLargest_data()
+{
+    QTest::addColumn<QVector<QSize>>("sizes"); // one profile "p<i>" with an encoder of its own each
+    QTest::addColumn<bool>("requested");
+    QTest::newRow("two equal largest")
+        << QVector<QSize> { { 640, 480 }, { 1920, 1080 }, { 1920, 1080 } } << true;
+    QTest::newRow("no resolution") << QVector<QSize> { { 0, 0 } } << false;
+}
+
+void TestInfoDlg::snapshotOfFirstLargest()
+{
+    QFETCH(QVector<QSize>, sizes);
+    QFETCH(bool, requested);
+    CameraConfig config = CameraConfig::defaultCamera();
+    config.videoEncoders.clear();
+    config.profiles.clear();
+    for (int i = 0; i < sizes.size(); ++i) {
+        const QString token = QStringLiteral("p%1").arg(i);
+        config.videoEncoders.append(video("v" + token, "H264", sizes[i].width(), sizes[i].height()));
+        config.profiles.append(profile(token, "v" + token));
+    }
+    const auto camera = startCamera(config);
+    Dialog d(*camera);
+    QVERIFY(d.pressAndFill(sizes.size()));
+
+    if (!requested) {
+        QTest::qWait(500);
+        QVERIFY(camera->requestsFor(QStringLiteral("GetSnapshotUri")).isEmpty());
+        QVERIFY(d.image->pixmap(Qt::ReturnByValue).isNull());
+        QCOMPARE(d.snapshotUri->text(), QString());
+        return;
+    }
+    // The stream list may order equal areas either way; the first shown must win.
+    const QString first = d.tree->topLevelItem(1)->child(0)->text(0);
+    QTRY_VERIFY_WITH_TIMEOUT(!d.image->pixmap(Qt::ReturnByValue).isNull(), 10000);
+    const auto asked = camera->requestsFor(QStringLiteral("GetSnapshotUri"));
+    QVERIFY(!asked.isEmpty());
+    for (const auto& request : asked) {
+        QCOMPARE(tokenIn(request.body), first);
+        QCOMPARE(request.authResult, QStringLiteral("ok"));
+    }
+    QCOMPARE(d.snapshotUri->text(), "Snapshot uri: " + camera->baseUrl() + "/snapshot/" + first + ".jpg");
+    QCOMPARE(camera->requestsFor(QStringLiteral("Snapshot")).last().path, "/snapshot/" + first + ".jpg");
+
+    // Scaled into the label, aspect ratio kept (the simulator's pictures are 16:9 here).
+    const QSize shown = d.image->pixmap(Qt::ReturnByValue).size();
+    const QSize room = d.image->size();
+    QVERIFY2(shown.width() <= room.width() && shown.height() <= room.height(),
+        qPrintable(QString("%1x%2").arg(shown.width()).arg(shown.height())));
+    QVERIFY(shown.width() == room.width() || shown.height() == room.height());
+    QVERIFY(qAbs(shown.width() * 9 - shown.height() * 16) <= 16);
+}
+
+void TestInfoDlg::failedDeviceQueryLeavesIdentityEmpty()
+{
+    CameraSim::FaultSpec fault;
+    fault.mode = CameraSim::FaultMode::SoapFault;
+    m_camera->setFault(QStringLiteral("GetDeviceInformation"), fault);
+    Dialog d(*m_camera);
+    QTest::mouseClick(d.button, Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!d.image->pixmap(Qt::ReturnByValue).isNull(), 10000);
+    m_camera->clearFaults();
+    const QStringList lines = dump(d.tree);
+    QCOMPARE(lines.mid(0, 9),
+        QStringList({ "General", "  IP = 127.0.0.1", "  Onvif port = " + QString::number(m_camera->port()),
+            "  Onvif url = /onvif/device_service", "  Manufacturer = ", "  Model = ", "  Serial number = ",
+            "  Hardware id = ", "  Firmware version = " }));
+    QCOMPARE(lines.size(), 51);
+}
+
+QTEST_MAIN(TestInfoDlg)
+#include "tst_infodlg.moc"
