@@ -5,6 +5,7 @@
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
 #include "onvifTypes/schema/tds/GetDeviceInformationResponse.h"
+#include "onvifTypes/xmlDepth_p.h"
 
 #include <QDomDocument>
 #include <QNetworkAccessManager>
@@ -145,7 +146,8 @@ void Discovery::readDatagram(const QByteArray& datagram)
 {
     QDomDocument document;
     // A failed parse may leave the part read so far; malformed answers count as empty.
-    if (!document.setContent(QString::fromLatin1(datagram), true))
+    const QString text = QString::fromLatin1(datagram);
+    if (!Utilites::xmlDepthWithinLimit(text) || !document.setContent(text, true))
         document.clear();
     const QString xaddrs = firstTextByTag(document, QStringLiteral("XAddrs"));
     if (xaddrs.isEmpty()) {

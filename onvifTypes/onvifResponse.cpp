@@ -2,6 +2,7 @@
 
 #include "onvifTypes/schema/soapenv/Fault.h"
 #include "onvifTypes/serializable.h"
+#include "onvifTypes/xmlDepth_p.h"
 
 namespace {
 
@@ -51,7 +52,8 @@ soapenv::Fault readFault(const QDomElement& node)
 
 OnvifResponse::OnvifResponse(const QString& text)
 {
-    if (!m_document.setContent(text, true))
+    // A reply nested too deep for the tree code counts as unparsable.
+    if (!Utilites::xmlDepthWithinLimit(text) || !m_document.setContent(text, true))
         m_document.clear();
 }
 
