@@ -12,7 +12,8 @@ namespace FuzzCommon {
 // The reply text as the request layer makes it: UTF-8 up to the first NUL byte.
 inline QString replyText(const uint8_t* data, size_t size)
 {
-    return QString::fromUtf8(reinterpret_cast<const char*>(data), int(qstrnlen(reinterpret_cast<const char*>(data), uint(size))));
+    return QString::fromUtf8(
+        reinterpret_cast<const char*>(data), int(qstrnlen(reinterpret_cast<const char*>(data), uint(size))));
 }
 
 // Takes the first two bytes as a selector, so that one corpus file addresses one class.

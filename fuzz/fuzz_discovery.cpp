@@ -55,10 +55,10 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
     }
     new QCoreApplication(*argc, *argv);
     harness = new Harness;
-    if (!harness->receiver.bind(QHostAddress::LocalHost, 0))
+    if (!harness->receiver.bind(QHostAddress(QHostAddress::LocalHost), 0))
         std::abort();
-    QObject::connect(&harness->receiver, &QUdpSocket::readyRead, &harness->discovery,
-        &Discovery::readPendingDatagrams);
+    QObject::connect(
+        &harness->receiver, &QUdpSocket::readyRead, &harness->discovery, &Discovery::readPendingDatagrams);
     return 0;
 }
 

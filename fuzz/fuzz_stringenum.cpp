@@ -5,6 +5,7 @@
 #include <onvifTypes/stringEnumBase.h>
 
 #include <QDomDocument>
+#include <QStringList>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

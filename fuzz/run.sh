@@ -12,8 +12,9 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_schema fuzz_stringenum fuzz_discovery)
 
+# -O1 with line tables only: the instrumented schema classes build much faster so.
 CC=clang-14 CXX=clang++-14 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DONVIFTYPES_FUZZ=ON -DONVIFTYPES_BUILD_TESTS=OFF -DONVIFTYPES_BUILD_EXAMPLES=OFF >/dev/null
+    "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -gline-tables-only" -DONVIFTYPES_FUZZ=ON -DONVIFTYPES_BUILD_TESTS=OFF -DONVIFTYPES_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$build" -j "${ONVIFTYPES_JOBS:-$(nproc)}" --target "${targets[@]}" onvif-camera-sim
 
 seeds=$build/fuzz-seeds
