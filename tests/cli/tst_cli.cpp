@@ -63,6 +63,7 @@ private slots:
     void ptzPresetsAndMoves();
     void ptzErrors();
     void events();
+    void dialog();
     void demo();
 
 private:
@@ -287,6 +288,36 @@ void TestCli::events()
     QVERIFY2(
         none.err.contains(QLatin1String("no event service")) || none.err.contains(QLatin1String("fault")),
         qPrintable(none.err));
+}
+
+void TestCli::dialog()
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    env.insert("ONVIF_CLI_DIALOG_EXIT", "filled");
+    QTemporaryDir dir;
+    env.insert("ONVIF_CLI_DIALOG_GRAB", dir.filePath("dialog.png"));
+    const Run run = cli({ "-u", "admin", "-p", "admin", "dialog", m_url }, 30000, env);
+    QCOMPARE(run.exitCode, 0);
+    const QString base = m_camera->baseUrl();
+    for (const QString& shown : { QStringLiteral("\n  Manufacturer: ") + m_camera->config().manufacturer,
+             QStringLiteral("\n  Onvif port: %1\n").arg(m_camera->port()), QStringLiteral("\n  prof_main\n"),
+             QStringLiteral("\n      RTSP: rtsp://127.0.0.1:554/prof_sub\n"),
+             "\nSnapshot uri: " + base + "/snapshot/prof_main.jpg\n", QStringLiteral("\nPreview: ") })
+        QVERIFY2(run.out.contains(shown), qPrintable(shown + " not in:\n" + run.out));
+    QVERIFY(!run.out.contains(QLatin1String("Preview: 0x0")));
+    QVERIFY(!QImage(dir.filePath("dialog.png")).isNull());
+
+    // The dialog itself shows no errors; the tool says that it never filled.
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    const QString closed = QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(probe.serverPort());
+    probe.close();
+    const Run unreachable = cli({ "--timeout", "1", "dialog", closed }, 30000, env);
+    QCOMPARE(unreachable.exitCode, 3);
+    QVERIFY2(unreachable.err.contains(QLatin1String("dialog: not filled within 1 s")),
+        qPrintable(unreachable.err));
+    QCOMPARE(cli({ "dialog" }, 30000, env).exitCode, 2);
 }
 
 void TestCli::demo()

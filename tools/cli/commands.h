@@ -27,6 +27,8 @@ int snapshot(const Context& context, const QString& file);
 int ptz(const Context& context, const QString& profile, const QStringList& args);
 // Subscribes to a pull point, prints events for the given time, then unsubscribes.
 int events(const Context& context, int seconds);
+// The library's device information dialog, queried at once; returns when it is closed.
+int dialog(const Context& context);
 
 // Probes every local network and lists the devices that answered within listenMs.
 int discover(const Options& options, int listenMs);

@@ -20,6 +20,7 @@ const char* const kUsage = R"(Commands:
                                 goto PRESET | set-preset NAME [TOKEN] | remove-preset PRESET
                                 (on the first PTZ profile, or the one named by --profile)
   events URL [SECONDS]          subscribe, print the events pulled for a while (default 10 s)
+  dialog URL                    the device information dialog, filled at once (needs a display)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
 
 URL is a device-service address such as http://192.168.0.10/onvif/device_service.
@@ -63,7 +64,8 @@ int main(int argc, char* argv[])
     const QCommandLineOption verbose("verbose", "Print the library's log records on stderr.");
     const QCommandLineOption profile("profile", "Media profile token for ptz.", "token");
     parser.addOptions({ user, password, json, timeout, verbose, profile });
-    parser.addPositionalArgument("command", "discover, info, profiles, snapshot, ptz, events or demo.");
+    parser.addPositionalArgument(
+        "command", "discover, info, profiles, snapshot, ptz, events, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -112,7 +114,7 @@ int main(int argc, char* argv[])
     }
 
     const QMap<QString, int> maxArgs { { "info", 2 }, { "profiles", 2 }, { "snapshot", 3 }, { "events", 3 },
-        { "ptz", 7 } };
+        { "ptz", 7 }, { "dialog", 2 } };
     if (!maxArgs.contains(command)) {
         Cli::printError(QStringLiteral("unknown command '%1'; see --help").arg(command));
         return Cli::BadArguments;
@@ -133,6 +135,8 @@ int main(int argc, char* argv[])
         return Cli::info(context);
     if (command == QLatin1String("profiles"))
         return Cli::profiles(context);
+    if (command == QLatin1String("dialog"))
+        return Cli::dialog(context);
     if (command == QLatin1String("ptz"))
         return Cli::ptz(context, parser.value(profile), args.mid(2));
     if (command == QLatin1String("events")) {
