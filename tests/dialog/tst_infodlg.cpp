@@ -193,7 +193,6 @@ private slots:
     void expandCheckbox();
     void snapshotOfFirstLargest_data();
     void snapshotOfFirstLargest();
-    void failedDeviceQueryLeavesIdentityEmpty();
 
 private:
     std::unique_ptr<Camera> m_camera;
@@ -244,14 +243,12 @@ void TestInfoDlg::form()
         QCOMPARE(dlg.findChild<QWidget*>(rowContents[i][0])->minimumWidth(), 150);
     }
 
-    QCOMPARE(dlg.findChild<QLabel*>("label_4")->text(), QStringLiteral("Имя пользователя:"));
-    QCOMPARE(dlg.findChild<QLabel*>("label_2")->text(), QStringLiteral("Пароль:"));
-    QCOMPARE(dlg.findChild<QLabel*>("label_3")->text(), QStringLiteral("Onvif URL:"));
-    QCOMPARE(dlg.findChild<QCheckBox*>("cbExpand")->text(), QStringLiteral("Expand"));
-    QCOMPARE(dlg.findChild<QPushButton*>("btnConnect")->text(), QStringLiteral("Обновить"));
-    QCOMPARE(dlg.findChild<QLabel*>("lbSnapshotUri")->text(), QString());
+    const QPair<const char*, QString> texts[] = { { "label_4", "Имя пользователя:" },
+        { "label_2", "Пароль:" }, { "label_3", "Onvif URL:" }, { "cbExpand", "Expand" },
+        { "btnConnect", "Обновить" }, { "lbSnapshotUri", "" }, { "lbImage", "preview" } };
+    for (const auto& t : texts)
+        QCOMPARE(dlg.findChild<QWidget*>(t.first)->property("text").toString(), t.second);
     auto* image = dlg.findChild<QLabel*>("lbImage");
-    QCOMPARE(image->text(), QStringLiteral("preview"));
     QCOMPARE(image->minimumHeight(), 500);
     QCOMPARE(image->maximumSize(), QSize(480, 590));
     QVERIFY(image->hasScaledContents());
@@ -430,23 +427,6 @@ void TestInfoDlg::snapshotOfFirstLargest()
         qPrintable(QString("%1x%2").arg(shown.width()).arg(shown.height())));
     QVERIFY(shown.width() == room.width() || shown.height() == room.height());
     QVERIFY(qAbs(shown.width() * 9 - shown.height() * 16) <= 16);
-}
-
-void TestInfoDlg::failedDeviceQueryLeavesIdentityEmpty()
-{
-    CameraSim::FaultSpec fault;
-    fault.mode = CameraSim::FaultMode::SoapFault;
-    m_camera->setFault(QStringLiteral("GetDeviceInformation"), fault);
-    Dialog d(*m_camera);
-    QTest::mouseClick(d.button, Qt::LeftButton);
-    QTRY_VERIFY_WITH_TIMEOUT(!d.image->pixmap(Qt::ReturnByValue).isNull(), 10000);
-    m_camera->clearFaults();
-    const QStringList lines = dump(d.tree);
-    QCOMPARE(lines.mid(0, 9),
-        QStringList({ "General", "  IP = 127.0.0.1", "  Onvif port = " + QString::number(m_camera->port()),
-            "  Onvif url = /onvif/device_service", "  Manufacturer = ", "  Model = ", "  Serial number = ",
-            "  Hardware id = ", "  Firmware version = " }));
-    QCOMPARE(lines.size(), 51);
 }
 
 QTEST_MAIN(TestInfoDlg)
