@@ -52,6 +52,8 @@ void OnvifPreview::getSnapshotUri(
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     QNetworkReply* reply = m_manager->post(request, envelope.getMessage().toUtf8());
     connect(reply, &QNetworkReply::finished, this, &OnvifPreview::getSnapshotUriResponse);
+    // Released also when the preview is gone by then; the borrowed manager would keep it.
+    connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 }
 
 void OnvifPreview::getSnapshotUriResponse()
@@ -82,6 +84,7 @@ void OnvifPreview::downloadImage(const QString& uri)
     ONVIF_LOG(m_logger, OnvifLog::Info, QStringLiteral("Download image: ") + uri);
     QNetworkReply* reply = m_manager->get(QNetworkRequest(QUrl(uri)));
     connect(reply, &QNetworkReply::finished, this, &OnvifPreview::downloaded);
+    connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 }
 
 void OnvifPreview::downloaded()
