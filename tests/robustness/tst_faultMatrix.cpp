@@ -95,7 +95,7 @@ Start ptzCall(std::function<QFuture<T>(PtzSys::OnvifPtzReq&)> call, bool checkFi
 QVector<Operation> operations()
 {
     using PtzSys::OnvifPtzReq;
-    const QString profile = QStringLiteral("Profile_1");
+    const QString profile = QStringLiteral("prof_main");
     return {
         { "Requests::deviceInfo", "GetDeviceInformation",
             requestsCall<Onvif::DeviceInfo>([](Onvif::Requests& r) { return r.deviceInfo(); }), true },
