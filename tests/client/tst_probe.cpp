@@ -1,10 +1,11 @@
+#include "simCamera.h"
+
 #include <camera.h>
 
 #include <onvifTypes/onvifProbe.h>
 
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QtTest>
 
 using namespace std::chrono_literals;
@@ -102,11 +103,8 @@ void TestProbe::abandonedAttemptsEmitFinishedOnly()
     }
     if (how == QLatin1String("password"))
         password = QStringLiteral("nope");
-    if (how == QLatin1String("refused")) {
-        QTcpServer server;
-        server.listen(QHostAddress::LocalHost);
-        port = server.serverPort();
-    }
+    if (how == QLatin1String("refused"))
+        port = closedPort();
     if (how == QLatin1String("fault")) {
         CameraSim::FaultSpec fault;
         fault.mode = CameraSim::FaultMode::SoapFault;

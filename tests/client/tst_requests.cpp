@@ -1,5 +1,6 @@
 #include "futureWait.h"
 #include "logCapture.h"
+#include "simCamera.h"
 
 #include <camera.h>
 
@@ -11,7 +12,6 @@
 
 #include <QDir>
 #include <QNetworkAccessManager>
-#include <QTcpServer>
 #include <QtTest>
 
 using CameraSim::Camera;
@@ -20,22 +20,6 @@ using CameraSim::CameraConfig;
 namespace {
 
 // A loopback port that nothing listens on.
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
-}
-
-std::unique_ptr<Camera> startCamera(CameraConfig config = CameraConfig::defaultCamera())
-{
-    auto camera = std::make_unique<Camera>(config);
-    QString error;
-    if (!camera->start(&error))
-        qFatal("simulator did not start: %s", qPrintable(error));
-    return camera;
-}
-
 int openDescriptors()
 {
     return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size();
@@ -347,8 +331,7 @@ void TestRequests::thousandRequestsLeaveNothingBehind()
     QCOMPARE(manager.children().size(), children);
     // The in-process camera closes its ends on its own threads; give a loaded machine time.
     QTRY_VERIFY2_WITH_TIMEOUT(openDescriptors() <= descriptors + 2,
-        qPrintable(
-            QStringLiteral("%1 descriptors before, %2 after").arg(descriptors).arg(openDescriptors())),
+        qPrintable(QStringLiteral("%1 descriptors before, %2 after").arg(descriptors).arg(openDescriptors())),
         10000);
 }
 

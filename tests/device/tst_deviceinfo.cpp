@@ -2,6 +2,7 @@
 
 #include "logCapture.h"
 #include "signalWait.h"
+#include "simCamera.h"
 
 #include <camera.h>
 
@@ -10,7 +11,6 @@
 #include <zyrChecker/zyrChecker.h>
 
 #include <QNetworkAccessManager>
-#include <QTcpServer>
 #include <QtTest>
 
 using CameraSim::Camera;
@@ -19,22 +19,6 @@ using CameraSim::FaultMode;
 using CameraSim::FaultSpec;
 
 namespace {
-
-std::unique_ptr<Camera> startCamera(CameraConfig config = CameraConfig::defaultCamera())
-{
-    auto camera = std::make_unique<Camera>(config);
-    QString error;
-    if (!camera->start(&error))
-        qFatal("simulator did not start: %s", qPrintable(error));
-    return camera;
-}
-
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
-}
 
 // A header block of the caller's own, to see that it is sent as given.
 class MarkerHeader : public Serializable

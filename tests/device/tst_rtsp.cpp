@@ -2,6 +2,7 @@
 
 #include "logCapture.h"
 #include "signalWait.h"
+#include "simCamera.h"
 
 #include <camera.h>
 
@@ -19,15 +20,6 @@ using CameraSim::ProfileConfig;
 using CameraSim::VideoEncoder;
 
 namespace {
-
-std::unique_ptr<Camera> startCamera(CameraConfig config = CameraConfig::defaultCamera())
-{
-    auto camera = std::make_unique<Camera>(config);
-    QString error;
-    if (!camera->start(&error))
-        qFatal("simulator did not start: %s", qPrintable(error));
-    return camera;
-}
 
 // Four profiles, each with an encoder of its own, so that four stream URIs are asked for.
 CameraConfig fourEncoders()

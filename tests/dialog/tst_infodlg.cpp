@@ -1,6 +1,7 @@
 // OnvifInfoDlg under the offscreen platform against the simulated camera.
 
 #include "logCapture.h"
+#include "simCamera.h"
 
 #include <camera.h>
 
@@ -21,15 +22,6 @@ using CameraSim::ProfileConfig;
 using CameraSim::VideoEncoder;
 
 namespace {
-
-std::unique_ptr<Camera> startCamera(const CameraConfig& config)
-{
-    auto camera = std::make_unique<Camera>(config);
-    QString error;
-    if (!camera->start(&error))
-        qFatal("simulator did not start: %s", qPrintable(error));
-    return camera;
-}
 
 Onvif::DeviceInfo addressOf(const Camera& camera)
 {

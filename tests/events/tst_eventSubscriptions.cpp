@@ -1,3 +1,4 @@
+#include "simCamera.h"
 #include <camera.h>
 
 #include <onvifTypes/onvifSecurity.h>
@@ -68,15 +69,6 @@ private:
     QNetworkAccessManager m_manager;
     OnvifSecurity m_security;
 };
-
-std::unique_ptr<Camera> startCamera(const CameraConfig& config)
-{
-    auto camera = std::make_unique<Camera>(config);
-    QString error;
-    if (!camera->start(&error))
-        qFatal("simulator did not start: %s", qPrintable(error));
-    return camera;
-}
 
 qint64 secondsBetween(const QString& from, const QString& to)
 {

@@ -4,15 +4,6 @@
 
 namespace PtzTest {
 
-std::unique_ptr<CameraSim::Camera> startCamera(const CameraSim::CameraConfig& config)
-{
-    auto camera = std::make_unique<CameraSim::Camera>(config);
-    QString error;
-    if (!camera->start(&error))
-        qFatal("simulator did not start: %s", qPrintable(error));
-    return camera;
-}
-
 QString soapBody(const QByteArray& envelope)
 {
     const QString text = QString::fromUtf8(envelope);

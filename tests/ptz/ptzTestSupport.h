@@ -2,6 +2,7 @@
 #define ONVIFTYPES_TESTS_PTZTESTSUPPORT_H
 
 #include "logCapture.h"
+#include "simCamera.h"
 
 #include <camera.h>
 
@@ -18,8 +19,7 @@
 
 namespace PtzTest {
 
-std::unique_ptr<CameraSim::Camera> startCamera(
-    const CameraSim::CameraConfig& config = CameraSim::CameraConfig::defaultCamera());
+using ::startCamera;
 
 // The element inside s:Body of a request envelope, as sent.
 QString soapBody(const QByteArray& envelope);

@@ -1,0 +1,15 @@
+#ifndef ONVIFTYPES_TESTS_SIMCAMERA_H
+#define ONVIFTYPES_TESTS_SIMCAMERA_H
+
+#include <camera.h>
+
+#include <memory>
+
+// A simulated camera on loopback, running; the test stops when it cannot start.
+std::unique_ptr<CameraSim::Camera> startCamera(
+    const CameraSim::CameraConfig& config = CameraSim::CameraConfig::defaultCamera());
+
+// A loopback port that nothing listens on.
+quint16 closedPort();
+
+#endif
