@@ -11,6 +11,14 @@ std::unique_ptr<CameraSim::Camera> startCamera(const CameraSim::CameraConfig& co
     return camera;
 }
 
+CameraSim::FaultSpec faultOf(CameraSim::FaultMode mode, int count)
+{
+    CameraSim::FaultSpec fault;
+    fault.mode = mode;
+    fault.count = count;
+    return fault;
+}
+
 quint16 closedPort()
 {
     QTcpServer server;

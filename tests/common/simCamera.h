@@ -9,6 +9,9 @@
 std::unique_ptr<CameraSim::Camera> startCamera(
     const CameraSim::CameraConfig& config = CameraSim::CameraConfig::defaultCamera());
 
+// A fault of that kind for count requests (-1: until cleared).
+CameraSim::FaultSpec faultOf(CameraSim::FaultMode mode, int count = -1);
+
 // A loopback port that nothing listens on.
 quint16 closedPort();
 

