@@ -19,7 +19,6 @@ using CameraSim::CameraConfig;
 
 namespace {
 
-// A loopback port that nothing listens on.
 int openDescriptors()
 {
     return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size();
@@ -34,10 +33,8 @@ class TestRequests : public QObject
 private slots:
     void init() { ZYRChecker::setKnownTexts({}); }
     void deviceInfo();
-    void mediaAddr();
+    void addressesAndPaths();
     void profilesOnePerEncoderLargestFirst();
-    void profilesGoToTheMediaPath();
-    void rtspUrlAsksForUnicastOverRtsp();
     void wrongPassword();
     void connectionRefused();
     void trace();
@@ -59,18 +56,15 @@ void TestRequests::deviceInfo()
     QVERIFY(waitForFuture(future));
     QVERIFY(!future.isCanceled());
     const Onvif::DeviceInfo info = future.result();
-    QCOMPARE(info.manufacturer, QStringLiteral("GeoVision"));
-    QCOMPARE(info.model, QStringLiteral("GV-1"));
-    QCOMPARE(info.firmwareVersion, config.firmwareVersion);
-    QCOMPARE(info.serialNumber, config.serialNumber);
-    QCOMPARE(info.hardwareId, config.hardwareId);
-    QCOMPARE(info.type, QStringLiteral("GeoVision"));
+    QCOMPARE(QStringList({ info.manufacturer, info.model, info.firmwareVersion, info.serialNumber,
+                 info.hardwareId, info.type }),
+        QStringList({ "GeoVision", "GV-1", config.firmwareVersion, config.serialNumber, config.hardwareId,
+            "GeoVision" }));
     QVERIFY(info.ip.isEmpty() && info.port.isEmpty() && info.path.isEmpty());
     QVERIFY(!requests.isAuthFault());
 
     const auto sent = camera->requestsFor(QStringLiteral("GetDeviceInformation"));
     QCOMPARE(sent.size(), 1);
-    QCOMPARE(sent[0].method, QStringLiteral("POST"));
     QCOMPARE(sent[0].header("Content-Type"), QByteArray("application/soap+xml"));
     QCOMPARE(sent[0].header("Connection").toLower(), QByteArray("close"));
     QVERIFY(sent[0].header("SOAPAction").isEmpty());
@@ -78,7 +72,7 @@ void TestRequests::deviceInfo()
     QVERIFY(sent[0].body.contains("<tds:GetDeviceInformation ></tds:GetDeviceInformation>"));
 }
 
-void TestRequests::mediaAddr()
+void TestRequests::addressesAndPaths()
 {
     const auto camera = startCamera();
     Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
@@ -86,6 +80,19 @@ void TestRequests::mediaAddr()
     QVERIFY(waitForFuture(future));
     QCOMPARE(future.result(), camera->serviceUrl(CameraSim::Service::Media));
     QVERIFY(camera->requestsFor("GetCapabilities")[0].body.contains("<tds:Category>All</tds:Category>"));
+    // Profiles go to the path given, the device's own when none is.
+    QVERIFY(waitForFuture(requests.profiles(QStringLiteral("/onvif/media_service"))));
+    QVERIFY(waitForFuture(requests.profiles(QString())));
+    const auto sent = camera->requestsFor(QStringLiteral("GetProfiles"));
+    QCOMPARE(sent.size(), 2);
+    QCOMPARE(sent[0].path, QStringLiteral("/onvif/media_service"));
+    QCOMPARE(sent[1].path, QUrl(camera->deviceUrl()).path());
+    const auto uri = requests.rtspUrl(QStringLiteral("prof_sub"), QStringLiteral("/onvif/media_service"));
+    QVERIFY(waitForFuture(uri));
+    QCOMPARE(uri.result(), QStringLiteral("rtsp://127.0.0.1:554/prof_sub"));
+    QVERIFY(camera->requestsFor(QStringLiteral("GetStreamUri"))[0].body.contains(
+        "<trt:StreamSetup ><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport ><tt:Protocol>RTSP"
+        "</tt:Protocol></tt:Transport></trt:StreamSetup><trt:ProfileToken>prof_sub</trt:ProfileToken>"));
 
     CameraConfig noMedia = CameraConfig::defaultCamera();
     noMedia.mediaCapability = false;
@@ -106,38 +113,30 @@ void TestRequests::profilesOnePerEncoderLargestFirst()
     const QVector<Onvif::OnvifProfileInfo> profiles = future.result();
 
     // Five profiles: one shares the main encoder (the first wins), one has no video.
-    QCOMPARE(profiles.size(), 3);
-    QCOMPARE(profiles[0].token, QStringLiteral("prof_main"));
-    QCOMPARE(profiles[1].token, QStringLiteral("prof_jpeg"));
-    QCOMPARE(profiles[2].token, QStringLiteral("prof_sub"));
-
-    const Onvif::OnvifProfileInfo& main = profiles[0];
-    QCOMPARE(main.width, 1920);
-    QCOMPARE(main.height, 1080);
-    QCOMPARE(main.encoderToken, QStringLiteral("venc_main"));
-    QCOMPARE(main.encoding, QStringLiteral("H264"));
-    QCOMPARE(main.quality, 5.0f);
-    QCOMPARE(main.frameRate, 25);
-    QVERIFY(main.hasH264);
-    QCOMPARE(main.govLength, 50);
-    QCOMPARE(main.h264Profile, QStringLiteral("High"));
-    QVERIFY(main.hasAudio);
-    QCOMPARE(main.audioToken, QStringLiteral("aenc_0"));
-    QCOMPARE(main.audioEncoding, QStringLiteral("G711"));
-    QCOMPARE(main.audioBitrate, 64);
-    QCOMPARE(main.audioSampleRate, 8);
-    QVERIFY(main.uri.isEmpty());
-
-    const Onvif::OnvifProfileInfo& jpeg = profiles[1];
-    QCOMPARE(jpeg.encoding, QStringLiteral("JPEG"));
-    QCOMPARE(jpeg.frameRate, 25); // the encoder reports no rate control
-    QVERIFY(!jpeg.hasH264);
-    QVERIFY(jpeg.hasAudio);
-
-    const Onvif::OnvifProfileInfo& sub = profiles[2];
-    QCOMPARE(sub.frameRate, 15);
-    QCOMPARE(sub.h264Profile, QStringLiteral("Baseline"));
-    QVERIFY(!sub.hasAudio);
+    QStringList seen;
+    for (const Onvif::OnvifProfileInfo& p : profiles)
+        seen << QStringLiteral("%1 %2 %3x%4 %5 q%6 %7fps h264:%8 %9 gov%10")
+                    .arg(p.token, p.encoderToken)
+                    .arg(p.width)
+                    .arg(p.height)
+                    .arg(p.encoding)
+                    .arg(p.quality)
+                    .arg(p.frameRate)
+                    .arg(p.hasH264)
+                    .arg(p.h264Profile)
+                    .arg(p.govLength)
+                + QStringLiteral(" audio:%1 %2 %3 %4/%5 uri:%6")
+                      .arg(p.hasAudio)
+                      .arg(p.audioToken, p.audioEncoding)
+                      .arg(p.audioBitrate)
+                      .arg(p.audioSampleRate)
+                      .arg(p.uri);
+    // The JPEG encoder reports no rate control: 25 frames stand in.
+    QCOMPARE(seen,
+        QStringList(
+            { "prof_main venc_main 1920x1080 H264 q5 25fps h264:1 High gov50 audio:1 aenc_0 G711 64/8 uri:",
+                "prof_jpeg venc_jpeg 1280x720 JPEG q5 25fps h264:0  gov0 audio:1 aenc_0 G711 64/8 uri:",
+                "prof_sub venc_sub 640x360 H264 q5 15fps h264:1 Baseline gov30 audio:0   0/0 uri:" }));
 
     // A camera without profiles answers an empty list, not a failure.
     CameraConfig bare = CameraConfig::defaultCamera();
@@ -148,31 +147,6 @@ void TestRequests::profilesOnePerEncoderLargestFirst()
     QVERIFY(waitForFuture(nothing));
     QVERIFY(!nothing.isCanceled());
     QVERIFY(nothing.result().isEmpty());
-}
-
-void TestRequests::profilesGoToTheMediaPath()
-{
-    const auto camera = startCamera();
-    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
-    QVERIFY(waitForFuture(requests.profiles(QStringLiteral("/onvif/media_service"))));
-    QVERIFY(waitForFuture(requests.profiles(QString())));
-    const auto sent = camera->requestsFor(QStringLiteral("GetProfiles"));
-    QCOMPARE(sent.size(), 2);
-    QCOMPARE(sent[0].path, QStringLiteral("/onvif/media_service"));
-    QCOMPARE(sent[1].path, QUrl(camera->deviceUrl()).path());
-}
-
-void TestRequests::rtspUrlAsksForUnicastOverRtsp()
-{
-    const auto camera = startCamera();
-    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
-    const auto future = requests.rtspUrl(QStringLiteral("prof_sub"), QStringLiteral("/onvif/media_service"));
-    QVERIFY(waitForFuture(future));
-    QCOMPARE(future.result(), QStringLiteral("rtsp://127.0.0.1:554/prof_sub"));
-    const QByteArray body = camera->requestsFor(QStringLiteral("GetStreamUri"))[0].body;
-    QVERIFY(body.contains(
-        "<trt:StreamSetup ><tt:Stream>RTP-Unicast</tt:Stream><tt:Transport ><tt:Protocol>RTSP"
-        "</tt:Protocol></tt:Transport></trt:StreamSetup><trt:ProfileToken>prof_sub</trt:ProfileToken>"));
 }
 
 void TestRequests::wrongPassword()
