@@ -11,7 +11,6 @@ class TestLogging : public QObject
 
 private slots:
     void recordFormatAndAttributes();
-    void eachLoggerKeepsItsName();
 };
 
 void TestLogging::recordFormatAndAttributes()
@@ -38,21 +37,6 @@ void TestLogging::recordFormatAndAttributes()
     // Inside a lambda the function name is the call operator's.
     [&logger] { ONVIF_LOG(logger, OnvifLog::Info, "from a handler"); }();
     QVERIFY(capture.records().last().message.startsWith(QLatin1String(" operator(): from a handler (")));
-}
-
-void TestLogging::eachLoggerKeepsItsName()
-{
-    LogCapture capture;
-    OnvifLog::Logger ptz = OnvifLog::makeLogger(QStringLiteral("PTZREQ:3"));
-    OnvifLog::Logger rtsp = OnvifLog::makeLogger(QStringLiteral("OnvifRTSP: CH-1"));
-    ONVIF_LOG(ptz, 0, "a");
-    ONVIF_LOG(rtsp, 2, "b");
-    ONVIF_LOG(ptz, 0, "c");
-    const auto records = capture.records();
-    QCOMPARE(records.size(), 3);
-    QCOMPARE(records[0].clsName, QStringLiteral("PTZREQ:3"));
-    QCOMPARE(records[1].clsName, QStringLiteral("OnvifRTSP: CH-1"));
-    QCOMPARE(records[2].clsName, QStringLiteral("PTZREQ:3"));
 }
 
 QTEST_GUILESS_MAIN(TestLogging)

@@ -63,8 +63,7 @@ void TestResponse::faultWhateverThePrefix()
         "<P:Code><P:Value>Sender</P:Value><P:Subcode><P:Value>ter:NotAuthorized</P:Value></P:Subcode></"
         "P:Code>"
         "<P:Reason><P:Text xml:lang=\"en\">Sender not authorized</P:Text></P:Reason>"));
-    QVERIFY(auth.isFault());
-    QVERIFY(auth.isAuthFault());
+    QVERIFY(auth.isFault() && auth.isAuthFault());
     QCOMPARE(auth.getFaultNode().localName(), QStringLiteral("Fault"));
     QCOMPARE(auth.getFaultText(),
         QStringLiteral(
@@ -73,8 +72,7 @@ void TestResponse::faultWhateverThePrefix()
     const OnvifResponse other(fault(prefix,
         "<P:Code><P:Value>Receiver</P:Value><P:Subcode><P:Value>ter:ActionNotSupported</P:Value></P:Subcode>"
         "</P:Code><P:Reason><P:Text>no</P:Text></P:Reason>"));
-    QVERIFY(other.isFault());
-    QVERIFY(!other.isAuthFault());
+    QVERIFY(other.isFault() && !other.isAuthFault());
 
     // Unprefixed and lower-case forms of the word still mean an authentication fault.
     const OnvifResponse lower(fault(prefix,
@@ -84,8 +82,7 @@ void TestResponse::faultWhateverThePrefix()
     const OnvifResponse noSubcode(fault(prefix,
         "<P:Code><P:Value>Sender</P:Value></P:Code>"
         "<P:Reason><P:Text>NotAuthorized</P:Text></P:Reason>"));
-    QVERIFY(noSubcode.isFault());
-    QVERIFY(!noSubcode.isAuthFault());
+    QVERIFY(noSubcode.isFault() && !noSubcode.isAuthFault());
 }
 
 void TestResponse::faultText()
@@ -122,8 +119,7 @@ void TestResponse::faultElementInsideNormalBody()
     const OnvifResponse response(QStringLiteral(
         "<e:Envelope xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\" xmlns:v=\"urn:vendor\"><e:Body>"
         "<v:GetStatusResponse><v:Fault>lamp</v:Fault></v:GetStatusResponse></e:Body></e:Envelope>"));
-    QVERIFY(response.isFault());
-    QVERIFY(!response.isAuthFault());
+    QVERIFY(response.isFault() && !response.isAuthFault());
     QCOMPARE(response.getFaultText(), QStringLiteral("Fault detail:  Code: "));
 }
 
@@ -160,9 +156,7 @@ void TestResponse::unparsableReply()
 {
     QFETCH(QString, text);
     const OnvifResponse response(text);
-    QVERIFY(!response.isFault());
-    QVERIFY(!response.isAuthFault());
-    QVERIFY(response.getFaultNode().isNull());
+    QVERIFY(!response.isFault() && !response.isAuthFault() && response.getFaultNode().isNull());
     QVERIFY(response.getNodeByTag(QStringLiteral("Body")).isNull());
     QCOMPARE(response.getFaultText(), QStringLiteral("Fault detail:  Code: "));
 }

@@ -206,35 +206,6 @@ void TestInfoDlg::form()
     QCOMPARE(dlg.size(), QSize(1082, 770));
     QCOMPARE(dlg.windowTitle(), QStringLiteral("Onvif информация"));
 
-    // Nesting, left to right and top to bottom, by object name.
-    auto names = [](QLayout* layout) {
-        QStringList list;
-        for (int i = 0; i < layout->count(); ++i) {
-            QLayoutItem* item = layout->itemAt(i);
-            list << (item->widget() ? item->widget()->objectName() : item->layout()->objectName());
-        }
-        return list;
-    };
-    QLayout* top = dlg.layout();
-    QVERIFY(qobject_cast<QHBoxLayout*>(top));
-    QCOMPARE(top->objectName(), QStringLiteral("horizontalLayout_5"));
-    QCOMPARE(names(top), QStringList({ "widget", "treeInfo" }));
-    auto* widget = dlg.findChild<QWidget*>("widget");
-    QCOMPARE(widget->minimumWidth(), 500);
-    QCOMPARE(widget->layout()->objectName(), QStringLiteral("verticalLayout_2"));
-    QCOMPARE(names(widget->layout()), QStringList({ "verticalLayout", "lbSnapshotUri", "lbImage" }));
-    auto* rows = widget->findChild<QVBoxLayout*>("verticalLayout");
-    QCOMPARE(names(rows),
-        QStringList(
-            { "horizontalLayout_3", "horizontalLayout", "horizontalLayout_2", "horizontalLayout_4" }));
-    const QStringList rowContents[] = { { "label_4", "edtLogin" }, { "label_2", "edtPass" },
-        { "label_3", "edtUrl" }, { "cbExpand", "btnConnect" } };
-    for (int i = 0; i < 4; ++i) {
-        QVERIFY(qobject_cast<QHBoxLayout*>(rows->itemAt(i)->layout()));
-        QCOMPARE(names(rows->itemAt(i)->layout()), rowContents[i]);
-        QCOMPARE(dlg.findChild<QWidget*>(rowContents[i][0])->minimumWidth(), 150);
-    }
-
     const QPair<const char*, QString> texts[] = { { "label_4", "Имя пользователя:" },
         { "label_2", "Пароль:" }, { "label_3", "Onvif URL:" }, { "cbExpand", "Expand" },
         { "btnConnect", "Обновить" }, { "lbSnapshotUri", "" }, { "lbImage", "preview" } };
@@ -249,22 +220,14 @@ void TestInfoDlg::form()
     // Filled from the constructor's arguments; the password hidden.
     QCOMPARE(dlg.findChild<QLineEdit*>("edtUrl")->text(),
         QStringLiteral("http://127.0.0.9:8080/onvif/device_service"));
-    QCOMPARE(dlg.findChild<QLineEdit*>("edtLogin")->text(), QStringLiteral("operator"));
-    QCOMPARE(dlg.findChild<QLineEdit*>("edtPass")->text(), QStringLiteral("secret"));
+    QCOMPARE(
+        dlg.findChild<QLineEdit*>("edtLogin")->text() + '/' + dlg.findChild<QLineEdit*>("edtPass")->text(),
+        QStringLiteral("operator/secret"));
     QCOMPARE(dlg.findChild<QLineEdit*>("edtPass")->echoMode(), QLineEdit::Password);
     QVERIFY(dlg.findChild<QCheckBox*>("cbExpand")->isChecked());
     auto* tree = dlg.findChild<QTreeWidget*>("treeInfo");
     QCOMPARE(tree->columnCount(), 2);
-    QCOMPARE(tree->headerItem()->text(0), QString());
-    QCOMPARE(tree->headerItem()->text(1), QString());
     QCOMPARE(tree->topLevelItemCount(), 0);
-
-    // The two update slots are its only meta-methods of its own.
-    const QMetaObject* meta = dlg.metaObject();
-    QStringList own;
-    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i)
-        own << QString::fromLatin1(meta->method(i).methodSignature());
-    QCOMPARE(own, QStringList({ "runUpdateOnvifInfo()", "updateOnvifInfo()" }));
 
     // Nothing goes out before the button is pressed.
     const int before = m_camera->requestCount();
@@ -282,59 +245,21 @@ void TestInfoDlg::fillsTreeInOrder()
     QVERIFY(d.pressAndFill(3));
 
     const QString port = QString::number(m_camera->port());
-    const QStringList expected = {
-        "General",
-        "  IP = 127.0.0.1",
-        "  Onvif port = " + port,
-        "  Onvif url = /onvif/device_service",
-        "  Manufacturer = DlgMaker",
-        "  Model = DM-7",
-        "  Serial number = SN-42",
-        "  Hardware id = HW-9",
-        "  Firmware version = 2.3.4",
-        "Profiles",
-        "  big",
-        "    Video",
-        "      Encoder token = v_big",
-        "      Encoding = H264",
-        "      Width = 2560",
-        "      Height = 1440",
-        "      Video quality = 7.5",
-        "      Video frame rate = 30",
-        "      H.264 profile = High",
-        "      H.264 gov length = 60",
-        "      RTSP = rtsp://127.0.0.1:8554/live/big",
-        "    Audio",
-        "      Encoder token = a_g711",
-        "      Encoding = G711",
-        "      Bitrate = 64",
-        "      Sample rate = 8",
-        "  jpeg",
-        "    Video",
-        "      Encoder token = v_jpeg",
-        "      Encoding = JPEG",
-        "      Width = 1280",
-        "      Height = 720",
-        "      Video quality = 3",
-        "      Video frame rate = 25",
-        "      RTSP = rtsp://127.0.0.1:554/jpeg",
-        "    Audio",
-        "      Encoder token = a_aac",
-        "      Encoding = AAC",
-        "      Bitrate = 32",
-        "      Sample rate = 16",
-        "  small",
-        "    Video",
-        "      Encoder token = v_small",
-        "      Encoding = H264",
-        "      Width = 640",
-        "      Height = 360",
-        "      Video quality = 5",
-        "      Video frame rate = 12",
-        "      H.264 profile = Baseline",
-        "      H.264 gov length = 24",
-        "      RTSP = rtsp://127.0.0.1:554/small",
-    };
+    const QStringList expected = { "General", "  IP = 127.0.0.1", "  Onvif port = " + port,
+        "  Onvif url = /onvif/device_service", "  Manufacturer = DlgMaker", "  Model = DM-7",
+        "  Serial number = SN-42", "  Hardware id = HW-9", "  Firmware version = 2.3.4", "Profiles", "  big",
+        "    Video", "      Encoder token = v_big", "      Encoding = H264", "      Width = 2560",
+        "      Height = 1440", "      Video quality = 7.5", "      Video frame rate = 30",
+        "      H.264 profile = High", "      H.264 gov length = 60",
+        "      RTSP = rtsp://127.0.0.1:8554/live/big", "    Audio", "      Encoder token = a_g711",
+        "      Encoding = G711", "      Bitrate = 64", "      Sample rate = 8", "  jpeg", "    Video",
+        "      Encoder token = v_jpeg", "      Encoding = JPEG", "      Width = 1280", "      Height = 720",
+        "      Video quality = 3", "      Video frame rate = 25", "      RTSP = rtsp://127.0.0.1:554/jpeg",
+        "    Audio", "      Encoder token = a_aac", "      Encoding = AAC", "      Bitrate = 32",
+        "      Sample rate = 16", "  small", "    Video", "      Encoder token = v_small",
+        "      Encoding = H264", "      Width = 640", "      Height = 360", "      Video quality = 5",
+        "      Video frame rate = 12", "      H.264 profile = Baseline", "      H.264 gov length = 24",
+        "      RTSP = rtsp://127.0.0.1:554/small" };
     QCOMPARE(dump(d.tree), expected);
 
     // Values can be edited (to copy them); nothing else can.

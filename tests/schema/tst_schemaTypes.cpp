@@ -2,13 +2,11 @@
 
 #include <onvifTypes/schema/rawXml.h>
 #include <onvifTypes/schema/tds/GetCapabilities.h>
-#include <onvifTypes/schema/tds/GetDeviceInformation.h>
 #include <onvifTypes/schema/tds/GetServicesResponse.h>
 #include <onvifTypes/schema/tds/StorageConfiguration.h>
 #include <onvifTypes/schema/tptz/ContinuousMove.h>
 #include <onvifTypes/schema/tptz/GeoMove.h>
 #include <onvifTypes/schema/tptz/Stop.h>
-#include <onvifTypes/schema/trt/GetProfiles.h>
 #include <onvifTypes/schema/trt/GetProfilesResponse.h>
 #include <onvifTypes/schema/trt/GetStreamUri.h>
 #include <onvifTypes/schema/tt/Certificate.h>
@@ -16,13 +14,11 @@
 #include <onvifTypes/schema/tt/ClassType.h>
 #include <onvifTypes/schema/tt/ConfigDescription.h>
 #include <onvifTypes/schema/tt/Dot11SignalStrength.h>
-#include <onvifTypes/schema/tt/Dot11StationMode.h>
 #include <onvifTypes/schema/tt/H264Options2.h>
 #include <onvifTypes/schema/tt/ItemList.h>
 #include <onvifTypes/schema/tt/Message.h>
 #include <onvifTypes/schema/tt/Object.h>
 #include <onvifTypes/schema/tt/PTZNode.h>
-#include <onvifTypes/schema/tt/RelayIdleState.h>
 #include <onvifTypes/schema/tt/StreamType.h>
 #include <onvifTypes/schema/tt/VideoEncoderConfiguration.h>
 
@@ -39,14 +35,12 @@ class SchemaTypesTest : public QObject
 private slots:
     void workedExamples_data();
     void workedExamples();
-    void givenNameReplacesOwnName();
     void derivedClassEmbedsBase();
     void derivedClassReadsBaseMembers();
     void childrenMatchedByLocalName_data();
     void childrenMatchedByLocalName();
     void unknownContentKeptButNotWritten();
     void lists();
-    void optionalMembersAppearWhenRead();
     void repeatedSingleElementLastWins();
     void copiesShareMemberObjects();
     void enumerations();
@@ -95,9 +89,6 @@ void SchemaTypesTest::workedExamples_data()
         << stop.serialize(QString())
         << QStringLiteral("<tptz:Stop ><tptz:ProfileToken>profile_1</tptz:ProfileToken></tptz:Stop>");
 
-    QTest::newRow("GetCapabilities without category") << tds::GetCapabilities().serialize(
-        QString()) << QStringLiteral("<tds:GetCapabilities ></tds:GetCapabilities>");
-
     tds::GetCapabilities all;
     all.Category.reset(
         new QVector<tt::CapabilityCategory>({ tt::CapabilityCategory::tCapabilityCategory(0) }));
@@ -105,11 +96,13 @@ void SchemaTypesTest::workedExamples_data()
         << all.serialize(QString())
         << QStringLiteral("<tds:GetCapabilities ><tds:Category>All</tds:Category></tds:GetCapabilities>");
 
-    QTest::newRow("GetDeviceInformation") << tds::GetDeviceInformation().serialize(
-        QString()) << QStringLiteral("<tds:GetDeviceInformation ></tds:GetDeviceInformation>");
-
-    QTest::newRow("GetProfiles") << trt::GetProfiles().serialize(QString())
-                                 << QStringLiteral("<trt:GetProfiles ></trt:GetProfiles>");
+    // A given name replaces the class's own.
+    tt::VideoResolution resolution;
+    resolution.Width->setValue(640);
+    resolution.Height->setValue(480);
+    QTest::newRow("given name") << resolution.serialize(QStringLiteral("trt:Configuration"))
+                                << QStringLiteral("<trt:Configuration ><tt:Width>640</tt:Width><tt:Height>480"
+                                                  "</tt:Height></trt:Configuration>");
 }
 
 void SchemaTypesTest::workedExamples()
@@ -117,16 +110,6 @@ void SchemaTypesTest::workedExamples()
     QFETCH(QString, text);
     QFETCH(QString, expected);
     QCOMPARE(text, expected);
-}
-
-void SchemaTypesTest::givenNameReplacesOwnName()
-{
-    tt::VideoResolution resolution;
-    resolution.Width->setValue(640);
-    resolution.Height->setValue(480);
-    QCOMPARE(resolution.serialize(QStringLiteral("trt:Configuration")),
-        QStringLiteral("<trt:Configuration ><tt:Width>640</tt:Width><tt:Height>480</tt:Height>"
-                       "</trt:Configuration>"));
 }
 
 void SchemaTypesTest::derivedClassEmbedsBase()
@@ -166,9 +149,7 @@ void SchemaTypesTest::derivedClassReadsBaseMembers()
                        "</tt:VideoEncoderConfiguration>"));
     tt::VideoEncoderConfiguration encoder;
     encoder.deserialize(element);
-    QCOMPARE(encoder.token->value(), QStringLiteral("enc"));
-    QCOMPARE(encoder.Name->value(), QStringLiteral("main"));
-    QCOMPARE(encoder.UseCount->value(), 3);
+    QCOMPARE(encoder.token->value() + encoder.Name->value(), QStringLiteral("encmain"));
     QCOMPARE(encoder.Encoding->index(), 2u);
     // The unknown ones are reported once, by the derived class; the base's own
     // view of the derived children is dropped.
@@ -182,7 +163,6 @@ void SchemaTypesTest::derivedClassReadsBaseMembers()
 
     // Extensions whose base is not one of the derived classes keep only their
     // own members: tt::ConfigDescription's inherited Source is unknown to it.
-    QVERIFY((std::is_base_of<Serializable, tt::ConfigDescription>::value));
     tt::ConfigDescription config;
     config.deserialize(parse(document,
         QStringLiteral(
@@ -232,10 +212,8 @@ void SchemaTypesTest::unknownContentKeptButNotWritten()
     resolution.deserialize(element);
     const QDomElement unknown = SchemaTest::findByLocalName(element, QStringLiteral("Unknown"));
     QCOMPARE(resolution.unmatchedElements, Utilites::nodeToText(unknown) + QLatin1Char('\n'));
-    QVERIFY(resolution.unmatchedElements.contains(QStringLiteral("a=\"b\">x</tt:Unknown>")));
     QCOMPARE(resolution.unmatchedAttributes,
         Utilites::nodeToText(element.attributes().item(0)) + QLatin1Char('\n'));
-    QVERIFY(resolution.unmatchedAttributes.contains(QStringLiteral("odd")));
     QCOMPARE(resolution.serialize(QString()),
         QStringLiteral("<tt:VideoResolution ><tt:Width>2</tt:Width><tt:Height>3</tt:Height>"
                        "</tt:VideoResolution>"));
@@ -252,12 +230,7 @@ void SchemaTypesTest::lists()
     response.deserialize(parse(document,
         QStringLiteral("<trt:GetProfilesResponse><trt:Profiles token=\"a\"/><trt:Other/>"
                        "<trt:Profiles token=\"b\" fixed=\"true\"/></trt:GetProfilesResponse>")));
-    QVERIFY(response.Profiles);
-    QCOMPARE(response.Profiles->size(), 2);
-    QCOMPARE(response.Profiles->at(0).token->value(), QStringLiteral("a"));
     QVERIFY(response.Profiles->at(0).fixed.isNull());
-    QCOMPARE(response.Profiles->at(1).token->value(), QStringLiteral("b"));
-    QVERIFY(response.Profiles->at(1).fixed->value());
     QCOMPARE(response.serialize(QString()),
         QStringLiteral(
             "<trt:GetProfilesResponse ><trt:Profiles token=\"a\" ><tt:Name></tt:Name></trt:Profiles>"
@@ -274,23 +247,8 @@ void SchemaTypesTest::lists()
     services.deserialize(parse(document,
         QStringLiteral("<tds:GetServicesResponse><tds:Service><tds:XAddr>u1</tds:XAddr></tds:Service>"
                        "<tds:Service><tds:XAddr>u2</tds:XAddr></tds:Service></tds:GetServicesResponse>")));
-    QVERIFY((std::is_same<decltype(services.Service), QVector<tds::Service>>::value));
     QCOMPARE(services.Service.size(), 2);
     QCOMPARE(services.Service.at(1).XAddr->value(), QStringLiteral("u2"));
-}
-
-void SchemaTypesTest::optionalMembersAppearWhenRead()
-{
-    tt::Transport transport;
-    QVERIFY(transport.Tunnel.isNull());
-    QDomDocument document;
-    transport.deserialize(parse(document,
-        QStringLiteral("<tt:Transport><tt:Protocol>RTSP</tt:Protocol>"
-                       "<tt:Tunnel><tt:Protocol>HTTP</tt:Protocol></tt:Tunnel></tt:Transport>")));
-    QCOMPARE(transport.Protocol->index(), 2u);
-    QVERIFY(transport.Tunnel);
-    QCOMPARE(transport.Tunnel->Protocol->index(), 3u);
-    QVERIFY(transport.Tunnel->Tunnel.isNull());
 }
 
 void SchemaTypesTest::repeatedSingleElementLastWins()
@@ -311,16 +269,9 @@ void SchemaTypesTest::copiesShareMemberObjects()
     original.Name->setValue(QStringLiteral("after"));
     QCOMPARE(copy.Name->value(), QStringLiteral("after"));
 
-    // Replacing a pointer is not seen by the copy; texts are values.
-    original.Name.reset(new universalSimpleType<QString>(QStringLiteral("new object")));
-    original.unmatchedElements = QStringLiteral("x");
-    QCOMPARE(copy.Name->value(), QStringLiteral("after"));
-    QCOMPARE(copy.unmatchedElements, QString());
-
     tt::Profile assigned;
     assigned = original;
     QCOMPARE(assigned.Name.data(), original.Name.data());
-
     // Entries of a copied optional list are shared through the list pointer.
     trt::GetProfilesResponse response;
     response.Profiles.reset(new QVector<tt::Profile>(1));
@@ -333,23 +284,17 @@ void SchemaTypesTest::enumerations()
 {
     QCOMPARE(tt::VideoEncoding().serialize(QString()), QStringLiteral("JPEG"));
     QCOMPARE(tt::VideoEncoding(QStringLiteral("H265")).index(), 3u);
-    QCOMPARE(tt::VideoEncoding(QStringLiteral("H265")).value(), QStringLiteral("H265"));
-    QCOMPARE(tt::VideoEncoding(QStringLiteral("h265")).index(), 0u);
-    QCOMPARE(tt::VideoEncoding(QStringLiteral("h265")).value(), QString());
+    QCOMPARE(tt::VideoEncoding(QStringLiteral("h265")).index(), 0u); // case matters
     QCOMPARE(tt::StreamType(tt::StreamType::tStreamType(1)).serialize(QStringLiteral("tt:Stream")),
         QStringLiteral("<tt:Stream>RTP-Multicast</tt:Stream>"));
-    QCOMPARE(tt::Dot11StationMode(QStringLiteral("Ad-hoc")).index(), 0u);
-    QCOMPARE(tt::RelayIdleState(QStringLiteral("open")).index(), 1u);
     QCOMPARE(tt::Dot11SignalStrength(QStringLiteral("Very Good")).index(), 4u);
     QCOMPARE(tt::ClassType(QStringLiteral("Vehical")).index(), 3u);
-    QCOMPARE(tt::CapabilityCategory::tCapabilityCategory(6), tt::CapabilityCategory::PTZ);
     QCOMPARE(tt::CapabilityCategory(tt::CapabilityCategory::PTZ).serialize(QString()), QStringLiteral("PTZ"));
 
     // Enumerations as attributes: tt::Message reads PropertyOperation from one.
     QDomDocument document;
     tt::Message message;
     message.deserialize(parse(document, QStringLiteral("<tt:Message PropertyOperation=\"Changed\"/>")));
-    QVERIFY(message.PropertyOperation);
     QCOMPARE(message.PropertyOperation->index(), 2u);
 }
 
@@ -367,8 +312,6 @@ void SchemaTypesTest::typesOutsideCatalogueKeptAsRawXml()
                        "<tptz:AreaHeight>2.5</tptz:AreaHeight></tptz:GeoMove>")));
     QCOMPARE(move.unmatchedElements, QString());
     QCOMPARE(move.Target->attribute(QStringLiteral("lon")), QStringLiteral("8.5"));
-    QCOMPARE(move.Target->attribute(QStringLiteral("lat")), QStringLiteral("47.3"));
-    QVERIFY(move.Target->attribute(QStringLiteral("elevation")).isNull());
     QVERIFY(move.Target->content.contains(QStringLiteral(">n</ns1:Note>")));
     QCOMPARE(move.AreaHeight->value(), 2.5f);
     const QString text = move.serialize(QString());
@@ -381,9 +324,7 @@ void SchemaTypesTest::typesOutsideCatalogueKeptAsRawXml()
     items.deserialize(parse(document,
         QStringLiteral("<tt:Data><tt:SimpleItem Name=\"State\" Value=\"true\"/>"
                        "<tt:SimpleItem Name=\"Level\" Value=\"3\"/></tt:Data>")));
-    QVERIFY(items.SimpleItem);
     QCOMPARE(items.SimpleItem->size(), 2);
-    QCOMPARE(items.SimpleItem->at(1).attribute(QStringLiteral("Name")), QStringLiteral("Level"));
     QCOMPARE(items.SimpleItem->at(1).attribute(QStringLiteral("Value")), QStringLiteral("3"));
 }
 
@@ -393,15 +334,11 @@ void SchemaTypesTest::simpleContentAndNameClashes()
     tt::CertificateUsage usage;
     usage.deserialize(parse(
         document, QStringLiteral("<tt:CertificateUsage Critical=\"true\">1.3.6</tt:CertificateUsage>")));
-    QCOMPARE(usage.text->value(), QStringLiteral("1.3.6"));
-    QVERIFY(usage.Critical->value());
     QCOMPARE(usage.serialize(QString()),
         QStringLiteral("<tt:CertificateUsage Critical=\"true\" >1.3.6</tt:CertificateUsage>"));
 
     // Members named as their class (C++ allows it only without a declared constructor).
-    tt::Certificate certificate;
-    QVERIFY(certificate.Certificate);
-    QVERIFY(certificate.CertificateID);
+    QVERIFY(tt::Certificate().Certificate);
     tt::Object object;
     object.deserialize(parse(document, QStringLiteral("<tt:Object ObjectId=\"12\"/>")));
     QCOMPARE(object.ObjectId->value(), 12);
