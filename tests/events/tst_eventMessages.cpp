@@ -86,7 +86,6 @@ private slots:
     void headerText();
     void bodies_data();
     void bodies();
-    void readByLocalName();
     void pullResponseKeepsOnlyEventMessages();
     void notifyReadsTopicAndEvent();
     void realPullReplies();
@@ -197,27 +196,6 @@ void TestEventMessages::bodies()
     QFETCH(QString, name);
     QFETCH(QString, text);
     QCOMPARE(body->serialize(name), text);
-}
-
-void TestEventMessages::readByLocalName()
-{
-    // Whatever prefix the sender used; what is not understood is kept.
-    QDomDocument doc;
-    wsnt::Subscribe read;
-    read.deserialize(parseBody(doc,
-        QStringLiteral(
-            "<wsnt:Subscribe><wsnt:ConsumerReference><wsa:Address>http://c/</wsa:Address>"
-            "</wsnt:ConsumerReference><wsnt:InitialTerminationTime>PT1M</wsnt:InitialTerminationTime>"
-            "<wsnt:Filter/></wsnt:Subscribe>")));
-    QCOMPARE(read.ConsumerReference->Address->value(), QStringLiteral("http://c/"));
-    QVERIFY(read.InitialTerminationTime);
-    QCOMPARE(read.InitialTerminationTime->value(), QStringLiteral("PT1M"));
-    QVERIFY(read.unmatchedElements.contains(QStringLiteral("Filter")));
-    wsnt::UnsubscribeResponse response;
-    response.deserialize(parseBody(
-        doc, QStringLiteral("<wsnt:UnsubscribeResponse><x:Extra>1</x:Extra></wsnt:UnsubscribeResponse>")));
-    QCOMPARE(
-        response.unmatchedElements.trimmed(), QStringLiteral("<x:Extra xmlns:x=\"urn:vendor\">1</x:Extra>"));
 }
 
 void TestEventMessages::pullResponseKeepsOnlyEventMessages()

@@ -34,15 +34,6 @@ PtzSys::Token mainToken()
     return token;
 }
 
-bool waitForMessage(const LogCapture& log, const QString& message)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!messages(log, kCls).contains(message) && timer.elapsed() < 5000)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return messages(log, kCls).contains(message);
-}
-
 FaultSpec failOnce()
 {
     FaultSpec fault;
@@ -101,7 +92,7 @@ void TestPtzController::firstCommandGoesOutThenNodeIsCached()
     QTRY_COMPARE(lastBody(*m_camera, kGetNode),
         QStringLiteral("<tptz:GetNode ><tptz:NodeToken>ptz_node_0</tptz:NodeToken></tptz:GetNode>"));
 
-    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Node info request completed.")));
     QCoreApplication::processEvents();
     const int before = m_camera->requestCount();
     const QFuture<PtzSys::NodeInfo> info = controller.getNodeInfo();
@@ -130,7 +121,7 @@ void TestPtzController::failedNodeRequestRefusesOnce()
     m_camera->setFault(kGetNode, failOnce());
     LogCapture log;
     PtzSys::OnvifPtzController controller(mainToken(), m_req.get());
-    QVERIFY(waitForMessage(log, QStringLiteral("Could not request node info.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Could not request node info.")));
     QCOMPARE(severityOf(log, kCls, QStringLiteral("Could not request node info.")), 2);
 
     // State 0: refused on the spot, and a new node request starts.
@@ -143,7 +134,7 @@ void TestPtzController::failedNodeRequestRefusesOnce()
     QVERIFY(waitForFuture(stopped) && !stopped.isCanceled());
     QCOMPARE(sent(QStringLiteral("Stop")), 1);
     QTRY_COMPARE(sent(kGetNode), 2);
-    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Node info request completed.")));
     QCOMPARE(messages(log, kCls),
         QStringList({ "Could not request node info.", "stop", "Node info not found. Request.", "stop",
             "Node info request completed." }));
@@ -152,7 +143,7 @@ void TestPtzController::failedNodeRequestRefusesOnce()
     m_camera->setFault(kGetNode, failOnce());
     PtzSys::OnvifPtzController other(mainToken(), m_req.get());
     log.clear();
-    QVERIFY(waitForMessage(log, QStringLiteral("Could not request node info.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Could not request node info.")));
     const QFuture<QVector<PtzSys::Preset>> none = other.presets();
     QVERIFY(none.isFinished() && none.isCanceled());
     QCOMPARE(sent(QStringLiteral("GetPresets")), 0);
@@ -179,7 +170,7 @@ void TestPtzController::getNodeInfoWhileFetchingSendsItsOwnRequest()
     QVERIFY(messages(log, kCls).contains(QStringLiteral("Node info not found. Request.")));
 
     // The controller's own request fills the cache; later calls cost nothing.
-    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Node info request completed.")));
     QCoreApplication::processEvents();
     QVERIFY(controller.getNodeInfo().isFinished());
     QCOMPARE(sent(kGetNode), 2);
@@ -189,7 +180,7 @@ void TestPtzController::absolutePositioningIsInert()
 {
     LogCapture log;
     PtzSys::OnvifPtzController controller(mainToken(), m_req.get());
-    QVERIFY(waitForMessage(log, QStringLiteral("Node info request completed.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Node info request completed.")));
     QCoreApplication::processEvents();
     const int before = m_camera->requestCount();
 
@@ -207,7 +198,7 @@ void TestPtzController::absolutePositioningIsInert()
     // Without a node description the refusal still starts a fetch.
     m_camera->setFault(kGetNode, failOnce());
     PtzSys::OnvifPtzController blind(mainToken(), m_req.get());
-    QVERIFY(waitForMessage(log, QStringLiteral("Could not request node info.")));
+    QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Could not request node info.")));
     const QFuture<void> refused = blind.setPos(1, 1);
     QVERIFY(refused.isFinished() && refused.isCanceled());
     QTRY_COMPARE(sent(kGetNode), 3);

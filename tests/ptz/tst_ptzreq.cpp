@@ -42,17 +42,6 @@ std::unique_ptr<OnvifPtzReq> checkedReq(const QString& deviceUrl, QNetworkAccess
     return req;
 }
 
-// Runs the event loop until the log holds message for the request object (its handler
-// logs it last), or the time is up.
-bool waitForMessage(const LogCapture& log, const QString& message)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!messages(log, kReq3).contains(message) && timer.elapsed() < 5000)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return messages(log, kReq3).contains(message);
-}
-
 QString capabilities(const QString& ptzUrl)
 {
     return QStringLiteral("<tds:GetCapabilitiesResponse><tds:Capabilities><tt:PTZ><tt:XAddr>%1</tt:XAddr>"
@@ -192,7 +181,7 @@ void TestPtzReq::tokens()
     LogCapture log;
     // The successful check fetched the list in the background.
     QVERIFY(req->tokens().isEmpty());
-    QVERIFY(waitForMessage(log, QStringLiteral("GetProfiles finished")));
+    QTRY_VERIFY(messages(log, kReq3).contains(QStringLiteral("GetProfiles finished")));
     const QVector<PtzSys::Token> tokens = req->tokens();
     QCOMPARE(tokens.size(), 2);
     QCOMPARE(tokens[0].MediaProfileToken + ' ' + tokens[0].MediaProfileName + ' ' + tokens[0].PtzNodeToken,
@@ -516,7 +505,7 @@ void TestPtzReq::presetTours()
     // Connected after the request layer's handler, so this runs right after it.
     bool finishedAfterHandler = true;
     connect(replies[0], &QNetworkReply::finished, this, [&] { finishedAfterHandler = tours.isFinished(); });
-    QVERIFY(waitForMessage(log, QStringLiteral("GetPresetTours finished")));
+    QTRY_VERIFY(messages(log, kReq3).contains(QStringLiteral("GetPresetTours finished")));
     // The handler has run on a good answer, yet nothing completed the future.
     QVERIFY(!finishedAfterHandler);
     QCOMPARE(log.withSeverity(4).size(), 0);
@@ -541,7 +530,7 @@ void TestPtzReq::presetTours()
     QTest::ignoreMessage(QtDebugMsg, "----- \"Night round\"");
     QTest::ignoreMessage(QtDebugMsg, "----- No name");
     tours = canned->presetTours(QStringLiteral("p"));
-    QVERIFY(waitForMessage(log, QStringLiteral("GetPresetTours finished")));
+    QTRY_VERIFY(messages(log, kReq3).contains(QStringLiteral("GetPresetTours finished")));
     QVERIFY(!tours.isFinished() || tours.isCanceled());
 }
 

@@ -143,12 +143,6 @@ HttpReply post(quint16 port, const QByteArray& body, const QByteArray& path, con
     return connection.request("POST", path, body, contentType, true, timeoutMs);
 }
 
-HttpReply get(quint16 port, const QByteArray& path, int timeoutMs)
-{
-    HttpConnection connection(port);
-    return connection.request("GET", path, QByteArray(), QByteArray(), true, timeoutMs);
-}
-
 QByteArray signedEnvelope(
     const QString& body, const QString& user, const QString& password, long long timeShiftMs)
 {

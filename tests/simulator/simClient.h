@@ -43,7 +43,6 @@ private:
 // A single request on its own connection with Connection: close.
 HttpReply post(quint16 port, const QByteArray& body, const QByteArray& path = "/onvif/device_service",
     const QByteArray& contentType = "application/soap+xml; charset=utf-8", int timeoutMs = 5000);
-HttpReply get(quint16 port, const QByteArray& path, int timeoutMs = 5000);
 
 // A complete request signed through the library's own WS-Security header.
 QByteArray signedEnvelope(const QString& body, const QString& user = QStringLiteral("admin"),

@@ -1,4 +1,5 @@
-// Tests of the simulated camera itself: every later test trusts its judgement.
+// Tests of the simulated camera itself, as far as later tests trust its judgement:
+// authentication, faults, connections, its request log and its own shutdown.
 
 #include "simCamera.h"
 #include "simClient.h"
@@ -33,19 +34,6 @@ QString streamUriBody(const QString& token)
         .arg(token);
 }
 
-QString ptz(const char* op, const QString& inner = QString(), const char* profile = "prof_main")
-{
-    return QStringLiteral("<tptz:%1><tptz:ProfileToken>%2</tptz:ProfileToken>%3</tptz:%1>")
-        .arg(QLatin1String(op), QLatin1String(profile), inner);
-}
-
-// The innermost fault subcode.
-QString innerSubcode(const HttpReply& r)
-{
-    const QList<QDomElement> values = findElements(r.xml(), QStringLiteral("Value"));
-    return values.isEmpty() ? QString() : values.last().text();
-}
-
 } // namespace
 
 class TestSimCamera : public QObject
@@ -59,12 +47,9 @@ private slots:
     void replayedNonceRefused();
     void faultModes_data();
     void faultModes();
-    void faultCountSkipWildcardAndRuntimeControl();
+    void faultCountSkipAndWildcard();
     void keepAliveAndConnectionClose();
-    void badRequests_data();
-    void badRequests();
     void requestLogKeepsWireText();
-    void ptzPresets();
     void stopEndsLongPullAndDelay();
     void configFromJson();
     void refusesNonLoopbackHost();
@@ -243,7 +228,7 @@ void TestSimCamera::faultModes()
     QCOMPARE(post(camera->port(), signedEnvelope(body)).status, 200);
 }
 
-void TestSimCamera::faultCountSkipWildcardAndRuntimeControl()
+void TestSimCamera::faultCountSkipAndWildcard()
 {
     auto camera = startCamera();
     const quint16 port = camera->port();
@@ -263,25 +248,6 @@ void TestSimCamera::faultCountSkipWildcardAndRuntimeControl()
     const HttpReply profiles = post(port, signedEnvelope(QStringLiteral("<trt:GetProfiles/>")));
     QCOMPARE(profiles.status, 500);
     QVERIFY(profiles.body.isEmpty());
-
-    // The same control from outside the process.
-    HttpConnection control(port);
-    QCOMPARE(control.request("DELETE", "/sim/faults", QByteArray(), QByteArray()).status, 200);
-    QVERIFY(camera->faults().isEmpty());
-    QCOMPARE(control
-                 .request("POST", "/sim/faults",
-                     R"({"GetDeviceInformation": {"mode": "http500", "count": 1}})", "application/json")
-                 .status,
-        200);
-    QCOMPARE(
-        control.request("POST", "/sim/faults", R"({"GetProfiles": {"mode": "bogus"}})", "application/json")
-            .status,
-        400);
-    QCOMPARE(post(port, signedEnvelope(kDeviceInfo)).status, 500);
-    QCOMPARE(post(port, signedEnvelope(kDeviceInfo)).status, 200);
-    const HttpReply log = control.request("GET", "/sim/log", QByteArray(), QByteArray());
-    QCOMPARE(log.status, 200);
-    QVERIFY(log.body.contains("\"operation\": \"GetDeviceInformation\""));
 }
 
 void TestSimCamera::keepAliveAndConnectionClose()
@@ -314,54 +280,6 @@ void TestSimCamera::keepAliveAndConnectionClose()
     QVERIFY(idle.waitForClose(4000));
 }
 
-void TestSimCamera::badRequests_data()
-{
-    QTest::addColumn<QByteArray>("method");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QByteArray>("contentType");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QString>("fault");
-    const QByteArray soap = "application/soap+xml";
-    const QString wellFormed = QStringLiteral("Sender|ter:WellFormed");
-    QTest::newRow("not XML") << QByteArray("POST") << QByteArray("this is no XML <") << soap << 400
-                             << wellFormed;
-    QTest::newRow("empty body") << QByteArray("POST") << QByteArray() << soap << 400 << wellFormed;
-    QTest::newRow("XML but no envelope")
-        << QByteArray("POST") << QByteArray("<a><b/></a>") << soap << 400 << wellFormed;
-    QTest::newRow("wrong content type")
-        << QByteArray("POST") << signedEnvelope(kDeviceInfo) << QByteArray("text/plain") << 400
-        << QStringLiteral("Sender|ter:InvalidArgs");
-    QTest::newRow("unknown operation")
-        << QByteArray("POST") << signedEnvelope(QStringLiteral("<tds:FlyToTheMoon/>")) << soap << 400
-        << QStringLiteral("Receiver|ter:ActionNotSupported");
-    QTest::newRow("empty SOAP body") << QByteArray("POST") << signedEnvelope(QString()) << soap << 400
-                                     << QStringLiteral("Sender|ter:InvalidArgs");
-    QTest::newRow("SOAP 1.1 envelope")
-        << QByteArray("POST")
-        << QByteArray("<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body>"
-                      "<GetDeviceInformation "
-                      "xmlns=\"http://www.onvif.org/ver10/device/wsdl\"/></e:Body></e:Envelope>")
-        << QByteArray("text/xml") << 400 << QStringLiteral("VersionMismatch");
-    QTest::newRow("GET on a service")
-        << QByteArray("GET") << QByteArray() << QByteArray() << 404 << QString();
-}
-
-void TestSimCamera::badRequests()
-{
-    QFETCH(QByteArray, method);
-    QFETCH(QByteArray, body);
-    QFETCH(QByteArray, contentType);
-    QFETCH(int, status);
-    QFETCH(QString, fault);
-    auto camera = startCamera();
-    HttpConnection connection(camera->port());
-    const HttpReply reply
-        = connection.request(method, "/onvif/device_service", body, contentType, true, 3000);
-    QCOMPARE(reply.status, status);
-    QCOMPARE(faultSummary(reply), fault);
-    QCOMPARE(post(camera->port(), signedEnvelope(kDeviceInfo)).status, 200); // still serving
-}
-
 void TestSimCamera::requestLogKeepsWireText()
 {
     CameraConfig config = CameraConfig::defaultCamera();
@@ -388,49 +306,6 @@ void TestSimCamera::requestLogKeepsWireText()
     QCOMPARE(camera->requestCount(), 5);
     camera->clearRequestLog();
     QVERIFY(camera->requestLog().isEmpty());
-}
-
-void TestSimCamera::ptzPresets()
-{
-    // Moves and stored positions are checked through the library; here what it cannot see.
-    CameraConfig config = CameraConfig::defaultCamera();
-    config.ptzNodes[0].maxPresets = 2;
-    auto camera = startCamera(config);
-    auto call = [&camera](const QString& body) {
-        return post(camera->port(), signedEnvelope(body), "/onvif/ptz_service");
-    };
-    const QString named = QStringLiteral("<tptz:PresetName>A</tptz:PresetName>");
-    const QString door = text(call(ptz("SetPreset", named)), "PresetToken");
-    QVERIFY(!door.isEmpty());
-    QVERIFY(camera->presets(QStringLiteral("prof_sub")).isEmpty()); // presets belong to the profile
-    // Renaming in place keeps the token.
-    const QString doorToken = "<tptz:PresetToken>" + door + "</tptz:PresetToken>";
-    QCOMPARE(
-        text(call(ptz("SetPreset", "<tptz:PresetName>Gate</tptz:PresetName>" + doorToken)), "PresetToken"),
-        door);
-    QCOMPARE(text(call(ptz("GetPresets")), "Name"), QStringLiteral("Gate"));
-    // A move with a timeout stops by itself.
-    call(ptz("ContinuousMove",
-        "<tptz:Velocity><tt:Zoom x=\"1\"/></tptz:Velocity><tptz:Timeout>PT0.1S</tptz:Timeout>"));
-    QVERIFY(camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
-    QTRY_VERIFY(!camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
-
-    // Refusals with their ONVIF subcodes.
-    QCOMPARE(innerSubcode(call(ptz("SetPreset", "<tptz:PresetName>Gate</tptz:PresetName>"))),
-        QStringLiteral("ter:PresetExist"));
-    QCOMPARE(call(ptz("SetPreset")).status, 200);
-    QCOMPARE(innerSubcode(call(ptz("SetPreset"))), QStringLiteral("ter:TooManyPresets"));
-    QCOMPARE(
-        innerSubcode(call(ptz("GetPresets", QString(), "prof_jpeg"))), QStringLiteral("ter:NoPTZProfile"));
-    QCOMPARE(innerSubcode(call(ptz("GetPresets", QString(), "missing"))), QStringLiteral("ter:NoProfile"));
-    QCOMPARE(
-        innerSubcode(call(QStringLiteral("<tptz:GetNode><tptz:NodeToken>x</tptz:NodeToken></tptz:GetNode>"))),
-        QStringLiteral("ter:NoEntity"));
-    QCOMPARE(call(ptz("RemovePreset", doorToken)).status, 200);
-    QCOMPARE(faultSummary(call(ptz("GotoPreset", doorToken))), QStringLiteral("Sender|ter:InvalidArgVal"));
-    config.ptzNodes[0].fixedHomePosition = true;
-    camera = startCamera(config);
-    QCOMPARE(innerSubcode(call(ptz("SetHomePosition"))), QStringLiteral("ter:CannotOverwriteHome"));
 }
 
 void TestSimCamera::stopEndsLongPullAndDelay()
