@@ -48,7 +48,7 @@ struct Rtsp
     bool ask(const QString& url, int settleMs = 300, const QString& password = QStringLiteral("admin"))
     {
         rtsp.getRTSPList(QStringLiteral("admin"), password, url);
-        return waitForAny({ &list, &error }, 3000, settleMs) >= 0;
+        return waitForAny({ &list, &error }, 3000, settleMs);
     }
     QStringList tokens() const
     {
@@ -237,7 +237,7 @@ void TestRtsp::stopAndReplace()
     r.rtsp.getRTSPList(QStringLiteral("admin"), QStringLiteral("admin"), camera->deviceUrl());
     QTest::qWait(100);
     r.rtsp.stop();
-    QCOMPARE(waitForAny({ &r.list, &r.error }, 1000, 0), qint64(-1));
+    QVERIFY(!waitForAny({ &r.list, &r.error }, 1000, 0));
 
     // A second request while the first is in flight replaces it: one answer in all.
     camera->setFault(QStringLiteral("GetProfiles"), slow);

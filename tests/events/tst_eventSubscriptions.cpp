@@ -20,7 +20,6 @@
 #include <onvifTypes/schema/wsnt/UnsubscribeResponse.h>
 
 #include <QDomDocument>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
