@@ -36,7 +36,6 @@ private slots:
     void addressesAndPaths();
     void profilesOnePerEncoderLargestFirst();
     void wrongPassword();
-    void connectionRefused();
     void trace();
     void faultsAndBrokenReplies_data();
     void faultsAndBrokenReplies();
@@ -176,23 +175,6 @@ void TestRequests::wrongPassword()
     QVERIFY(requests.isAuthFault());
 }
 
-void TestRequests::connectionRefused()
-{
-    LogCapture log;
-    Onvif::Requests requests("admin", "admin",
-        QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(closedPort()), false);
-    const auto future = requests.deviceInfo();
-    QVERIFY(waitForFuture(future));
-    QVERIFY(future.isCanceled());
-    QVERIFY(!requests.isAuthFault());
-    const auto errors = log.withSeverity(4);
-    QCOMPARE(errors.size(), 1);
-    QVERIFY2(errors[0].message.startsWith(
-                 QStringLiteral(" operator(): Network error. Code:%1 Request name: GetDeviceInformation")
-                     .arg(int(QNetworkReply::ConnectionRefusedError))),
-        qPrintable(errors[0].message));
-}
-
 void TestRequests::trace()
 {
     const auto camera = startCamera();
@@ -218,8 +200,9 @@ void TestRequests::trace()
 
 void TestRequests::faultsAndBrokenReplies_data()
 {
-    QTest::addColumn<int>("mode");
+    QTest::addColumn<int>("mode"); // -1: nothing listens
     QTest::addColumn<bool>("cancelled");
+    QTest::newRow("connection refused") << -1 << true;
     QTest::newRow("soap fault") << int(CameraSim::FaultMode::SoapFault) << true;
     QTest::newRow("http 500 empty") << int(CameraSim::FaultMode::Http500) << true;
     QTest::newRow("connection dropped") << int(CameraSim::FaultMode::Drop) << true;
@@ -234,17 +217,26 @@ void TestRequests::faultsAndBrokenReplies()
     QFETCH(int, mode);
     QFETCH(bool, cancelled);
     const auto camera = startCamera();
-    CameraSim::FaultSpec spec;
-    spec.mode = CameraSim::FaultMode(mode);
+    CameraSim::FaultSpec spec = faultOf(CameraSim::FaultMode(qMax(mode, 0)));
     spec.hugeBytes = 4 * 1024 * 1024;
     camera->setFault(QStringLiteral("GetDeviceInformation"), spec);
-
-    Onvif::Requests requests("admin", "admin", camera->deviceUrl(), false);
+    LogCapture log;
+    Onvif::Requests requests("admin", "admin",
+        mode < 0 ? QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(closedPort())
+                 : camera->deviceUrl(),
+        false);
     const auto future = requests.deviceInfo();
     QVERIFY(waitForFuture(future, 10000));
     QCOMPARE(future.isCanceled(), cancelled);
     QCOMPARE(future.resultCount(), cancelled ? 0 : 1);
     QVERIFY(!requests.isAuthFault());
+    if (mode < 0) {
+        QCOMPARE(log.withSeverity(4).size(), 1);
+        QVERIFY2(log.withSeverity(4)[0].message.startsWith(
+                     QStringLiteral(" operator(): Network error. Code:%1 Request name: GetDeviceInformation")
+                         .arg(int(QNetworkReply::ConnectionRefusedError))),
+            qPrintable(log.withSeverity(4)[0].message));
+    }
 }
 
 void TestRequests::destroyedWithCallsInFlight()

@@ -1,14 +1,13 @@
 #include "schemaTestUtil.h"
 
 #include <onvifTypes/schema/rawXml.h>
-#include <onvifTypes/schema/tds/GetCapabilities.h>
 #include <onvifTypes/schema/tds/GetServicesResponse.h>
 #include <onvifTypes/schema/tds/StorageConfiguration.h>
-#include <onvifTypes/schema/tptz/ContinuousMove.h>
 #include <onvifTypes/schema/tptz/GeoMove.h>
 #include <onvifTypes/schema/tptz/Stop.h>
 #include <onvifTypes/schema/trt/GetProfilesResponse.h>
 #include <onvifTypes/schema/trt/GetStreamUri.h>
+#include <onvifTypes/schema/tt/CapabilityCategory.h>
 #include <onvifTypes/schema/tt/Certificate.h>
 #include <onvifTypes/schema/tt/CertificateUsage.h>
 #include <onvifTypes/schema/tt/ClassType.h>
@@ -72,29 +71,11 @@ void SchemaTypesTest::workedExamples_data()
                           "<tt:Transport ><tt:Protocol>UDP</tt:Protocol></tt:Transport></trt:StreamSetup>"
                           "<trt:ProfileToken></trt:ProfileToken></trt:GetStreamUri>");
 
-    tptz::ContinuousMove move;
-    move.ProfileToken->setValue(QStringLiteral("profile_1"));
-    move.Velocity->PanTilt.reset(new tt::Vector2D);
-    move.Velocity->PanTilt->x->setValue(0.5f);
-    move.Velocity->PanTilt->y->setValue(0.0f);
-    QTest::newRow("ContinuousMove pan-tilt only")
-        << move.serialize(QString())
-        << QStringLiteral("<tptz:ContinuousMove ><tptz:ProfileToken>profile_1</tptz:ProfileToken>"
-                          "<tptz:Velocity ><tt:PanTilt x=\"0.5\" y=\"0\" ></tt:PanTilt></tptz:Velocity>"
-                          "</tptz:ContinuousMove>");
-
     tptz::Stop stop;
     stop.ProfileToken->setValue(QStringLiteral("profile_1"));
     QTest::newRow("Stop without flags")
         << stop.serialize(QString())
         << QStringLiteral("<tptz:Stop ><tptz:ProfileToken>profile_1</tptz:ProfileToken></tptz:Stop>");
-
-    tds::GetCapabilities all;
-    all.Category.reset(
-        new QVector<tt::CapabilityCategory>({ tt::CapabilityCategory::tCapabilityCategory(0) }));
-    QTest::newRow("GetCapabilities All")
-        << all.serialize(QString())
-        << QStringLiteral("<tds:GetCapabilities ><tds:Category>All</tds:Category></tds:GetCapabilities>");
 
     // A given name replaces the class's own.
     tt::VideoResolution resolution;
