@@ -64,7 +64,6 @@ private slots:
     void init();
     void probeMatchesEveryCamera();
     void probesThatAreNotForUs();
-    void respondersOnSeveralAddresses();
 };
 
 void TestSimDiscovery::init()
@@ -113,33 +112,6 @@ void TestSimDiscovery::probesThatAreNotForUs()
     // An empty Types asks for every kind of device.
     QCOMPARE(exchange(target, probe(QStringLiteral("3"), QString()), 1, 2000).size(), 1);
     QCOMPARE(fleet.discovery()->probesAnswered(), 1);
-}
-
-void TestSimDiscovery::respondersOnSeveralAddresses()
-{
-    Fleet first, second;
-    QVERIFY(first.start(2));
-    QVERIFY(second.start(1));
-    QString error;
-    QVERIFY2(first.startDiscovery(QStringLiteral("127.0.0.2"), 3702, QString(), &error), qPrintable(error));
-    QVERIFY2(second.startDiscovery(QStringLiteral("127.0.0.3"), 3702, QString(), &error), qPrintable(error));
-    QCOMPARE(
-        exchange(QHostAddress(QStringLiteral("127.0.0.2")), probe(QStringLiteral("a")), 3, 1000).size(), 2);
-    const QList<QDomDocument> one
-        = exchange(QHostAddress(QStringLiteral("127.0.0.3")), probe(QStringLiteral("b")), 2, 1000);
-    QCOMPARE(one.size(), 1);
-    QCOMPARE(findElement(one.first(), QStringLiteral("XAddrs")).text(), second.camera(0).deviceUrl());
-
-    // A responder on the wildcard address coexists with them on the same port.
-    Fleet third;
-    QVERIFY(third.start(1));
-    QVERIFY2(third.startDiscovery(QStringLiteral("0.0.0.0"), 3702, QStringLiteral("127.0.0.9"), &error),
-        qPrintable(error));
-    const QList<QDomDocument> wild
-        = exchange(QHostAddress(QStringLiteral("127.0.0.4")), probe(QStringLiteral("c")), 2, 1000);
-    QCOMPARE(wild.size(), 1);
-    QCOMPARE(findElement(wild.first(), QStringLiteral("XAddrs")).text(),
-        QStringLiteral("http://127.0.0.9:%1/onvif/device_service").arg(third.camera(0).port()));
 }
 
 int main(int argc, char** argv)
