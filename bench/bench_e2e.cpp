@@ -1,0 +1,688 @@
+// bench_e2e: the client side of whole ONVIF exchanges against a fleet of simulated
+// cameras running in another process (onvif-camera-sim on 127.0.0.1), so that
+// getrusage(RUSAGE_SELF) counts the client only.
+//
+// Fleet: every camera at once, GetDeviceInformation + GetProfiles + GetStreamUri per
+// video profile, through each library path and through a bare QNetworkAccessManager +
+// QDom client (the baseline), interleaved round by round. Sequential: wall time per
+// operation against one camera for every request path, keep-alive and "Connection: Close".
+
+#include "bareSoap.h"
+
+#include <onvifTypes/onvifDeviceInfo.h>
+#include <onvifTypes/onvifPreview.h>
+#include <onvifTypes/onvifRTSP.h>
+#include <onvifTypes/onvifRequests.h>
+#include <onvifTypes/ptz/onvifPtzReq.h>
+#if __has_include(<onvifTypes/onvifNetworkAccessManager.h>)
+#include <onvifTypes/onvifNetworkAccessManager.h>
+#define BENCH_HAS_ONVIF_NAM 1
+#endif
+
+#include <asyncfuture.h>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDomDocument>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QSet>
+#include <QTimer>
+#include <QUrl>
+
+#include <boost/log/core.hpp>
+#include <boost/log/expressions.hpp>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace {
+
+const QString kUser = QStringLiteral("admin");
+const QString kPassword = QStringLiteral("admin");
+const QString kMediaNs = QStringLiteral("http://www.onvif.org/ver10/media/wsdl");
+const QString kSchemaNs = QStringLiteral("http://www.onvif.org/ver10/schema");
+const QString kDeviceNs = QStringLiteral("http://www.onvif.org/ver10/device/wsdl");
+
+double cpuSeconds()
+{
+    rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec)
+        + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+long peakRssKb()
+{
+    rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+long residentBytes()
+{
+    QFile statm(QStringLiteral("/proc/self/statm"));
+    if (!statm.open(QIODevice::ReadOnly))
+        return 0;
+    return statm.readAll().split(' ').value(1).toLong() * sysconf(_SC_PAGESIZE);
+}
+
+// The simulated cameras in a child process that stops by itself at the latest after
+// the given time, and at once when this object goes.
+class SimulatorProcess
+{
+public:
+    bool start(const QString& program, int cameras, int seconds)
+    {
+        m_process.setProgram(program);
+        m_process.setArguments({ QStringLiteral("--cameras"), QString::number(cameras),
+            QStringLiteral("--duration"), QString::number(seconds) });
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.start();
+        if (!m_process.waitForStarted(10000))
+            return false;
+        while (m_process.waitForReadyRead(30000) || m_process.canReadLine()) {
+            while (m_process.canReadLine()) {
+                const QList<QByteArray> words = m_process.readLine().trimmed().split(' ');
+                if (words.value(0) == "camera")
+                    m_urls.append(QString::fromLatin1(words.value(3)));
+                else if (words.value(0) == "ready")
+                    return m_urls.size() == cameras;
+            }
+        }
+        return false;
+    }
+    ~SimulatorProcess()
+    {
+        if (m_process.state() == QProcess::NotRunning)
+            return;
+        m_process.terminate();
+        if (!m_process.waitForFinished(20000))
+            m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+    const QStringList& urls() const { return m_urls; }
+
+private:
+    QProcess m_process;
+    QStringList m_urls;
+};
+
+// Counts down the operations of one round and ends its event loop.
+struct Round
+{
+    QEventLoop loop;
+    int pendingCameras = 0;
+    int operations = 0;
+    int failures = 0;
+    void cameraDone()
+    {
+        if (--pendingCameras == 0)
+            loop.quit();
+    }
+    void run(int cameras, const std::function<void()>& start)
+    {
+        pendingCameras = cameras;
+        QTimer::singleShot(0, &loop, start);
+        QTimer::singleShot(300000, &loop, &QEventLoop::quit);
+        loop.exec();
+        failures += pendingCameras;
+    }
+};
+
+// ---- the bare client -------------------------------------------------------------
+
+QNetworkReply* barePost(QNetworkAccessManager& manager, const QString& url, const QString& body, bool close)
+{
+    QNetworkRequest request { QUrl(url) };
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
+    if (close)
+        request.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("Close"));
+    return manager.post(request, Bench::bareEnvelope(kUser, kPassword, body).toUtf8());
+}
+
+// Parses the reply and hands its document to next; null when it failed.
+void bareReply(QNetworkReply* reply, const std::function<void(QDomDocument*)>& next)
+{
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, next]() {
+        reply->deleteLater();
+        QDomDocument document;
+        const bool ok
+            = document.setContent(reply->readAll(), true) && reply->error() == QNetworkReply::NoError;
+        next(ok ? &document : nullptr);
+    });
+}
+
+QString firstText(QDomDocument& document, const QString& ns, const QString& localName)
+{
+    return document.elementsByTagNameNS(ns, localName).item(0).toElement().text();
+}
+
+// The video profiles, one per encoder, as the library lists them.
+QStringList bareProfileTokens(QDomDocument& document)
+{
+    QStringList tokens;
+    QSet<QString> encoders;
+    const QDomNodeList profiles = document.elementsByTagNameNS(kMediaNs, QStringLiteral("Profiles"));
+    for (int i = 0; i < profiles.size(); ++i) {
+        const QDomElement profile = profiles.item(i).toElement();
+        const QDomElement encoder
+            = profile.elementsByTagNameNS(kSchemaNs, QStringLiteral("VideoEncoderConfiguration"))
+                  .item(0)
+                  .toElement();
+        const QString token = encoder.attribute(QStringLiteral("token"));
+        if (encoder.isNull() || encoders.contains(token))
+            continue;
+        encoders.insert(token);
+        tokens.append(profile.attribute(QStringLiteral("token")));
+    }
+    return tokens;
+}
+
+void bareCamera(QNetworkAccessManager& manager, const QString& url, bool close, Round& round)
+{
+    bareReply(barePost(manager, url, Bench::getDeviceInformationBody(), close),
+        [&, url, close](QDomDocument* info) {
+            if (!info || firstText(*info, kDeviceNs, QStringLiteral("Manufacturer")).isEmpty()) {
+                ++round.failures;
+                round.cameraDone();
+                return;
+            }
+            ++round.operations;
+            bareReply(
+                barePost(manager, url, Bench::getProfilesBody(), close), [&, url, close](QDomDocument* list) {
+                    const QStringList tokens = list ? bareProfileTokens(*list) : QStringList();
+                    if (tokens.isEmpty()) {
+                        ++round.failures;
+                        round.cameraDone();
+                        return;
+                    }
+                    ++round.operations;
+                    auto remaining = std::make_shared<int>(tokens.size());
+                    for (const QString& token : tokens) {
+                        bareReply(barePost(manager, url, Bench::getStreamUriBody(token), close),
+                            [&round, remaining](QDomDocument* uri) {
+                                if (uri && !firstText(*uri, kSchemaNs, QStringLiteral("Uri")).isEmpty())
+                                    ++round.operations;
+                                else
+                                    ++round.failures;
+                                if (--*remaining == 0)
+                                    round.cameraDone();
+                            });
+                    }
+                });
+        });
+}
+
+// ---- the library paths -----------------------------------------------------------
+
+void requestsCamera(Onvif::Requests& requests, Round& round)
+{
+    auto fail = [&round]() {
+        ++round.failures;
+        round.cameraDone();
+    };
+    AsyncFuture::observe(requests.deviceInfo())
+        .subscribe(
+            [&, fail](Onvif::DeviceInfo) {
+                ++round.operations;
+                AsyncFuture::observe(requests.profiles(QString()))
+                    .subscribe(
+                        [&, fail](QVector<Onvif::OnvifProfileInfo> profiles) {
+                            if (profiles.isEmpty())
+                                return fail();
+                            ++round.operations;
+                            auto remaining = std::make_shared<int>(profiles.size());
+                            for (const Onvif::OnvifProfileInfo& profile : profiles) {
+                                AsyncFuture::observe(requests.rtspUrl(profile.token, QString()))
+                                    .subscribe(
+                                        [&round, remaining](QString uri) {
+                                            if (uri.isEmpty())
+                                                ++round.failures;
+                                            else
+                                                ++round.operations;
+                                            if (--*remaining == 0)
+                                                round.cameraDone();
+                                        },
+                                        [&round, remaining]() {
+                                            ++round.failures;
+                                            if (--*remaining == 0)
+                                                round.cameraDone();
+                                        });
+                            }
+                        },
+                        fail);
+            },
+            fail);
+}
+
+// OnvifDeviceInfo, then OnvifRTSP's list (GetProfiles and every GetStreamUri).
+struct ServicesCamera
+{
+    ServicesCamera(QNetworkAccessManager& manager, const QString& url, int channel)
+        : info(manager, nullptr)
+        , rtsp(channel, nullptr)
+        , url(url)
+    {
+        rtsp.setNetworkManager(manager);
+    }
+    void start(Round& round)
+    {
+        auto fail = [&round](unsigned int, const QString&) {
+            ++round.failures;
+            round.cameraDone();
+        };
+        QObject::connect(&info, &OnvifDeviceInfo::error, &round.loop, fail);
+        QObject::connect(&rtsp, &OnvifRTSP::error, &round.loop, fail);
+        QObject::connect(
+            &info, &OnvifDeviceInfo::receiveDevInfo, &round.loop, [this, &round](Onvif::DeviceInfo) {
+                ++round.operations;
+                rtsp.getRTSPList(kUser, kPassword, url);
+            });
+        QObject::connect(&rtsp, &OnvifRTSP::receiveRTSPList, &round.loop,
+            [&round](const QVector<Onvif::OnvifProfileInfo>& list) {
+                round.operations += 1 + list.size();
+                round.cameraDone();
+            });
+        info.getDeviceInfo(QUrl(url), kUser, kPassword);
+    }
+    OnvifDeviceInfo info;
+    OnvifRTSP rtsp;
+    QString url;
+};
+
+// GetCapabilities, GetProfiles and GetPresets of the first PTZ profile.
+void ptzCamera(PtzSys::OnvifPtzReq& ptz, Round& round)
+{
+    auto fail = [&round]() {
+        ++round.failures;
+        round.cameraDone();
+    };
+    AsyncFuture::observe(ptz.checkCapability())
+        .subscribe(
+            [&, fail](bool) {
+                ++round.operations;
+                AsyncFuture::observe(ptz.reqTokens())
+                    .subscribe(
+                        [&, fail](QVector<PtzSys::Token> tokens) {
+                            if (tokens.isEmpty())
+                                return fail();
+                            ++round.operations;
+                            AsyncFuture::observe(ptz.presets(tokens.first().MediaProfileToken))
+                                .subscribe(
+                                    [&round](QVector<PtzSys::Preset>) {
+                                        ++round.operations;
+                                        round.cameraDone();
+                                    },
+                                    fail);
+                        },
+                        fail);
+            },
+            fail);
+}
+
+// ---- measuring -------------------------------------------------------------------
+
+struct Figure
+{
+    double cpu = 0;
+    double wall = 0;
+    int operations = 0;
+    int failures = 0;
+    double cpuPerOp() const { return operations ? cpu / operations : 0; }
+};
+
+// One client path over the whole fleet: start(round) starts every camera.
+struct FleetPath
+{
+    FleetPath(const QString& name, const std::function<void(Round&)>& start)
+        : name(name)
+        , start(start)
+    { }
+    QString name;
+    std::function<void(Round&)> start;
+    Figure figure;
+};
+
+void measureRound(FleetPath& path, int cameras)
+{
+    Round round;
+    QElapsedTimer wall;
+    const double cpu0 = cpuSeconds();
+    wall.start();
+    round.run(cameras, [&]() { path.start(round); });
+    path.figure.wall += double(wall.nsecsElapsed()) / 1e9;
+    path.figure.cpu += cpuSeconds() - cpu0;
+    path.figure.operations += round.operations;
+    path.figure.failures += round.failures;
+    // Replies released with deleteLater() are freed here, outside the next round.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void printFleet(const std::vector<FleetPath>& paths, int cameras, int rounds, const Figure& baseline)
+{
+    std::printf("\nfleet of %d cameras, %d rounds, all cameras in flight at once\n", cameras, rounds);
+    std::printf("  %-34s %10s %10s %12s %10s %8s %6s\n", "path", "ops", "ms CPU/op", "ops/CPU-s", "wall s",
+        "ratio", "fail");
+    for (const FleetPath& p : paths) {
+        const Figure& f = p.figure;
+        std::printf("  %-34s %10d %10.3f %12.0f %10.2f %8.2f %6d\n", qPrintable(p.name), f.operations,
+            f.cpuPerOp() * 1e3, f.cpu > 0 ? f.operations / f.cpu : 0.0, f.wall,
+            baseline.cpuPerOp() > 0 ? f.cpuPerOp() / baseline.cpuPerOp() : 0.0, f.failures);
+        std::printf("E2E fleet=%d path=%s ms_cpu_per_op=%.4f ops=%d failures=%d wall_s=%.3f\n", cameras,
+            qPrintable(p.name), f.cpuPerOp() * 1e3, f.operations, f.failures, f.wall);
+    }
+    std::printf("  peak RSS so far: %ld KiB\n", peakRssKb());
+}
+
+// The managers the lent-manager paths are measured with.
+struct Managers
+{
+    std::vector<std::pair<QString, std::function<std::unique_ptr<QNetworkAccessManager>()>>> kinds {
+        { QStringLiteral("QNAM"), [] { return std::make_unique<QNetworkAccessManager>(); } },
+#ifdef BENCH_HAS_ONVIF_NAM
+        { QStringLiteral("OnvifNAM"), [] { return std::make_unique<Onvif::NetworkAccessManager>(); } },
+#endif
+    };
+};
+
+void runFleet(const QString& simulator, int cameras, int rounds)
+{
+    SimulatorProcess sim;
+    if (!sim.start(simulator, cameras, 1800)) {
+        std::fprintf(stderr, "the simulator did not start %d cameras\n", cameras);
+        return;
+    }
+    const QStringList& urls = sim.urls();
+    std::vector<std::unique_ptr<Onvif::Requests>> requests;
+    for (const QString& url : urls)
+        requests.push_back(std::make_unique<Onvif::Requests>(kUser, kPassword, url, false));
+
+    std::vector<std::unique_ptr<QNetworkAccessManager>> managers;
+    std::vector<std::unique_ptr<ServicesCamera>> services;
+    std::vector<std::unique_ptr<PtzSys::OnvifPtzReq>> ptz;
+    std::vector<FleetPath> paths;
+    QNetworkAccessManager bareManager;
+    paths.push_back({ QStringLiteral("bare QNAM+QDom, Close (baseline)"), [&](Round& r) {
+                         for (const QString& url : urls)
+                             bareCamera(bareManager, url, true, r);
+                     } });
+    paths.push_back({ QStringLiteral("bare QNAM+QDom, keep-alive"), [&](Round& r) {
+                         for (const QString& url : urls)
+                             bareCamera(bareManager, url, false, r);
+                     } });
+    paths.push_back({ QStringLiteral("Onvif::Requests"), [&](Round& r) {
+                         for (auto& camera : requests)
+                             requestsCamera(*camera, r);
+                     } });
+    for (const auto& kind : Managers().kinds) {
+        managers.push_back(kind.second());
+        QNetworkAccessManager& manager = *managers.back();
+        const size_t first = services.size();
+        for (int i = 0; i < urls.size(); ++i)
+            services.push_back(std::make_unique<ServicesCamera>(manager, urls.at(i), i));
+        const size_t count = size_t(urls.size());
+        paths.push_back({ QStringLiteral("OnvifDeviceInfo+OnvifRTSP, ") + kind.first,
+            [&services, first, count](Round& r) {
+                for (size_t i = first; i < first + count; ++i)
+                    services.at(i)->start(r);
+            } });
+    }
+    QNetworkAccessManager ptzManager;
+    const OnvifSecurity security(kUser, kPassword, 0);
+    for (int i = 0; i < urls.size(); ++i)
+        ptz.push_back(std::make_unique<PtzSys::OnvifPtzReq>(security, urls.at(i), &ptzManager, i));
+    paths.push_back({ QStringLiteral("PtzSys::OnvifPtzReq (other ops)"), [&](Round& r) {
+                         for (auto& camera : ptz)
+                             ptzCamera(*camera, r);
+                     } });
+
+    // One untimed round per path: plugins, connections, caches.
+    for (FleetPath& p : paths) {
+        FleetPath warm(p.name, p.start);
+        measureRound(warm, urls.size());
+    }
+    for (int r = 0; r < rounds; ++r) {
+        for (FleetPath& p : paths)
+            measureRound(p, urls.size());
+    }
+    printFleet(paths, cameras, rounds, paths.front().figure);
+}
+
+// ---- sequential wall time --------------------------------------------------------
+
+// Runs op n times one after the other; op calls done() when its answer is in.
+// Returns the median wall time of one call in ms.
+double sequential(int n, const std::function<void(const std::function<void()>&, QObject*)>& op)
+{
+    std::vector<double> times;
+    for (int i = 0; i <= n; ++i) {
+        QEventLoop loop;
+        QElapsedTimer timer;
+        timer.start();
+        op([&loop]() { loop.quit(); }, &loop);
+        QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+        loop.exec();
+        if (i > 0) // the first one opens the connection
+            times.push_back(double(timer.nsecsElapsed()) / 1e6);
+    }
+    std::sort(times.begin(), times.end());
+    return times.empty() ? 0 : times[times.size() / 2];
+}
+
+void printSequential(const QString& name, double ms)
+{
+    std::printf("  %-52s %8.2f ms\n", qPrintable(name), ms);
+    std::printf("E2E sequential path=%s ms_wall_per_op=%.3f\n",
+        qPrintable(QString(name).replace(QLatin1Char(' '), QLatin1Char('_'))), ms);
+}
+
+void runSequential(const QString& simulator, int n)
+{
+    SimulatorProcess sim;
+    if (!sim.start(simulator, 1, 600)) {
+        std::fprintf(stderr, "the simulator did not start\n");
+        return;
+    }
+    const QString url = sim.urls().first();
+    std::printf("\nsequential requests to one camera, median wall time per operation (%d each)\n", n);
+
+    for (const bool close : { false, true }) {
+        QNetworkAccessManager manager;
+        printSequential(QStringLiteral("bare GetDeviceInformation, ") + (close ? "Close" : "keep-alive"),
+            sequential(n, [&](const std::function<void()>& done, QObject*) {
+                bareReply(barePost(manager, url, Bench::getDeviceInformationBody(), close),
+                    [done](QDomDocument*) { done(); });
+            }));
+    }
+    {
+        Onvif::Requests requests(kUser, kPassword, url, false);
+        printSequential(QStringLiteral("Requests deviceInfo (Close)"),
+            sequential(n, [&](const std::function<void()>& done, QObject*) {
+                AsyncFuture::observe(requests.deviceInfo())
+                    .subscribe([done](Onvif::DeviceInfo) { done(); }, done);
+            }));
+        printSequential(QStringLiteral("Requests rtspUrl (Close)"),
+            sequential(n, [&](const std::function<void()>& done, QObject*) {
+                AsyncFuture::observe(requests.rtspUrl(QStringLiteral("prof_main"), QString()))
+                    .subscribe([done](QString) { done(); }, done);
+            }));
+    }
+    for (const auto& kind : Managers().kinds) {
+        const std::unique_ptr<QNetworkAccessManager> manager = kind.second();
+        const QString with = QStringLiteral(", lent ") + kind.first;
+        {
+            OnvifDeviceInfo info(*manager, nullptr);
+            printSequential(QStringLiteral("OnvifDeviceInfo") + with,
+                sequential(n, [&](const std::function<void()>& done, QObject* context) {
+                    QObject::connect(&info, &OnvifDeviceInfo::receiveDevInfo, context, done);
+                    QObject::connect(&info, &OnvifDeviceInfo::error, context, done);
+                    info.getDeviceInfo(QUrl(url), kUser, kPassword);
+                }));
+        }
+        {
+            OnvifRTSP rtsp(0, nullptr);
+            rtsp.setNetworkManager(*manager);
+            int ops = 1;
+            const double list = sequential(n, [&](const std::function<void()>& done, QObject* context) {
+                QObject::connect(&rtsp, &OnvifRTSP::receiveRTSPList, context,
+                    [&ops, done](const QVector<Onvif::OnvifProfileInfo>& l) {
+                        ops = 1 + l.size();
+                        done();
+                    });
+                QObject::connect(&rtsp, &OnvifRTSP::error, context, done);
+                rtsp.getRTSPList(kUser, kPassword, url);
+            });
+            printSequential(
+                QStringLiteral("OnvifRTSP list (GetProfiles + %1 GetStreamUri)").arg(ops - 1) + with, list);
+        }
+        {
+            Onvif::OnvifPreview preview(kUser, kPassword, url, manager.get());
+            QString snapshot;
+            printSequential(QStringLiteral("OnvifPreview getSnapshotUri") + with,
+                sequential(n, [&](const std::function<void()>& done, QObject* context) {
+                    QObject::connect(&preview, &Onvif::OnvifPreview::snapshotUri, context,
+                        [&snapshot, done](const QString& uri) {
+                            snapshot = uri;
+                            done();
+                        });
+                    preview.getSnapshotUri(QStringLiteral("prof_main"));
+                }));
+            printSequential(QStringLiteral("OnvifPreview downloadImage (GET)") + with,
+                sequential(n, [&](const std::function<void()>& done, QObject* context) {
+                    QObject::connect(&preview, &Onvif::OnvifPreview::image, context, done);
+                    preview.downloadImage(snapshot);
+                }));
+        }
+        {
+            const OnvifSecurity security(kUser, kPassword, 0);
+            PtzSys::OnvifPtzReq ptz(security, url, manager.get(), 0);
+            sequential(0, [&](const std::function<void()>& done, QObject*) {
+                AsyncFuture::observe(ptz.checkCapability()).subscribe([done](bool) { done(); }, done);
+            });
+            printSequential(QStringLiteral("OnvifPtzReq presets (Close)") + with,
+                sequential(n, [&](const std::function<void()>& done, QObject*) {
+                    AsyncFuture::observe(ptz.presets(QStringLiteral("prof_main")))
+                        .subscribe([done](QVector<PtzSys::Preset>) { done(); }, done);
+                }));
+        }
+    }
+}
+
+// Resident memory of idle Onvif::Requests objects.
+void runIdleMemory(int count)
+{
+    auto warm = std::make_unique<Onvif::Requests>(
+        kUser, kPassword, QStringLiteral("http://127.0.0.1:1/onvif/device_service"), false);
+    const long before = residentBytes();
+    std::vector<std::unique_ptr<Onvif::Requests>> objects;
+    for (int i = 0; i < count; ++i)
+        objects.push_back(std::make_unique<Onvif::Requests>(kUser, kPassword,
+            QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(10000 + i), false));
+    const long after = residentBytes();
+    std::printf("\nidle Onvif::Requests: %d objects, %.0f bytes resident each\n", count,
+        double(after - before) / count);
+    std::printf("E2E idle_requests_bytes=%.0f\n", double(after - before) / count);
+}
+
+// Only the Requests path, for a profiler; --toggle-collect=*profiledRequestsRounds*.
+__attribute__((noinline)) void profiledRequestsRounds(std::vector<FleetPath>& paths, int cameras, int rounds)
+{
+    for (int r = 0; r < rounds; ++r)
+        measureRound(paths.front(), cameras);
+}
+
+__attribute__((noinline)) void profiledBareRounds(std::vector<FleetPath>& paths, int cameras, int rounds)
+{
+    for (int r = 0; r < rounds; ++r)
+        measureRound(paths.back(), cameras);
+}
+
+void runProfile(const QString& simulator, int cameras, int rounds)
+{
+    SimulatorProcess sim;
+    if (!sim.start(simulator, cameras, 3600))
+        return;
+    const QStringList& urls = sim.urls();
+    std::vector<std::unique_ptr<Onvif::Requests>> requests;
+    for (const QString& url : urls)
+        requests.push_back(std::make_unique<Onvif::Requests>(kUser, kPassword, url, false));
+    QNetworkAccessManager bareManager;
+    std::vector<FleetPath> paths;
+    paths.push_back({ QStringLiteral("Onvif::Requests"), [&](Round& r) {
+                         for (auto& camera : requests)
+                             requestsCamera(*camera, r);
+                     } });
+    paths.push_back({ QStringLiteral("bare"), [&](Round& r) {
+                         for (const QString& url : urls)
+                             bareCamera(bareManager, url, true, r);
+                     } });
+    measureRound(paths.front(), cameras);
+    measureRound(paths.back(), cameras);
+    paths.front().figure = paths.back().figure = Figure();
+    profiledRequestsRounds(paths, cameras, rounds);
+    profiledBareRounds(paths, cameras, rounds);
+    printFleet(paths, cameras, rounds, paths.back().figure);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Client CPU, wall time and memory of whole ONVIF exchanges."));
+    parser.addHelpOption();
+    const QCommandLineOption simOption(
+        QStringLiteral("simulator"), QStringLiteral("onvif-camera-sim program."), QStringLiteral("path"));
+    const QCommandLineOption fleetsOption(QStringLiteral("fleets"),
+        QStringLiteral("Camera counts, comma separated."), QStringLiteral("list"), QStringLiteral("20,200"));
+    const QCommandLineOption roundsOption(QStringLiteral("rounds"),
+        QStringLiteral("Timed rounds per path for 20 cameras (fewer for larger fleets)."),
+        QStringLiteral("n"), QStringLiteral("10"));
+    const QCommandLineOption sequentialOption(QStringLiteral("sequential"),
+        QStringLiteral("Sequential calls per path (0: skip)."), QStringLiteral("n"), QStringLiteral("20"));
+    const QCommandLineOption profileOption(QStringLiteral("profile"),
+        QStringLiteral("Only n rounds of the Requests and bare paths (for callgrind)."), QStringLiteral("n"));
+    parser.addOptions({ simOption, fleetsOption, roundsOption, sequentialOption, profileOption });
+    parser.process(app);
+
+    // A host that keeps errors only, as a fleet client would in production.
+    boost::log::core::get()->set_filter(
+        boost::log::expressions::attr<unsigned int>("Severity") >= unsigned(OnvifLog::Error));
+
+    const QString simulator = parser.value(simOption);
+    if (simulator.isEmpty()) {
+        std::fprintf(stderr, "--simulator <path of onvif-camera-sim> is needed\n");
+        return 2;
+    }
+    const QList<QString> fleets = parser.value(fleetsOption).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    if (parser.isSet(profileOption)) {
+        runProfile(simulator, fleets.value(0).toInt(), parser.value(profileOption).toInt());
+        return 0;
+    }
+#ifndef BENCH_HAS_ONVIF_NAM
+    std::printf("Onvif::NetworkAccessManager is not in this tree: lent-manager paths use QNAM only\n");
+#endif
+    runIdleMemory(1000);
+    const int rounds = parser.value(roundsOption).toInt();
+    for (const QString& count : fleets) {
+        const int cameras = count.toInt();
+        runFleet(simulator, cameras, std::max(1, rounds * 20 / std::max(20, cameras)));
+    }
+    if (parser.value(sequentialOption).toInt() > 0)
+        runSequential(simulator, parser.value(sequentialOption).toInt());
+    std::printf("\npeak RSS: %ld KiB\n", peakRssKb());
+    return 0;
+}
