@@ -361,12 +361,12 @@ void measureRound(FleetPath& path, int cameras)
     const double cpu0 = cpuSeconds();
     wall.start();
     round.run(cameras, [&]() { path.start(round); });
+    // Replies released with deleteLater() belong to this round, not to the next path's.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     path.figure.wall += double(wall.nsecsElapsed()) / 1e9;
     path.figure.cpu += cpuSeconds() - cpu0;
     path.figure.operations += round.operations;
     path.figure.failures += round.failures;
-    // Replies released with deleteLater() are freed here, outside the next round.
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 void printFleet(const std::vector<FleetPath>& paths, int cameras, int rounds, const Figure& baseline)
