@@ -1,0 +1,694 @@
+#include "onvifTypes/httpReply_p.h"
+
+#include <QCoreApplication>
+#include <QNetworkCookie>
+#include <QNetworkCookieJar>
+#include <QNetworkProxy>
+#include <QTcpSocket>
+
+#include <zlib.h>
+
+namespace Onvif::Internal {
+
+namespace {
+
+constexpr int maxBusyPerHost = 6; // as QNetworkAccessManager
+constexpr qint64 idleLifetimeMs = 120000; // as long as Qt keeps an unused connection
+
+QString translated(const char* context, const char* text)
+{
+    return QCoreApplication::translate(context, text);
+}
+
+// QNetworkAccessManager's reading of an HTTP error status.
+QNetworkReply::NetworkError statusError(int status)
+{
+    switch (status) {
+    case 400:
+    case 418:
+        return QNetworkReply::ProtocolInvalidOperationError;
+    case 401:
+        return QNetworkReply::AuthenticationRequiredError;
+    case 403:
+        return QNetworkReply::ContentAccessDenied;
+    case 404:
+        return QNetworkReply::ContentNotFoundError;
+    case 405:
+        return QNetworkReply::ContentOperationNotPermittedError;
+    case 407:
+        return QNetworkReply::ProxyAuthenticationRequiredError;
+    case 409:
+        return QNetworkReply::ContentConflictError;
+    case 410:
+        return QNetworkReply::ContentGoneError;
+    case 500:
+        return QNetworkReply::InternalServerError;
+    case 501:
+        return QNetworkReply::OperationNotImplementedError;
+    case 503:
+        return QNetworkReply::ServiceUnavailableError;
+    default:
+        return status >= 500 ? QNetworkReply::UnknownServerError
+            : status >= 400  ? QNetworkReply::UnknownContentError
+                             : QNetworkReply::NoError;
+    }
+}
+
+bool hasToken(const QByteArray& value, const char* token)
+{
+    return value.toLower().contains(token);
+}
+
+} // namespace
+
+// gzip, zlib or raw deflate, whichever the body turns out to be, as QNetworkAccessManager accepts.
+struct Inflater
+{
+    z_stream stream {};
+    bool raw = false;
+    bool ended = false;
+    qint64 fed = 0;
+
+    Inflater() { inflateInit2(&stream, MAX_WBITS + 32); }
+    ~Inflater() { inflateEnd(&stream); }
+
+    bool inflateChunk(const QByteArray& in, QByteArray& out)
+    {
+        const qint64 fedBefore = fed;
+        fed += in.size();
+        stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.constData()));
+        stream.avail_in = uInt(in.size());
+        char buffer[16384];
+        while (stream.avail_in > 0 && !ended) {
+            stream.next_out = reinterpret_cast<Bytef*>(buffer);
+            stream.avail_out = sizeof buffer;
+            const int rc = inflate(&stream, Z_NO_FLUSH);
+            if (rc == Z_DATA_ERROR && !raw && fedBefore == 0 && stream.total_out == 0) {
+                raw = true;
+                inflateEnd(&stream);
+                stream = z_stream {};
+                inflateInit2(&stream, -MAX_WBITS);
+                stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.constData()));
+                stream.avail_in = uInt(in.size());
+                continue;
+            }
+            if (rc != Z_OK && rc != Z_STREAM_END)
+                return false;
+            out.append(buffer, int(sizeof buffer - stream.avail_out));
+            ended = rc == Z_STREAM_END;
+        }
+        return true;
+    }
+};
+
+HttpPool::HttpPool(QObject* parent)
+    : QObject(parent)
+{
+    m_clock.start();
+    m_sweep.setInterval(idleLifetimeMs / 4);
+    connect(&m_sweep, &QTimer::timeout, this, &HttpPool::sweep);
+}
+
+HttpPool::~HttpPool()
+{
+    // Replies still holding a socket hear it close; nothing may come back to this pool.
+    m_closing = true;
+    for (QTcpSocket* socket : findChildren<QTcpSocket*>(QString(), Qt::FindDirectChildrenOnly))
+        socket->abort();
+}
+
+void HttpPool::enqueue(HttpReply* reply)
+{
+    const QString key = reply->poolKey();
+    m_hosts[key].waiting.enqueue(reply);
+    dispatch(key);
+}
+
+QTcpSocket* HttpPool::connectNew(const QString& key, const QString& host, quint16 port)
+{
+    auto* socket = new QTcpSocket(this);
+    socket->setObjectName(key); // the pool finds a socket's host by it
+    socket->setProxy(QNetworkProxy::NoProxy);
+    connect(socket, &QAbstractSocket::connected, socket,
+        [socket] { socket->setSocketOption(QAbstractSocket::LowDelayOption, 1); });
+    // An idle connection that the peer closes or talks on cannot carry a request any more.
+    connect(socket, &QAbstractSocket::disconnected, this, [this, socket] { dropIdle(socket); });
+    connect(socket, &QIODevice::readyRead, this, [this, socket] { dropIdle(socket); });
+    socket->connectToHost(host, port);
+    return socket;
+}
+
+void HttpPool::dispatch(const QString& key)
+{
+    // Start the replies only after the bookkeeping: a start may come back here.
+    QVector<QPair<QPointer<HttpReply>, QPair<QTcpSocket*, bool>>> starts;
+    Host& host = m_hosts[key];
+    while (!host.waiting.isEmpty()) {
+        const QPointer<HttpReply> reply = host.waiting.head();
+        if (!reply || reply->isFinished()) {
+            host.waiting.dequeue();
+            continue;
+        }
+        while (!host.idle.isEmpty() && host.idle.last().socket->state() != QAbstractSocket::ConnectedState)
+            discard(host.idle.takeLast().socket);
+        QTcpSocket* socket = nullptr;
+        const bool reused = !host.idle.isEmpty();
+        if (reused)
+            socket = host.idle.takeLast().socket;
+        else if (host.busy < maxBusyPerHost)
+            socket = connectNew(key, reply->url().host(), quint16(reply->url().port(80)));
+        else
+            break;
+        ++host.busy;
+        host.waiting.dequeue();
+        starts.append({ reply, { socket, reused } });
+    }
+    if (host.waiting.isEmpty() && host.idle.isEmpty() && host.busy == 0)
+        m_hosts.remove(key);
+    for (const auto& start : starts) {
+        if (start.first && !start.first->isFinished())
+            start.first->start(start.second.first, start.second.second);
+        else
+            release(start.second.first, start.second.second);
+    }
+}
+
+QTcpSocket* HttpPool::replace(QTcpSocket* stale)
+{
+    const QString key = stale->objectName();
+    discard(stale);
+    const int colon = key.lastIndexOf(QLatin1Char(':'));
+    return connectNew(key, key.left(colon), quint16(key.mid(colon + 1).toUInt()));
+}
+
+void HttpPool::release(QTcpSocket* socket, bool reusable)
+{
+    if (m_closing)
+        return;
+    const QString key = socket->objectName();
+    Host& host = m_hosts[key];
+    --host.busy;
+    if (reusable && socket->state() == QAbstractSocket::ConnectedState && socket->bytesAvailable() == 0) {
+        host.idle.append({ socket, m_clock.elapsed() });
+        if (!m_sweep.isActive())
+            m_sweep.start();
+    } else {
+        discard(socket);
+    }
+    dispatch(key);
+}
+
+void HttpPool::dropIdle(QTcpSocket* socket)
+{
+    if (m_closing)
+        return;
+    const auto it = m_hosts.find(socket->objectName());
+    if (it == m_hosts.end())
+        return;
+    QVector<Idle>& idle = it->idle;
+    for (int i = 0; i < idle.size(); ++i) {
+        if (idle.at(i).socket == socket) {
+            idle.remove(i);
+            discard(socket);
+            if (idle.isEmpty() && it->busy == 0 && it->waiting.isEmpty())
+                m_hosts.erase(it);
+            return;
+        }
+    }
+}
+
+void HttpPool::sweep()
+{
+    const qint64 oldest = m_clock.elapsed() - idleLifetimeMs;
+    bool anyIdle = false;
+    for (auto it = m_hosts.begin(); it != m_hosts.end();) {
+        QVector<Idle>& idle = it->idle;
+        while (!idle.isEmpty() && idle.first().since <= oldest)
+            discard(idle.takeFirst().socket);
+        anyIdle = anyIdle || !idle.isEmpty();
+        if (idle.isEmpty() && it->busy == 0 && it->waiting.isEmpty())
+            it = m_hosts.erase(it);
+        else
+            ++it;
+    }
+    if (!anyIdle)
+        m_sweep.stop();
+}
+
+void HttpPool::discard(QTcpSocket* socket)
+{
+    socket->disconnect();
+    socket->abort();
+    socket->deleteLater();
+}
+
+HttpReply::HttpReply(HttpPool* pool, QNetworkAccessManager* manager, QNetworkAccessManager::Operation op,
+    const QNetworkRequest& request, QByteArray wire, qint64 uploadSize, bool autoDecompress, int timeoutMs)
+    : QNetworkReply(manager)
+    , m_manager(manager)
+    , m_pool(pool)
+    , m_wire(std::move(wire))
+    , m_uploadSize(uploadSize)
+    , m_autoDecompress(autoDecompress)
+{
+    setRequest(request);
+    setUrl(request.url());
+    setOperation(op);
+    QIODevice::open(QIODevice::ReadOnly);
+    if (timeoutMs > 0) {
+        // Restarted by every byte that moves, as Qt's transfer timeout.
+        m_timer = new QTimer(this);
+        m_timer->setSingleShot(true);
+        m_timer->setInterval(timeoutMs);
+        connect(m_timer, &QTimer::timeout, this, &HttpReply::abort);
+        m_timer->start();
+    }
+}
+
+HttpReply::~HttpReply()
+{
+    releaseSocket(false);
+}
+
+QString HttpReply::poolKey() const
+{
+    return url().host() + QLatin1Char(':') + QString::number(url().port(80));
+}
+
+void HttpReply::start(QTcpSocket* socket, bool reused)
+{
+    m_reused = reused;
+    attach(socket);
+}
+
+void HttpReply::attach(QTcpSocket* socket)
+{
+    m_socket = socket;
+    m_stage = Stage::Status;
+    socket->setReadBufferSize(qMax<qint64>(0, readBufferSize()));
+    connect(socket, &QIODevice::readyRead, this, &HttpReply::onReadyRead);
+    connect(socket, &QAbstractSocket::errorOccurred, this, &HttpReply::onSocketGone);
+    connect(socket, &QAbstractSocket::disconnected, this,
+        [this] { onSocketGone(QAbstractSocket::RemoteHostClosedError); });
+    if (socket->state() == QAbstractSocket::ConnectedState)
+        send();
+    else
+        connect(socket, &QAbstractSocket::connected, this, &HttpReply::send);
+}
+
+void HttpReply::send()
+{
+    if (m_timer)
+        m_timer->start();
+    // Header and body in one segment: nothing waits for the peer's delayed ACK.
+    m_socket->write(m_wire);
+    m_socket->flush();
+}
+
+void HttpReply::onReadyRead()
+{
+    if (!m_socket || m_stage == Stage::Done)
+        return;
+    const qint64 limit = room();
+    if (limit == 0)
+        return; // readData resumes once the reader made room
+    m_in += limit < 0 ? m_socket->readAll() : m_socket->read(limit);
+    if (m_in.isEmpty())
+        return;
+    if (m_timer)
+        m_timer->start();
+    if (!m_answered) {
+        m_answered = true;
+        m_wire.clear();
+        if (operation() == QNetworkAccessManager::PostOperation)
+            emit uploadProgress(m_uploadSize, m_uploadSize);
+    }
+    const QPointer<HttpReply> self(this);
+    if (!parse() && self && !isFinished()) {
+        releaseSocket(false);
+        finish(RemoteHostClosedError, translated("QHttp", "Connection closed"));
+    }
+}
+
+void HttpReply::onSocketGone(QAbstractSocket::SocketError socketError)
+{
+    if (!m_socket || m_stage == Stage::Done)
+        return;
+    const QPointer<HttpReply> self(this);
+    if (m_socket->bytesAvailable() > 0 && (onReadyRead(), !self || m_stage == Stage::Done))
+        return;
+    if (!m_answered && m_reused && !m_retried && m_pool && !m_pool->closing()) {
+        // A kept-alive connection the peer dropped meanwhile: once more on a fresh one, as Qt.
+        m_retried = true;
+        QTcpSocket* stale = m_socket;
+        stale->disconnect(this);
+        m_socket = nullptr;
+        attach(m_pool->replace(stale));
+        return;
+    }
+    if (m_stage == Stage::Body && m_remaining < 0 && socketError == QAbstractSocket::RemoteHostClosedError) {
+        releaseSocket(false);
+        complete(); // the body ran until the peer closed
+        return;
+    }
+    const QString socketText = m_socket->errorString();
+    releaseSocket(false);
+    switch (socketError) {
+    case QAbstractSocket::ConnectionRefusedError:
+        finish(ConnectionRefusedError, translated("QHttp", "Connection refused"));
+        break;
+    case QAbstractSocket::HostNotFoundError:
+        finish(HostNotFoundError, translated("QHttp", "Host %1 not found").arg(url().host()));
+        break;
+    case QAbstractSocket::SocketTimeoutError:
+        finish(TimeoutError, translated("QAbstractSocket", "Socket operation timed out"));
+        break;
+    case QAbstractSocket::RemoteHostClosedError:
+        finish(RemoteHostClosedError, translated("QHttp", "Connection closed"));
+        break;
+    default:
+        finish(UnknownNetworkError, socketText);
+        break;
+    }
+}
+
+bool HttpReply::takeLine(QByteArray& line)
+{
+    const int end = m_in.indexOf('\n');
+    if (end < 0)
+        return false;
+    line = m_in.left(end > 0 && m_in.at(end - 1) == '\r' ? end - 1 : end);
+    m_in.remove(0, end + 1);
+    return true;
+}
+
+// False on text that is no HTTP answer.
+bool HttpReply::parse()
+{
+    const QPointer<HttpReply> self(this);
+    QByteArray line;
+    while (self && m_stage != Stage::Done) {
+        switch (m_stage) {
+        case Stage::Status: {
+            if (!takeLine(line))
+                return true;
+            if (!line.startsWith("HTTP/") || line.size() < 12 || line.at(8) != ' ')
+                return false;
+            bool ok = false;
+            m_status = line.mid(9, 3).toInt(&ok);
+            if (!ok || (line.size() > 12 && line.at(12) != ' '))
+                return false;
+            m_minorVersion = line.at(7) - '0';
+            // Without a reason phrase Qt reports the whole line as the phrase.
+            const int space = line.indexOf(' ', 9);
+            setAttribute(
+                QNetworkRequest::HttpReasonPhraseAttribute, QString::fromLatin1(line.mid(space + 1)));
+            m_headers.clear();
+            m_stage = Stage::Headers;
+            break;
+        }
+        case Stage::Headers:
+            if (!takeLine(line))
+                return true;
+            if (line.isEmpty()) {
+                if (!headersDone())
+                    return false;
+            } else if ((line.at(0) == ' ' || line.at(0) == '\t') && !m_headers.isEmpty()) {
+                m_headers.last().second += ' ' + line.trimmed();
+            } else if (const int colon = line.indexOf(':'); colon > 0) {
+                m_headers.append({ line.left(colon).trimmed(), line.mid(colon + 1).trimmed() });
+            }
+            break;
+        case Stage::Body: {
+            const qint64 n = m_remaining < 0 ? m_in.size() : qMin<qint64>(m_remaining, m_in.size());
+            if (n == 0)
+                return true;
+            if (m_remaining > 0)
+                m_remaining -= n;
+            const QByteArray part = m_in.left(int(n));
+            m_in.remove(0, int(n));
+            if (!deliver(part))
+                return true;
+            if (m_remaining == 0)
+                complete();
+            else if (m_in.isEmpty())
+                return true;
+            break;
+        }
+        case Stage::ChunkSize: {
+            if (!takeLine(line))
+                return true;
+            bool ok = false;
+            const int semicolon = line.indexOf(';');
+            m_remaining = (semicolon < 0 ? line : line.left(semicolon)).trimmed().toLongLong(&ok, 16);
+            if (!ok || m_remaining < 0)
+                m_remaining = 0; // as Qt: an unreadable size ends the body
+            m_stage = m_remaining > 0 ? Stage::ChunkData : Stage::Trailer;
+            break;
+        }
+        case Stage::ChunkData: {
+            const qint64 n = qMin<qint64>(m_remaining, m_in.size());
+            if (n == 0)
+                return true;
+            m_remaining -= n;
+            const QByteArray part = m_in.left(int(n));
+            m_in.remove(0, int(n));
+            if (m_remaining == 0)
+                m_stage = Stage::ChunkEnd;
+            if (!deliver(part))
+                return true;
+            break;
+        }
+        case Stage::ChunkEnd:
+            if (!takeLine(line))
+                return true;
+            m_stage = Stage::ChunkSize;
+            break;
+        case Stage::Trailer:
+            if (!takeLine(line))
+                return true;
+            if (line.isEmpty())
+                complete();
+            break;
+        case Stage::Waiting:
+        case Stage::Done:
+            return true;
+        }
+    }
+    return true;
+}
+
+bool HttpReply::headersDone()
+{
+    if (m_status >= 100 && m_status < 200) {
+        m_stage = Stage::Status; // interim answer; the final one follows
+        return true;
+    }
+    setAttribute(QNetworkRequest::HttpStatusCodeAttribute, m_status);
+    setAttribute(QNetworkRequest::ConnectionEncryptedAttribute, false);
+    setAttribute(QNetworkRequest::HttpPipeliningWasUsedAttribute, false);
+    setAttribute(QNetworkRequest::Http2WasUsedAttribute, false);
+    // Repeated fields join as Qt joins them; cookies line by line.
+    QVector<QPair<QByteArray, QByteArray>> merged;
+    for (const auto& header : qAsConst(m_headers)) {
+        auto it = std::find_if(merged.begin(), merged.end(),
+            [&](const auto& m) { return m.first.compare(header.first, Qt::CaseInsensitive) == 0; });
+        if (it == merged.end()) {
+            merged.append(header);
+        } else {
+            it->first = header.first; // Qt keeps the last spelling
+            it->second += (header.first.compare("set-cookie", Qt::CaseInsensitive) == 0 ? "\n" : ", ")
+                + header.second;
+        }
+    }
+    QByteArray length, encoding, transfer;
+    for (const auto& header : qAsConst(merged)) {
+        const QByteArray name = header.first.toLower();
+        if (name == "content-length")
+            length = header.second;
+        else if (name == "content-encoding")
+            encoding = header.second.toLower();
+        else if (name == "transfer-encoding")
+            transfer = header.second;
+    }
+    const bool decompress = m_autoDecompress && (encoding == "gzip" || encoding == "deflate");
+    bool lengthOk = false;
+    const qint64 declared = length.toLongLong(&lengthOk);
+    for (const auto& header : qAsConst(merged)) {
+        // Qt drops the length of a body it decompresses.
+        if (!(decompress && header.first.compare("content-length", Qt::CaseInsensitive) == 0))
+            setRawHeader(header.first, header.second);
+    }
+    if (decompress) {
+        m_inflater = std::make_unique<Inflater>();
+        if (lengthOk)
+            setAttribute(QNetworkRequest::OriginalContentLengthAttribute, declared);
+    }
+    // Relative targets too, which the cooked Location header leaves out.
+    if (m_status >= 300 && m_status < 400 && hasRawHeader("Location"))
+        setAttribute(QNetworkRequest::RedirectionTargetAttribute, QUrl::fromEncoded(rawHeader("Location")));
+    if (m_manager && m_manager->cookieJar() && hasRawHeader("Set-Cookie")
+        && request().attribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Automatic)
+            == QNetworkRequest::Automatic) {
+        m_manager->cookieJar()->setCookiesFromUrl(
+            header(QNetworkRequest::SetCookieHeader).value<QList<QNetworkCookie>>(), url());
+    }
+    if (hasToken(transfer, "chunked")) {
+        m_stage = Stage::ChunkSize;
+    } else {
+        m_stage = Stage::Body;
+        m_remaining = lengthOk && declared >= 0 ? declared : -1;
+        m_total = m_remaining;
+    }
+    if (m_status == 204 || m_status == 304)
+        m_remaining = 0, m_stage = Stage::Body;
+    const QPointer<HttpReply> self(this);
+    emit metaDataChanged();
+    if (self && m_stage == Stage::Body && m_remaining == 0 && !isFinished())
+        complete();
+    return true;
+}
+
+// False when the reply finished or went away meanwhile.
+bool HttpReply::deliver(QByteArray data)
+{
+    m_received += data.size();
+    if (m_inflater) {
+        QByteArray plain;
+        if (!m_inflater->inflateChunk(data, plain)) {
+            releaseSocket(false);
+            finish(ProtocolFailure, translated("QHttp", "Data corrupted"));
+            return false;
+        }
+        data = plain;
+    }
+    if (data.isEmpty())
+        return true;
+    if (m_bodyPos > 0 && m_bodyPos == m_body.size()) {
+        m_body.clear();
+        m_bodyPos = 0;
+    }
+    m_body += data;
+    const QPointer<HttpReply> self(this);
+    emit readyRead();
+    if (self)
+        emit downloadProgress(m_received, m_total);
+    return self && !isFinished();
+}
+
+bool HttpReply::keepAlive() const
+{
+    if (hasToken(request().rawHeader("Connection"), "close"))
+        return false;
+    const QByteArray answer = rawHeader("Connection");
+    return m_minorVersion >= 1 ? !hasToken(answer, "close") : hasToken(answer, "keep-alive");
+}
+
+void HttpReply::complete()
+{
+    m_stage = Stage::Done;
+    // Bytes beyond the answer are nothing this connection can be trusted with again.
+    releaseSocket(keepAlive() && m_in.isEmpty() && (m_total >= 0 || m_remaining == 0));
+    const NetworkError code = statusError(m_status);
+    if (code == NoError)
+        finish(NoError, QString());
+    else if (code == AuthenticationRequiredError)
+        finish(code, translated("QHttp", "Host requires authentication"));
+    else if (code == ProxyAuthenticationRequiredError)
+        finish(code, translated("QHttp", "Proxy requires authentication"));
+    else
+        finish(code,
+            translated("QNetworkReply", "Error transferring %1 - server replied: %2")
+                .arg(url().toString(), attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString()));
+}
+
+void HttpReply::finish(NetworkError code, const QString& text)
+{
+    if (isFinished())
+        return;
+    m_stage = Stage::Done;
+    if (m_timer)
+        m_timer->stop();
+    const QPointer<HttpReply> self(this);
+    if (code != NoError) {
+        setError(code, text);
+        emit errorOccurred(code);
+#if QT_DEPRECATED_SINCE(5, 15)
+        QT_WARNING_PUSH
+        QT_WARNING_DISABLE_DEPRECATED
+        if (self)
+            emit error(code);
+        QT_WARNING_POP
+#endif
+    }
+    if (!self || isFinished())
+        return;
+    setFinished(true);
+    emit finished();
+}
+
+void HttpReply::releaseSocket(bool reusable)
+{
+    if (!m_socket)
+        return;
+    QTcpSocket* socket = m_socket;
+    m_socket = nullptr;
+    socket->disconnect(this);
+    socket->setReadBufferSize(0);
+    if (m_pool)
+        m_pool->release(socket, reusable);
+}
+
+void HttpReply::abort()
+{
+    if (isFinished())
+        return;
+    releaseSocket(false);
+    QNetworkReply::close();
+    finish(OperationCanceledError, translated("QNetworkReply", "Operation canceled"));
+}
+
+void HttpReply::close()
+{
+    if (isFinished())
+        QNetworkReply::close();
+    else
+        abort();
+}
+
+qint64 HttpReply::bytesAvailable() const
+{
+    return QNetworkReply::bytesAvailable() + m_body.size() - m_bodyPos;
+}
+
+void HttpReply::setReadBufferSize(qint64 size)
+{
+    QNetworkReply::setReadBufferSize(size);
+    if (m_socket)
+        QMetaObject::invokeMethod(this, &HttpReply::onReadyRead, Qt::QueuedConnection);
+}
+
+// Bytes the socket may hand over now; -1 without a limit.
+qint64 HttpReply::room() const
+{
+    const qint64 limit = readBufferSize();
+    return limit <= 0 ? -1 : qMax<qint64>(0, limit - (m_body.size() - m_bodyPos));
+}
+
+qint64 HttpReply::readData(char* data, qint64 maxSize)
+{
+    const qint64 n = qMin<qint64>(maxSize, m_body.size() - m_bodyPos);
+    if (n <= 0)
+        return isFinished() ? -1 : 0;
+    memcpy(data, m_body.constData() + m_bodyPos, size_t(n));
+    m_bodyPos += n;
+    if (m_bodyPos == m_body.size()) {
+        m_body.clear();
+        m_bodyPos = 0;
+    }
+    if (readBufferSize() > 0 && m_socket && m_socket->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &HttpReply::onReadyRead, Qt::QueuedConnection);
+    return n;
+}
+
+} // namespace Onvif::Internal

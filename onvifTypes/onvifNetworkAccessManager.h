@@ -1,0 +1,43 @@
+#ifndef ONVIFTYPES_ONVIFNETWORKACCESSMANAGER_H
+#define ONVIFTYPES_ONVIFNETWORKACCESSMANAGER_H
+
+#include <onvifTypes/onvifTypesGlobal.h>
+
+#include <QNetworkAccessManager>
+#include <QSet>
+
+namespace Onvif {
+
+namespace Internal {
+class HttpPool;
+}
+
+// A QNetworkAccessManager that serves plain-HTTP GET and POST itself, in its own thread:
+// header and body leave in one write on a TCP_NODELAY socket, so a request on a reused
+// keep-alive connection does not wait for the peer's delayed ACK, and no bytes cross to
+// Qt's HTTP thread. The request text is the one QNetworkAccessManager sends. Anything it
+// would not honour (https, proxies, redirects to follow, caches, cookies, authentication
+// handlers, other operations) goes to QNetworkAccessManager unchanged.
+class ONVIFTYPES_EXPORT NetworkAccessManager : public QNetworkAccessManager
+{
+    Q_OBJECT
+
+public:
+    explicit NetworkAccessManager(QObject* parent = nullptr);
+    ~NetworkAccessManager() override;
+
+protected:
+    QNetworkReply* createRequest(
+        Operation op, const QNetworkRequest& request, QIODevice* outgoingData = nullptr) override;
+
+private:
+    bool servesItself(Operation op, const QNetworkRequest& request, QIODevice* outgoingData);
+
+    Internal::HttpPool* m_pool;
+    // Hosts that saw credentials: Qt's authentication cache may answer for them later.
+    QSet<QString> m_authHosts;
+};
+
+} // namespace Onvif
+
+#endif // ONVIFTYPES_ONVIFNETWORKACCESSMANAGER_H
