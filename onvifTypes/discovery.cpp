@@ -1,6 +1,7 @@
 #include "onvifTypes/discovery.h"
 
 #include "onvifTypes/onvifDeviceInfo.h"
+#include "onvifTypes/onvifNetworkAccessManager.h"
 #include "onvifTypes/onvifResponse.h"
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
@@ -66,7 +67,7 @@ const QString Discovery::m_unknownName = QStringLiteral("Unknown");
 Discovery::Discovery(QObject* parent)
     : QObject(parent)
     , timer(new QTimer(this))
-    , manager(new QNetworkAccessManager(this))
+    , manager(new Onvif::NetworkAccessManager(this))
     , logger(OnvifLog::makeLogger(QStringLiteral("Discovery")))
 {
     const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();

@@ -1,5 +1,6 @@
 #include "onvifTypes/onvifPreview.h"
 
+#include "onvifTypes/onvifNetworkAccessManager.h"
 #include "onvifTypes/onvifResponse.h"
 #include "onvifTypes/onvifSecurity.h"
 #include "onvifTypes/onvifrequest.h"
@@ -25,7 +26,7 @@ OnvifPreview::OnvifPreview(const QString& login, const QString& password, const 
 OnvifPreview::OnvifPreview(const QString& login, const QString& password, const QString& url, QObject* parent)
     : OnvifPreview(login, password, url, nullptr, parent)
 {
-    m_manager = new QNetworkAccessManager(this);
+    m_manager = new NetworkAccessManager(this);
 }
 
 OnvifPreview::OnvifPreview(QNetworkAccessManager* manager, QObject* parent)

@@ -1,6 +1,7 @@
 #include "onvifTypes/onvifRequests.h"
 
 #include "onvifTypes/onvifDeviceInfo.h"
+#include "onvifTypes/onvifNetworkAccessManager.h"
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/profileInfo_p.h"
 #include "onvifTypes/schema/tds/GetCapabilities.h"
@@ -90,7 +91,7 @@ IRequests::~IRequests() = default;
 Requests::Requests(const QString& login, const QString& password, const QString& url, bool trace)
     : m_security(login, password, false)
     , m_url(url)
-    , m_manager(new QNetworkAccessManager)
+    , m_manager(new NetworkAccessManager)
     , m_trace(trace)
 { }
 

@@ -4,6 +4,7 @@
 
 #include "onvifTypes/onvifDeviceInfo.h"
 #include "onvifTypes/onvifLog.h"
+#include "onvifTypes/onvifNetworkAccessManager.h"
 #include "onvifTypes/onvifPreview.h"
 #include "onvifTypes/onvifRTSP.h"
 
@@ -32,7 +33,7 @@ OnvifInfoDlg::OnvifInfoDlg(
     : QDialog(parent)
     , ui(new Ui_OnvifInfoDlg)
     , info(info)
-    , manager(new QNetworkAccessManager(this))
+    , manager(new Onvif::NetworkAccessManager(this))
     , deviceInfo(new OnvifDeviceInfo(*manager, this))
     , rtsp(new OnvifRTSP(-1, this))
     , preview(new Onvif::OnvifPreview(manager, this))

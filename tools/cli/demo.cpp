@@ -2,6 +2,7 @@
 
 #include <camera.h>
 
+#include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifProbe.h>
 
 #include <QDir>
@@ -41,7 +42,7 @@ int demo(const Options& given, LibraryLog& log, const QString& outputDir)
                   .arg(camera.deviceUrl(), config.user));
 
     heading(1, QStringLiteral("Probe: does a camera answer with these credentials?"));
-    QNetworkAccessManager manager;
+    Onvif::NetworkAccessManager manager;
     Onvif::OnvifProbe probe(config.host, camera.port(), QStringLiteral("onvif/device_service"), config.user,
         config.password, &manager, std::chrono::milliseconds(context.options.timeoutMs));
     bool connected = false;

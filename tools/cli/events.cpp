@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/onvifrequest.h>
 #include <onvifTypes/schema/tds/GetCapabilities.h>
@@ -95,7 +96,7 @@ QJsonObject itemsJson(const QSharedPointer<tt::ItemList>& items)
 
 int events(const Context& context, int seconds)
 {
-    QNetworkAccessManager manager;
+    Onvif::NetworkAccessManager manager;
     int exitCode = Ok;
 
     // The event service address comes from the device's capabilities.

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/ptz/onvifPtzReq.h>
 
@@ -59,7 +60,7 @@ int ptz(const Context& context, const QString& profile, const QStringList& args)
         }
     }
 
-    QNetworkAccessManager manager;
+    Onvif::NetworkAccessManager manager;
     PtzSys::OnvifPtzReq req(OnvifSecurity(context.options.user, context.options.password, 0LL),
         context.url.toString(), &manager, 0, nullptr);
     int exitCode = Ok;
