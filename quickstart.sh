@@ -10,7 +10,7 @@ jobs=${ONVIFTYPES_JOBS:-$(nproc)}
 
 packages=(
     build-essential cmake ninja-build ccache pkg-config python3
-    qtbase5-dev libboost-log-dev libasyncfuture-dev libcpp-httplib-dev libbenchmark-dev
+    qtbase5-dev zlib1g-dev libboost-log-dev libasyncfuture-dev libcpp-httplib-dev libbenchmark-dev
 )
 
 install_missing() {
