@@ -146,10 +146,8 @@ void Discovery::readPendingDatagrams()
 void Discovery::readDatagram(const QByteArray& datagram)
 {
     QDomDocument document;
-    // A failed parse may leave the part read so far; malformed answers count as empty.
-    const QString text = QString::fromLatin1(datagram);
-    if (!Utilites::xmlDepthWithinLimit(text) || !document.setContent(text, true))
-        document.clear();
+    // Malformed answers count as empty.
+    Utilites::parseDocument(document, QString::fromLatin1(datagram));
     const QString xaddrs = firstTextByTag(document, QStringLiteral("XAddrs"));
     if (xaddrs.isEmpty()) {
         ONVIF_LOG_AS(logger, OnvifLog::Info, "readPendingDatagrams", "Addr is empty.");

@@ -53,8 +53,7 @@ soapenv::Fault readFault(const QDomElement& node)
 OnvifResponse::OnvifResponse(const QString& text)
 {
     // A reply nested too deep for the tree code counts as unparsable.
-    if (!Utilites::xmlDepthWithinLimit(text) || !m_document.setContent(text, true))
-        m_document.clear();
+    Utilites::parseDocument(m_document, text);
 }
 
 bool OnvifResponse::isFault() const

@@ -2,7 +2,8 @@
 #define ONVIFTYPES_XMLDEPTH_P_H
 
 #include <QString>
-#include <QXmlStreamReader>
+
+class QDomDocument;
 
 namespace Utilites {
 
@@ -12,25 +13,11 @@ constexpr int kMaxXmlDepth = 512;
 
 // Whether no element of the text lies deeper than kMaxXmlDepth. Checked without
 // building a tree; a text that is not well-formed is left to the real parser.
-inline bool xmlDepthWithinLimit(const QString& text)
-{
-    QXmlStreamReader reader(text);
-    int depth = 0;
-    while (!reader.atEnd()) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement:
-            if (++depth > kMaxXmlDepth)
-                return false;
-            break;
-        case QXmlStreamReader::EndElement:
-            --depth;
-            break;
-        default:
-            break;
-        }
-    }
-    return true;
-}
+bool xmlDepthWithinLimit(const QString& text);
+
+// Parses a reply with namespace processing into `document`; false (and an empty
+// document) when the text is not well-formed or nests deeper than kMaxXmlDepth.
+bool parseDocument(QDomDocument& document, const QString& text);
 
 } // namespace Utilites
 
