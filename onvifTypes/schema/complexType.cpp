@@ -1,7 +1,6 @@
 #include "onvifTypes/schema/complexType_p.h"
 
 #include <QDomNamedNodeMap>
-#include <QDomNodeList>
 #include <QVarLengthArray>
 
 #include <cstring>
@@ -94,7 +93,20 @@ QString serializeMembers(const ClassInfo& info, const Serializable* object, cons
         + QLatin1String("</") + tag + QLatin1Char('>');
 }
 
+thread_local const QDomNode* basePassNode = nullptr;
+
 } // namespace
+
+BasePass::BasePass(const QDomNode& node)
+    : m_previous(basePassNode)
+{
+    basePassNode = &node;
+}
+
+BasePass::~BasePass()
+{
+    basePassNode = m_previous;
+}
 
 void construct(const ClassInfo& info, Serializable* object)
 {
@@ -124,20 +136,22 @@ void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& no
     const Addresses addresses = bindAll(info, object);
     QString& unmatchedElements = *static_cast<QString*>(addresses[0]);
     QString& unmatchedAttributes = *static_cast<QString*>(addresses[1]);
+    const bool keepUnmatched = basePassNode != &node;
 
     for (int i = 0; i < info.memberCount; ++i) {
         if (info.members[i].shape == Text)
             info.members[i].ops->single(addresses[i + 2], true)->deserialize(node);
     }
 
-    const QDomNodeList children = node.childNodes();
-    for (int c = 0, n = children.size(); c < n; ++c) {
-        const QDomNode child = children.at(c);
-        if (!child.isElement())
-            continue;
-        const int i = find(info, Utilites::delNameSpacePrefix(child.nodeName()), true);
+    for (QDomElement child = node.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
+        // Parsed with namespaces the local name is at hand; a tree built without them has
+        // only the written name.
+        const QString local = child.localName();
+        const int i
+            = find(info, local.isEmpty() ? Utilites::delNameSpacePrefix(child.nodeName()) : local, true);
         if (i < 0) {
-            unmatchedElements += Utilites::nodeToText(child) + QLatin1Char('\n');
+            if (keepUnmatched)
+                unmatchedElements += Utilites::nodeToText(child) + QLatin1Char('\n');
             continue;
         }
         const Member& member = info.members[i];
@@ -163,9 +177,10 @@ void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& no
     for (int a = 0, n = attributes.size(); a < n; ++a) {
         const QDomNode attribute = attributes.item(a);
         const int i = find(info, attribute.nodeName(), false);
-        if (i < 0)
-            unmatchedAttributes += Utilites::nodeToText(attribute) + QLatin1Char('\n');
-        else if (info.members[i].shape != BaseAttribute)
+        if (i < 0) {
+            if (keepUnmatched)
+                unmatchedAttributes += Utilites::nodeToText(attribute) + QLatin1Char('\n');
+        } else if (info.members[i].shape != BaseAttribute)
             info.members[i].ops->single(addresses[i + 2], true)->deserialize(attribute);
     }
 }

@@ -98,6 +98,21 @@ QString serialize(
     const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText);
 void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& node);
 
+// Held by a derived class while its base reads the same node: the base's unmatched
+// texts are cleared right after, so the base does not write them (writing a node back
+// as text is the dearest part of reading).
+class BasePass
+{
+public:
+    explicit BasePass(const QDomNode& node);
+    ~BasePass();
+    BasePass(const BasePass&) = delete;
+    BasePass& operator=(const BasePass&) = delete;
+
+private:
+    const QDomNode* m_previous;
+};
+
 } // namespace ComplexType
 
 #endif // ONVIFTYPES_SCHEMA_COMPLEXTYPE_P_H

@@ -553,7 +553,10 @@ class Writer:
         lines += ['}', '', 'void %s::deserialize(const QDomNode& node)' % name, '{']
         if model.base:
             base = '%s::%s' % model.base
-            lines += ['    %s::deserialize(node);' % base,
+            lines += ['    {',
+                      '        const ComplexType::BasePass pass(node);',
+                      '        %s::deserialize(node);' % base,
+                      '    }',
                       '    // The base filed this class\'s own children and attributes as unknown.',
                       '    %s::unmatchedElements.clear();' % base,
                       '    %s::unmatchedAttributes.clear();' % base]

@@ -46,7 +46,10 @@ QString AnalyticsEngineInput::serialize(const QString& tagName) const
 
 void AnalyticsEngineInput::deserialize(const QDomNode& node)
 {
-    tt::ConfigurationEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::ConfigurationEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::ConfigurationEntity::unmatchedElements.clear();
     tt::ConfigurationEntity::unmatchedAttributes.clear();

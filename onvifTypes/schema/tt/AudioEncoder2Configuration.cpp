@@ -46,7 +46,10 @@ QString AudioEncoder2Configuration::serialize(const QString& tagName) const
 
 void AudioEncoder2Configuration::deserialize(const QDomNode& node)
 {
-    tt::ConfigurationEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::ConfigurationEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::ConfigurationEntity::unmatchedElements.clear();
     tt::ConfigurationEntity::unmatchedAttributes.clear();

@@ -30,7 +30,10 @@ QString AudioOutput::serialize(const QString& tagName) const
 
 void AudioOutput::deserialize(const QDomNode& node)
 {
-    tt::DeviceEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::DeviceEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::DeviceEntity::unmatchedElements.clear();
     tt::DeviceEntity::unmatchedAttributes.clear();

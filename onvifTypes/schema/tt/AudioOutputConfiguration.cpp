@@ -43,7 +43,10 @@ QString AudioOutputConfiguration::serialize(const QString& tagName) const
 
 void AudioOutputConfiguration::deserialize(const QDomNode& node)
 {
-    tt::ConfigurationEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::ConfigurationEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::ConfigurationEntity::unmatchedElements.clear();
     tt::ConfigurationEntity::unmatchedAttributes.clear();

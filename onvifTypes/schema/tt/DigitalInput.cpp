@@ -33,7 +33,10 @@ QString DigitalInput::serialize(const QString& tagName) const
 
 void DigitalInput::deserialize(const QDomNode& node)
 {
-    tt::DeviceEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::DeviceEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::DeviceEntity::unmatchedElements.clear();
     tt::DeviceEntity::unmatchedAttributes.clear();

@@ -42,7 +42,10 @@ QString H264Options2::serialize(const QString& tagName) const
 
 void H264Options2::deserialize(const QDomNode& node)
 {
-    tt::H264Options::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::H264Options::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::H264Options::unmatchedElements.clear();
     tt::H264Options::unmatchedAttributes.clear();

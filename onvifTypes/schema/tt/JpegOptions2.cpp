@@ -40,7 +40,10 @@ QString JpegOptions2::serialize(const QString& tagName) const
 
 void JpegOptions2::deserialize(const QDomNode& node)
 {
-    tt::JpegOptions::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::JpegOptions::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::JpegOptions::unmatchedElements.clear();
     tt::JpegOptions::unmatchedAttributes.clear();

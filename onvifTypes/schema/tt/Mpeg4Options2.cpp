@@ -42,7 +42,10 @@ QString Mpeg4Options2::serialize(const QString& tagName) const
 
 void Mpeg4Options2::deserialize(const QDomNode& node)
 {
-    tt::Mpeg4Options::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::Mpeg4Options::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::Mpeg4Options::unmatchedElements.clear();
     tt::Mpeg4Options::unmatchedAttributes.clear();

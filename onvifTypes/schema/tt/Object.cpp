@@ -39,7 +39,10 @@ QString Object::serialize(const QString& tagName) const
 
 void Object::deserialize(const QDomNode& node)
 {
-    tt::ObjectId::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::ObjectId::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::ObjectId::unmatchedElements.clear();
     tt::ObjectId::unmatchedAttributes.clear();

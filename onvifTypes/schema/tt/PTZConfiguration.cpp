@@ -71,7 +71,10 @@ QString PTZConfiguration::serialize(const QString& tagName) const
 
 void PTZConfiguration::deserialize(const QDomNode& node)
 {
-    tt::ConfigurationEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::ConfigurationEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::ConfigurationEntity::unmatchedElements.clear();
     tt::ConfigurationEntity::unmatchedAttributes.clear();

@@ -59,7 +59,10 @@ QString VideoEncoderConfiguration::serialize(const QString& tagName) const
 
 void VideoEncoderConfiguration::deserialize(const QDomNode& node)
 {
-    tt::ConfigurationEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::ConfigurationEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::ConfigurationEntity::unmatchedElements.clear();
     tt::ConfigurationEntity::unmatchedAttributes.clear();

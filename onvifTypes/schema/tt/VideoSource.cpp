@@ -46,7 +46,10 @@ QString VideoSource::serialize(const QString& tagName) const
 
 void VideoSource::deserialize(const QDomNode& node)
 {
-    tt::DeviceEntity::deserialize(node);
+    {
+        const ComplexType::BasePass pass(node);
+        tt::DeviceEntity::deserialize(node);
+    }
     // The base filed this class's own children and attributes as unknown.
     tt::DeviceEntity::unmatchedElements.clear();
     tt::DeviceEntity::unmatchedAttributes.clear();
