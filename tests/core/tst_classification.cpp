@@ -37,20 +37,11 @@ void TestClassification::byManufacturer_data()
 {
     QTest::addColumn<QString>("manufacturer");
     QTest::addColumn<QString>("type");
-    QTest::newRow("GeoVision") << "GeoVision"
-                               << "GeoVision";
-    QTest::newRow("GEOVISION") << "GEOVISION"
-                               << "GeoVision";
-    QTest::newRow("H264") << "H264"
-                          << "Hunter";
-    QTest::newRow("h264") << "h264"
-                          << "Hunter";
-    QTest::newRow("Axis") << "AXIS"
-                          << "Unknown";
-    QTest::newRow("padded") << " GeoVision"
-                            << "Unknown";
-    QTest::newRow("empty") << ""
-                           << "Unknown";
+    const char* rows[][2]
+        = { { "GeoVision", "GeoVision" }, { "GEOVISION", "GeoVision" }, { "H264", "Hunter" },
+              { "h264", "Hunter" }, { "AXIS", "Unknown" }, { " GeoVision", "Unknown" }, { "", "Unknown" } };
+    for (const auto& row : rows)
+        QTest::addRow("'%s'", row[0]) << QString::fromLatin1(row[0]) << QString::fromLatin1(row[1]);
 }
 
 void TestClassification::byManufacturer()

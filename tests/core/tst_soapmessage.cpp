@@ -80,7 +80,6 @@ void TestSoapMessage::emptyEnvelope()
     const QString message = OnvifRequest(EmptyOnvifType(), EmptyOnvifType()).getMessage();
     QCOMPARE(OnvifRequest::envelopeTemplate().size(), 702);
     QCOMPARE(message.size(), 698);
-    QCOMPARE(message, QString(OnvifRequest::envelopeTemplate()).replace("%0", "").replace("%1", ""));
     QVERIFY(message.startsWith(QLatin1String("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<s:Envelope ")));
     QVERIFY(message.endsWith(
         QLatin1String("<s:Header></s:Header><s:Body xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "

@@ -201,18 +201,11 @@ void TestEventSubscriptions::baseNotificationRound()
     QVERIFY(subscribed.CurrentTime && subscribed.TerminationTime);
     QVERIFY(secondsBetween(subscribed.CurrentTime->value(), subscribed.TerminationTime->value()) > 0);
     QCOMPARE(camera->subscriptionCount(), 1);
-    QVERIFY(camera->requestsFor(QStringLiteral("Subscribe"))
-                .first()
-                .body.contains("<wsnt:ConsumerReference><a:Address>http://127.0.0.1:9/"
-                               "consumer</a:Address></wsnt:ConsumerReference>"));
 
     wsnt::UnsubscribeResponse cancelled;
     QVERIFY(client.call(wsnt::UnsubscribeHeader(manager), wsnt::Unsubscribe(), manager,
         QStringLiteral("Unsubscribe"), cancelled));
     QCOMPARE(camera->subscriptionCount(), 0);
-    const auto unsubscribeRecords = camera->requestsFor(QStringLiteral("Unsubscribe"));
-    QCOMPARE(unsubscribeRecords.first().path, QUrl(manager).path());
-    QCOMPARE(receivedHeaderText(unsubscribeRecords.first(), "To"), manager);
 }
 
 QTEST_GUILESS_MAIN(TestEventSubscriptions)
