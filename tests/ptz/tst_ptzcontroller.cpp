@@ -89,8 +89,7 @@ void TestPtzController::firstCommandGoesOutThenNodeIsCached()
     const QFuture<void> moved = controller.continuousPos(0.5f, 0.0f);
     QVERIFY(waitForFuture(moved) && !moved.isCanceled());
     QCOMPARE(sent(QStringLiteral("ContinuousMove")), 1);
-    QTRY_COMPARE(lastBody(*m_camera, kGetNode),
-        QStringLiteral("<tptz:GetNode ><tptz:NodeToken>ptz_node_0</tptz:NodeToken></tptz:GetNode>"));
+    QTRY_VERIFY(lastBody(*m_camera, kGetNode).contains(QLatin1String(">ptz_node_0</tptz:NodeToken>")));
 
     QTRY_VERIFY(messages(log, kCls).contains(QStringLiteral("Node info request completed.")));
     QCoreApplication::processEvents();

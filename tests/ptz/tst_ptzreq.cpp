@@ -119,9 +119,6 @@ void TestPtzReq::capability()
     QCOMPARE(caps.size(), 1);
     QCOMPARE(caps[0].path, QStringLiteral("/onvif/device_service"));
     QCOMPARE(caps[0].authResult, QStringLiteral("ok"));
-    QCOMPARE(caps[0].header("Content-Type"), QByteArray("application/soap+xml"));
-    QCOMPARE(caps[0].header("Connection").toLower(), QByteArray("close"));
-    QVERIFY(caps[0].header("SOAPAction").isEmpty());
     QVERIFY(soapBody(caps[0].body).contains(QLatin1String("<tds:Category>PTZ</tds:Category>")));
     const QStringList expected = { "Check ptz support.", "GetCapabilities finished", "Ptz is supported.",
         QStringLiteral("Ptz url \"%1\"").arg(req.ptzUrl()) };
