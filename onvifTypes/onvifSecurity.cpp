@@ -33,6 +33,30 @@ QByteArray makeNonce()
     return nonce;
 }
 
+// "yyyy-MM-ddThh:mm:ss.zzzZ" written directly: QDateTime::toString with a format
+// text costs as much as the digest itself.
+QString createdText(const QDateTime& utc)
+{
+    int year = 0, month = 0, day = 0;
+    utc.date().getDate(&year, &month, &day);
+    if (year < 0 || year > 9999)
+        return utc.toString(QStringLiteral("yyyy-MM-ddThh:mm:ss.zzzZ"));
+    const QTime time = utc.time();
+    char text[] = "0000-00-00T00:00:00.000Z";
+    const auto put = [&text](int at, int value, int digits) {
+        for (int i = at + digits - 1; i >= at; --i, value /= 10)
+            text[i] = char('0' + value % 10);
+    };
+    put(0, year, 4);
+    put(5, month, 2);
+    put(8, day, 2);
+    put(11, time.hour(), 2);
+    put(14, time.minute(), 2);
+    put(17, time.second(), 2);
+    put(20, time.msec(), 3);
+    return QString::fromLatin1(text, int(sizeof(text)) - 1);
+}
+
 } // namespace
 
 OnvifSecurity::OnvifSecurity(const QString& user, const QString& password, long long timeShift)
@@ -60,9 +84,7 @@ QString OnvifSecurity::passwordDigest(
 QString OnvifSecurity::serialize(const QString&) const
 {
     const QByteArray nonce = makeNonce();
-    const QString created = QDateTime::currentDateTimeUtc()
-                                .addMSecs(m_timeShift)
-                                .toString(QStringLiteral("yyyy-MM-ddThh:mm:ss.zzzZ"));
+    const QString created = createdText(QDateTime::currentDateTimeUtc().addMSecs(m_timeShift));
     return m_template.arg(
         m_user, passwordDigest(nonce, created, m_password), QString::fromLatin1(nonce.toBase64()), created);
 }
