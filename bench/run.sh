@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release and prints every figure with its ratio to the
 # baseline measured in the same run, the targets, and the machine load around it.
-#   bench/run.sh                      everything (about 10 minutes on 2 cores)
+#   bench/run.sh                      everything (about 10 minutes on 2 idle cores)
 #   ONVIFTYPES_BENCH_QUICK=1 bench/run.sh   short runs, for checking the tools
 set -euo pipefail
 
@@ -22,7 +22,7 @@ if [ "$quick" = 1 ]; then
     gb=(--benchmark_min_time=0.01)
     e2e=(--fleets 20,40 --rounds 2 --sequential 3)
 else
-    gb=(--benchmark_min_time=0.3 --benchmark_repetitions=5 --benchmark_report_aggregates_only=true)
+    gb=(--benchmark_min_time=0.2 --benchmark_repetitions=3 --benchmark_report_aggregates_only=true)
     e2e=(--fleets 20,200 --rounds 10 --sequential 20)
 fi
 
