@@ -3,7 +3,7 @@
 # client over a fleet of simulated cameras: callgrind counts only this process (the
 # cameras run in another one), and counts repeat even when the machine is loaded.
 #   bench/profile.sh [rounds] [cameras]      (after bench/run.sh has built the tools)
-set -euo pipefail
+set -eu
 
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${ONVIFTYPES_BENCH_BUILD_DIR:-$here/build-bench}
@@ -21,8 +21,8 @@ for what in Requests Bare; do
         "$build/bench/bench_e2e" --simulator "$build/tools/simulator/onvif-camera-sim" \
         --profile "$rounds" --fleets "$cameras" 2>"$out/callgrind.$what.log" | grep -v '^E2E '
     echo "== $what path: total and key functions, inclusive =="
-    callgrind_annotate --inclusive=yes "$file" 2>/dev/null | grep -E "PROGRAM TOTALS|$key" | grep -v "'2 " \
+    callgrind_annotate --auto=no --inclusive=yes "$file" 2>/dev/null | grep -E "PROGRAM TOTALS|$key" | grep -v "'2 " \
         | head -30 | cut -c1-160
     echo "== $what path: top self costs =="
-    callgrind_annotate "$file" 2>/dev/null | sed -n '/file:function/,$p' | sed -n '3,22p' | cut -c1-160
+    callgrind_annotate --auto=no "$file" 2>/dev/null | sed -n '/file:function/,$p' | sed -n '3,22p' | cut -c1-160
 done
