@@ -31,7 +31,9 @@ void ElasticPool::enqueue(std::function<void()> fn)
         }
     }
     m_finished.clear();
-    if (m_idle > 0) {
+    // An idle thread counts as idle until it runs, so it may already be promised to a
+    // task queued just before: only as many tasks as idle threads can wait for one.
+    if (m_tasks.size() <= size_t(m_idle)) {
         m_wake.notify_one();
     } else if (m_alive < m_maxThreads) {
         ++m_alive;
