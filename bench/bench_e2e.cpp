@@ -10,14 +10,11 @@
 #include "bareSoap.h"
 
 #include <onvifTypes/onvifDeviceInfo.h>
+#include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifPreview.h>
 #include <onvifTypes/onvifRTSP.h>
 #include <onvifTypes/onvifRequests.h>
 #include <onvifTypes/ptz/onvifPtzReq.h>
-#if __has_include(<onvifTypes/onvifNetworkAccessManager.h>)
-#include <onvifTypes/onvifNetworkAccessManager.h>
-#define BENCH_HAS_ONVIF_NAM 1
-#endif
 
 #include <asyncfuture.h>
 
@@ -390,9 +387,7 @@ struct Managers
 {
     std::vector<std::pair<QString, std::function<std::unique_ptr<QNetworkAccessManager>()>>> kinds {
         { QStringLiteral("QNAM"), [] { return std::make_unique<QNetworkAccessManager>(); } },
-#ifdef BENCH_HAS_ONVIF_NAM
         { QStringLiteral("OnvifNAM"), [] { return std::make_unique<Onvif::NetworkAccessManager>(); } },
-#endif
     };
 };
 
@@ -672,9 +667,6 @@ int main(int argc, char** argv)
         runProfile(simulator, fleets.value(0).toInt(), parser.value(profileOption).toInt());
         return 0;
     }
-#ifndef BENCH_HAS_ONVIF_NAM
-    std::printf("Onvif::NetworkAccessManager is not in this tree: lent-manager paths use QNAM only\n");
-#endif
     runIdleMemory(1000);
     const int rounds = parser.value(roundsOption).toInt();
     for (const QString& count : fleets) {
