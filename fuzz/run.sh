@@ -3,7 +3,8 @@
 #   fuzz/run.sh [seconds per target] [target...]
 # Seeds are made afresh in the build directory from the captured camera replies in
 # ../shared/fixtures (read in place) and from the replies of the simulated camera.
-# Environment: ONVIFTYPES_FUZZ_BUILD (build dir), ONVIFTYPES_JOBS.
+# Environment: ONVIFTYPES_FUZZ_BUILD (build dir), ONVIFTYPES_JOBS, ONVIFTYPES_FUZZ_NO_BUILD=1
+# (run the targets and seeds already in the build dir, e.g. for more rounds).
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${ONVIFTYPES_FUZZ_BUILD:-$here/build-fuzz}
@@ -12,13 +13,15 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_schema fuzz_stringenum fuzz_discovery)
 
-# -O1 with line tables only: the instrumented schema classes build much faster so.
-CC=clang-14 CXX=clang++-14 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -gline-tables-only" -DONVIFTYPES_FUZZ=ON -DONVIFTYPES_BUILD_TESTS=OFF -DONVIFTYPES_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$build" -j "${ONVIFTYPES_JOBS:-$(nproc)}" --target "${targets[@]}" onvif-camera-sim
-
 seeds=$build/fuzz-seeds
-"$here/fuzz/makeSeeds.sh" "$build/tools/simulator/onvif-camera-sim" "$seeds"
+if [ "${ONVIFTYPES_FUZZ_NO_BUILD:-0}" != 1 ]; then
+    # -O1 with line tables only: the instrumented schema classes build much faster so.
+    CC=clang-14 CXX=clang++-14 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -gline-tables-only" -DONVIFTYPES_FUZZ=ON -DONVIFTYPES_BUILD_TESTS=OFF \
+        -DONVIFTYPES_BUILD_EXAMPLES=OFF >/dev/null
+    cmake --build "$build" -j "${ONVIFTYPES_JOBS:-$(nproc)}" --target "${targets[@]}" onvif-camera-sim
+    "$here/fuzz/makeSeeds.sh" "$build/tools/simulator/onvif-camera-sim" "$seeds"
+fi
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
