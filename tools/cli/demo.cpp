@@ -12,6 +12,8 @@ namespace Cli {
 
 namespace {
 
+const int kMoveMs = 400; // the move of the PTZ tour
+
 void heading(int step, const QString& title)
 {
     printLine(QString());
@@ -23,7 +25,11 @@ void heading(int step, const QString& title)
 int demo(const Options& given, LibraryLog& log, const QString& outputDir)
 {
     // A camera of our own on loopback: nothing here leaves the machine, nothing broadcasts.
-    CameraSim::Camera camera;
+    // Its moves end by the camera's own clock, so the position shown does not depend on
+    // how quickly the stop that follows gets there.
+    CameraSim::CameraConfig cameraConfig = CameraSim::CameraConfig::defaultCamera();
+    cameraConfig.ptzTimeoutMs = kMoveMs;
+    CameraSim::Camera camera(cameraConfig);
     QString error;
     if (!camera.start(&error)) {
         printError(QStringLiteral("demo: the simulated camera did not start: %1").arg(error));
@@ -86,8 +92,9 @@ int demo(const Options& given, LibraryLog& log, const QString& outputDir)
             .arg(at.tilt, 0, 'f', 2)
             .arg(at.zoom, 0, 'f', 2);
     };
-    const QList<QStringList> tour { { "presets" }, { "move", "0.5", "-0.25", "0", "0.4" },
-        { "set-preset", "Door" }, { "presets" }, { "home" }, { "goto", "" } };
+    const QList<QStringList> tour { { "presets" },
+        { "move", "0.5", "-0.25", "0", QString::number(kMoveMs / 1000.0) }, { "set-preset", "Door" },
+        { "presets" }, { "home" }, { "goto", "" } };
     for (QStringList step : tour) {
         if (step.first() == QLatin1String("goto"))
             step[1] = camera.presets(QStringLiteral("prof_main")).value(0).token;

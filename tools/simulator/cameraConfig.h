@@ -118,6 +118,7 @@ struct CameraConfig
     QVector<ProfileConfig> profiles;
 
     int eventIntervalMs = 1000;
+    int ptzTimeoutMs = 10000; // DefaultPTZTimeout: a ContinuousMove without a Timeout stops after it
     int maxThreads = 4;
     int keepAliveTimeoutSec = 2;
     int logLimit = 500;

@@ -18,7 +18,6 @@ namespace {
 
 const QLatin1String kSender("Sender");
 const QLatin1String kReceiver("Receiver");
-const qint64 kDefaultPtzTimeoutMs = 10000;
 const qint64 kDefaultSubscriptionMs = 60000;
 const qint64 kMaxPullWaitMs = 30000;
 
@@ -360,7 +359,7 @@ QString Camera::Impl::profileXml(const ProfileConfig& p) const
             + QStringLiteral("<tt:DefaultPTZSpeed><tt:PanTilt x=\"1\" y=\"1\" space=\"%1\"/><tt:Zoom x=\"1\" "
                              "space=\"%2\"/></tt:DefaultPTZSpeed>")
                   .arg(QLatin1String(kPtSpeed), QLatin1String(kZSpeed))
-            + el("tt:DefaultPTZTimeout", QStringLiteral("PT10S"))
+            + el("tt:DefaultPTZTimeout", QStringLiteral("PT%1S").arg(config.ptzTimeoutMs / 1000.0))
             + el("tt:PanTiltLimits", space2D("tt:Range", kPtPosition, -1, 1))
             + el("tt:ZoomLimits", space1D("tt:Range", kZPosition, 0, 1))
             + QStringLiteral("</tt:PTZConfiguration>");
@@ -529,7 +528,8 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
             return fault(
                 400, kSender, QStringLiteral("ter:InvalidArgVal"), QStringLiteral("Velocity missing"));
         const QString timeoutText = Soap::childText(body, "Timeout");
-        qint64 timeout = timeoutText.isEmpty() ? kDefaultPtzTimeoutMs : Soap::parseDuration(timeoutText);
+        qint64 timeout
+            = timeoutText.isEmpty() ? qint64(config.ptzTimeoutMs) : Soap::parseDuration(timeoutText);
         if (timeout < 0)
             return fault(
                 400, kSender, QStringLiteral("ter:InvalidArgVal"), QStringLiteral("Unreadable Timeout"));
