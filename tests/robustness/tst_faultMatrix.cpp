@@ -36,7 +36,39 @@ struct Run
     std::shared_ptr<int> endings = std::make_shared<int>(0);
     std::unique_ptr<QObject> owner; // destroyed to abandon the operation
     std::function<void()> destroy; // for owners that are no QObject
+    int ownTimeoutMs = 0; // a timeout the test gave the operation: a second ending could follow it
 };
+
+// Events still on their way once everything has settled; a second ending would show here.
+const int kGraceMs = 50;
+
+// The camera logs a request once it has answered it (or dropped the connection), so
+// every request it counted is done when the log has caught up with the count.
+struct CameraQuiet
+{
+    explicit CameraQuiet(Camera& camera)
+        : camera(camera)
+        , before(camera.requestCount())
+    {
+        camera.clearRequestLog();
+    }
+    bool operator()() const { return camera.requestLog().size() == camera.requestCount() - before; }
+    Camera& camera;
+    const int before;
+};
+
+// Spins until the condition holds (bounded, so that a hang fails instead of blocking),
+// then lets a short grace pass so that anything already posted is delivered.
+bool settle(const std::function<bool()>& condition)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition() && clock.elapsed() < 10000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    const bool reached = condition();
+    QTest::qWait(kGraceMs);
+    return reached;
+}
 
 template <typename T> void countFuture(Run& run, const QFuture<T>& future)
 {
@@ -116,6 +148,7 @@ QVector<Operation> operations()
                     QStringLiteral("onvif/device_service"), QStringLiteral("admin"), QStringLiteral("admin"),
                     &manager, std::chrono::milliseconds(kDelayMs / 2));
                 run.owner.reset(probe);
+                run.ownTimeoutMs = kDelayMs / 2;
                 auto endings = run.endings;
                 QObject::connect(probe, &Onvif::OnvifProbe::connected, [endings] { ++*endings; });
                 QObject::connect(probe, &Onvif::OnvifProbe::finished, [endings] { ++*endings; });
@@ -250,13 +283,21 @@ void TestFaultMatrix::matrix()
     m_camera->setFault(QString::fromLatin1(op.simOperation), spec);
 
     QNetworkAccessManager manager;
+    const CameraQuiet cameraQuiet(*m_camera);
+    QElapsedTimer sinceStart;
+    sinceStart.start();
     Run run = op.start(*m_camera, manager);
     const bool silent = !op.endsOnFailure && faultRow.mode != FaultMode::None
         && faultRow.mode != FaultMode::Huge && faultRow.mode != FaultMode::EmptyUri;
     if (!silent)
         QTRY_VERIFY_WITH_TIMEOUT(*run.endings >= 1, 10000);
-    // Whatever could still arrive late has had time to do so.
-    QTest::qWait(kDelayMs + 200);
+    // Late arrivals come from answers the camera has still to give, replies still open
+    // and the operation's own timeout; once all of those are over nothing may end again.
+    QVERIFY(settle([&] {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        return cameraQuiet() && manager.findChildren<QNetworkReply*>().isEmpty()
+            && sinceStart.elapsed() > run.ownTimeoutMs;
+    }));
     QVERIFY2(*run.endings <= 1, qPrintable(QString::number(*run.endings)));
     if (!silent)
         QCOMPARE(*run.endings, 1);
@@ -290,13 +331,15 @@ void TestFaultMatrix::destroyedInFlight()
     m_camera->setFault(QStringLiteral("*"), spec);
 
     QNetworkAccessManager manager;
+    const CameraQuiet cameraQuiet(*m_camera);
     Run run = op.start(*m_camera, manager);
-    QTest::qWait(10);
+    // Destroyed while the camera holds a request, i.e. with an answer surely pending.
+    QTRY_VERIFY_WITH_TIMEOUT(!cameraQuiet(), 5000);
     auto endings = run.endings;
     run.owner.reset();
     if (run.destroy)
         run.destroy();
-    QTest::qWait(kDelayMs + 300);
+    QVERIFY(settle(cameraQuiet));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     // Nothing ends after its owner is gone, and no reply outlives the wait.
     QCOMPARE(*endings, 0);
