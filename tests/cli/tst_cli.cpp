@@ -297,7 +297,8 @@ void TestCli::dialog()
     env.insert("ONVIF_CLI_DIALOG_EXIT", "filled");
     QTemporaryDir dir;
     env.insert("ONVIF_CLI_DIALOG_GRAB", dir.filePath("dialog.png"));
-    const Run run = cli({ "-u", "admin", "-p", "admin", "dialog", m_url }, 30000, env);
+    // Waits for the dialog to fill, however slowly (sanitizer builds); only a hang ends it.
+    const Run run = cli({ "-u", "admin", "-p", "admin", "--timeout", "120", "dialog", m_url }, 150000, env);
     QCOMPARE(run.exitCode, 0);
     const QString base = m_camera->baseUrl();
     for (const QString& shown : { QStringLiteral("\n  Manufacturer: ") + m_camera->config().manufacturer,
