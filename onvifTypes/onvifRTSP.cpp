@@ -119,26 +119,36 @@ void OnvifRTSP::getProfiles()
     send(trt::GetProfiles(), &OnvifRTSP::getProfilesResponse);
 }
 
+bool OnvifRTSP::readAnswer(const char* function, QNetworkReply* reply, const QString& requestName,
+    const QString& faultMessage, Serializable& answer, const QString& tag)
+{
+    const QNetworkReply::NetworkError code = reply->error();
+    if (code != QNetworkReply::NoError) {
+        ONVIF_LOG_AS(m_logger, OnvifLog::Error, function,
+            QStringLiteral("Error while sending ") + requestName + QLatin1Char(':')
+                + QString::number(int(code)));
+        finish(3, QString::number(int(code)));
+        return false;
+    }
+    const OnvifResponse response(QString::fromUtf8(reply->readAll()));
+    if (response.isFault()) {
+        ONVIF_LOG_AS(m_logger, OnvifLog::Error, function, faultMessage);
+        finish(1, response.getFaultText());
+        return false;
+    }
+    answer.deserialize(response.getNodeByTag(tag));
+    return true;
+}
+
 void OnvifRTSP::getProfilesResponse()
 {
     QNetworkReply* reply = takeReply();
     if (!reply)
         return;
-    const QNetworkReply::NetworkError code = reply->error();
-    if (code != QNetworkReply::NoError) {
-        ONVIF_LOG(m_logger, OnvifLog::Error,
-            QStringLiteral("Error while sending ProfilesRequest:") + QString::number(int(code)));
-        finish(3, QString::number(int(code)));
-        return;
-    }
-    const OnvifResponse response(QString::fromUtf8(reply->readAll()));
-    if (response.isFault()) {
-        ONVIF_LOG(m_logger, OnvifLog::Error, "Profile response has error.");
-        finish(1, response.getFaultText());
-        return;
-    }
     trt::GetProfilesResponse answer;
-    answer.deserialize(response.getNodeByTag(QStringLiteral("GetProfilesResponse")));
+    if (!readAnswer(__func__, reply, QStringLiteral("ProfilesRequest"),
+            QStringLiteral("Profile response has error."), answer, QStringLiteral("GetProfilesResponse")))
+        return;
     if (!answer.Profiles || answer.Profiles->isEmpty()) {
         finish(2, QStringLiteral("Profiles are empty."));
         return;
@@ -170,21 +180,11 @@ void OnvifRTSP::getRTSPStringsResponse()
     QNetworkReply* reply = takeReply();
     if (!reply)
         return;
-    const QNetworkReply::NetworkError code = reply->error();
-    if (code != QNetworkReply::NoError) {
-        ONVIF_LOG(m_logger, OnvifLog::Error,
-            QStringLiteral("Error while sending GetStreamUriRequest:") + QString::number(int(code)));
-        finish(3, QString::number(int(code)));
-        return;
-    }
-    const OnvifResponse response(QString::fromUtf8(reply->readAll()));
-    if (response.isFault()) {
-        ONVIF_LOG(m_logger, OnvifLog::Error, "GetStreamUri response has error.");
-        finish(1, response.getFaultText());
-        return;
-    }
     trt::GetStreamUriResponse answer;
-    answer.deserialize(response.getNodeByTag(QStringLiteral("GetStreamUriResponse")));
+    if (!readAnswer(__func__, reply, QStringLiteral("GetStreamUriRequest"),
+            QStringLiteral("GetStreamUri response has error."), answer,
+            QStringLiteral("GetStreamUriResponse")))
+        return;
     if (Onvif::OnvifProfileInfo* profile = m_replyProfile.take(reply))
         profile->uri = answer.MediaUri->Uri->value();
 

@@ -58,6 +58,11 @@ private slots:
 private:
     QNetworkReply* send(const Serializable& body, void (OnvifRTSP::*handler)());
     QNetworkReply* takeReply();
+    // Ends the list with the network error or fault of `reply`, or fills `answer`
+    // from the element named `tag`; true when the answer may be used. Records are
+    // logged under `function`, the handler's name.
+    bool readAnswer(const char* function, QNetworkReply* reply, const QString& requestName,
+        const QString& faultMessage, Serializable& answer, const QString& tag);
     // Drops the replies in flight and the profiles of the current request.
     void halt();
     void finish(unsigned int code, const QString& text);
