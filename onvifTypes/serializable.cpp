@@ -9,6 +9,11 @@
 
 Serializable::~Serializable() = default;
 
+void Serializable::serializeTo(QString& out, QLatin1String tagName) const
+{
+    out += serialize(QString(tagName));
+}
+
 QString EmptyOnvifType::serialize(const QString&) const
 {
     return QString();

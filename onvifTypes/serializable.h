@@ -19,6 +19,9 @@ public:
 
     // The whole element named tagName, or only the content when tagName is empty.
     virtual QString serialize(const QString& tagName) const = 0;
+    // Appends the same text to out. The library's own types write straight into out, so
+    // that a nested message costs no string per element; the default asks serialize().
+    virtual void serializeTo(QString& out, QLatin1String tagName) const;
     virtual void deserialize(const QDomNode& node) = 0;
 };
 
@@ -70,6 +73,22 @@ ONVIFTYPES_EXPORT QPair<QString, QString> serializeParent(const QString& text);
 // Text of an attribute node, or the concatenated text of an element node.
 ONVIFTYPES_EXPORT QString nodeText(const QDomNode& node);
 
+// Appends <tagName>text</tagName>, or only the text when tagName is empty.
+template <typename Tag> void appendElement(QString& out, const Tag& tagName, const QString& text)
+{
+    if (tagName.isEmpty()) {
+        out += text;
+        return;
+    }
+    out += QLatin1Char('<');
+    out += tagName;
+    out += QLatin1Char('>');
+    out += text;
+    out += QLatin1String("</");
+    out += tagName;
+    out += QLatin1Char('>');
+}
+
 } // namespace Utilites
 
 // A simple value (QString, int, float or bool) as an element or attribute.
@@ -89,11 +108,14 @@ public:
 
     QString serialize(const QString& tagName) const override
     {
-        const QString text = TypeConvertor::convertToString<T>(m_value);
-        if (tagName.isEmpty())
-            return text;
-        // Tag first, then value, so that a "%1" inside the tag name cannot swallow the value.
-        return QStringLiteral("<%0>%1</%0>").arg(tagName, 0, QLatin1Char(' ')).arg(text, 0, QLatin1Char(' '));
+        QString out;
+        Utilites::appendElement(out, tagName, TypeConvertor::convertToString<T>(m_value));
+        return out;
+    }
+
+    void serializeTo(QString& out, QLatin1String tagName) const override
+    {
+        Utilites::appendElement(out, tagName, TypeConvertor::convertToString<T>(m_value));
     }
 
     void deserialize(const QDomNode& node) override

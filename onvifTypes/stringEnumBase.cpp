@@ -18,16 +18,26 @@ void StringEnumBase::setValue(const QString& text)
     m_value = m_table.at(found);
 }
 
-QString StringEnumBase::serialize(const QString& tagName) const
+template <typename Tag> void StringEnumBase::write(QString& out, const Tag& tagName) const
 {
     if (m_index >= unsigned(m_table.size())) {
         qDebug() << "--- StringEnumBase::toXML out of range.";
-        return QStringLiteral("out of range");
+        out += QLatin1String("out of range");
+        return;
     }
-    const QString& text = m_table.at(int(m_index));
-    if (tagName.isEmpty())
-        return text;
-    return QStringLiteral("<%0>%1</%0>").arg(tagName, text);
+    Utilites::appendElement(out, tagName, m_table.at(int(m_index)));
+}
+
+QString StringEnumBase::serialize(const QString& tagName) const
+{
+    QString out;
+    write(out, tagName);
+    return out;
+}
+
+void StringEnumBase::serializeTo(QString& out, QLatin1String tagName) const
+{
+    write(out, tagName);
 }
 
 void StringEnumBase::deserialize(const QDomNode& node)

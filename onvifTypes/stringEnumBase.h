@@ -25,9 +25,12 @@ public:
     const QVector<QString>& table() const { return m_table; }
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 
 private:
+    template <typename Tag> void write(QString& out, const Tag& tagName) const;
+
     QString m_value;
     unsigned int m_index;
     QVector<QString> m_table;

@@ -49,24 +49,24 @@ int find(const ClassInfo& info, const QString& name, bool element)
     return -1;
 }
 
-QString serializeMembers(const ClassInfo& info, const Serializable* object, const QString& tagName,
-    QString content, QString attributes)
+// One pass over the table writes either the attributes or the content (text and
+// elements), each in table order.
+void writeMembers(const ClassInfo& info, const Addresses& addresses, bool attributes, QString& out)
 {
-    // Serialising only reads the members; the table's accessors are shared with input.
-    const Addresses addresses = bindAll(info, const_cast<Serializable*>(object));
     for (int i = 0; i < info.memberCount; ++i) {
         const Member& member = info.members[i];
+        if (isAttribute(member.shape) != attributes)
+            continue;
         void* address = addresses[i + 2];
-        const QString name = QLatin1String(member.name);
         switch (member.shape) {
         case Text:
             if (const Serializable* value = member.ops->single(address, false))
-                content += value->serialize(QString());
+                value->serializeTo(out, QLatin1String());
             break;
         case Required:
         case Optional:
             if (const Serializable* value = member.ops->single(address, false))
-                content += value->serialize(name);
+                value->serializeTo(out, QLatin1String(member.name));
             break;
         case OptionalList:
             address = member.ops->vector(address, false);
@@ -75,22 +75,61 @@ QString serializeMembers(const ClassInfo& info, const Serializable* object, cons
             Q_FALLTHROUGH();
         case List:
             for (int j = 0, n = member.ops->count(address); j < n; ++j)
-                content += member.ops->item(address, j)->serialize(name);
+                member.ops->item(address, j)->serializeTo(out, QLatin1String(member.name));
             break;
         case Attribute:
         case OptionalAttribute:
-            if (const Serializable* value = member.ops->single(address, false))
-                attributes
-                    += name + QLatin1String("=\"") + value->serialize(QString()) + QLatin1String("\" ");
+            if (const Serializable* value = member.ops->single(address, false)) {
+                out += QLatin1String(member.name);
+                out += QLatin1String("=\"");
+                value->serializeTo(out, QLatin1String());
+                out += QLatin1String("\" ");
+            }
             break;
         case BaseElement:
         case BaseAttribute:
             break;
         }
     }
-    const QString tag = tagName.isEmpty() ? QLatin1String(info.ownName) : tagName;
-    return QLatin1Char('<') + tag + QLatin1Char(' ') + attributes + QLatin1Char('>') + content
-        + QLatin1String("</") + tag + QLatin1Char('>');
+}
+
+// A derived class passes its base's (content, attribute text); they come before its own.
+template <typename Tag>
+void writeElement(const ClassInfo& info, const Serializable* object, const Tag& tagName, QString& out,
+    const QPair<QString, QString>* base)
+{
+    if (tagName.isEmpty()) {
+        writeElement(info, object, QLatin1String(info.ownName), out, base);
+        return;
+    }
+    // Serialising only reads the members; the table's accessors are shared with input.
+    const Addresses addresses = bindAll(info, const_cast<Serializable*>(object));
+    out += QLatin1Char('<');
+    out += tagName;
+    out += QLatin1Char(' ');
+    if (base)
+        out += base->second;
+    writeMembers(info, addresses, true, out);
+    out += QLatin1Char('>');
+    if (base)
+        out += base->first;
+    writeMembers(info, addresses, false, out);
+    out += QLatin1String("</");
+    out += tagName;
+    out += QLatin1Char('>');
+}
+
+// Room for a small message at once: growing a string step by step costs more than the
+// text itself.
+constexpr int kFirstCapacity = 512;
+
+QString written(const ClassInfo& info, const Serializable* object, const QString& tagName,
+    const QPair<QString, QString>* base)
+{
+    QString out;
+    out.reserve(kFirstCapacity);
+    writeElement(info, object, tagName, out, base);
+    return out;
 }
 
 thread_local const QDomNode* basePassNode = nullptr;
@@ -120,7 +159,7 @@ void construct(const ClassInfo& info, Serializable* object)
 
 QString serialize(const ClassInfo& info, const Serializable* object, const QString& tagName)
 {
-    return serializeMembers(info, object, tagName, QString(), QString());
+    return written(info, object, tagName, nullptr);
 }
 
 QString serialize(
@@ -128,7 +167,19 @@ QString serialize(
 {
     // The base's attribute text keeps the blank that followed its element name.
     const QPair<QString, QString> base = Utilites::serializeParent(baseText);
-    return serializeMembers(info, object, tagName, base.first, base.second);
+    return written(info, object, tagName, &base);
+}
+
+void serializeTo(const ClassInfo& info, const Serializable* object, QString& out, QLatin1String tagName)
+{
+    writeElement(info, object, tagName, out, nullptr);
+}
+
+void serializeTo(const ClassInfo& info, const Serializable* object, QString& out, QLatin1String tagName,
+    const QString& baseText)
+{
+    const QPair<QString, QString> base = Utilites::serializeParent(baseText);
+    writeElement(info, object, tagName, out, &base);
 }
 
 void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& node)

@@ -96,6 +96,10 @@ QString serialize(const ClassInfo& info, const Serializable* object, const QStri
 // For a derived class: baseText is the base's serialisation under "_MagicString_".
 QString serialize(
     const ClassInfo& info, const Serializable* object, const QString& tagName, const QString& baseText);
+// The same text appended to out, for serializeTo().
+void serializeTo(const ClassInfo& info, const Serializable* object, QString& out, QLatin1String tagName);
+void serializeTo(const ClassInfo& info, const Serializable* object, QString& out, QLatin1String tagName,
+    const QString& baseText);
 void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& node);
 
 // Held by a derived class while its base reads the same node: the base's unmatched

@@ -18,6 +18,7 @@
 #include <onvifTypes/schema/tt/Message.h>
 #include <onvifTypes/schema/tt/Object.h>
 #include <onvifTypes/schema/tt/PTZNode.h>
+#include <onvifTypes/schema/tt/Profile.h>
 #include <onvifTypes/schema/tt/StreamType.h>
 #include <onvifTypes/schema/tt/VideoEncoderConfiguration.h>
 
@@ -26,6 +27,8 @@
 #include <type_traits>
 
 using SchemaTest::parse;
+
+Q_DECLARE_METATYPE(QSharedPointer<const Serializable>)
 
 class SchemaTypesTest : public QObject
 {
@@ -36,6 +39,8 @@ private slots:
     void workedExamples();
     void derivedClassEmbedsBase();
     void derivedClassReadsBaseMembers();
+    void appendedTextEqualsOwnText_data();
+    void appendedTextEqualsOwnText();
     void childrenMatchedByLocalName_data();
     void childrenMatchedByLocalName();
     void unknownContentKeptButNotWritten();
@@ -119,6 +124,62 @@ void SchemaTypesTest::derivedClassEmbedsBase()
     QVERIFY2(text.startsWith(QStringLiteral("<tt:H264Options2  ><tt:GovLengthRange >")), qPrintable(text));
     const int baseEnd = text.indexOf(QStringLiteral("</tt:EncodingIntervalRange>"));
     QVERIFY2(baseEnd > 0 && baseEnd < text.indexOf(QStringLiteral("<tt:BitrateRange >")), qPrintable(text));
+}
+
+void SchemaTypesTest::appendedTextEqualsOwnText_data()
+{
+    QTest::addColumn<QSharedPointer<const Serializable>>("object");
+    QTest::addColumn<QString>("tagName");
+    // Text of a nested member as it reads on its own: nesting writes through another path.
+    QTest::addColumn<QString>("nested");
+
+    QSharedPointer<tt::PTZNode> node(new tt::PTZNode);
+    node->token->setValue(QStringLiteral("n1"));
+    node->FixedHomePosition.reset(new universalSimpleType<bool>(true));
+    QTest::newRow("derived, own name") << QSharedPointer<const Serializable>(node) << QString() << QString();
+    QTest::newRow("derived, given name")
+        << QSharedPointer<const Serializable>(node) << QStringLiteral("tt:Node") << QString();
+
+    QSharedPointer<tt::Profile> profile(new tt::Profile);
+    profile->VideoEncoderConfiguration.reset(new tt::VideoEncoderConfiguration);
+    profile->VideoEncoderConfiguration->token->setValue(QStringLiteral("enc"));
+    profile->VideoEncoderConfiguration->Encoding->setIndex(tt::VideoEncoding::H264);
+    QTest::newRow("derived member") << QSharedPointer<const Serializable>(profile) << QString()
+                                    << profile->VideoEncoderConfiguration->serialize(
+                                           QStringLiteral("tt:VideoEncoderConfiguration"));
+
+    QSharedPointer<tt::ItemList> items(new tt::ItemList);
+    items->SimpleItem.reset(new QVector<RawXml>(2));
+    (*items->SimpleItem)[1].attributes.append(qMakePair(QStringLiteral("Name"), QStringLiteral("Level")));
+    QTest::newRow("list of raw elements") << QSharedPointer<const Serializable>(
+        items) << QString() << items->SimpleItem->at(1).serialize(QStringLiteral("tt:SimpleItem"));
+
+    QSharedPointer<tt::CertificateUsage> usage(new tt::CertificateUsage);
+    usage->Critical->setValue(true);
+    QTest::newRow("attribute and simple content")
+        << QSharedPointer<const Serializable>(usage) << QString() << QString();
+
+    QSharedPointer<tt::StreamType> stream(new tt::StreamType(tt::StreamType::RTP_Multicast));
+    QTest::newRow("enumeration") << QSharedPointer<const Serializable>(stream) << QStringLiteral("tt:Stream")
+                                 << QString();
+    QTest::newRow("enumeration, content only")
+        << QSharedPointer<const Serializable>(stream) << QString() << QString();
+    QSharedPointer<universalSimpleType<int>> number(new universalSimpleType<int>(-5));
+    QTest::newRow("number") << QSharedPointer<const Serializable>(number) << QStringLiteral("n") << QString();
+}
+
+void SchemaTypesTest::appendedTextEqualsOwnText()
+{
+    QFETCH(QSharedPointer<const Serializable>, object);
+    QFETCH(QString, tagName);
+    QFETCH(QString, nested);
+
+    const QString own = object->serialize(tagName);
+    QString text = QStringLiteral("<before/>");
+    const QByteArray latin1 = tagName.toLatin1();
+    object->serializeTo(text, QLatin1String(latin1));
+    QCOMPARE(text, QStringLiteral("<before/>") + own);
+    QVERIFY2(own.contains(nested), qPrintable(own));
 }
 
 void SchemaTypesTest::derivedClassReadsBaseMembers()

@@ -514,6 +514,7 @@ class Writer:
         lines += ['    ' + self.member_decl(model, m) for m in model.members]
         lines += ['',
                   '    QString serialize(const QString& tagName) const override;',
+                  '    void serializeTo(QString& out, QLatin1String tagName) const override;',
                   '    void deserialize(const QDomNode& node) override;',
                   '};', '', '} // namespace %s' % model.ns, '', '#endif // ' + self.guard(model), '']
         return '\n'.join(lines)
@@ -550,6 +551,12 @@ class Writer:
                       '    return ComplexType::serialize(info%s, this, tagName, baseText);' % name]
         else:
             lines.append('    return ComplexType::serialize(info%s, this, tagName);' % name)
+        lines += ['}', '', 'void %s::serializeTo(QString& out, QLatin1String tagName) const' % name, '{']
+        if model.base:
+            lines += ['    const QString baseText = %s::serialize(QStringLiteral("_MagicString_"));' % base,
+                      '    ComplexType::serializeTo(info%s, this, out, tagName, baseText);' % name]
+        else:
+            lines.append('    ComplexType::serializeTo(info%s, this, out, tagName);' % name)
         lines += ['}', '', 'void %s::deserialize(const QDomNode& node)' % name, '{']
         if model.base:
             base = '%s::%s' % model.base

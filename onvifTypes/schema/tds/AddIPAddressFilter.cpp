@@ -34,6 +34,11 @@ QString AddIPAddressFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddIPAddressFilter, this, tagName);
 }
 
+void AddIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddIPAddressFilter, this, out, tagName);
+}
+
 void AddIPAddressFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddIPAddressFilter, this, node);

@@ -23,6 +23,11 @@ QString AddIPAddressFilterResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddIPAddressFilterResponse, this, tagName);
 }
 
+void AddIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddIPAddressFilterResponse, this, out, tagName);
+}
+
 void AddIPAddressFilterResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddIPAddressFilterResponse, this, node);

@@ -28,6 +28,11 @@ QString AddScopes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddScopes, this, tagName);
 }
 
+void AddScopes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddScopes, this, out, tagName);
+}
+
 void AddScopes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddScopes, this, node);

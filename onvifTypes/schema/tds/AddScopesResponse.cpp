@@ -23,6 +23,11 @@ QString AddScopesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddScopesResponse, this, tagName);
 }
 
+void AddScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddScopesResponse, this, out, tagName);
+}
+
 void AddScopesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddScopesResponse, this, node);

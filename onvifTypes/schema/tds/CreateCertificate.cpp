@@ -34,6 +34,11 @@ QString CreateCertificate::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateCertificate, this, tagName);
 }
 
+void CreateCertificate::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateCertificate, this, out, tagName);
+}
+
 void CreateCertificate::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateCertificate, this, node);

@@ -34,6 +34,11 @@ QString CreateCertificateResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateCertificateResponse, this, tagName);
 }
 
+void CreateCertificateResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateCertificateResponse, this, out, tagName);
+}
+
 void CreateCertificateResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateCertificateResponse, this, node);

@@ -34,6 +34,11 @@ QString CreateDot1XConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateDot1XConfiguration, this, tagName);
 }
 
+void CreateDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateDot1XConfiguration, this, out, tagName);
+}
+
 void CreateDot1XConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateDot1XConfiguration, this, node);

@@ -23,6 +23,11 @@ QString CreateDot1XConfigurationResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoCreateDot1XConfigurationResponse, this, tagName);
 }
 
+void CreateDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateDot1XConfigurationResponse, this, out, tagName);
+}
+
 void CreateDot1XConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateDot1XConfigurationResponse, this, node);

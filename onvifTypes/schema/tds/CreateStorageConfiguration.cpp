@@ -34,6 +34,11 @@ QString CreateStorageConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateStorageConfiguration, this, tagName);
 }
 
+void CreateStorageConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateStorageConfiguration, this, out, tagName);
+}
+
 void CreateStorageConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateStorageConfiguration, this, node);

@@ -33,6 +33,11 @@ QString CreateStorageConfigurationResponse::serialize(const QString& tagName) co
     return ComplexType::serialize(infoCreateStorageConfigurationResponse, this, tagName);
 }
 
+void CreateStorageConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateStorageConfigurationResponse, this, out, tagName);
+}
+
 void CreateStorageConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateStorageConfigurationResponse, this, node);

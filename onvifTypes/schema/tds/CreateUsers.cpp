@@ -29,6 +29,11 @@ QString CreateUsers::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateUsers, this, tagName);
 }
 
+void CreateUsers::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateUsers, this, out, tagName);
+}
+
 void CreateUsers::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateUsers, this, node);

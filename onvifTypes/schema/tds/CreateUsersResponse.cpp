@@ -23,6 +23,11 @@ QString CreateUsersResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateUsersResponse, this, tagName);
 }
 
+void CreateUsersResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateUsersResponse, this, out, tagName);
+}
+
 void CreateUsersResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateUsersResponse, this, node);

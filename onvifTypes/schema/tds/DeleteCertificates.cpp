@@ -28,6 +28,11 @@ QString DeleteCertificates::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteCertificates, this, tagName);
 }
 
+void DeleteCertificates::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteCertificates, this, out, tagName);
+}
+
 void DeleteCertificates::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteCertificates, this, node);

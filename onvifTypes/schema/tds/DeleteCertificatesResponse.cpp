@@ -23,6 +23,11 @@ QString DeleteCertificatesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteCertificatesResponse, this, tagName);
 }
 
+void DeleteCertificatesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteCertificatesResponse, this, out, tagName);
+}
+
 void DeleteCertificatesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteCertificatesResponse, this, node);

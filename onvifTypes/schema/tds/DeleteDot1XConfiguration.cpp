@@ -28,6 +28,11 @@ QString DeleteDot1XConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteDot1XConfiguration, this, tagName);
 }
 
+void DeleteDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteDot1XConfiguration, this, out, tagName);
+}
+
 void DeleteDot1XConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteDot1XConfiguration, this, node);

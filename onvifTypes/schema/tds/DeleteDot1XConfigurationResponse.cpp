@@ -23,6 +23,11 @@ QString DeleteDot1XConfigurationResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoDeleteDot1XConfigurationResponse, this, tagName);
 }
 
+void DeleteDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteDot1XConfigurationResponse, this, out, tagName);
+}
+
 void DeleteDot1XConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteDot1XConfigurationResponse, this, node);

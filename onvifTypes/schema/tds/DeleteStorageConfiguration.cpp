@@ -33,6 +33,11 @@ QString DeleteStorageConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteStorageConfiguration, this, tagName);
 }
 
+void DeleteStorageConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteStorageConfiguration, this, out, tagName);
+}
+
 void DeleteStorageConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteStorageConfiguration, this, node);

@@ -23,6 +23,11 @@ QString DeleteStorageConfigurationResponse::serialize(const QString& tagName) co
     return ComplexType::serialize(infoDeleteStorageConfigurationResponse, this, tagName);
 }
 
+void DeleteStorageConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteStorageConfigurationResponse, this, out, tagName);
+}
+
 void DeleteStorageConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteStorageConfigurationResponse, this, node);

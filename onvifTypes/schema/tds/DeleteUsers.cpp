@@ -28,6 +28,11 @@ QString DeleteUsers::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteUsers, this, tagName);
 }
 
+void DeleteUsers::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteUsers, this, out, tagName);
+}
+
 void DeleteUsers::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteUsers, this, node);

@@ -23,6 +23,11 @@ QString DeleteUsersResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteUsersResponse, this, tagName);
 }
 
+void DeleteUsersResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteUsersResponse, this, out, tagName);
+}
+
 void DeleteUsersResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteUsersResponse, this, node);

@@ -43,6 +43,11 @@ QString DeviceServiceCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeviceServiceCapabilities, this, tagName);
 }
 
+void DeviceServiceCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeviceServiceCapabilities, this, out, tagName);
+}
+
 void DeviceServiceCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceServiceCapabilities, this, node);

@@ -23,6 +23,11 @@ QString GetAccessPolicy::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAccessPolicy, this, tagName);
 }
 
+void GetAccessPolicy::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAccessPolicy, this, out, tagName);
+}
+
 void GetAccessPolicy::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAccessPolicy, this, node);

@@ -34,6 +34,11 @@ QString GetAccessPolicyResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAccessPolicyResponse, this, tagName);
 }
 
+void GetAccessPolicyResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAccessPolicyResponse, this, out, tagName);
+}
+
 void GetAccessPolicyResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAccessPolicyResponse, this, node);

@@ -23,6 +23,11 @@ QString GetCACertificates::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCACertificates, this, tagName);
 }
 
+void GetCACertificates::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCACertificates, this, out, tagName);
+}
+
 void GetCACertificates::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCACertificates, this, node);

@@ -29,6 +29,11 @@ QString GetCACertificatesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCACertificatesResponse, this, tagName);
 }
 
+void GetCACertificatesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCACertificatesResponse, this, out, tagName);
+}
+
 void GetCACertificatesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCACertificatesResponse, this, node);

@@ -29,6 +29,11 @@ QString GetCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCapabilities, this, tagName);
 }
 
+void GetCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCapabilities, this, out, tagName);
+}
+
 void GetCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCapabilities, this, node);

@@ -34,6 +34,11 @@ QString GetCapabilitiesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCapabilitiesResponse, this, tagName);
 }
 
+void GetCapabilitiesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCapabilitiesResponse, this, out, tagName);
+}
+
 void GetCapabilitiesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCapabilitiesResponse, this, node);

@@ -33,6 +33,11 @@ QString GetCertificateInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCertificateInformation, this, tagName);
 }
 
+void GetCertificateInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCertificateInformation, this, out, tagName);
+}
+
 void GetCertificateInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificateInformation, this, node);

@@ -34,6 +34,11 @@ QString GetCertificateInformationResponse::serialize(const QString& tagName) con
     return ComplexType::serialize(infoGetCertificateInformationResponse, this, tagName);
 }
 
+void GetCertificateInformationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCertificateInformationResponse, this, out, tagName);
+}
+
 void GetCertificateInformationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificateInformationResponse, this, node);

@@ -23,6 +23,11 @@ QString GetCertificates::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCertificates, this, tagName);
 }
 
+void GetCertificates::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCertificates, this, out, tagName);
+}
+
 void GetCertificates::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificates, this, node);

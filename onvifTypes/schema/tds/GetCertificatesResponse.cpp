@@ -29,6 +29,11 @@ QString GetCertificatesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCertificatesResponse, this, tagName);
 }
 
+void GetCertificatesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCertificatesResponse, this, out, tagName);
+}
+
 void GetCertificatesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificatesResponse, this, node);

@@ -23,6 +23,11 @@ QString GetCertificatesStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCertificatesStatus, this, tagName);
 }
 
+void GetCertificatesStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCertificatesStatus, this, out, tagName);
+}
+
 void GetCertificatesStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificatesStatus, this, node);

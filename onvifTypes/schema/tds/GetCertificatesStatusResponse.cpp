@@ -29,6 +29,11 @@ QString GetCertificatesStatusResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCertificatesStatusResponse, this, tagName);
 }
 
+void GetCertificatesStatusResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCertificatesStatusResponse, this, out, tagName);
+}
+
 void GetCertificatesStatusResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificatesStatusResponse, this, node);

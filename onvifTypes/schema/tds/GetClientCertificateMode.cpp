@@ -23,6 +23,11 @@ QString GetClientCertificateMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetClientCertificateMode, this, tagName);
 }
 
+void GetClientCertificateMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetClientCertificateMode, this, out, tagName);
+}
+
 void GetClientCertificateMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetClientCertificateMode, this, node);

@@ -33,6 +33,11 @@ QString GetClientCertificateModeResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoGetClientCertificateModeResponse, this, tagName);
 }
 
+void GetClientCertificateModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetClientCertificateModeResponse, this, out, tagName);
+}
+
 void GetClientCertificateModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetClientCertificateModeResponse, this, node);

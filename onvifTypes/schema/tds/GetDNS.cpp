@@ -23,6 +23,11 @@ QString GetDNS::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDNS, this, tagName);
 }
 
+void GetDNS::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDNS, this, out, tagName);
+}
+
 void GetDNS::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDNS, this, node);

@@ -34,6 +34,11 @@ QString GetDNSResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDNSResponse, this, tagName);
 }
 
+void GetDNSResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDNSResponse, this, out, tagName);
+}
+
 void GetDNSResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDNSResponse, this, node);

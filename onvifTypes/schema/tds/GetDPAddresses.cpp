@@ -23,6 +23,11 @@ QString GetDPAddresses::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDPAddresses, this, tagName);
 }
 
+void GetDPAddresses::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDPAddresses, this, out, tagName);
+}
+
 void GetDPAddresses::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDPAddresses, this, node);

@@ -29,6 +29,11 @@ QString GetDPAddressesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDPAddressesResponse, this, tagName);
 }
 
+void GetDPAddressesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDPAddressesResponse, this, out, tagName);
+}
+
 void GetDPAddressesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDPAddressesResponse, this, node);

@@ -23,6 +23,11 @@ QString GetDeviceInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDeviceInformation, this, tagName);
 }
 
+void GetDeviceInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDeviceInformation, this, out, tagName);
+}
+
 void GetDeviceInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDeviceInformation, this, node);

@@ -41,6 +41,11 @@ QString GetDeviceInformationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDeviceInformationResponse, this, tagName);
 }
 
+void GetDeviceInformationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDeviceInformationResponse, this, out, tagName);
+}
+
 void GetDeviceInformationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDeviceInformationResponse, this, node);

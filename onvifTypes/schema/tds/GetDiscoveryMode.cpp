@@ -23,6 +23,11 @@ QString GetDiscoveryMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDiscoveryMode, this, tagName);
 }
 
+void GetDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDiscoveryMode, this, out, tagName);
+}
+
 void GetDiscoveryMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDiscoveryMode, this, node);

@@ -34,6 +34,11 @@ QString GetDiscoveryModeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDiscoveryModeResponse, this, tagName);
 }
 
+void GetDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDiscoveryModeResponse, this, out, tagName);
+}
+
 void GetDiscoveryModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDiscoveryModeResponse, this, node);

@@ -23,6 +23,11 @@ QString GetDot11Capabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot11Capabilities, this, tagName);
 }
 
+void GetDot11Capabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot11Capabilities, this, out, tagName);
+}
+
 void GetDot11Capabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11Capabilities, this, node);

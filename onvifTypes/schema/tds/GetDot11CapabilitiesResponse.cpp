@@ -34,6 +34,11 @@ QString GetDot11CapabilitiesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot11CapabilitiesResponse, this, tagName);
 }
 
+void GetDot11CapabilitiesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot11CapabilitiesResponse, this, out, tagName);
+}
+
 void GetDot11CapabilitiesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11CapabilitiesResponse, this, node);

@@ -33,6 +33,11 @@ QString GetDot11Status::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot11Status, this, tagName);
 }
 
+void GetDot11Status::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot11Status, this, out, tagName);
+}
+
 void GetDot11Status::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11Status, this, node);

@@ -34,6 +34,11 @@ QString GetDot11StatusResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot11StatusResponse, this, tagName);
 }
 
+void GetDot11StatusResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot11StatusResponse, this, out, tagName);
+}
+
 void GetDot11StatusResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11StatusResponse, this, node);

@@ -33,6 +33,11 @@ QString GetDot1XConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot1XConfiguration, this, tagName);
 }
 
+void GetDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot1XConfiguration, this, out, tagName);
+}
+
 void GetDot1XConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfiguration, this, node);

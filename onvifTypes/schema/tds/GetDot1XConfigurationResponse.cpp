@@ -34,6 +34,11 @@ QString GetDot1XConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot1XConfigurationResponse, this, tagName);
 }
 
+void GetDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot1XConfigurationResponse, this, out, tagName);
+}
+
 void GetDot1XConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfigurationResponse, this, node);

@@ -23,6 +23,11 @@ QString GetDot1XConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot1XConfigurations, this, tagName);
 }
 
+void GetDot1XConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot1XConfigurations, this, out, tagName);
+}
+
 void GetDot1XConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetDot1XConfigurationsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDot1XConfigurationsResponse, this, tagName);
 }
 
+void GetDot1XConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDot1XConfigurationsResponse, this, out, tagName);
+}
+
 void GetDot1XConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfigurationsResponse, this, node);

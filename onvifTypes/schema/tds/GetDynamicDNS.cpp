@@ -23,6 +23,11 @@ QString GetDynamicDNS::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDynamicDNS, this, tagName);
 }
 
+void GetDynamicDNS::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDynamicDNS, this, out, tagName);
+}
+
 void GetDynamicDNS::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDynamicDNS, this, node);

@@ -34,6 +34,11 @@ QString GetDynamicDNSResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetDynamicDNSResponse, this, tagName);
 }
 
+void GetDynamicDNSResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetDynamicDNSResponse, this, out, tagName);
+}
+
 void GetDynamicDNSResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetDynamicDNSResponse, this, node);

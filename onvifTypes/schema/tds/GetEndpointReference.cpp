@@ -23,6 +23,11 @@ QString GetEndpointReference::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetEndpointReference, this, tagName);
 }
 
+void GetEndpointReference::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetEndpointReference, this, out, tagName);
+}
+
 void GetEndpointReference::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetEndpointReference, this, node);

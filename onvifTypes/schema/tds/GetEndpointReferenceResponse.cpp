@@ -33,6 +33,11 @@ QString GetEndpointReferenceResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetEndpointReferenceResponse, this, tagName);
 }
 
+void GetEndpointReferenceResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetEndpointReferenceResponse, this, out, tagName);
+}
+
 void GetEndpointReferenceResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetEndpointReferenceResponse, this, node);

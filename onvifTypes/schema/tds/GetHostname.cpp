@@ -23,6 +23,11 @@ QString GetHostname::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetHostname, this, tagName);
 }
 
+void GetHostname::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetHostname, this, out, tagName);
+}
+
 void GetHostname::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetHostname, this, node);

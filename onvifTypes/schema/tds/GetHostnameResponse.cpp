@@ -34,6 +34,11 @@ QString GetHostnameResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetHostnameResponse, this, tagName);
 }
 
+void GetHostnameResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetHostnameResponse, this, out, tagName);
+}
+
 void GetHostnameResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetHostnameResponse, this, node);

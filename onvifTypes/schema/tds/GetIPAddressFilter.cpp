@@ -23,6 +23,11 @@ QString GetIPAddressFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetIPAddressFilter, this, tagName);
 }
 
+void GetIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetIPAddressFilter, this, out, tagName);
+}
+
 void GetIPAddressFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetIPAddressFilter, this, node);

@@ -34,6 +34,11 @@ QString GetIPAddressFilterResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetIPAddressFilterResponse, this, tagName);
 }
 
+void GetIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetIPAddressFilterResponse, this, out, tagName);
+}
+
 void GetIPAddressFilterResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetIPAddressFilterResponse, this, node);

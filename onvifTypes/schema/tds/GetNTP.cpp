@@ -23,6 +23,11 @@ QString GetNTP::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNTP, this, tagName);
 }
 
+void GetNTP::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNTP, this, out, tagName);
+}
+
 void GetNTP::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNTP, this, node);

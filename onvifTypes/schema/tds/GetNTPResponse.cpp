@@ -34,6 +34,11 @@ QString GetNTPResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNTPResponse, this, tagName);
 }
 
+void GetNTPResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNTPResponse, this, out, tagName);
+}
+
 void GetNTPResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNTPResponse, this, node);

@@ -23,6 +23,11 @@ QString GetNetworkDefaultGateway::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNetworkDefaultGateway, this, tagName);
 }
 
+void GetNetworkDefaultGateway::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNetworkDefaultGateway, this, out, tagName);
+}
+
 void GetNetworkDefaultGateway::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkDefaultGateway, this, node);

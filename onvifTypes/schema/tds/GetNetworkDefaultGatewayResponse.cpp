@@ -34,6 +34,11 @@ QString GetNetworkDefaultGatewayResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoGetNetworkDefaultGatewayResponse, this, tagName);
 }
 
+void GetNetworkDefaultGatewayResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNetworkDefaultGatewayResponse, this, out, tagName);
+}
+
 void GetNetworkDefaultGatewayResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkDefaultGatewayResponse, this, node);

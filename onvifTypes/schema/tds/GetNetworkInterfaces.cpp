@@ -23,6 +23,11 @@ QString GetNetworkInterfaces::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNetworkInterfaces, this, tagName);
 }
 
+void GetNetworkInterfaces::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNetworkInterfaces, this, out, tagName);
+}
+
 void GetNetworkInterfaces::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkInterfaces, this, node);

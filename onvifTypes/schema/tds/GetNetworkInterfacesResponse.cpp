@@ -29,6 +29,11 @@ QString GetNetworkInterfacesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNetworkInterfacesResponse, this, tagName);
 }
 
+void GetNetworkInterfacesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNetworkInterfacesResponse, this, out, tagName);
+}
+
 void GetNetworkInterfacesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkInterfacesResponse, this, node);

@@ -23,6 +23,11 @@ QString GetNetworkProtocols::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNetworkProtocols, this, tagName);
 }
 
+void GetNetworkProtocols::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNetworkProtocols, this, out, tagName);
+}
+
 void GetNetworkProtocols::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkProtocols, this, node);

@@ -29,6 +29,11 @@ QString GetNetworkProtocolsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNetworkProtocolsResponse, this, tagName);
 }
 
+void GetNetworkProtocolsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNetworkProtocolsResponse, this, out, tagName);
+}
+
 void GetNetworkProtocolsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkProtocolsResponse, this, node);

@@ -38,6 +38,11 @@ QString GetPkcs10Request::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPkcs10Request, this, tagName);
 }
 
+void GetPkcs10Request::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPkcs10Request, this, out, tagName);
+}
+
 void GetPkcs10Request::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPkcs10Request, this, node);

@@ -34,6 +34,11 @@ QString GetPkcs10RequestResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPkcs10RequestResponse, this, tagName);
 }
 
+void GetPkcs10RequestResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPkcs10RequestResponse, this, out, tagName);
+}
+
 void GetPkcs10RequestResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPkcs10RequestResponse, this, node);

@@ -23,6 +23,11 @@ QString GetRelayOutputs::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRelayOutputs, this, tagName);
 }
 
+void GetRelayOutputs::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRelayOutputs, this, out, tagName);
+}
+
 void GetRelayOutputs::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRelayOutputs, this, node);

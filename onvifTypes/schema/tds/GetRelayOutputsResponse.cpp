@@ -29,6 +29,11 @@ QString GetRelayOutputsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRelayOutputsResponse, this, tagName);
 }
 
+void GetRelayOutputsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRelayOutputsResponse, this, out, tagName);
+}
+
 void GetRelayOutputsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRelayOutputsResponse, this, node);

@@ -23,6 +23,11 @@ QString GetRemoteDiscoveryMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRemoteDiscoveryMode, this, tagName);
 }
 
+void GetRemoteDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRemoteDiscoveryMode, this, out, tagName);
+}
+
 void GetRemoteDiscoveryMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteDiscoveryMode, this, node);

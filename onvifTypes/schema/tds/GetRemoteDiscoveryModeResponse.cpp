@@ -34,6 +34,11 @@ QString GetRemoteDiscoveryModeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRemoteDiscoveryModeResponse, this, tagName);
 }
 
+void GetRemoteDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRemoteDiscoveryModeResponse, this, out, tagName);
+}
+
 void GetRemoteDiscoveryModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteDiscoveryModeResponse, this, node);

@@ -23,6 +23,11 @@ QString GetRemoteUser::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRemoteUser, this, tagName);
 }
 
+void GetRemoteUser::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRemoteUser, this, out, tagName);
+}
+
 void GetRemoteUser::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteUser, this, node);

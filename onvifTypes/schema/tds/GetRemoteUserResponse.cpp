@@ -29,6 +29,11 @@ QString GetRemoteUserResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRemoteUserResponse, this, tagName);
 }
 
+void GetRemoteUserResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRemoteUserResponse, this, out, tagName);
+}
+
 void GetRemoteUserResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteUserResponse, this, node);

@@ -23,6 +23,11 @@ QString GetScopes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetScopes, this, tagName);
 }
 
+void GetScopes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetScopes, this, out, tagName);
+}
+
 void GetScopes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetScopes, this, node);

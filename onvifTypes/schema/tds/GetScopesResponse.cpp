@@ -29,6 +29,11 @@ QString GetScopesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetScopesResponse, this, tagName);
 }
 
+void GetScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetScopesResponse, this, out, tagName);
+}
+
 void GetScopesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetScopesResponse, this, node);

@@ -33,6 +33,11 @@ QString GetServices::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetServices, this, tagName);
 }
 
+void GetServices::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetServices, this, out, tagName);
+}
+
 void GetServices::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetServices, this, node);

@@ -29,6 +29,11 @@ QString GetServicesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetServicesResponse, this, tagName);
 }
 
+void GetServicesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetServicesResponse, this, out, tagName);
+}
+
 void GetServicesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetServicesResponse, this, node);

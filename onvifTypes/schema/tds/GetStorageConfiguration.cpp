@@ -33,6 +33,11 @@ QString GetStorageConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStorageConfiguration, this, tagName);
 }
 
+void GetStorageConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStorageConfiguration, this, out, tagName);
+}
+
 void GetStorageConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfiguration, this, node);

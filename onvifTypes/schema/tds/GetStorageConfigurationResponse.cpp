@@ -34,6 +34,11 @@ QString GetStorageConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStorageConfigurationResponse, this, tagName);
 }
 
+void GetStorageConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStorageConfigurationResponse, this, out, tagName);
+}
+
 void GetStorageConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfigurationResponse, this, node);

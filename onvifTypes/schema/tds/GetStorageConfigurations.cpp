@@ -23,6 +23,11 @@ QString GetStorageConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStorageConfigurations, this, tagName);
 }
 
+void GetStorageConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStorageConfigurations, this, out, tagName);
+}
+
 void GetStorageConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfigurations, this, node);

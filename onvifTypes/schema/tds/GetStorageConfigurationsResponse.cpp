@@ -29,6 +29,11 @@ QString GetStorageConfigurationsResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoGetStorageConfigurationsResponse, this, tagName);
 }
 
+void GetStorageConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStorageConfigurationsResponse, this, out, tagName);
+}
+
 void GetStorageConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfigurationsResponse, this, node);

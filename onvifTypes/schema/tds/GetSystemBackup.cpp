@@ -23,6 +23,11 @@ QString GetSystemBackup::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemBackup, this, tagName);
 }
 
+void GetSystemBackup::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemBackup, this, out, tagName);
+}
+
 void GetSystemBackup::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemBackup, this, node);

@@ -29,6 +29,11 @@ QString GetSystemBackupResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemBackupResponse, this, tagName);
 }
 
+void GetSystemBackupResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemBackupResponse, this, out, tagName);
+}
+
 void GetSystemBackupResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemBackupResponse, this, node);

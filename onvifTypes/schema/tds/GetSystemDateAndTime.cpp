@@ -23,6 +23,11 @@ QString GetSystemDateAndTime::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemDateAndTime, this, tagName);
 }
 
+void GetSystemDateAndTime::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemDateAndTime, this, out, tagName);
+}
+
 void GetSystemDateAndTime::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemDateAndTime, this, node);

@@ -34,6 +34,11 @@ QString GetSystemDateAndTimeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemDateAndTimeResponse, this, tagName);
 }
 
+void GetSystemDateAndTimeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemDateAndTimeResponse, this, out, tagName);
+}
+
 void GetSystemDateAndTimeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemDateAndTimeResponse, this, node);

@@ -34,6 +34,11 @@ QString GetSystemLog::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemLog, this, tagName);
 }
 
+void GetSystemLog::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemLog, this, out, tagName);
+}
+
 void GetSystemLog::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemLog, this, node);

@@ -34,6 +34,11 @@ QString GetSystemLogResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemLogResponse, this, tagName);
 }
 
+void GetSystemLogResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemLogResponse, this, out, tagName);
+}
+
 void GetSystemLogResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemLogResponse, this, node);

@@ -23,6 +23,11 @@ QString GetSystemSupportInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemSupportInformation, this, tagName);
 }
 
+void GetSystemSupportInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemSupportInformation, this, out, tagName);
+}
+
 void GetSystemSupportInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemSupportInformation, this, node);

@@ -34,6 +34,11 @@ QString GetSystemSupportInformationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetSystemSupportInformationResponse, this, tagName);
 }
 
+void GetSystemSupportInformationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemSupportInformationResponse, this, out, tagName);
+}
+
 void GetSystemSupportInformationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemSupportInformationResponse, this, node);

@@ -23,6 +23,11 @@ QString GetSystemUris::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemUris, this, tagName);
 }
 
+void GetSystemUris::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemUris, this, out, tagName);
+}
+
 void GetSystemUris::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemUris, this, node);

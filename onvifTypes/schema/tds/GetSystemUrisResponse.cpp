@@ -35,6 +35,11 @@ QString GetSystemUrisResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSystemUrisResponse, this, tagName);
 }
 
+void GetSystemUrisResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSystemUrisResponse, this, out, tagName);
+}
+
 void GetSystemUrisResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemUrisResponse, this, node);

@@ -23,6 +23,11 @@ QString GetUsers::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetUsers, this, tagName);
 }
 
+void GetUsers::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetUsers, this, out, tagName);
+}
+
 void GetUsers::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetUsers, this, node);

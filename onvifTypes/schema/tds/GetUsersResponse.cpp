@@ -29,6 +29,11 @@ QString GetUsersResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetUsersResponse, this, tagName);
 }
 
+void GetUsersResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetUsersResponse, this, out, tagName);
+}
+
 void GetUsersResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetUsersResponse, this, node);

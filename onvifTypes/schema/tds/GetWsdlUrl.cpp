@@ -23,6 +23,11 @@ QString GetWsdlUrl::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetWsdlUrl, this, tagName);
 }
 
+void GetWsdlUrl::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetWsdlUrl, this, out, tagName);
+}
+
 void GetWsdlUrl::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetWsdlUrl, this, node);

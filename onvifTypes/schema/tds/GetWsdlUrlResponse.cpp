@@ -33,6 +33,11 @@ QString GetWsdlUrlResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetWsdlUrlResponse, this, tagName);
 }
 
+void GetWsdlUrlResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetWsdlUrlResponse, this, out, tagName);
+}
+
 void GetWsdlUrlResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetWsdlUrlResponse, this, node);

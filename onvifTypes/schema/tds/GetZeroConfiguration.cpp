@@ -23,6 +23,11 @@ QString GetZeroConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetZeroConfiguration, this, tagName);
 }
 
+void GetZeroConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetZeroConfiguration, this, out, tagName);
+}
+
 void GetZeroConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetZeroConfiguration, this, node);

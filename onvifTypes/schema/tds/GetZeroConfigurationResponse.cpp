@@ -34,6 +34,11 @@ QString GetZeroConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetZeroConfigurationResponse, this, tagName);
 }
 
+void GetZeroConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetZeroConfigurationResponse, this, out, tagName);
+}
+
 void GetZeroConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetZeroConfigurationResponse, this, node);

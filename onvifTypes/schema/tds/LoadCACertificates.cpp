@@ -29,6 +29,11 @@ QString LoadCACertificates::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLoadCACertificates, this, tagName);
 }
 
+void LoadCACertificates::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLoadCACertificates, this, out, tagName);
+}
+
 void LoadCACertificates::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCACertificates, this, node);

@@ -23,6 +23,11 @@ QString LoadCACertificatesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLoadCACertificatesResponse, this, tagName);
 }
 
+void LoadCACertificatesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLoadCACertificatesResponse, this, out, tagName);
+}
+
 void LoadCACertificatesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCACertificatesResponse, this, node);

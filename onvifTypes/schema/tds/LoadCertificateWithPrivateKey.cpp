@@ -29,6 +29,11 @@ QString LoadCertificateWithPrivateKey::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLoadCertificateWithPrivateKey, this, tagName);
 }
 
+void LoadCertificateWithPrivateKey::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLoadCertificateWithPrivateKey, this, out, tagName);
+}
+
 void LoadCertificateWithPrivateKey::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificateWithPrivateKey, this, node);

@@ -23,6 +23,11 @@ QString LoadCertificateWithPrivateKeyResponse::serialize(const QString& tagName)
     return ComplexType::serialize(infoLoadCertificateWithPrivateKeyResponse, this, tagName);
 }
 
+void LoadCertificateWithPrivateKeyResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLoadCertificateWithPrivateKeyResponse, this, out, tagName);
+}
+
 void LoadCertificateWithPrivateKeyResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificateWithPrivateKeyResponse, this, node);

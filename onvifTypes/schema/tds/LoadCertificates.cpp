@@ -29,6 +29,11 @@ QString LoadCertificates::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLoadCertificates, this, tagName);
 }
 
+void LoadCertificates::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLoadCertificates, this, out, tagName);
+}
+
 void LoadCertificates::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificates, this, node);

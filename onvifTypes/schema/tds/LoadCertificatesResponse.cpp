@@ -23,6 +23,11 @@ QString LoadCertificatesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLoadCertificatesResponse, this, tagName);
 }
 
+void LoadCertificatesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLoadCertificatesResponse, this, out, tagName);
+}
+
 void LoadCertificatesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificatesResponse, this, node);

@@ -28,6 +28,11 @@ QString MiscCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMiscCapabilities, this, tagName);
 }
 
+void MiscCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMiscCapabilities, this, out, tagName);
+}
+
 void MiscCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMiscCapabilities, this, node);

@@ -44,6 +44,11 @@ QString NetworkCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkCapabilities, this, tagName);
 }
 
+void NetworkCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkCapabilities, this, out, tagName);
+}
+
 void NetworkCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkCapabilities, this, node);

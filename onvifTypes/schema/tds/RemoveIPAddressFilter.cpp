@@ -34,6 +34,11 @@ QString RemoveIPAddressFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveIPAddressFilter, this, tagName);
 }
 
+void RemoveIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveIPAddressFilter, this, out, tagName);
+}
+
 void RemoveIPAddressFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveIPAddressFilter, this, node);

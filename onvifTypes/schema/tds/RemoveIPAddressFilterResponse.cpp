@@ -23,6 +23,11 @@ QString RemoveIPAddressFilterResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveIPAddressFilterResponse, this, tagName);
 }
 
+void RemoveIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveIPAddressFilterResponse, this, out, tagName);
+}
+
 void RemoveIPAddressFilterResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveIPAddressFilterResponse, this, node);

@@ -28,6 +28,11 @@ QString RemoveScopes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveScopes, this, tagName);
 }
 
+void RemoveScopes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveScopes, this, out, tagName);
+}
+
 void RemoveScopes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveScopes, this, node);

@@ -28,6 +28,11 @@ QString RemoveScopesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveScopesResponse, this, tagName);
 }
 
+void RemoveScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveScopesResponse, this, out, tagName);
+}
+
 void RemoveScopesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveScopesResponse, this, node);

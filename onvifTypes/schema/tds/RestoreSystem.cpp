@@ -29,6 +29,11 @@ QString RestoreSystem::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRestoreSystem, this, tagName);
 }
 
+void RestoreSystem::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRestoreSystem, this, out, tagName);
+}
+
 void RestoreSystem::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRestoreSystem, this, node);

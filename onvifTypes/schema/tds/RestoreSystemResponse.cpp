@@ -23,6 +23,11 @@ QString RestoreSystemResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRestoreSystemResponse, this, tagName);
 }
 
+void RestoreSystemResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRestoreSystemResponse, this, out, tagName);
+}
+
 void RestoreSystemResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRestoreSystemResponse, this, node);

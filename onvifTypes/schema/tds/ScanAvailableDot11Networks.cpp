@@ -33,6 +33,11 @@ QString ScanAvailableDot11Networks::serialize(const QString& tagName) const
     return ComplexType::serialize(infoScanAvailableDot11Networks, this, tagName);
 }
 
+void ScanAvailableDot11Networks::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoScanAvailableDot11Networks, this, out, tagName);
+}
+
 void ScanAvailableDot11Networks::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoScanAvailableDot11Networks, this, node);

@@ -29,6 +29,11 @@ QString ScanAvailableDot11NetworksResponse::serialize(const QString& tagName) co
     return ComplexType::serialize(infoScanAvailableDot11NetworksResponse, this, tagName);
 }
 
+void ScanAvailableDot11NetworksResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoScanAvailableDot11NetworksResponse, this, out, tagName);
+}
+
 void ScanAvailableDot11NetworksResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoScanAvailableDot11NetworksResponse, this, node);

@@ -62,6 +62,11 @@ QString SecurityCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSecurityCapabilities, this, tagName);
 }
 
+void SecurityCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSecurityCapabilities, this, out, tagName);
+}
+
 void SecurityCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilities, this, node);

@@ -33,6 +33,7 @@ public:
     QSharedPointer<universalSimpleType<int>> MaxPasswordLength;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -28,6 +28,11 @@ QString SendAuxiliaryCommandResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSendAuxiliaryCommandResponse, this, tagName);
 }
 
+void SendAuxiliaryCommandResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSendAuxiliaryCommandResponse, this, out, tagName);
+}
+
 void SendAuxiliaryCommandResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSendAuxiliaryCommandResponse, this, node);

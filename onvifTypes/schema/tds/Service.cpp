@@ -40,6 +40,11 @@ QString Service::serialize(const QString& tagName) const
     return ComplexType::serialize(infoService, this, tagName);
 }
 
+void Service::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoService, this, out, tagName);
+}
+
 void Service::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoService, this, node);

@@ -34,6 +34,11 @@ QString SetAccessPolicy::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetAccessPolicy, this, tagName);
 }
 
+void SetAccessPolicy::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAccessPolicy, this, out, tagName);
+}
+
 void SetAccessPolicy::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAccessPolicy, this, node);

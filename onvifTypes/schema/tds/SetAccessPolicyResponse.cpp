@@ -23,6 +23,11 @@ QString SetAccessPolicyResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetAccessPolicyResponse, this, tagName);
 }
 
+void SetAccessPolicyResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAccessPolicyResponse, this, out, tagName);
+}
+
 void SetAccessPolicyResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAccessPolicyResponse, this, node);

@@ -29,6 +29,11 @@ QString SetCertificatesStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetCertificatesStatus, this, tagName);
 }
 
+void SetCertificatesStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetCertificatesStatus, this, out, tagName);
+}
+
 void SetCertificatesStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetCertificatesStatus, this, node);

@@ -23,6 +23,11 @@ QString SetCertificatesStatusResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetCertificatesStatusResponse, this, tagName);
 }
 
+void SetCertificatesStatusResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetCertificatesStatusResponse, this, out, tagName);
+}
+
 void SetCertificatesStatusResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetCertificatesStatusResponse, this, node);

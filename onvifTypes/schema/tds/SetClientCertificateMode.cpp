@@ -33,6 +33,11 @@ QString SetClientCertificateMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetClientCertificateMode, this, tagName);
 }
 
+void SetClientCertificateMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetClientCertificateMode, this, out, tagName);
+}
+
 void SetClientCertificateMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetClientCertificateMode, this, node);

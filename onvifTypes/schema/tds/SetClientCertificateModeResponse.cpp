@@ -23,6 +23,11 @@ QString SetClientCertificateModeResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoSetClientCertificateModeResponse, this, tagName);
 }
 
+void SetClientCertificateModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetClientCertificateModeResponse, this, out, tagName);
+}
+
 void SetClientCertificateModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetClientCertificateModeResponse, this, node);

@@ -38,6 +38,11 @@ QString SetDNS::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDNS, this, tagName);
 }
 
+void SetDNS::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDNS, this, out, tagName);
+}
+
 void SetDNS::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDNS, this, node);

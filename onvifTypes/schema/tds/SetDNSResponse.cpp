@@ -23,6 +23,11 @@ QString SetDNSResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDNSResponse, this, tagName);
 }
 
+void SetDNSResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDNSResponse, this, out, tagName);
+}
+
 void SetDNSResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDNSResponse, this, node);

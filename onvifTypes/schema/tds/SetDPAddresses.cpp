@@ -29,6 +29,11 @@ QString SetDPAddresses::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDPAddresses, this, tagName);
 }
 
+void SetDPAddresses::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDPAddresses, this, out, tagName);
+}
+
 void SetDPAddresses::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDPAddresses, this, node);

@@ -23,6 +23,11 @@ QString SetDPAddressesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDPAddressesResponse, this, tagName);
 }
 
+void SetDPAddressesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDPAddressesResponse, this, out, tagName);
+}
+
 void SetDPAddressesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDPAddressesResponse, this, node);

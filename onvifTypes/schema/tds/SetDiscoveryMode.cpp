@@ -34,6 +34,11 @@ QString SetDiscoveryMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDiscoveryMode, this, tagName);
 }
 
+void SetDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDiscoveryMode, this, out, tagName);
+}
+
 void SetDiscoveryMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDiscoveryMode, this, node);

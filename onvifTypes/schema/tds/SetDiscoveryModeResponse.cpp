@@ -23,6 +23,11 @@ QString SetDiscoveryModeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDiscoveryModeResponse, this, tagName);
 }
 
+void SetDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDiscoveryModeResponse, this, out, tagName);
+}
+
 void SetDiscoveryModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDiscoveryModeResponse, this, node);

@@ -34,6 +34,11 @@ QString SetDot1XConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDot1XConfiguration, this, tagName);
 }
 
+void SetDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDot1XConfiguration, this, out, tagName);
+}
+
 void SetDot1XConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDot1XConfiguration, this, node);

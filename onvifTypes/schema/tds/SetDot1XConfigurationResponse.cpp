@@ -23,6 +23,11 @@ QString SetDot1XConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDot1XConfigurationResponse, this, tagName);
 }
 
+void SetDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDot1XConfigurationResponse, this, out, tagName);
+}
+
 void SetDot1XConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDot1XConfigurationResponse, this, node);

@@ -38,6 +38,11 @@ QString SetDynamicDNS::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDynamicDNS, this, tagName);
 }
 
+void SetDynamicDNS::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDynamicDNS, this, out, tagName);
+}
+
 void SetDynamicDNS::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDynamicDNS, this, node);

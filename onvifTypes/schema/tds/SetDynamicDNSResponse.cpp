@@ -23,6 +23,11 @@ QString SetDynamicDNSResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetDynamicDNSResponse, this, tagName);
 }
 
+void SetDynamicDNSResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetDynamicDNSResponse, this, out, tagName);
+}
+
 void SetDynamicDNSResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetDynamicDNSResponse, this, node);

@@ -33,6 +33,11 @@ QString SetHostname::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetHostname, this, tagName);
 }
 
+void SetHostname::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetHostname, this, out, tagName);
+}
+
 void SetHostname::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostname, this, node);

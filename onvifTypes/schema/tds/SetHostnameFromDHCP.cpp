@@ -33,6 +33,11 @@ QString SetHostnameFromDHCP::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetHostnameFromDHCP, this, tagName);
 }
 
+void SetHostnameFromDHCP::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetHostnameFromDHCP, this, out, tagName);
+}
+
 void SetHostnameFromDHCP::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostnameFromDHCP, this, node);

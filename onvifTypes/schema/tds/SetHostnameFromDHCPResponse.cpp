@@ -33,6 +33,11 @@ QString SetHostnameFromDHCPResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetHostnameFromDHCPResponse, this, tagName);
 }
 
+void SetHostnameFromDHCPResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetHostnameFromDHCPResponse, this, out, tagName);
+}
+
 void SetHostnameFromDHCPResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostnameFromDHCPResponse, this, node);

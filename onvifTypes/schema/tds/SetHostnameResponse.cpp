@@ -23,6 +23,11 @@ QString SetHostnameResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetHostnameResponse, this, tagName);
 }
 
+void SetHostnameResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetHostnameResponse, this, out, tagName);
+}
+
 void SetHostnameResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostnameResponse, this, node);

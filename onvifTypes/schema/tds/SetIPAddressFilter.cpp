@@ -34,6 +34,11 @@ QString SetIPAddressFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetIPAddressFilter, this, tagName);
 }
 
+void SetIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetIPAddressFilter, this, out, tagName);
+}
+
 void SetIPAddressFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetIPAddressFilter, this, node);

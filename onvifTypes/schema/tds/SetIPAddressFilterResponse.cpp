@@ -23,6 +23,11 @@ QString SetIPAddressFilterResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetIPAddressFilterResponse, this, tagName);
 }
 
+void SetIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetIPAddressFilterResponse, this, out, tagName);
+}
+
 void SetIPAddressFilterResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetIPAddressFilterResponse, this, node);

@@ -36,6 +36,11 @@ QString SetNTP::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNTP, this, tagName);
 }
 
+void SetNTP::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNTP, this, out, tagName);
+}
+
 void SetNTP::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNTP, this, node);

@@ -23,6 +23,11 @@ QString SetNTPResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNTPResponse, this, tagName);
 }
 
+void SetNTPResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNTPResponse, this, out, tagName);
+}
+
 void SetNTPResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNTPResponse, this, node);

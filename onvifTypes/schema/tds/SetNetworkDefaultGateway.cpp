@@ -30,6 +30,11 @@ QString SetNetworkDefaultGateway::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNetworkDefaultGateway, this, tagName);
 }
 
+void SetNetworkDefaultGateway::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNetworkDefaultGateway, this, out, tagName);
+}
+
 void SetNetworkDefaultGateway::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkDefaultGateway, this, node);

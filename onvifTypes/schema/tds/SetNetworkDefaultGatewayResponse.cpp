@@ -23,6 +23,11 @@ QString SetNetworkDefaultGatewayResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoSetNetworkDefaultGatewayResponse, this, tagName);
 }
 
+void SetNetworkDefaultGatewayResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNetworkDefaultGatewayResponse, this, out, tagName);
+}
+
 void SetNetworkDefaultGatewayResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkDefaultGatewayResponse, this, node);

@@ -36,6 +36,11 @@ QString SetNetworkInterfaces::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNetworkInterfaces, this, tagName);
 }
 
+void SetNetworkInterfaces::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNetworkInterfaces, this, out, tagName);
+}
+
 void SetNetworkInterfaces::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkInterfaces, this, node);

@@ -33,6 +33,11 @@ QString SetNetworkInterfacesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNetworkInterfacesResponse, this, tagName);
 }
 
+void SetNetworkInterfacesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNetworkInterfacesResponse, this, out, tagName);
+}
+
 void SetNetworkInterfacesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkInterfacesResponse, this, node);

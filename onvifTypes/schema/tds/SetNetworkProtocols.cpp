@@ -29,6 +29,11 @@ QString SetNetworkProtocols::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNetworkProtocols, this, tagName);
 }
 
+void SetNetworkProtocols::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNetworkProtocols, this, out, tagName);
+}
+
 void SetNetworkProtocols::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkProtocols, this, node);

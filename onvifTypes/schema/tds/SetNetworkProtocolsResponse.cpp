@@ -23,6 +23,11 @@ QString SetNetworkProtocolsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetNetworkProtocolsResponse, this, tagName);
 }
 
+void SetNetworkProtocolsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetNetworkProtocolsResponse, this, out, tagName);
+}
+
 void SetNetworkProtocolsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkProtocolsResponse, this, node);

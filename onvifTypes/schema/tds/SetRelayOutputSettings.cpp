@@ -36,6 +36,11 @@ QString SetRelayOutputSettings::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRelayOutputSettings, this, tagName);
 }
 
+void SetRelayOutputSettings::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRelayOutputSettings, this, out, tagName);
+}
+
 void SetRelayOutputSettings::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputSettings, this, node);

@@ -23,6 +23,11 @@ QString SetRelayOutputSettingsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRelayOutputSettingsResponse, this, tagName);
 }
 
+void SetRelayOutputSettingsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRelayOutputSettingsResponse, this, out, tagName);
+}
+
 void SetRelayOutputSettingsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputSettingsResponse, this, node);

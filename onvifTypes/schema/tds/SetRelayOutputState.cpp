@@ -36,6 +36,11 @@ QString SetRelayOutputState::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRelayOutputState, this, tagName);
 }
 
+void SetRelayOutputState::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRelayOutputState, this, out, tagName);
+}
+
 void SetRelayOutputState::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputState, this, node);

@@ -23,6 +23,11 @@ QString SetRelayOutputStateResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRelayOutputStateResponse, this, tagName);
 }
 
+void SetRelayOutputStateResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRelayOutputStateResponse, this, out, tagName);
+}
+
 void SetRelayOutputStateResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputStateResponse, this, node);

@@ -34,6 +34,11 @@ QString SetRemoteDiscoveryMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRemoteDiscoveryMode, this, tagName);
 }
 
+void SetRemoteDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRemoteDiscoveryMode, this, out, tagName);
+}
+
 void SetRemoteDiscoveryMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteDiscoveryMode, this, node);

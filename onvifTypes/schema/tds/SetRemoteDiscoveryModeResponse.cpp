@@ -23,6 +23,11 @@ QString SetRemoteDiscoveryModeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRemoteDiscoveryModeResponse, this, tagName);
 }
 
+void SetRemoteDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRemoteDiscoveryModeResponse, this, out, tagName);
+}
+
 void SetRemoteDiscoveryModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteDiscoveryModeResponse, this, node);

@@ -29,6 +29,11 @@ QString SetRemoteUser::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRemoteUser, this, tagName);
 }
 
+void SetRemoteUser::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRemoteUser, this, out, tagName);
+}
+
 void SetRemoteUser::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteUser, this, node);

@@ -23,6 +23,11 @@ QString SetRemoteUserResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetRemoteUserResponse, this, tagName);
 }
 
+void SetRemoteUserResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetRemoteUserResponse, this, out, tagName);
+}
+
 void SetRemoteUserResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteUserResponse, this, node);

@@ -28,6 +28,11 @@ QString SetScopes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetScopes, this, tagName);
 }
 
+void SetScopes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetScopes, this, out, tagName);
+}
+
 void SetScopes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetScopes, this, node);

@@ -23,6 +23,11 @@ QString SetScopesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetScopesResponse, this, tagName);
 }
 
+void SetScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetScopesResponse, this, out, tagName);
+}
+
 void SetScopesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetScopesResponse, this, node);

@@ -34,6 +34,11 @@ QString SetStorageConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetStorageConfiguration, this, tagName);
 }
 
+void SetStorageConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetStorageConfiguration, this, out, tagName);
+}
+
 void SetStorageConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetStorageConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetStorageConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetStorageConfigurationResponse, this, tagName);
 }
 
+void SetStorageConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetStorageConfigurationResponse, this, out, tagName);
+}
+
 void SetStorageConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetStorageConfigurationResponse, this, node);

@@ -42,6 +42,11 @@ QString SetSystemDateAndTime::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetSystemDateAndTime, this, tagName);
 }
 
+void SetSystemDateAndTime::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetSystemDateAndTime, this, out, tagName);
+}
+
 void SetSystemDateAndTime::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemDateAndTime, this, node);

@@ -23,6 +23,11 @@ QString SetSystemDateAndTimeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetSystemDateAndTimeResponse, this, tagName);
 }
 
+void SetSystemDateAndTimeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetSystemDateAndTimeResponse, this, out, tagName);
+}
+
 void SetSystemDateAndTimeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemDateAndTimeResponse, this, node);

@@ -34,6 +34,11 @@ QString SetSystemFactoryDefault::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetSystemFactoryDefault, this, tagName);
 }
 
+void SetSystemFactoryDefault::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetSystemFactoryDefault, this, out, tagName);
+}
+
 void SetSystemFactoryDefault::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemFactoryDefault, this, node);

@@ -23,6 +23,11 @@ QString SetSystemFactoryDefaultResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetSystemFactoryDefaultResponse, this, tagName);
 }
 
+void SetSystemFactoryDefaultResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetSystemFactoryDefaultResponse, this, out, tagName);
+}
+
 void SetSystemFactoryDefaultResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemFactoryDefaultResponse, this, node);

@@ -29,6 +29,11 @@ QString SetUser::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetUser, this, tagName);
 }
 
+void SetUser::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetUser, this, out, tagName);
+}
+
 void SetUser::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetUser, this, node);

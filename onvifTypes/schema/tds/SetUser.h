@@ -18,6 +18,7 @@ public:
     QVector<tt::User> User;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -23,6 +23,11 @@ QString SetUserResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetUserResponse, this, tagName);
 }
 
+void SetUserResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetUserResponse, this, out, tagName);
+}
+
 void SetUserResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetUserResponse, this, node);

@@ -35,6 +35,11 @@ QString SetZeroConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetZeroConfiguration, this, tagName);
 }
 
+void SetZeroConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetZeroConfiguration, this, out, tagName);
+}
+
 void SetZeroConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetZeroConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetZeroConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetZeroConfigurationResponse, this, tagName);
 }
 
+void SetZeroConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetZeroConfigurationResponse, this, out, tagName);
+}
+
 void SetZeroConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetZeroConfigurationResponse, this, node);

@@ -23,6 +23,11 @@ QString StartFirmwareUpgrade::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStartFirmwareUpgrade, this, tagName);
 }
 
+void StartFirmwareUpgrade::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStartFirmwareUpgrade, this, out, tagName);
+}
+
 void StartFirmwareUpgrade::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStartFirmwareUpgrade, this, node);

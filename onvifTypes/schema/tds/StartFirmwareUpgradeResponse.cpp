@@ -37,6 +37,11 @@ QString StartFirmwareUpgradeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStartFirmwareUpgradeResponse, this, tagName);
 }
 
+void StartFirmwareUpgradeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStartFirmwareUpgradeResponse, this, out, tagName);
+}
+
 void StartFirmwareUpgradeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStartFirmwareUpgradeResponse, this, node);

@@ -23,6 +23,11 @@ QString StartSystemRestore::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStartSystemRestore, this, tagName);
 }
 
+void StartSystemRestore::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStartSystemRestore, this, out, tagName);
+}
+
 void StartSystemRestore::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStartSystemRestore, this, node);

@@ -35,6 +35,11 @@ QString StartSystemRestoreResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStartSystemRestoreResponse, this, tagName);
 }
 
+void StartSystemRestoreResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStartSystemRestoreResponse, this, out, tagName);
+}
+
 void StartSystemRestoreResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStartSystemRestoreResponse, this, node);

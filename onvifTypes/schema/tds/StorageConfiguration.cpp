@@ -36,6 +36,12 @@ QString StorageConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStorageConfiguration, this, tagName, baseText);
 }
 
+void StorageConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoStorageConfiguration, this, out, tagName, baseText);
+}
+
 void StorageConfiguration::deserialize(const QDomNode& node)
 {
     {

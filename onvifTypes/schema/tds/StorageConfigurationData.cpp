@@ -42,6 +42,11 @@ QString StorageConfigurationData::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStorageConfigurationData, this, tagName);
 }
 
+void StorageConfigurationData::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStorageConfigurationData, this, out, tagName);
+}
+
 void StorageConfigurationData::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStorageConfigurationData, this, node);

@@ -23,6 +23,11 @@ QString SystemReboot::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemReboot, this, tagName);
 }
 
+void SystemReboot::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemReboot, this, out, tagName);
+}
+
 void SystemReboot::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemReboot, this, node);

@@ -33,6 +33,11 @@ QString SystemRebootResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemRebootResponse, this, tagName);
 }
 
+void SystemRebootResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemRebootResponse, this, out, tagName);
+}
+
 void SystemRebootResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemRebootResponse, this, node);

@@ -34,6 +34,11 @@ QString UpgradeSystemFirmware::serialize(const QString& tagName) const
     return ComplexType::serialize(infoUpgradeSystemFirmware, this, tagName);
 }
 
+void UpgradeSystemFirmware::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoUpgradeSystemFirmware, this, out, tagName);
+}
+
 void UpgradeSystemFirmware::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoUpgradeSystemFirmware, this, node);

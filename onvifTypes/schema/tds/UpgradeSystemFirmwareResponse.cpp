@@ -28,6 +28,11 @@ QString UpgradeSystemFirmwareResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoUpgradeSystemFirmwareResponse, this, tagName);
 }
 
+void UpgradeSystemFirmwareResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoUpgradeSystemFirmwareResponse, this, out, tagName);
+}
+
 void UpgradeSystemFirmwareResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoUpgradeSystemFirmwareResponse, this, node);

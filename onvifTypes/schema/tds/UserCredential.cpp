@@ -37,6 +37,11 @@ QString UserCredential::serialize(const QString& tagName) const
     return ComplexType::serialize(infoUserCredential, this, tagName);
 }
 
+void UserCredential::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoUserCredential, this, out, tagName);
+}
+
 void UserCredential::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoUserCredential, this, node);

@@ -39,6 +39,11 @@ QString AbsoluteMove::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAbsoluteMove, this, tagName);
 }
 
+void AbsoluteMove::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAbsoluteMove, this, out, tagName);
+}
+
 void AbsoluteMove::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteMove, this, node);

@@ -23,6 +23,11 @@ QString AbsoluteMoveResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAbsoluteMoveResponse, this, tagName);
 }
 
+void AbsoluteMoveResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAbsoluteMoveResponse, this, out, tagName);
+}
+
 void AbsoluteMoveResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteMoveResponse, this, node);

@@ -38,6 +38,11 @@ QString ContinuousMove::serialize(const QString& tagName) const
     return ComplexType::serialize(infoContinuousMove, this, tagName);
 }
 
+void ContinuousMove::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoContinuousMove, this, out, tagName);
+}
+
 void ContinuousMove::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousMove, this, node);

@@ -23,6 +23,11 @@ QString ContinuousMoveResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoContinuousMoveResponse, this, tagName);
 }
 
+void ContinuousMoveResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoContinuousMoveResponse, this, out, tagName);
+}
+
 void ContinuousMoveResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousMoveResponse, this, node);

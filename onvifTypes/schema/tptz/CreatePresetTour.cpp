@@ -33,6 +33,11 @@ QString CreatePresetTour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreatePresetTour, this, tagName);
 }
 
+void CreatePresetTour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreatePresetTour, this, out, tagName);
+}
+
 void CreatePresetTour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreatePresetTour, this, node);

@@ -33,6 +33,11 @@ QString CreatePresetTourResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreatePresetTourResponse, this, tagName);
 }
 
+void CreatePresetTourResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreatePresetTourResponse, this, out, tagName);
+}
+
 void CreatePresetTourResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreatePresetTourResponse, this, node);

@@ -42,6 +42,11 @@ QString GeoMove::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGeoMove, this, tagName);
 }
 
+void GeoMove::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGeoMove, this, out, tagName);
+}
+
 void GeoMove::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGeoMove, this, node);

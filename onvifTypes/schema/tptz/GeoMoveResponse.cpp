@@ -23,6 +23,11 @@ QString GeoMoveResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGeoMoveResponse, this, tagName);
 }
 
+void GeoMoveResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGeoMoveResponse, this, out, tagName);
+}
+
 void GeoMoveResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGeoMoveResponse, this, node);

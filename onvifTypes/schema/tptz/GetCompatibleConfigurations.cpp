@@ -33,6 +33,11 @@ QString GetCompatibleConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetCompatibleConfigurations, this, tagName);
 }
 
+void GetCompatibleConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleConfigurations, this, out, tagName);
+}
+
 void GetCompatibleConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetCompatibleConfigurationsResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetCompatibleConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleConfigurationsResponse, this, node);

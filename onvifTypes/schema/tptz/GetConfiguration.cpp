@@ -33,6 +33,11 @@ QString GetConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetConfiguration, this, tagName);
 }
 
+void GetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetConfiguration, this, out, tagName);
+}
+
 void GetConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfiguration, this, node);

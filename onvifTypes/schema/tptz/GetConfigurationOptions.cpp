@@ -33,6 +33,11 @@ QString GetConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetConfigurationOptions, this, tagName);
 }
 
+void GetConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetConfigurationOptions, this, out, tagName);
+}
+
 void GetConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationOptions, this, node);

@@ -34,6 +34,11 @@ QString GetConfigurationOptionsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetConfigurationOptionsResponse, this, tagName);
 }
 
+void GetConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationOptionsResponse, this, node);

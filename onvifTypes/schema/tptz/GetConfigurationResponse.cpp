@@ -34,6 +34,11 @@ QString GetConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetConfigurationResponse, this, tagName);
 }
 
+void GetConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetConfigurationResponse, this, out, tagName);
+}
+
 void GetConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationResponse, this, node);

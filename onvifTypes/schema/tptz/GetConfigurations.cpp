@@ -23,6 +23,11 @@ QString GetConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetConfigurations, this, tagName);
 }
 
+void GetConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetConfigurations, this, out, tagName);
+}
+
 void GetConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurations, this, node);

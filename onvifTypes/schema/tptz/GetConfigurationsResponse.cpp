@@ -29,6 +29,11 @@ QString GetConfigurationsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetConfigurationsResponse, this, tagName);
 }
 
+void GetConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetConfigurationsResponse, this, out, tagName);
+}
+
 void GetConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationsResponse, this, node);

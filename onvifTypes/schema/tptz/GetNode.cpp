@@ -33,6 +33,11 @@ QString GetNode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNode, this, tagName);
 }
 
+void GetNode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNode, this, out, tagName);
+}
+
 void GetNode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNode, this, node);

@@ -34,6 +34,11 @@ QString GetNodeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNodeResponse, this, tagName);
 }
 
+void GetNodeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNodeResponse, this, out, tagName);
+}
+
 void GetNodeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNodeResponse, this, node);

@@ -23,6 +23,11 @@ QString GetNodes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNodes, this, tagName);
 }
 
+void GetNodes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNodes, this, out, tagName);
+}
+
 void GetNodes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNodes, this, node);

@@ -29,6 +29,11 @@ QString GetNodesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetNodesResponse, this, tagName);
 }
 
+void GetNodesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetNodesResponse, this, out, tagName);
+}
+
 void GetNodesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetNodesResponse, this, node);

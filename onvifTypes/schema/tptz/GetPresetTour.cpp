@@ -35,6 +35,11 @@ QString GetPresetTour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetTour, this, tagName);
 }
 
+void GetPresetTour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetTour, this, out, tagName);
+}
+
 void GetPresetTour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTour, this, node);

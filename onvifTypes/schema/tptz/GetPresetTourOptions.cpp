@@ -35,6 +35,11 @@ QString GetPresetTourOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetTourOptions, this, tagName);
 }
 
+void GetPresetTourOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetTourOptions, this, out, tagName);
+}
+
 void GetPresetTourOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTourOptions, this, node);

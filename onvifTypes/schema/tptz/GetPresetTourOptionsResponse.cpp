@@ -34,6 +34,11 @@ QString GetPresetTourOptionsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetTourOptionsResponse, this, tagName);
 }
 
+void GetPresetTourOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetTourOptionsResponse, this, out, tagName);
+}
+
 void GetPresetTourOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTourOptionsResponse, this, node);

@@ -34,6 +34,11 @@ QString GetPresetTourResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetTourResponse, this, tagName);
 }
 
+void GetPresetTourResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetTourResponse, this, out, tagName);
+}
+
 void GetPresetTourResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTourResponse, this, node);

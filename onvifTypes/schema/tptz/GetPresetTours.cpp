@@ -33,6 +33,11 @@ QString GetPresetTours::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetTours, this, tagName);
 }
 
+void GetPresetTours::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetTours, this, out, tagName);
+}
+
 void GetPresetTours::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTours, this, node);

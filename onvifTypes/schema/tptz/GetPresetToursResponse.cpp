@@ -29,6 +29,11 @@ QString GetPresetToursResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetToursResponse, this, tagName);
 }
 
+void GetPresetToursResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetToursResponse, this, out, tagName);
+}
+
 void GetPresetToursResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetToursResponse, this, node);

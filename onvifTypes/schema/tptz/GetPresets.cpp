@@ -33,6 +33,11 @@ QString GetPresets::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresets, this, tagName);
 }
 
+void GetPresets::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresets, this, out, tagName);
+}
+
 void GetPresets::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresets, this, node);

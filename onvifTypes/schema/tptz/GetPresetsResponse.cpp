@@ -29,6 +29,11 @@ QString GetPresetsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetPresetsResponse, this, tagName);
 }
 
+void GetPresetsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetPresetsResponse, this, out, tagName);
+}
+
 void GetPresetsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetsResponse, this, node);

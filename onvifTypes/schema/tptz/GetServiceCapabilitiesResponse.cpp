@@ -34,6 +34,11 @@ QString GetServiceCapabilitiesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetServiceCapabilitiesResponse, this, tagName);
 }
 
+void GetServiceCapabilitiesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetServiceCapabilitiesResponse, this, out, tagName);
+}
+
 void GetServiceCapabilitiesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetServiceCapabilitiesResponse, this, node);

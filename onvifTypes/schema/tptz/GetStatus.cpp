@@ -33,6 +33,11 @@ QString GetStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStatus, this, tagName);
 }
 
+void GetStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStatus, this, out, tagName);
+}
+
 void GetStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStatus, this, node);

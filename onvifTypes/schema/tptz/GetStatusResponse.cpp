@@ -34,6 +34,11 @@ QString GetStatusResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStatusResponse, this, tagName);
 }
 
+void GetStatusResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStatusResponse, this, out, tagName);
+}
+
 void GetStatusResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStatusResponse, this, node);

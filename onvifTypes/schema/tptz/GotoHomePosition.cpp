@@ -36,6 +36,11 @@ QString GotoHomePosition::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGotoHomePosition, this, tagName);
 }
 
+void GotoHomePosition::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGotoHomePosition, this, out, tagName);
+}
+
 void GotoHomePosition::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGotoHomePosition, this, node);

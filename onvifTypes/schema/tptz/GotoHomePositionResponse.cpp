@@ -23,6 +23,11 @@ QString GotoHomePositionResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGotoHomePositionResponse, this, tagName);
 }
 
+void GotoHomePositionResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGotoHomePositionResponse, this, out, tagName);
+}
+
 void GotoHomePositionResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGotoHomePositionResponse, this, node);

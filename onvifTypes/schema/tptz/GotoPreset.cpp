@@ -38,6 +38,11 @@ QString GotoPreset::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGotoPreset, this, tagName);
 }
 
+void GotoPreset::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGotoPreset, this, out, tagName);
+}
+
 void GotoPreset::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGotoPreset, this, node);

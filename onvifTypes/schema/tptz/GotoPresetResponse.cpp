@@ -23,6 +23,11 @@ QString GotoPresetResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGotoPresetResponse, this, tagName);
 }
 
+void GotoPresetResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGotoPresetResponse, this, out, tagName);
+}
+
 void GotoPresetResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGotoPresetResponse, this, node);

@@ -36,6 +36,11 @@ QString ModifyPresetTour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoModifyPresetTour, this, tagName);
 }
 
+void ModifyPresetTour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoModifyPresetTour, this, out, tagName);
+}
+
 void ModifyPresetTour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoModifyPresetTour, this, node);

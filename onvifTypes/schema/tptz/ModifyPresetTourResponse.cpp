@@ -23,6 +23,11 @@ QString ModifyPresetTourResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoModifyPresetTourResponse, this, tagName);
 }
 
+void ModifyPresetTourResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoModifyPresetTourResponse, this, out, tagName);
+}
+
 void ModifyPresetTourResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoModifyPresetTourResponse, this, node);

@@ -38,6 +38,11 @@ QString OperatePresetTour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOperatePresetTour, this, tagName);
 }
 
+void OperatePresetTour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOperatePresetTour, this, out, tagName);
+}
+
 void OperatePresetTour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOperatePresetTour, this, node);

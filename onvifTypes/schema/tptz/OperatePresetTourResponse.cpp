@@ -23,6 +23,11 @@ QString OperatePresetTourResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOperatePresetTourResponse, this, tagName);
 }
 
+void OperatePresetTourResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOperatePresetTourResponse, this, out, tagName);
+}
+
 void OperatePresetTourResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOperatePresetTourResponse, this, node);

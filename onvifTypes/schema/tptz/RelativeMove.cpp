@@ -39,6 +39,11 @@ QString RelativeMove::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelativeMove, this, tagName);
 }
 
+void RelativeMove::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRelativeMove, this, out, tagName);
+}
+
 void RelativeMove::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeMove, this, node);

@@ -23,6 +23,11 @@ QString RelativeMoveResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelativeMoveResponse, this, tagName);
 }
 
+void RelativeMoveResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRelativeMoveResponse, this, out, tagName);
+}
+
 void RelativeMoveResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeMoveResponse, this, node);

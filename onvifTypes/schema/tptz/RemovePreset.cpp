@@ -35,6 +35,11 @@ QString RemovePreset::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemovePreset, this, tagName);
 }
 
+void RemovePreset::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemovePreset, this, out, tagName);
+}
+
 void RemovePreset::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePreset, this, node);

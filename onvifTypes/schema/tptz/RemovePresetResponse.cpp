@@ -23,6 +23,11 @@ QString RemovePresetResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemovePresetResponse, this, tagName);
 }
 
+void RemovePresetResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemovePresetResponse, this, out, tagName);
+}
+
 void RemovePresetResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePresetResponse, this, node);

@@ -35,6 +35,11 @@ QString RemovePresetTour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemovePresetTour, this, tagName);
 }
 
+void RemovePresetTour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemovePresetTour, this, out, tagName);
+}
+
 void RemovePresetTour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePresetTour, this, node);

@@ -23,6 +23,11 @@ QString RemovePresetTourResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemovePresetTourResponse, this, tagName);
 }
 
+void RemovePresetTourResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemovePresetTourResponse, this, out, tagName);
+}
+
 void RemovePresetTourResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePresetTourResponse, this, node);

@@ -35,6 +35,11 @@ QString SendAuxiliaryCommand::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSendAuxiliaryCommand, this, tagName);
 }
 
+void SendAuxiliaryCommand::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSendAuxiliaryCommand, this, out, tagName);
+}
+
 void SendAuxiliaryCommand::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSendAuxiliaryCommand, this, node);

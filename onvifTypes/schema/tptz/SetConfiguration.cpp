@@ -36,6 +36,11 @@ QString SetConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetConfiguration, this, tagName);
 }
 
+void SetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetConfiguration, this, out, tagName);
+}
+
 void SetConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetConfiguration, this, node);

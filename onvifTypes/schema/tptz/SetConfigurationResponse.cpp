@@ -23,6 +23,11 @@ QString SetConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetConfigurationResponse, this, tagName);
 }
 
+void SetConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetConfigurationResponse, this, out, tagName);
+}
+
 void SetConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetConfigurationResponse, this, node);

@@ -33,6 +33,11 @@ QString SetHomePosition::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetHomePosition, this, tagName);
 }
 
+void SetHomePosition::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetHomePosition, this, out, tagName);
+}
+
 void SetHomePosition::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetHomePosition, this, node);

@@ -23,6 +23,11 @@ QString SetHomePositionResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetHomePositionResponse, this, tagName);
 }
 
+void SetHomePositionResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetHomePositionResponse, this, out, tagName);
+}
+
 void SetHomePositionResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetHomePositionResponse, this, node);

@@ -37,6 +37,11 @@ QString SetPreset::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetPreset, this, tagName);
 }
 
+void SetPreset::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetPreset, this, out, tagName);
+}
+
 void SetPreset::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetPreset, this, node);

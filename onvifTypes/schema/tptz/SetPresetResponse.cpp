@@ -33,6 +33,11 @@ QString SetPresetResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetPresetResponse, this, tagName);
 }
 
+void SetPresetResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetPresetResponse, this, out, tagName);
+}
+
 void SetPresetResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetPresetResponse, this, node);

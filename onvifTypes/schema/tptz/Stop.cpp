@@ -37,6 +37,11 @@ QString Stop::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStop, this, tagName);
 }
 
+void Stop::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStop, this, out, tagName);
+}
+
 void Stop::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStop, this, node);

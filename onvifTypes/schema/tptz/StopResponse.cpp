@@ -23,6 +23,11 @@ QString StopResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStopResponse, this, tagName);
 }
 
+void StopResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStopResponse, this, out, tagName);
+}
+
 void StopResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStopResponse, this, node);

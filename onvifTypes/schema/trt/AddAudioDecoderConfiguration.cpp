@@ -35,6 +35,11 @@ QString AddAudioDecoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddAudioDecoderConfiguration, this, tagName);
 }
 
+void AddAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioDecoderConfiguration, this, out, tagName);
+}
+
 void AddAudioDecoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioDecoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString AddAudioDecoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoAddAudioDecoderConfigurationResponse, this, tagName);
 }
 
+void AddAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioDecoderConfigurationResponse, this, out, tagName);
+}
+
 void AddAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioDecoderConfigurationResponse, this, node);

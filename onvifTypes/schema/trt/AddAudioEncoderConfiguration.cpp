@@ -35,6 +35,11 @@ QString AddAudioEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddAudioEncoderConfiguration, this, tagName);
 }
 
+void AddAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioEncoderConfiguration, this, out, tagName);
+}
+
 void AddAudioEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioEncoderConfiguration, this, node);

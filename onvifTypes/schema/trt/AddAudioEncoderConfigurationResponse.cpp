@@ -23,6 +23,11 @@ QString AddAudioEncoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoAddAudioEncoderConfigurationResponse, this, tagName);
 }
 
+void AddAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioEncoderConfigurationResponse, this, out, tagName);
+}
+
 void AddAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioEncoderConfigurationResponse, this, node);

@@ -35,6 +35,11 @@ QString AddAudioOutputConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddAudioOutputConfiguration, this, tagName);
 }
 
+void AddAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioOutputConfiguration, this, out, tagName);
+}
+
 void AddAudioOutputConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioOutputConfiguration, this, node);

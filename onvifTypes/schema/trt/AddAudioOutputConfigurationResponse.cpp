@@ -23,6 +23,11 @@ QString AddAudioOutputConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoAddAudioOutputConfigurationResponse, this, tagName);
 }
 
+void AddAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioOutputConfigurationResponse, this, out, tagName);
+}
+
 void AddAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioOutputConfigurationResponse, this, node);

@@ -35,6 +35,11 @@ QString AddAudioSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddAudioSourceConfiguration, this, tagName);
 }
 
+void AddAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioSourceConfiguration, this, out, tagName);
+}
+
 void AddAudioSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioSourceConfiguration, this, node);

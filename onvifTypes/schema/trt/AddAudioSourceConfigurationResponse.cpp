@@ -23,6 +23,11 @@ QString AddAudioSourceConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoAddAudioSourceConfigurationResponse, this, tagName);
 }
 
+void AddAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddAudioSourceConfigurationResponse, this, out, tagName);
+}
+
 void AddAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioSourceConfigurationResponse, this, node);

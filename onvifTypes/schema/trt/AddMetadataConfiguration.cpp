@@ -35,6 +35,11 @@ QString AddMetadataConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddMetadataConfiguration, this, tagName);
 }
 
+void AddMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddMetadataConfiguration, this, out, tagName);
+}
+
 void AddMetadataConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddMetadataConfiguration, this, node);

@@ -23,6 +23,11 @@ QString AddMetadataConfigurationResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoAddMetadataConfigurationResponse, this, tagName);
 }
 
+void AddMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddMetadataConfigurationResponse, this, out, tagName);
+}
+
 void AddMetadataConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddMetadataConfigurationResponse, this, node);

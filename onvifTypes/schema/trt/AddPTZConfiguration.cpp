@@ -35,6 +35,11 @@ QString AddPTZConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddPTZConfiguration, this, tagName);
 }
 
+void AddPTZConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddPTZConfiguration, this, out, tagName);
+}
+
 void AddPTZConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddPTZConfiguration, this, node);

@@ -23,6 +23,11 @@ QString AddPTZConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddPTZConfigurationResponse, this, tagName);
 }
 
+void AddPTZConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddPTZConfigurationResponse, this, out, tagName);
+}
+
 void AddPTZConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddPTZConfigurationResponse, this, node);

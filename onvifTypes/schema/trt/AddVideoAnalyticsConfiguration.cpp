@@ -35,6 +35,11 @@ QString AddVideoAnalyticsConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddVideoAnalyticsConfiguration, this, tagName);
 }
 
+void AddVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddVideoAnalyticsConfiguration, this, out, tagName);
+}
+
 void AddVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoAnalyticsConfiguration, this, node);

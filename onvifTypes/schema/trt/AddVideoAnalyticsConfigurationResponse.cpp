@@ -23,6 +23,11 @@ QString AddVideoAnalyticsConfigurationResponse::serialize(const QString& tagName
     return ComplexType::serialize(infoAddVideoAnalyticsConfigurationResponse, this, tagName);
 }
 
+void AddVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddVideoAnalyticsConfigurationResponse, this, out, tagName);
+}
+
 void AddVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoAnalyticsConfigurationResponse, this, node);

@@ -35,6 +35,11 @@ QString AddVideoEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddVideoEncoderConfiguration, this, tagName);
 }
 
+void AddVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddVideoEncoderConfiguration, this, out, tagName);
+}
+
 void AddVideoEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoEncoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString AddVideoEncoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoAddVideoEncoderConfigurationResponse, this, tagName);
 }
 
+void AddVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddVideoEncoderConfigurationResponse, this, out, tagName);
+}
+
 void AddVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoEncoderConfigurationResponse, this, node);

@@ -35,6 +35,11 @@ QString AddVideoSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAddVideoSourceConfiguration, this, tagName);
 }
 
+void AddVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddVideoSourceConfiguration, this, out, tagName);
+}
+
 void AddVideoSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoSourceConfiguration, this, node);

@@ -23,6 +23,11 @@ QString AddVideoSourceConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoAddVideoSourceConfigurationResponse, this, tagName);
 }
 
+void AddVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAddVideoSourceConfigurationResponse, this, out, tagName);
+}
+
 void AddVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoSourceConfigurationResponse, this, node);

@@ -34,6 +34,11 @@ QString CreateOSD::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateOSD, this, tagName);
 }
 
+void CreateOSD::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateOSD, this, out, tagName);
+}
+
 void CreateOSD::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateOSD, this, node);

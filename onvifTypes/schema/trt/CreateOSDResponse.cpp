@@ -33,6 +33,11 @@ QString CreateOSDResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateOSDResponse, this, tagName);
 }
 
+void CreateOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateOSDResponse, this, out, tagName);
+}
+
 void CreateOSDResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateOSDResponse, this, node);

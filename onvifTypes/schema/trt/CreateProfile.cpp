@@ -35,6 +35,11 @@ QString CreateProfile::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateProfile, this, tagName);
 }
 
+void CreateProfile::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateProfile, this, out, tagName);
+}
+
 void CreateProfile::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateProfile, this, node);

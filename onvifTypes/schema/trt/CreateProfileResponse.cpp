@@ -34,6 +34,11 @@ QString CreateProfileResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCreateProfileResponse, this, tagName);
 }
 
+void CreateProfileResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCreateProfileResponse, this, out, tagName);
+}
+
 void CreateProfileResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCreateProfileResponse, this, node);

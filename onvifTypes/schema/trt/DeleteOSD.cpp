@@ -33,6 +33,11 @@ QString DeleteOSD::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteOSD, this, tagName);
 }
 
+void DeleteOSD::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteOSD, this, out, tagName);
+}
+
 void DeleteOSD::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteOSD, this, node);

@@ -23,6 +23,11 @@ QString DeleteOSDResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteOSDResponse, this, tagName);
 }
 
+void DeleteOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteOSDResponse, this, out, tagName);
+}
+
 void DeleteOSDResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteOSDResponse, this, node);

@@ -33,6 +33,11 @@ QString DeleteProfile::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteProfile, this, tagName);
 }
 
+void DeleteProfile::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteProfile, this, out, tagName);
+}
+
 void DeleteProfile::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteProfile, this, node);

@@ -23,6 +23,11 @@ QString DeleteProfileResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeleteProfileResponse, this, tagName);
 }
 
+void DeleteProfileResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeleteProfileResponse, this, out, tagName);
+}
+
 void DeleteProfileResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteProfileResponse, this, node);

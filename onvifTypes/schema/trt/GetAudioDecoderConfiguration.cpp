@@ -33,6 +33,11 @@ QString GetAudioDecoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioDecoderConfiguration, this, tagName);
 }
 
+void GetAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioDecoderConfiguration, this, out, tagName);
+}
+
 void GetAudioDecoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfiguration, this, node);

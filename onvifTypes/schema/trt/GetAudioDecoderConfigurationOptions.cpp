@@ -30,6 +30,11 @@ QString GetAudioDecoderConfigurationOptions::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetAudioDecoderConfigurationOptions, this, tagName);
 }
 
+void GetAudioDecoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioDecoderConfigurationOptions, this, out, tagName);
+}
+
 void GetAudioDecoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationOptions, this, node);

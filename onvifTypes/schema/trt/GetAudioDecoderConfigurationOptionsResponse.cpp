@@ -34,6 +34,11 @@ QString GetAudioDecoderConfigurationOptionsResponse::serialize(const QString& ta
     return ComplexType::serialize(infoGetAudioDecoderConfigurationOptionsResponse, this, tagName);
 }
 
+void GetAudioDecoderConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioDecoderConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetAudioDecoderConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationOptionsResponse, this, node);

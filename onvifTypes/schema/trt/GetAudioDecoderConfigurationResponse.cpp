@@ -34,6 +34,11 @@ QString GetAudioDecoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoGetAudioDecoderConfigurationResponse, this, tagName);
 }
 
+void GetAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioDecoderConfigurationResponse, this, out, tagName);
+}
+
 void GetAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationResponse, this, node);

@@ -23,6 +23,11 @@ QString GetAudioDecoderConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioDecoderConfigurations, this, tagName);
 }
 
+void GetAudioDecoderConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioDecoderConfigurations, this, out, tagName);
+}
+
 void GetAudioDecoderConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetAudioDecoderConfigurationsResponse::serialize(const QString& tagName)
     return ComplexType::serialize(infoGetAudioDecoderConfigurationsResponse, this, tagName);
 }
 
+void GetAudioDecoderConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioDecoderConfigurationsResponse, this, out, tagName);
+}
+
 void GetAudioDecoderConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationsResponse, this, node);

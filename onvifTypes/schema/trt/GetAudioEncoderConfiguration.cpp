@@ -33,6 +33,11 @@ QString GetAudioEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioEncoderConfiguration, this, tagName);
 }
 
+void GetAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioEncoderConfiguration, this, out, tagName);
+}
+
 void GetAudioEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfiguration, this, node);

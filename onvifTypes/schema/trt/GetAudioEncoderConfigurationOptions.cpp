@@ -30,6 +30,11 @@ QString GetAudioEncoderConfigurationOptions::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetAudioEncoderConfigurationOptions, this, tagName);
 }
 
+void GetAudioEncoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioEncoderConfigurationOptions, this, out, tagName);
+}
+
 void GetAudioEncoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationOptions, this, node);

@@ -34,6 +34,11 @@ QString GetAudioEncoderConfigurationOptionsResponse::serialize(const QString& ta
     return ComplexType::serialize(infoGetAudioEncoderConfigurationOptionsResponse, this, tagName);
 }
 
+void GetAudioEncoderConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioEncoderConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetAudioEncoderConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationOptionsResponse, this, node);

@@ -34,6 +34,11 @@ QString GetAudioEncoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoGetAudioEncoderConfigurationResponse, this, tagName);
 }
 
+void GetAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioEncoderConfigurationResponse, this, out, tagName);
+}
+
 void GetAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationResponse, this, node);

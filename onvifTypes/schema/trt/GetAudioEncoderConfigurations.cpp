@@ -23,6 +23,11 @@ QString GetAudioEncoderConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioEncoderConfigurations, this, tagName);
 }
 
+void GetAudioEncoderConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioEncoderConfigurations, this, out, tagName);
+}
+
 void GetAudioEncoderConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetAudioEncoderConfigurationsResponse::serialize(const QString& tagName)
     return ComplexType::serialize(infoGetAudioEncoderConfigurationsResponse, this, tagName);
 }
 
+void GetAudioEncoderConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioEncoderConfigurationsResponse, this, out, tagName);
+}
+
 void GetAudioEncoderConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationsResponse, this, node);

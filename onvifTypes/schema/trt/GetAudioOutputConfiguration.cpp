@@ -33,6 +33,11 @@ QString GetAudioOutputConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioOutputConfiguration, this, tagName);
 }
 
+void GetAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputConfiguration, this, out, tagName);
+}
+
 void GetAudioOutputConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfiguration, this, node);

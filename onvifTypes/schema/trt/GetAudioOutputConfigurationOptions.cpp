@@ -30,6 +30,11 @@ QString GetAudioOutputConfigurationOptions::serialize(const QString& tagName) co
     return ComplexType::serialize(infoGetAudioOutputConfigurationOptions, this, tagName);
 }
 
+void GetAudioOutputConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputConfigurationOptions, this, out, tagName);
+}
+
 void GetAudioOutputConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationOptions, this, node);

@@ -34,6 +34,11 @@ QString GetAudioOutputConfigurationOptionsResponse::serialize(const QString& tag
     return ComplexType::serialize(infoGetAudioOutputConfigurationOptionsResponse, this, tagName);
 }
 
+void GetAudioOutputConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetAudioOutputConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationOptionsResponse, this, node);

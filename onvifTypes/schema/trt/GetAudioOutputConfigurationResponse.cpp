@@ -34,6 +34,11 @@ QString GetAudioOutputConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetAudioOutputConfigurationResponse, this, tagName);
 }
 
+void GetAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputConfigurationResponse, this, out, tagName);
+}
+
 void GetAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationResponse, this, node);

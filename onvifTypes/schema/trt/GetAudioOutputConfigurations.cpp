@@ -23,6 +23,11 @@ QString GetAudioOutputConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioOutputConfigurations, this, tagName);
 }
 
+void GetAudioOutputConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputConfigurations, this, out, tagName);
+}
+
 void GetAudioOutputConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurations, this, node);

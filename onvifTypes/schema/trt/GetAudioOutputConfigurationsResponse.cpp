@@ -29,6 +29,11 @@ QString GetAudioOutputConfigurationsResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoGetAudioOutputConfigurationsResponse, this, tagName);
 }
 
+void GetAudioOutputConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputConfigurationsResponse, this, out, tagName);
+}
+
 void GetAudioOutputConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationsResponse, this, node);

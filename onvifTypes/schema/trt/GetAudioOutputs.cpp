@@ -23,6 +23,11 @@ QString GetAudioOutputs::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioOutputs, this, tagName);
 }
 
+void GetAudioOutputs::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputs, this, out, tagName);
+}
+
 void GetAudioOutputs::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputs, this, node);

@@ -29,6 +29,11 @@ QString GetAudioOutputsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioOutputsResponse, this, tagName);
 }
 
+void GetAudioOutputsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioOutputsResponse, this, out, tagName);
+}
+
 void GetAudioOutputsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputsResponse, this, node);

@@ -33,6 +33,11 @@ QString GetAudioSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioSourceConfiguration, this, tagName);
 }
 
+void GetAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourceConfiguration, this, out, tagName);
+}
+
 void GetAudioSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfiguration, this, node);

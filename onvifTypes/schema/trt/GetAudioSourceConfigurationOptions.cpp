@@ -30,6 +30,11 @@ QString GetAudioSourceConfigurationOptions::serialize(const QString& tagName) co
     return ComplexType::serialize(infoGetAudioSourceConfigurationOptions, this, tagName);
 }
 
+void GetAudioSourceConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourceConfigurationOptions, this, out, tagName);
+}
+
 void GetAudioSourceConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationOptions, this, node);

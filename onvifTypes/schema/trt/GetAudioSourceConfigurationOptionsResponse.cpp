@@ -34,6 +34,11 @@ QString GetAudioSourceConfigurationOptionsResponse::serialize(const QString& tag
     return ComplexType::serialize(infoGetAudioSourceConfigurationOptionsResponse, this, tagName);
 }
 
+void GetAudioSourceConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourceConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetAudioSourceConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationOptionsResponse, this, node);

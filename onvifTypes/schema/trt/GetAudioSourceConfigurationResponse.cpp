@@ -34,6 +34,11 @@ QString GetAudioSourceConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetAudioSourceConfigurationResponse, this, tagName);
 }
 
+void GetAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourceConfigurationResponse, this, out, tagName);
+}
+
 void GetAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationResponse, this, node);

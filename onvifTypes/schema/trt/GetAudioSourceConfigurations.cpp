@@ -23,6 +23,11 @@ QString GetAudioSourceConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioSourceConfigurations, this, tagName);
 }
 
+void GetAudioSourceConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourceConfigurations, this, out, tagName);
+}
+
 void GetAudioSourceConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurations, this, node);

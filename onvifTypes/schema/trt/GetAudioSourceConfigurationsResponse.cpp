@@ -29,6 +29,11 @@ QString GetAudioSourceConfigurationsResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoGetAudioSourceConfigurationsResponse, this, tagName);
 }
 
+void GetAudioSourceConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourceConfigurationsResponse, this, out, tagName);
+}
+
 void GetAudioSourceConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationsResponse, this, node);

@@ -23,6 +23,11 @@ QString GetAudioSources::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioSources, this, tagName);
 }
 
+void GetAudioSources::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSources, this, out, tagName);
+}
+
 void GetAudioSources::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSources, this, node);

@@ -15,6 +15,7 @@ public:
     QString unmatchedAttributes;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

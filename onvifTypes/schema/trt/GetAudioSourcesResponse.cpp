@@ -29,6 +29,11 @@ QString GetAudioSourcesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetAudioSourcesResponse, this, tagName);
 }
 
+void GetAudioSourcesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetAudioSourcesResponse, this, out, tagName);
+}
+
 void GetAudioSourcesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourcesResponse, this, node);

@@ -33,6 +33,11 @@ QString GetCompatibleAudioDecoderConfigurations::serialize(const QString& tagNam
     return ComplexType::serialize(infoGetCompatibleAudioDecoderConfigurations, this, tagName);
 }
 
+void GetCompatibleAudioDecoderConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioDecoderConfigurations, this, out, tagName);
+}
+
 void GetCompatibleAudioDecoderConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioDecoderConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetCompatibleAudioDecoderConfigurationsResponse::serialize(const QString
     return ComplexType::serialize(infoGetCompatibleAudioDecoderConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleAudioDecoderConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioDecoderConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleAudioDecoderConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioDecoderConfigurationsResponse, this, node);

@@ -18,6 +18,7 @@ public:
     QSharedPointer<QVector<tt::AudioDecoderConfiguration>> Configurations;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

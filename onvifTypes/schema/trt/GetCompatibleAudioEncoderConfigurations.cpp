@@ -33,6 +33,11 @@ QString GetCompatibleAudioEncoderConfigurations::serialize(const QString& tagNam
     return ComplexType::serialize(infoGetCompatibleAudioEncoderConfigurations, this, tagName);
 }
 
+void GetCompatibleAudioEncoderConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioEncoderConfigurations, this, out, tagName);
+}
+
 void GetCompatibleAudioEncoderConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioEncoderConfigurations, this, node);

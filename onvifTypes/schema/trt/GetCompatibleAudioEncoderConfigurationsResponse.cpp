@@ -29,6 +29,11 @@ QString GetCompatibleAudioEncoderConfigurationsResponse::serialize(const QString
     return ComplexType::serialize(infoGetCompatibleAudioEncoderConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleAudioEncoderConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioEncoderConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleAudioEncoderConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioEncoderConfigurationsResponse, this, node);

@@ -33,6 +33,11 @@ QString GetCompatibleAudioOutputConfigurations::serialize(const QString& tagName
     return ComplexType::serialize(infoGetCompatibleAudioOutputConfigurations, this, tagName);
 }
 
+void GetCompatibleAudioOutputConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioOutputConfigurations, this, out, tagName);
+}
+
 void GetCompatibleAudioOutputConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioOutputConfigurations, this, node);

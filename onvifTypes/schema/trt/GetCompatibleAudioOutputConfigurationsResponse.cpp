@@ -29,6 +29,11 @@ QString GetCompatibleAudioOutputConfigurationsResponse::serialize(const QString&
     return ComplexType::serialize(infoGetCompatibleAudioOutputConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleAudioOutputConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioOutputConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleAudioOutputConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioOutputConfigurationsResponse, this, node);

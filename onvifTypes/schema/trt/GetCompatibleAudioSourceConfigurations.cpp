@@ -33,6 +33,11 @@ QString GetCompatibleAudioSourceConfigurations::serialize(const QString& tagName
     return ComplexType::serialize(infoGetCompatibleAudioSourceConfigurations, this, tagName);
 }
 
+void GetCompatibleAudioSourceConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioSourceConfigurations, this, out, tagName);
+}
+
 void GetCompatibleAudioSourceConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioSourceConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetCompatibleAudioSourceConfigurationsResponse::serialize(const QString&
     return ComplexType::serialize(infoGetCompatibleAudioSourceConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleAudioSourceConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleAudioSourceConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleAudioSourceConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioSourceConfigurationsResponse, this, node);

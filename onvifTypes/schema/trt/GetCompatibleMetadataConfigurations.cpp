@@ -33,6 +33,11 @@ QString GetCompatibleMetadataConfigurations::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetCompatibleMetadataConfigurations, this, tagName);
 }
 
+void GetCompatibleMetadataConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleMetadataConfigurations, this, out, tagName);
+}
+
 void GetCompatibleMetadataConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleMetadataConfigurations, this, node);

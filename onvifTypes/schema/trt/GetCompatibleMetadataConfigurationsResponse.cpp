@@ -29,6 +29,11 @@ QString GetCompatibleMetadataConfigurationsResponse::serialize(const QString& ta
     return ComplexType::serialize(infoGetCompatibleMetadataConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleMetadataConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleMetadataConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleMetadataConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleMetadataConfigurationsResponse, this, node);

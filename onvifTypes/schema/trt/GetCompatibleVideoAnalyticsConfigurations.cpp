@@ -33,6 +33,11 @@ QString GetCompatibleVideoAnalyticsConfigurations::serialize(const QString& tagN
     return ComplexType::serialize(infoGetCompatibleVideoAnalyticsConfigurations, this, tagName);
 }
 
+void GetCompatibleVideoAnalyticsConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleVideoAnalyticsConfigurations, this, out, tagName);
+}
+
 void GetCompatibleVideoAnalyticsConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoAnalyticsConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetCompatibleVideoAnalyticsConfigurationsResponse::serialize(const QStri
     return ComplexType::serialize(infoGetCompatibleVideoAnalyticsConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleVideoAnalyticsConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleVideoAnalyticsConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleVideoAnalyticsConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoAnalyticsConfigurationsResponse, this, node);

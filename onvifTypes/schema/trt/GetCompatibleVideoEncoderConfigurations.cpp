@@ -33,6 +33,11 @@ QString GetCompatibleVideoEncoderConfigurations::serialize(const QString& tagNam
     return ComplexType::serialize(infoGetCompatibleVideoEncoderConfigurations, this, tagName);
 }
 
+void GetCompatibleVideoEncoderConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleVideoEncoderConfigurations, this, out, tagName);
+}
+
 void GetCompatibleVideoEncoderConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoEncoderConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetCompatibleVideoEncoderConfigurationsResponse::serialize(const QString
     return ComplexType::serialize(infoGetCompatibleVideoEncoderConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleVideoEncoderConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleVideoEncoderConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleVideoEncoderConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoEncoderConfigurationsResponse, this, node);

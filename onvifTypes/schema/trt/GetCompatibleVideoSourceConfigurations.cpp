@@ -33,6 +33,11 @@ QString GetCompatibleVideoSourceConfigurations::serialize(const QString& tagName
     return ComplexType::serialize(infoGetCompatibleVideoSourceConfigurations, this, tagName);
 }
 
+void GetCompatibleVideoSourceConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleVideoSourceConfigurations, this, out, tagName);
+}
+
 void GetCompatibleVideoSourceConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoSourceConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetCompatibleVideoSourceConfigurationsResponse::serialize(const QString&
     return ComplexType::serialize(infoGetCompatibleVideoSourceConfigurationsResponse, this, tagName);
 }
 
+void GetCompatibleVideoSourceConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetCompatibleVideoSourceConfigurationsResponse, this, out, tagName);
+}
+
 void GetCompatibleVideoSourceConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoSourceConfigurationsResponse, this, node);

@@ -33,6 +33,11 @@ QString GetGuaranteedNumberOfVideoEncoderInstances::serialize(const QString& tag
     return ComplexType::serialize(infoGetGuaranteedNumberOfVideoEncoderInstances, this, tagName);
 }
 
+void GetGuaranteedNumberOfVideoEncoderInstances::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetGuaranteedNumberOfVideoEncoderInstances, this, out, tagName);
+}
+
 void GetGuaranteedNumberOfVideoEncoderInstances::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetGuaranteedNumberOfVideoEncoderInstances, this, node);

@@ -39,6 +39,11 @@ QString GetGuaranteedNumberOfVideoEncoderInstancesResponse::serialize(const QStr
     return ComplexType::serialize(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this, tagName);
 }
 
+void GetGuaranteedNumberOfVideoEncoderInstancesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this, out, tagName);
+}
+
 void GetGuaranteedNumberOfVideoEncoderInstancesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this, node);

@@ -33,6 +33,11 @@ QString GetMetadataConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetMetadataConfiguration, this, tagName);
 }
 
+void GetMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetMetadataConfiguration, this, out, tagName);
+}
+
 void GetMetadataConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfiguration, this, node);

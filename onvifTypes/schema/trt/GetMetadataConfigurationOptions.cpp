@@ -30,6 +30,11 @@ QString GetMetadataConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetMetadataConfigurationOptions, this, tagName);
 }
 
+void GetMetadataConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetMetadataConfigurationOptions, this, out, tagName);
+}
+
 void GetMetadataConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationOptions, this, node);

@@ -34,6 +34,11 @@ QString GetMetadataConfigurationOptionsResponse::serialize(const QString& tagNam
     return ComplexType::serialize(infoGetMetadataConfigurationOptionsResponse, this, tagName);
 }
 
+void GetMetadataConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetMetadataConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetMetadataConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationOptionsResponse, this, node);

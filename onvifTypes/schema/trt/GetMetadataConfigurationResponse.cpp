@@ -34,6 +34,11 @@ QString GetMetadataConfigurationResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoGetMetadataConfigurationResponse, this, tagName);
 }
 
+void GetMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetMetadataConfigurationResponse, this, out, tagName);
+}
+
 void GetMetadataConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationResponse, this, node);

@@ -23,6 +23,11 @@ QString GetMetadataConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetMetadataConfigurations, this, tagName);
 }
 
+void GetMetadataConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetMetadataConfigurations, this, out, tagName);
+}
+
 void GetMetadataConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurations, this, node);

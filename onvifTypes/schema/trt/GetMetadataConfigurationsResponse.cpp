@@ -29,6 +29,11 @@ QString GetMetadataConfigurationsResponse::serialize(const QString& tagName) con
     return ComplexType::serialize(infoGetMetadataConfigurationsResponse, this, tagName);
 }
 
+void GetMetadataConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetMetadataConfigurationsResponse, this, out, tagName);
+}
+
 void GetMetadataConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationsResponse, this, node);

@@ -33,6 +33,11 @@ QString GetOSD::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetOSD, this, tagName);
 }
 
+void GetOSD::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetOSD, this, out, tagName);
+}
+
 void GetOSD::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSD, this, node);

@@ -33,6 +33,11 @@ QString GetOSDOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetOSDOptions, this, tagName);
 }
 
+void GetOSDOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetOSDOptions, this, out, tagName);
+}
+
 void GetOSDOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDOptions, this, node);

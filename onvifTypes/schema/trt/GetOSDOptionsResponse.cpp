@@ -34,6 +34,11 @@ QString GetOSDOptionsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetOSDOptionsResponse, this, tagName);
 }
 
+void GetOSDOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetOSDOptionsResponse, this, out, tagName);
+}
+
 void GetOSDOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDOptionsResponse, this, node);

@@ -34,6 +34,11 @@ QString GetOSDResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetOSDResponse, this, tagName);
 }
 
+void GetOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetOSDResponse, this, out, tagName);
+}
+
 void GetOSDResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDResponse, this, node);

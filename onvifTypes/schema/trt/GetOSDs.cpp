@@ -28,6 +28,11 @@ QString GetOSDs::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetOSDs, this, tagName);
 }
 
+void GetOSDs::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetOSDs, this, out, tagName);
+}
+
 void GetOSDs::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDs, this, node);

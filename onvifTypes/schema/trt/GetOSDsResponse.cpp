@@ -29,6 +29,11 @@ QString GetOSDsResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetOSDsResponse, this, tagName);
 }
 
+void GetOSDsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetOSDsResponse, this, out, tagName);
+}
+
 void GetOSDsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDsResponse, this, node);

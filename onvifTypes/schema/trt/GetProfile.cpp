@@ -33,6 +33,11 @@ QString GetProfile::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetProfile, this, tagName);
 }
 
+void GetProfile::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetProfile, this, out, tagName);
+}
+
 void GetProfile::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfile, this, node);

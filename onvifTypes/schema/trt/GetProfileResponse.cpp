@@ -34,6 +34,11 @@ QString GetProfileResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetProfileResponse, this, tagName);
 }
 
+void GetProfileResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetProfileResponse, this, out, tagName);
+}
+
 void GetProfileResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfileResponse, this, node);

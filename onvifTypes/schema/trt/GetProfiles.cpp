@@ -23,6 +23,11 @@ QString GetProfiles::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetProfiles, this, tagName);
 }
 
+void GetProfiles::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetProfiles, this, out, tagName);
+}
+
 void GetProfiles::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfiles, this, node);

@@ -29,6 +29,11 @@ QString GetProfilesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetProfilesResponse, this, tagName);
 }
 
+void GetProfilesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetProfilesResponse, this, out, tagName);
+}
+
 void GetProfilesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfilesResponse, this, node);

@@ -23,6 +23,11 @@ QString GetServiceCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetServiceCapabilities, this, tagName);
 }
 
+void GetServiceCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetServiceCapabilities, this, out, tagName);
+}
+
 void GetServiceCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetServiceCapabilities, this, node);

@@ -33,6 +33,11 @@ QString GetSnapshotUri::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSnapshotUri, this, tagName);
 }
 
+void GetSnapshotUri::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSnapshotUri, this, out, tagName);
+}
+
 void GetSnapshotUri::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSnapshotUri, this, node);

@@ -34,6 +34,11 @@ QString GetSnapshotUriResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetSnapshotUriResponse, this, tagName);
 }
 
+void GetSnapshotUriResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetSnapshotUriResponse, this, out, tagName);
+}
+
 void GetSnapshotUriResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetSnapshotUriResponse, this, node);

@@ -36,6 +36,11 @@ QString GetStreamUri::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStreamUri, this, tagName);
 }
 
+void GetStreamUri::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStreamUri, this, out, tagName);
+}
+
 void GetStreamUri::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStreamUri, this, node);

@@ -34,6 +34,11 @@ QString GetStreamUriResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetStreamUriResponse, this, tagName);
 }
 
+void GetStreamUriResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetStreamUriResponse, this, out, tagName);
+}
+
 void GetStreamUriResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetStreamUriResponse, this, node);

@@ -33,6 +33,11 @@ QString GetVideoAnalyticsConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoAnalyticsConfiguration, this, tagName);
 }
 
+void GetVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoAnalyticsConfiguration, this, out, tagName);
+}
+
 void GetVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfiguration, this, node);

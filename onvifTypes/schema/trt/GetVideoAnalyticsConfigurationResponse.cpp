@@ -34,6 +34,11 @@ QString GetVideoAnalyticsConfigurationResponse::serialize(const QString& tagName
     return ComplexType::serialize(infoGetVideoAnalyticsConfigurationResponse, this, tagName);
 }
 
+void GetVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoAnalyticsConfigurationResponse, this, out, tagName);
+}
+
 void GetVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfigurationResponse, this, node);

@@ -23,6 +23,11 @@ QString GetVideoAnalyticsConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoAnalyticsConfigurations, this, tagName);
 }
 
+void GetVideoAnalyticsConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoAnalyticsConfigurations, this, out, tagName);
+}
+
 void GetVideoAnalyticsConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfigurations, this, node);

@@ -29,6 +29,11 @@ QString GetVideoAnalyticsConfigurationsResponse::serialize(const QString& tagNam
     return ComplexType::serialize(infoGetVideoAnalyticsConfigurationsResponse, this, tagName);
 }
 
+void GetVideoAnalyticsConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoAnalyticsConfigurationsResponse, this, out, tagName);
+}
+
 void GetVideoAnalyticsConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfigurationsResponse, this, node);

@@ -33,6 +33,11 @@ QString GetVideoEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoEncoderConfiguration, this, tagName);
 }
 
+void GetVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoEncoderConfiguration, this, out, tagName);
+}
+
 void GetVideoEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfiguration, this, node);

@@ -30,6 +30,11 @@ QString GetVideoEncoderConfigurationOptions::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetVideoEncoderConfigurationOptions, this, tagName);
 }
 
+void GetVideoEncoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoEncoderConfigurationOptions, this, out, tagName);
+}
+
 void GetVideoEncoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationOptions, this, node);

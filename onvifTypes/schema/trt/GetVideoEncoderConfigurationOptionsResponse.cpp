@@ -34,6 +34,11 @@ QString GetVideoEncoderConfigurationOptionsResponse::serialize(const QString& ta
     return ComplexType::serialize(infoGetVideoEncoderConfigurationOptionsResponse, this, tagName);
 }
 
+void GetVideoEncoderConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoEncoderConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetVideoEncoderConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationOptionsResponse, this, node);

@@ -34,6 +34,11 @@ QString GetVideoEncoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoGetVideoEncoderConfigurationResponse, this, tagName);
 }
 
+void GetVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoEncoderConfigurationResponse, this, out, tagName);
+}
+
 void GetVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationResponse, this, node);

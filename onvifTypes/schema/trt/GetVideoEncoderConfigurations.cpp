@@ -23,6 +23,11 @@ QString GetVideoEncoderConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoEncoderConfigurations, this, tagName);
 }
 
+void GetVideoEncoderConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoEncoderConfigurations, this, out, tagName);
+}
+
 void GetVideoEncoderConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurations, this, node);

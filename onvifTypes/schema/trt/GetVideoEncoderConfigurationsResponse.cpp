@@ -29,6 +29,11 @@ QString GetVideoEncoderConfigurationsResponse::serialize(const QString& tagName)
     return ComplexType::serialize(infoGetVideoEncoderConfigurationsResponse, this, tagName);
 }
 
+void GetVideoEncoderConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoEncoderConfigurationsResponse, this, out, tagName);
+}
+
 void GetVideoEncoderConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationsResponse, this, node);

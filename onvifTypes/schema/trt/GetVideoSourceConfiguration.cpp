@@ -33,6 +33,11 @@ QString GetVideoSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoSourceConfiguration, this, tagName);
 }
 
+void GetVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceConfiguration, this, out, tagName);
+}
+
 void GetVideoSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfiguration, this, node);

@@ -30,6 +30,11 @@ QString GetVideoSourceConfigurationOptions::serialize(const QString& tagName) co
     return ComplexType::serialize(infoGetVideoSourceConfigurationOptions, this, tagName);
 }
 
+void GetVideoSourceConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceConfigurationOptions, this, out, tagName);
+}
+
 void GetVideoSourceConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationOptions, this, node);

@@ -34,6 +34,11 @@ QString GetVideoSourceConfigurationOptionsResponse::serialize(const QString& tag
     return ComplexType::serialize(infoGetVideoSourceConfigurationOptionsResponse, this, tagName);
 }
 
+void GetVideoSourceConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceConfigurationOptionsResponse, this, out, tagName);
+}
+
 void GetVideoSourceConfigurationOptionsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationOptionsResponse, this, node);

@@ -34,6 +34,11 @@ QString GetVideoSourceConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGetVideoSourceConfigurationResponse, this, tagName);
 }
 
+void GetVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceConfigurationResponse, this, out, tagName);
+}
+
 void GetVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationResponse, this, node);

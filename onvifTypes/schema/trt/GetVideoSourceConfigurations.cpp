@@ -23,6 +23,11 @@ QString GetVideoSourceConfigurations::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoSourceConfigurations, this, tagName);
 }
 
+void GetVideoSourceConfigurations::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceConfigurations, this, out, tagName);
+}
+
 void GetVideoSourceConfigurations::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurations, this, node);

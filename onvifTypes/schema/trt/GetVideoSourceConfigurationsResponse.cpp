@@ -29,6 +29,11 @@ QString GetVideoSourceConfigurationsResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoGetVideoSourceConfigurationsResponse, this, tagName);
 }
 
+void GetVideoSourceConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceConfigurationsResponse, this, out, tagName);
+}
+
 void GetVideoSourceConfigurationsResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationsResponse, this, node);

@@ -33,6 +33,11 @@ QString GetVideoSourceModes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoSourceModes, this, tagName);
 }
 
+void GetVideoSourceModes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceModes, this, out, tagName);
+}
+
 void GetVideoSourceModes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceModes, this, node);

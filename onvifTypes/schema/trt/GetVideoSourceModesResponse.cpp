@@ -29,6 +29,11 @@ QString GetVideoSourceModesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoSourceModesResponse, this, tagName);
 }
 
+void GetVideoSourceModesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourceModesResponse, this, out, tagName);
+}
+
 void GetVideoSourceModesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceModesResponse, this, node);

@@ -23,6 +23,11 @@ QString GetVideoSources::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoSources, this, tagName);
 }
 
+void GetVideoSources::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSources, this, out, tagName);
+}
+
 void GetVideoSources::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSources, this, node);

@@ -29,6 +29,11 @@ QString GetVideoSourcesResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetVideoSourcesResponse, this, tagName);
 }
 
+void GetVideoSourcesResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetVideoSourcesResponse, this, out, tagName);
+}
+
 void GetVideoSourcesResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourcesResponse, this, node);

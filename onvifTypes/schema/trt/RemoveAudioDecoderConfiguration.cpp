@@ -33,6 +33,11 @@ QString RemoveAudioDecoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveAudioDecoderConfiguration, this, tagName);
 }
 
+void RemoveAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioDecoderConfiguration, this, out, tagName);
+}
+
 void RemoveAudioDecoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioDecoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RemoveAudioDecoderConfigurationResponse::serialize(const QString& tagNam
     return ComplexType::serialize(infoRemoveAudioDecoderConfigurationResponse, this, tagName);
 }
 
+void RemoveAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioDecoderConfigurationResponse, this, out, tagName);
+}
+
 void RemoveAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioDecoderConfigurationResponse, this, node);

@@ -33,6 +33,11 @@ QString RemoveAudioEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveAudioEncoderConfiguration, this, tagName);
 }
 
+void RemoveAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioEncoderConfiguration, this, out, tagName);
+}
+
 void RemoveAudioEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioEncoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RemoveAudioEncoderConfigurationResponse::serialize(const QString& tagNam
     return ComplexType::serialize(infoRemoveAudioEncoderConfigurationResponse, this, tagName);
 }
 
+void RemoveAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioEncoderConfigurationResponse, this, out, tagName);
+}
+
 void RemoveAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioEncoderConfigurationResponse, this, node);

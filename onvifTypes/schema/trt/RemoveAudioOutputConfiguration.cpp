@@ -33,6 +33,11 @@ QString RemoveAudioOutputConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveAudioOutputConfiguration, this, tagName);
 }
 
+void RemoveAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioOutputConfiguration, this, out, tagName);
+}
+
 void RemoveAudioOutputConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioOutputConfiguration, this, node);

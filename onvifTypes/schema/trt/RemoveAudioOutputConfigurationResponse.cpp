@@ -23,6 +23,11 @@ QString RemoveAudioOutputConfigurationResponse::serialize(const QString& tagName
     return ComplexType::serialize(infoRemoveAudioOutputConfigurationResponse, this, tagName);
 }
 
+void RemoveAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioOutputConfigurationResponse, this, out, tagName);
+}
+
 void RemoveAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioOutputConfigurationResponse, this, node);

@@ -33,6 +33,11 @@ QString RemoveAudioSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveAudioSourceConfiguration, this, tagName);
 }
 
+void RemoveAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioSourceConfiguration, this, out, tagName);
+}
+
 void RemoveAudioSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioSourceConfiguration, this, node);

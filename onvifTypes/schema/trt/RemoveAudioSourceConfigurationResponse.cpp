@@ -23,6 +23,11 @@ QString RemoveAudioSourceConfigurationResponse::serialize(const QString& tagName
     return ComplexType::serialize(infoRemoveAudioSourceConfigurationResponse, this, tagName);
 }
 
+void RemoveAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveAudioSourceConfigurationResponse, this, out, tagName);
+}
+
 void RemoveAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioSourceConfigurationResponse, this, node);

@@ -33,6 +33,11 @@ QString RemoveMetadataConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveMetadataConfiguration, this, tagName);
 }
 
+void RemoveMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveMetadataConfiguration, this, out, tagName);
+}
+
 void RemoveMetadataConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveMetadataConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RemoveMetadataConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoRemoveMetadataConfigurationResponse, this, tagName);
 }
 
+void RemoveMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveMetadataConfigurationResponse, this, out, tagName);
+}
+
 void RemoveMetadataConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveMetadataConfigurationResponse, this, node);

@@ -33,6 +33,11 @@ QString RemovePTZConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemovePTZConfiguration, this, tagName);
 }
 
+void RemovePTZConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemovePTZConfiguration, this, out, tagName);
+}
+
 void RemovePTZConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePTZConfiguration, this, node);

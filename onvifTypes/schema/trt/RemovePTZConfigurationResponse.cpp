@@ -23,6 +23,11 @@ QString RemovePTZConfigurationResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemovePTZConfigurationResponse, this, tagName);
 }
 
+void RemovePTZConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemovePTZConfigurationResponse, this, out, tagName);
+}
+
 void RemovePTZConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePTZConfigurationResponse, this, node);

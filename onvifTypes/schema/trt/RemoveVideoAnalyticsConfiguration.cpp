@@ -33,6 +33,11 @@ QString RemoveVideoAnalyticsConfiguration::serialize(const QString& tagName) con
     return ComplexType::serialize(infoRemoveVideoAnalyticsConfiguration, this, tagName);
 }
 
+void RemoveVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveVideoAnalyticsConfiguration, this, out, tagName);
+}
+
 void RemoveVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoAnalyticsConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RemoveVideoAnalyticsConfigurationResponse::serialize(const QString& tagN
     return ComplexType::serialize(infoRemoveVideoAnalyticsConfigurationResponse, this, tagName);
 }
 
+void RemoveVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveVideoAnalyticsConfigurationResponse, this, out, tagName);
+}
+
 void RemoveVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoAnalyticsConfigurationResponse, this, node);

@@ -33,6 +33,11 @@ QString RemoveVideoEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveVideoEncoderConfiguration, this, tagName);
 }
 
+void RemoveVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveVideoEncoderConfiguration, this, out, tagName);
+}
+
 void RemoveVideoEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoEncoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RemoveVideoEncoderConfigurationResponse::serialize(const QString& tagNam
     return ComplexType::serialize(infoRemoveVideoEncoderConfigurationResponse, this, tagName);
 }
 
+void RemoveVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveVideoEncoderConfigurationResponse, this, out, tagName);
+}
+
 void RemoveVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoEncoderConfigurationResponse, this, node);

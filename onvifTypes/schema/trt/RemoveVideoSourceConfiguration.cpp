@@ -33,6 +33,11 @@ QString RemoveVideoSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoveVideoSourceConfiguration, this, tagName);
 }
 
+void RemoveVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveVideoSourceConfiguration, this, out, tagName);
+}
+
 void RemoveVideoSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoSourceConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RemoveVideoSourceConfigurationResponse::serialize(const QString& tagName
     return ComplexType::serialize(infoRemoveVideoSourceConfigurationResponse, this, tagName);
 }
 
+void RemoveVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoveVideoSourceConfigurationResponse, this, out, tagName);
+}
+
 void RemoveVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoSourceConfigurationResponse, this, node);

@@ -36,6 +36,11 @@ QString SetAudioDecoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetAudioDecoderConfiguration, this, tagName);
 }
 
+void SetAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioDecoderConfiguration, this, out, tagName);
+}
+
 void SetAudioDecoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioDecoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetAudioDecoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoSetAudioDecoderConfigurationResponse, this, tagName);
 }
 
+void SetAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioDecoderConfigurationResponse, this, out, tagName);
+}
+
 void SetAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioDecoderConfigurationResponse, this, node);

@@ -36,6 +36,11 @@ QString SetAudioEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetAudioEncoderConfiguration, this, tagName);
 }
 
+void SetAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioEncoderConfiguration, this, out, tagName);
+}
+
 void SetAudioEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioEncoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetAudioEncoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoSetAudioEncoderConfigurationResponse, this, tagName);
 }
 
+void SetAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioEncoderConfigurationResponse, this, out, tagName);
+}
+
 void SetAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioEncoderConfigurationResponse, this, node);

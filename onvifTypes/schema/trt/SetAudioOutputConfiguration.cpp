@@ -36,6 +36,11 @@ QString SetAudioOutputConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetAudioOutputConfiguration, this, tagName);
 }
 
+void SetAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioOutputConfiguration, this, out, tagName);
+}
+
 void SetAudioOutputConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioOutputConfiguration, this, node);

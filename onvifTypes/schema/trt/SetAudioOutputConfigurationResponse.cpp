@@ -23,6 +23,11 @@ QString SetAudioOutputConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoSetAudioOutputConfigurationResponse, this, tagName);
 }
 
+void SetAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioOutputConfigurationResponse, this, out, tagName);
+}
+
 void SetAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioOutputConfigurationResponse, this, node);

@@ -36,6 +36,11 @@ QString SetAudioSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetAudioSourceConfiguration, this, tagName);
 }
 
+void SetAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioSourceConfiguration, this, out, tagName);
+}
+
 void SetAudioSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioSourceConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetAudioSourceConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoSetAudioSourceConfigurationResponse, this, tagName);
 }
 
+void SetAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetAudioSourceConfigurationResponse, this, out, tagName);
+}
+
 void SetAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioSourceConfigurationResponse, this, node);

@@ -36,6 +36,11 @@ QString SetMetadataConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetMetadataConfiguration, this, tagName);
 }
 
+void SetMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetMetadataConfiguration, this, out, tagName);
+}
+
 void SetMetadataConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetMetadataConfiguration, this, node);

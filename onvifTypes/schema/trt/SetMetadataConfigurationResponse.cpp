@@ -23,6 +23,11 @@ QString SetMetadataConfigurationResponse::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoSetMetadataConfigurationResponse, this, tagName);
 }
 
+void SetMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetMetadataConfigurationResponse, this, out, tagName);
+}
+
 void SetMetadataConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetMetadataConfigurationResponse, this, node);

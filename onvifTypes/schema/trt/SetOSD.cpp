@@ -34,6 +34,11 @@ QString SetOSD::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetOSD, this, tagName);
 }
 
+void SetOSD::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetOSD, this, out, tagName);
+}
+
 void SetOSD::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetOSD, this, node);

@@ -23,6 +23,11 @@ QString SetOSDResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetOSDResponse, this, tagName);
 }
 
+void SetOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetOSDResponse, this, out, tagName);
+}
+
 void SetOSDResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetOSDResponse, this, node);

@@ -33,6 +33,11 @@ QString SetSynchronizationPoint::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetSynchronizationPoint, this, tagName);
 }
 
+void SetSynchronizationPoint::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetSynchronizationPoint, this, out, tagName);
+}
+
 void SetSynchronizationPoint::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetSynchronizationPoint, this, node);

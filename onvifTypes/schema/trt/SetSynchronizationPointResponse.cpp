@@ -23,6 +23,11 @@ QString SetSynchronizationPointResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetSynchronizationPointResponse, this, tagName);
 }
 
+void SetSynchronizationPointResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetSynchronizationPointResponse, this, out, tagName);
+}
+
 void SetSynchronizationPointResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetSynchronizationPointResponse, this, node);

@@ -36,6 +36,11 @@ QString SetVideoAnalyticsConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetVideoAnalyticsConfiguration, this, tagName);
 }
 
+void SetVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoAnalyticsConfiguration, this, out, tagName);
+}
+
 void SetVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoAnalyticsConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetVideoAnalyticsConfigurationResponse::serialize(const QString& tagName
     return ComplexType::serialize(infoSetVideoAnalyticsConfigurationResponse, this, tagName);
 }
 
+void SetVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoAnalyticsConfigurationResponse, this, out, tagName);
+}
+
 void SetVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoAnalyticsConfigurationResponse, this, node);

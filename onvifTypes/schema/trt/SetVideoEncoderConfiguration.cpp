@@ -36,6 +36,11 @@ QString SetVideoEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetVideoEncoderConfiguration, this, tagName);
 }
 
+void SetVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoEncoderConfiguration, this, out, tagName);
+}
+
 void SetVideoEncoderConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoEncoderConfiguration, this, node);

@@ -23,6 +23,11 @@ QString SetVideoEncoderConfigurationResponse::serialize(const QString& tagName) 
     return ComplexType::serialize(infoSetVideoEncoderConfigurationResponse, this, tagName);
 }
 
+void SetVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoEncoderConfigurationResponse, this, out, tagName);
+}
+
 void SetVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoEncoderConfigurationResponse, this, node);

@@ -36,6 +36,11 @@ QString SetVideoSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetVideoSourceConfiguration, this, tagName);
 }
 
+void SetVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoSourceConfiguration, this, out, tagName);
+}
+
 void SetVideoSourceConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceConfiguration, this, node);

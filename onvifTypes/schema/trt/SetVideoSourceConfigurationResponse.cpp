@@ -23,6 +23,11 @@ QString SetVideoSourceConfigurationResponse::serialize(const QString& tagName) c
     return ComplexType::serialize(infoSetVideoSourceConfigurationResponse, this, tagName);
 }
 
+void SetVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoSourceConfigurationResponse, this, out, tagName);
+}
+
 void SetVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceConfigurationResponse, this, node);

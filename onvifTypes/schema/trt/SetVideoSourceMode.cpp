@@ -35,6 +35,11 @@ QString SetVideoSourceMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetVideoSourceMode, this, tagName);
 }
 
+void SetVideoSourceMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoSourceMode, this, out, tagName);
+}
+
 void SetVideoSourceMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceMode, this, node);

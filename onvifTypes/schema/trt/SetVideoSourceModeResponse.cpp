@@ -33,6 +33,11 @@ QString SetVideoSourceModeResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSetVideoSourceModeResponse, this, tagName);
 }
 
+void SetVideoSourceModeResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSetVideoSourceModeResponse, this, out, tagName);
+}
+
 void SetVideoSourceModeResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceModeResponse, this, node);

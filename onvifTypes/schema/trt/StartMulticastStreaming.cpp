@@ -33,6 +33,11 @@ QString StartMulticastStreaming::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStartMulticastStreaming, this, tagName);
 }
 
+void StartMulticastStreaming::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStartMulticastStreaming, this, out, tagName);
+}
+
 void StartMulticastStreaming::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStartMulticastStreaming, this, node);

@@ -23,6 +23,11 @@ QString StartMulticastStreamingResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStartMulticastStreamingResponse, this, tagName);
 }
 
+void StartMulticastStreamingResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStartMulticastStreamingResponse, this, out, tagName);
+}
+
 void StartMulticastStreamingResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStartMulticastStreamingResponse, this, node);

@@ -33,6 +33,11 @@ QString StopMulticastStreaming::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStopMulticastStreaming, this, tagName);
 }
 
+void StopMulticastStreaming::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStopMulticastStreaming, this, out, tagName);
+}
+
 void StopMulticastStreaming::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStopMulticastStreaming, this, node);

@@ -23,6 +23,11 @@ QString StopMulticastStreamingResponse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStopMulticastStreamingResponse, this, tagName);
 }
 
+void StopMulticastStreamingResponse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStopMulticastStreamingResponse, this, out, tagName);
+}
+
 void StopMulticastStreamingResponse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStopMulticastStreamingResponse, this, node);

@@ -36,6 +36,11 @@ QString StreamingCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStreamingCapabilities, this, tagName);
 }
 
+void StreamingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStreamingCapabilities, this, out, tagName);
+}
+
 void StreamingCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStreamingCapabilities, this, node);

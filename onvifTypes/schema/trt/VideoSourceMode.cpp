@@ -49,6 +49,11 @@ QString VideoSourceMode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSourceMode, this, tagName);
 }
 
+void VideoSourceMode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceMode, this, out, tagName);
+}
+
 void VideoSourceMode::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceMode, this, node);

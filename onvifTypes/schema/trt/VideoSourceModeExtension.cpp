@@ -23,6 +23,11 @@ QString VideoSourceModeExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSourceModeExtension, this, tagName);
 }
 
+void VideoSourceModeExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceModeExtension, this, out, tagName);
+}
+
 void VideoSourceModeExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceModeExtension, this, node);

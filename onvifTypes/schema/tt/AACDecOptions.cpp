@@ -36,6 +36,11 @@ QString AACDecOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAACDecOptions, this, tagName);
 }
 
+void AACDecOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAACDecOptions, this, out, tagName);
+}
+
 void AACDecOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAACDecOptions, this, node);

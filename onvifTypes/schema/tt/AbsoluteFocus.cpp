@@ -35,6 +35,11 @@ QString AbsoluteFocus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAbsoluteFocus, this, tagName);
 }
 
+void AbsoluteFocus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAbsoluteFocus, this, out, tagName);
+}
+
 void AbsoluteFocus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteFocus, this, node);

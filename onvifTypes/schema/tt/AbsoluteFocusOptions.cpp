@@ -36,6 +36,11 @@ QString AbsoluteFocusOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAbsoluteFocusOptions, this, tagName);
 }
 
+void AbsoluteFocusOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAbsoluteFocusOptions, this, out, tagName);
+}
+
 void AbsoluteFocusOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteFocusOptions, this, node);

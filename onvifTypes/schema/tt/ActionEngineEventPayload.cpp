@@ -35,6 +35,11 @@ QString ActionEngineEventPayload::serialize(const QString& tagName) const
     return ComplexType::serialize(infoActionEngineEventPayload, this, tagName);
 }
 
+void ActionEngineEventPayload::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoActionEngineEventPayload, this, out, tagName);
+}
+
 void ActionEngineEventPayload::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoActionEngineEventPayload, this, node);

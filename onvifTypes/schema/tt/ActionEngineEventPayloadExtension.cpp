@@ -23,6 +23,11 @@ QString ActionEngineEventPayloadExtension::serialize(const QString& tagName) con
     return ComplexType::serialize(infoActionEngineEventPayloadExtension, this, tagName);
 }
 
+void ActionEngineEventPayloadExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoActionEngineEventPayloadExtension, this, out, tagName);
+}
+
 void ActionEngineEventPayloadExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoActionEngineEventPayloadExtension, this, node);

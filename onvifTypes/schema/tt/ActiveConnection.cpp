@@ -35,6 +35,11 @@ QString ActiveConnection::serialize(const QString& tagName) const
     return ComplexType::serialize(infoActiveConnection, this, tagName);
 }
 
+void ActiveConnection::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoActiveConnection, this, out, tagName);
+}
+
 void ActiveConnection::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoActiveConnection, this, node);

@@ -37,6 +37,11 @@ QString AnalyticsCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsCapabilities, this, tagName);
 }
 
+void AnalyticsCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsCapabilities, this, out, tagName);
+}
+
 void AnalyticsCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsCapabilities, this, node);

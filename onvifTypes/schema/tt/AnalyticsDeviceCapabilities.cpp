@@ -38,6 +38,11 @@ QString AnalyticsDeviceCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsDeviceCapabilities, this, tagName);
 }
 
+void AnalyticsDeviceCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsDeviceCapabilities, this, out, tagName);
+}
+
 void AnalyticsDeviceCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceCapabilities, this, node);

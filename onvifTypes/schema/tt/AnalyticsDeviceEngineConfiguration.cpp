@@ -32,6 +32,11 @@ QString AnalyticsDeviceEngineConfiguration::serialize(const QString& tagName) co
     return ComplexType::serialize(infoAnalyticsDeviceEngineConfiguration, this, tagName);
 }
 
+void AnalyticsDeviceEngineConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsDeviceEngineConfiguration, this, out, tagName);
+}
+
 void AnalyticsDeviceEngineConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceEngineConfiguration, this, node);

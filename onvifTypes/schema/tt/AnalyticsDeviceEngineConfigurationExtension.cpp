@@ -23,6 +23,11 @@ QString AnalyticsDeviceEngineConfigurationExtension::serialize(const QString& ta
     return ComplexType::serialize(infoAnalyticsDeviceEngineConfigurationExtension, this, tagName);
 }
 
+void AnalyticsDeviceEngineConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsDeviceEngineConfigurationExtension, this, out, tagName);
+}
+
 void AnalyticsDeviceEngineConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceEngineConfigurationExtension, this, node);

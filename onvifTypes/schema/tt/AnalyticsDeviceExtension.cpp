@@ -23,6 +23,11 @@ QString AnalyticsDeviceExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsDeviceExtension, this, tagName);
 }
 
+void AnalyticsDeviceExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsDeviceExtension, this, out, tagName);
+}
+
 void AnalyticsDeviceExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceExtension, this, node);

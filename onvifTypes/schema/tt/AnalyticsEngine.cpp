@@ -38,6 +38,12 @@ QString AnalyticsEngine::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsEngine, this, tagName, baseText);
 }
 
+void AnalyticsEngine::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAnalyticsEngine, this, out, tagName, baseText);
+}
+
 void AnalyticsEngine::deserialize(const QDomNode& node)
 {
     {

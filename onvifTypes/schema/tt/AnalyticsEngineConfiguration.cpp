@@ -32,6 +32,11 @@ QString AnalyticsEngineConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsEngineConfiguration, this, tagName);
 }
 
+void AnalyticsEngineConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsEngineConfiguration, this, out, tagName);
+}
+
 void AnalyticsEngineConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineConfiguration, this, node);

@@ -23,6 +23,11 @@ QString AnalyticsEngineConfigurationExtension::serialize(const QString& tagName)
     return ComplexType::serialize(infoAnalyticsEngineConfigurationExtension, this, tagName);
 }
 
+void AnalyticsEngineConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsEngineConfigurationExtension, this, out, tagName);
+}
+
 void AnalyticsEngineConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineConfigurationExtension, this, node);

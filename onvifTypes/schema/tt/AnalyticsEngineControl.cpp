@@ -52,6 +52,12 @@ QString AnalyticsEngineControl::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsEngineControl, this, tagName, baseText);
 }
 
+void AnalyticsEngineControl::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAnalyticsEngineControl, this, out, tagName, baseText);
+}
+
 void AnalyticsEngineControl::deserialize(const QDomNode& node)
 {
     {

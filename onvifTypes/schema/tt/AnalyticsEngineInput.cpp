@@ -44,6 +44,12 @@ QString AnalyticsEngineInput::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsEngineInput, this, tagName, baseText);
 }
 
+void AnalyticsEngineInput::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAnalyticsEngineInput, this, out, tagName, baseText);
+}
+
 void AnalyticsEngineInput::deserialize(const QDomNode& node)
 {
     {

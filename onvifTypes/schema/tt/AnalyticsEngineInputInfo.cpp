@@ -32,6 +32,11 @@ QString AnalyticsEngineInputInfo::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsEngineInputInfo, this, tagName);
 }
 
+void AnalyticsEngineInputInfo::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsEngineInputInfo, this, out, tagName);
+}
+
 void AnalyticsEngineInputInfo::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineInputInfo, this, node);

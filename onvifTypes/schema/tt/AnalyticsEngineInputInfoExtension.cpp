@@ -23,6 +23,11 @@ QString AnalyticsEngineInputInfoExtension::serialize(const QString& tagName) con
     return ComplexType::serialize(infoAnalyticsEngineInputInfoExtension, this, tagName);
 }
 
+void AnalyticsEngineInputInfoExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsEngineInputInfoExtension, this, out, tagName);
+}
+
 void AnalyticsEngineInputInfoExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineInputInfoExtension, this, node);

@@ -35,6 +35,11 @@ QString AnalyticsState::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsState, this, tagName);
 }
 
+void AnalyticsState::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsState, this, out, tagName);
+}
+
 void AnalyticsState::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsState, this, node);

@@ -36,6 +36,11 @@ QString AnalyticsStateInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnalyticsStateInformation, this, tagName);
 }
 
+void AnalyticsStateInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnalyticsStateInformation, this, out, tagName);
+}
+
 void AnalyticsStateInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsStateInformation, this, node);

@@ -23,6 +23,11 @@ QString AnyHolder::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAnyHolder, this, tagName);
 }
 
+void AnyHolder::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAnyHolder, this, out, tagName);
+}
+
 void AnyHolder::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAnyHolder, this, node);

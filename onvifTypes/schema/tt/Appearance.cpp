@@ -41,6 +41,11 @@ QString Appearance::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAppearance, this, tagName);
 }
 
+void Appearance::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAppearance, this, out, tagName);
+}
+
 void Appearance::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAppearance, this, node);

@@ -23,6 +23,11 @@ QString AppearanceExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAppearanceExtension, this, tagName);
 }
 
+void AppearanceExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAppearanceExtension, this, out, tagName);
+}
+
 void AppearanceExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAppearanceExtension, this, node);

@@ -32,6 +32,11 @@ QString ArrayOfFileProgress::serialize(const QString& tagName) const
     return ComplexType::serialize(infoArrayOfFileProgress, this, tagName);
 }
 
+void ArrayOfFileProgress::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoArrayOfFileProgress, this, out, tagName);
+}
+
 void ArrayOfFileProgress::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoArrayOfFileProgress, this, node);

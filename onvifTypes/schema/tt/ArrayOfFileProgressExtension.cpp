@@ -23,6 +23,11 @@ QString ArrayOfFileProgressExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoArrayOfFileProgressExtension, this, tagName);
 }
 
+void ArrayOfFileProgressExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoArrayOfFileProgressExtension, this, out, tagName);
+}
+
 void ArrayOfFileProgressExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoArrayOfFileProgressExtension, this, node);

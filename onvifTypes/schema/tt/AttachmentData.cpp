@@ -35,6 +35,11 @@ QString AttachmentData::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAttachmentData, this, tagName);
 }
 
+void AttachmentData::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAttachmentData, this, out, tagName);
+}
+
 void AttachmentData::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAttachmentData, this, node);

@@ -32,6 +32,11 @@ QString AudioAnalyticsStream::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioAnalyticsStream, this, tagName);
 }
 
+void AudioAnalyticsStream::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioAnalyticsStream, this, out, tagName);
+}
+
 void AudioAnalyticsStream::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioAnalyticsStream, this, node);

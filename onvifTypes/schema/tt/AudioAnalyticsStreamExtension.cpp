@@ -23,6 +23,11 @@ QString AudioAnalyticsStreamExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioAnalyticsStreamExtension, this, tagName);
 }
 
+void AudioAnalyticsStreamExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioAnalyticsStreamExtension, this, out, tagName);
+}
+
 void AudioAnalyticsStreamExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioAnalyticsStreamExtension, this, node);

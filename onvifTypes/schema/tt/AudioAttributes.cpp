@@ -38,6 +38,11 @@ QString AudioAttributes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioAttributes, this, tagName);
 }
 
+void AudioAttributes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioAttributes, this, out, tagName);
+}
+
 void AudioAttributes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioAttributes, this, node);

@@ -35,6 +35,11 @@ QString AudioClassCandidate::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioClassCandidate, this, tagName);
 }
 
+void AudioClassCandidate::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioClassCandidate, this, out, tagName);
+}
+
 void AudioClassCandidate::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioClassCandidate, this, node);

@@ -32,6 +32,11 @@ QString AudioClassDescriptor::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioClassDescriptor, this, tagName);
 }
 
+void AudioClassDescriptor::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioClassDescriptor, this, out, tagName);
+}
+
 void AudioClassDescriptor::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioClassDescriptor, this, node);

@@ -23,6 +23,11 @@ QString AudioClassDescriptorExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioClassDescriptorExtension, this, tagName);
 }
 
+void AudioClassDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioClassDescriptorExtension, this, out, tagName);
+}
+
 void AudioClassDescriptorExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioClassDescriptorExtension, this, node);

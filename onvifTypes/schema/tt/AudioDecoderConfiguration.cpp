@@ -30,6 +30,12 @@ QString AudioDecoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioDecoderConfiguration, this, tagName, baseText);
 }
 
+void AudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioDecoderConfiguration, this, out, tagName, baseText);
+}
+
 void AudioDecoderConfiguration::deserialize(const QDomNode& node)
 {
     {

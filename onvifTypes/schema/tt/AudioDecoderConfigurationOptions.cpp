@@ -38,6 +38,11 @@ QString AudioDecoderConfigurationOptions::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoAudioDecoderConfigurationOptions, this, tagName);
 }
 
+void AudioDecoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioDecoderConfigurationOptions, this, out, tagName);
+}
+
 void AudioDecoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioDecoderConfigurationOptions, this, node);

@@ -23,6 +23,11 @@ QString AudioDecoderConfigurationOptionsExtension::serialize(const QString& tagN
     return ComplexType::serialize(infoAudioDecoderConfigurationOptionsExtension, this, tagName);
 }
 
+void AudioDecoderConfigurationOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioDecoderConfigurationOptionsExtension, this, out, tagName);
+}
+
 void AudioDecoderConfigurationOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioDecoderConfigurationOptionsExtension, this, node);

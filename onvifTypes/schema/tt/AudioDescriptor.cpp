@@ -33,6 +33,11 @@ QString AudioDescriptor::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioDescriptor, this, tagName);
 }
 
+void AudioDescriptor::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioDescriptor, this, out, tagName);
+}
+
 void AudioDescriptor::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioDescriptor, this, node);

@@ -44,6 +44,12 @@ QString AudioEncoder2Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioEncoder2Configuration, this, tagName, baseText);
 }
 
+void AudioEncoder2Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioEncoder2Configuration, this, out, tagName, baseText);
+}
+
 void AudioEncoder2Configuration::deserialize(const QDomNode& node)
 {
     {

@@ -38,6 +38,11 @@ QString AudioEncoder2ConfigurationOptions::serialize(const QString& tagName) con
     return ComplexType::serialize(infoAudioEncoder2ConfigurationOptions, this, tagName);
 }
 
+void AudioEncoder2ConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioEncoder2ConfigurationOptions, this, out, tagName);
+}
+
 void AudioEncoder2ConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioEncoder2ConfigurationOptions, this, node);

@@ -47,6 +47,12 @@ QString AudioEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioEncoderConfiguration, this, tagName, baseText);
 }
 
+void AudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioEncoderConfiguration, this, out, tagName, baseText);
+}
+
 void AudioEncoderConfiguration::deserialize(const QDomNode& node)
 {
     {

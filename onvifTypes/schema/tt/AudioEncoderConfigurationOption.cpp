@@ -39,6 +39,11 @@ QString AudioEncoderConfigurationOption::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioEncoderConfigurationOption, this, tagName);
 }
 
+void AudioEncoderConfigurationOption::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioEncoderConfigurationOption, this, out, tagName);
+}
+
 void AudioEncoderConfigurationOption::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioEncoderConfigurationOption, this, node);

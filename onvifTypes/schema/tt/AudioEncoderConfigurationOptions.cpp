@@ -29,6 +29,11 @@ QString AudioEncoderConfigurationOptions::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoAudioEncoderConfigurationOptions, this, tagName);
 }
 
+void AudioEncoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioEncoderConfigurationOptions, this, out, tagName);
+}
+
 void AudioEncoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioEncoderConfigurationOptions, this, node);

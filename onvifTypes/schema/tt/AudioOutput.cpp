@@ -28,6 +28,12 @@ QString AudioOutput::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioOutput, this, tagName, baseText);
 }
 
+void AudioOutput::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioOutput, this, out, tagName, baseText);
+}
+
 void AudioOutput::deserialize(const QDomNode& node)
 {
     {

@@ -41,6 +41,12 @@ QString AudioOutputConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioOutputConfiguration, this, tagName, baseText);
 }
 
+void AudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioOutputConfiguration, this, out, tagName, baseText);
+}
+
 void AudioOutputConfiguration::deserialize(const QDomNode& node)
 {
     {

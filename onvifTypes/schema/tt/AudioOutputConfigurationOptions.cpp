@@ -38,6 +38,11 @@ QString AudioOutputConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioOutputConfigurationOptions, this, tagName);
 }
 
+void AudioOutputConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioOutputConfigurationOptions, this, out, tagName);
+}
+
 void AudioOutputConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioOutputConfigurationOptions, this, node);

@@ -35,6 +35,12 @@ QString AudioSource::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioSource, this, tagName, baseText);
 }
 
+void AudioSource::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioSource, this, out, tagName, baseText);
+}
+
 void AudioSource::deserialize(const QDomNode& node)
 {
     {

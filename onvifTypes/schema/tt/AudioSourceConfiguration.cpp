@@ -37,6 +37,12 @@ QString AudioSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioSourceConfiguration, this, tagName, baseText);
 }
 
+void AudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoAudioSourceConfiguration, this, out, tagName, baseText);
+}
+
 void AudioSourceConfiguration::deserialize(const QDomNode& node)
 {
     {

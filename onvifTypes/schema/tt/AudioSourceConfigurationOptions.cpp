@@ -31,6 +31,11 @@ QString AudioSourceConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioSourceConfigurationOptions, this, tagName);
 }
 
+void AudioSourceConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioSourceConfigurationOptions, this, out, tagName);
+}
+
 void AudioSourceConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioSourceConfigurationOptions, this, node);

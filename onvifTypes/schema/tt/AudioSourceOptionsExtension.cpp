@@ -23,6 +23,11 @@ QString AudioSourceOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoAudioSourceOptionsExtension, this, tagName);
 }
 
+void AudioSourceOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoAudioSourceOptionsExtension, this, out, tagName);
+}
+
 void AudioSourceOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoAudioSourceOptionsExtension, this, node);

@@ -36,6 +36,11 @@ QString BacklightCompensation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBacklightCompensation, this, tagName);
 }
 
+void BacklightCompensation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBacklightCompensation, this, out, tagName);
+}
+
 void BacklightCompensation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensation, this, node);

@@ -36,6 +36,11 @@ QString BacklightCompensation20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBacklightCompensation20, this, tagName);
 }
 
+void BacklightCompensation20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBacklightCompensation20, this, out, tagName);
+}
+
 void BacklightCompensation20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensation20, this, node);

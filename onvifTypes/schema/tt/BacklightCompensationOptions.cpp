@@ -37,6 +37,11 @@ QString BacklightCompensationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBacklightCompensationOptions, this, tagName);
 }
 
+void BacklightCompensationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBacklightCompensationOptions, this, out, tagName);
+}
+
 void BacklightCompensationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensationOptions, this, node);

@@ -22,6 +22,7 @@ public:
     QSharedPointer<tt::FloatRange> Level;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

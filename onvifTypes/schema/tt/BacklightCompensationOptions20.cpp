@@ -32,6 +32,11 @@ QString BacklightCompensationOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBacklightCompensationOptions20, this, tagName);
 }
 
+void BacklightCompensationOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBacklightCompensationOptions20, this, out, tagName);
+}
+
 void BacklightCompensationOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensationOptions20, this, node);

@@ -36,6 +36,11 @@ QString BackupFile::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBackupFile, this, tagName);
 }
 
+void BackupFile::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBackupFile, this, out, tagName);
+}
+
 void BackupFile::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBackupFile, this, node);

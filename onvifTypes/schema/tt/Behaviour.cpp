@@ -33,6 +33,11 @@ QString Behaviour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBehaviour, this, tagName);
 }
 
+void Behaviour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBehaviour, this, out, tagName);
+}
+
 void Behaviour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBehaviour, this, node);

@@ -23,6 +23,11 @@ QString BehaviourExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBehaviourExtension, this, tagName);
 }
 
+void BehaviourExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBehaviourExtension, this, out, tagName);
+}
+
 void BehaviourExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBehaviourExtension, this, node);

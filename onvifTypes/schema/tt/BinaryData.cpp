@@ -35,6 +35,11 @@ QString BinaryData::serialize(const QString& tagName) const
     return ComplexType::serialize(infoBinaryData, this, tagName);
 }
 
+void BinaryData::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoBinaryData, this, out, tagName);
+}
+
 void BinaryData::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoBinaryData, this, node);

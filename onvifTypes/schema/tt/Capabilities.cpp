@@ -47,6 +47,11 @@ QString Capabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCapabilities, this, tagName);
 }
 
+void Capabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCapabilities, this, out, tagName);
+}
+
 void Capabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilities, this, node);

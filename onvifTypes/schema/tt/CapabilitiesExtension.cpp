@@ -50,6 +50,11 @@ QString CapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCapabilitiesExtension, this, tagName);
 }
 
+void CapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCapabilitiesExtension, this, out, tagName);
+}
+
 void CapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilitiesExtension, this, node);

@@ -31,6 +31,7 @@ public:
     QSharedPointer<tt::CapabilitiesExtension2> Extensions;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -23,6 +23,11 @@ QString CapabilitiesExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCapabilitiesExtension2, this, tagName);
 }
 
+void CapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCapabilitiesExtension2, this, out, tagName);
+}
+
 void CapabilitiesExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilitiesExtension2, this, node);

@@ -38,6 +38,11 @@ QString CellLayout::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCellLayout, this, tagName);
 }
 
+void CellLayout::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCellLayout, this, out, tagName);
+}
+
 void CellLayout::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCellLayout, this, node);

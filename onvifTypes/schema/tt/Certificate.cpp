@@ -31,6 +31,11 @@ QString Certificate::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificate, this, tagName);
 }
 
+void Certificate::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificate, this, out, tagName);
+}
+
 void Certificate::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificate, this, node);

@@ -37,6 +37,11 @@ QString CertificateGenerationParameters::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificateGenerationParameters, this, tagName);
 }
 
+void CertificateGenerationParameters::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateGenerationParameters, this, out, tagName);
+}
+
 void CertificateGenerationParameters::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateGenerationParameters, this, node);

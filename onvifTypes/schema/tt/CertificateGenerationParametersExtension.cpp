@@ -23,6 +23,11 @@ QString CertificateGenerationParametersExtension::serialize(const QString& tagNa
     return ComplexType::serialize(infoCertificateGenerationParametersExtension, this, tagName);
 }
 
+void CertificateGenerationParametersExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateGenerationParametersExtension, this, out, tagName);
+}
+
 void CertificateGenerationParametersExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateGenerationParametersExtension, this, node);

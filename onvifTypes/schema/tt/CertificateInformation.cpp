@@ -56,6 +56,11 @@ QString CertificateInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificateInformation, this, tagName);
 }
 
+void CertificateInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateInformation, this, out, tagName);
+}
+
 void CertificateInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateInformation, this, node);

@@ -23,6 +23,11 @@ QString CertificateInformationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificateInformationExtension, this, tagName);
 }
 
+void CertificateInformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateInformationExtension, this, out, tagName);
+}
+
 void CertificateInformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateInformationExtension, this, node);

@@ -35,6 +35,11 @@ QString CertificateStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificateStatus, this, tagName);
 }
 
+void CertificateStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateStatus, this, out, tagName);
+}
+
 void CertificateStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateStatus, this, node);

@@ -35,6 +35,11 @@ QString CertificateUsage::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificateUsage, this, tagName);
 }
 
+void CertificateUsage::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateUsage, this, out, tagName);
+}
+
 void CertificateUsage::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateUsage, this, node);

@@ -38,6 +38,11 @@ QString CertificateWithPrivateKey::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCertificateWithPrivateKey, this, tagName);
 }
 
+void CertificateWithPrivateKey::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCertificateWithPrivateKey, this, out, tagName);
+}
+
 void CertificateWithPrivateKey::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateWithPrivateKey, this, node);

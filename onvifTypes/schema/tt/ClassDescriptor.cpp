@@ -31,6 +31,11 @@ QString ClassDescriptor::serialize(const QString& tagName) const
     return ComplexType::serialize(infoClassDescriptor, this, tagName);
 }
 
+void ClassDescriptor::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoClassDescriptor, this, out, tagName);
+}
+
 void ClassDescriptor::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoClassDescriptor, this, node);

@@ -32,6 +32,11 @@ QString ClassDescriptorExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoClassDescriptorExtension, this, tagName);
 }
 
+void ClassDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoClassDescriptorExtension, this, out, tagName);
+}
+
 void ClassDescriptorExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoClassDescriptorExtension, this, node);

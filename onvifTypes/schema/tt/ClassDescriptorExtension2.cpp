@@ -23,6 +23,11 @@ QString ClassDescriptorExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoClassDescriptorExtension2, this, tagName);
 }
 
+void ClassDescriptorExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoClassDescriptorExtension2, this, out, tagName);
+}
+
 void ClassDescriptorExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoClassDescriptorExtension2, this, node);

@@ -40,6 +40,11 @@ QString CodingCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoCodingCapabilities, this, tagName);
 }
 
+void CodingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCodingCapabilities, this, out, tagName);
+}
+
 void CodingCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoCodingCapabilities, this, node);

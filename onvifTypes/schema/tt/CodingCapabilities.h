@@ -23,6 +23,7 @@ public:
     QSharedPointer<tt::VideoDecoderConfigurationOptions> VideoDecodingCapabilities;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

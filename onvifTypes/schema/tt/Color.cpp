@@ -39,6 +39,11 @@ QString Color::serialize(const QString& tagName) const
     return ComplexType::serialize(infoColor, this, tagName);
 }
 
+void Color::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoColor, this, out, tagName);
+}
+
 void Color::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoColor, this, node);

@@ -45,6 +45,11 @@ QString ColorCovariance::serialize(const QString& tagName) const
     return ComplexType::serialize(infoColorCovariance, this, tagName);
 }
 
+void ColorCovariance::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoColorCovariance, this, out, tagName);
+}
+
 void ColorCovariance::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoColorCovariance, this, node);

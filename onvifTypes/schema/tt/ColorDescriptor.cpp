@@ -31,6 +31,11 @@ QString ColorDescriptor::serialize(const QString& tagName) const
     return ComplexType::serialize(infoColorDescriptor, this, tagName);
 }
 
+void ColorDescriptor::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoColorDescriptor, this, out, tagName);
+}
+
 void ColorDescriptor::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoColorDescriptor, this, node);

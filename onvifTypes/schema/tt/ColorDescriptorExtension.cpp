@@ -23,6 +23,11 @@ QString ColorDescriptorExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoColorDescriptorExtension, this, tagName);
 }
 
+void ColorDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoColorDescriptorExtension, this, out, tagName);
+}
+
 void ColorDescriptorExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoColorDescriptorExtension, this, node);

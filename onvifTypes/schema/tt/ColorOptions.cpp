@@ -32,6 +32,11 @@ QString ColorOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoColorOptions, this, tagName);
 }
 
+void ColorOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoColorOptions, this, out, tagName);
+}
+
 void ColorOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoColorOptions, this, node);

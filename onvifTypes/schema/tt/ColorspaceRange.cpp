@@ -40,6 +40,11 @@ QString ColorspaceRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoColorspaceRange, this, tagName);
 }
 
+void ColorspaceRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoColorspaceRange, this, out, tagName);
+}
+
 void ColorspaceRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoColorspaceRange, this, node);

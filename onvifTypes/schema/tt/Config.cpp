@@ -38,6 +38,11 @@ QString Config::serialize(const QString& tagName) const
     return ComplexType::serialize(infoConfig, this, tagName);
 }
 
+void Config::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoConfig, this, out, tagName);
+}
+
 void Config::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoConfig, this, node);

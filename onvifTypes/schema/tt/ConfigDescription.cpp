@@ -41,6 +41,11 @@ QString ConfigDescription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoConfigDescription, this, tagName);
 }
 
+void ConfigDescription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoConfigDescription, this, out, tagName);
+}
+
 void ConfigDescription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoConfigDescription, this, node);

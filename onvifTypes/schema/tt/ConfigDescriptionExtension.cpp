@@ -23,6 +23,11 @@ QString ConfigDescriptionExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoConfigDescriptionExtension, this, tagName);
 }
 
+void ConfigDescriptionExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoConfigDescriptionExtension, this, out, tagName);
+}
+
 void ConfigDescriptionExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoConfigDescriptionExtension, this, node);

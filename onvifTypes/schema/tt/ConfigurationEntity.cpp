@@ -37,6 +37,11 @@ QString ConfigurationEntity::serialize(const QString& tagName) const
     return ComplexType::serialize(infoConfigurationEntity, this, tagName);
 }
 
+void ConfigurationEntity::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoConfigurationEntity, this, out, tagName);
+}
+
 void ConfigurationEntity::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoConfigurationEntity, this, node);

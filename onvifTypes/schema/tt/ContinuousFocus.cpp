@@ -33,6 +33,11 @@ QString ContinuousFocus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoContinuousFocus, this, tagName);
 }
 
+void ContinuousFocus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoContinuousFocus, this, out, tagName);
+}
+
 void ContinuousFocus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousFocus, this, node);

@@ -34,6 +34,11 @@ QString ContinuousFocusOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoContinuousFocusOptions, this, tagName);
 }
 
+void ContinuousFocusOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoContinuousFocusOptions, this, out, tagName);
+}
+
 void ContinuousFocusOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousFocusOptions, this, node);

@@ -43,6 +43,11 @@ QString DNSInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDNSInformation, this, tagName);
 }
 
+void DNSInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDNSInformation, this, out, tagName);
+}
+
 void DNSInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDNSInformation, this, node);

@@ -23,6 +23,11 @@ QString DNSInformationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDNSInformationExtension, this, tagName);
 }
 
+void DNSInformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDNSInformationExtension, this, out, tagName);
+}
+
 void DNSInformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDNSInformationExtension, this, node);

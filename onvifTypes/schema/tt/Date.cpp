@@ -37,6 +37,11 @@ QString Date::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDate, this, tagName);
 }
 
+void Date::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDate, this, out, tagName);
+}
+
 void Date::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDate, this, node);

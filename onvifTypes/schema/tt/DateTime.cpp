@@ -37,6 +37,11 @@ QString DateTime::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDateTime, this, tagName);
 }
 
+void DateTime::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDateTime, this, out, tagName);
+}
+
 void DateTime::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDateTime, this, node);

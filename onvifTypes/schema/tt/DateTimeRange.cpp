@@ -35,6 +35,11 @@ QString DateTimeRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDateTimeRange, this, tagName);
 }
 
+void DateTimeRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDateTimeRange, this, out, tagName);
+}
+
 void DateTimeRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDateTimeRange, this, node);

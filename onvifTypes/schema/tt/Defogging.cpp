@@ -38,6 +38,11 @@ QString Defogging::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDefogging, this, tagName);
 }
 
+void Defogging::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDefogging, this, out, tagName);
+}
+
 void Defogging::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDefogging, this, node);

@@ -23,6 +23,11 @@ QString DefoggingExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDefoggingExtension, this, tagName);
 }
 
+void DefoggingExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDefoggingExtension, this, out, tagName);
+}
+
 void DefoggingExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDefoggingExtension, this, node);

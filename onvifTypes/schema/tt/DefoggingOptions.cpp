@@ -35,6 +35,11 @@ QString DefoggingOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDefoggingOptions, this, tagName);
 }
 
+void DefoggingOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDefoggingOptions, this, out, tagName);
+}
+
 void DefoggingOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDefoggingOptions, this, node);

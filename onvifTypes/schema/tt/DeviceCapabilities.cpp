@@ -48,6 +48,11 @@ QString DeviceCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeviceCapabilities, this, tagName);
 }
 
+void DeviceCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeviceCapabilities, this, out, tagName);
+}
+
 void DeviceCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceCapabilities, this, node);

@@ -23,6 +23,11 @@ QString DeviceCapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeviceCapabilitiesExtension, this, tagName);
 }
 
+void DeviceCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeviceCapabilitiesExtension, this, out, tagName);
+}
+
 void DeviceCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceCapabilitiesExtension, this, node);

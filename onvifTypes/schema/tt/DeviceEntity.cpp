@@ -33,6 +33,11 @@ QString DeviceEntity::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeviceEntity, this, tagName);
 }
 
+void DeviceEntity::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeviceEntity, this, out, tagName);
+}
+
 void DeviceEntity::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceEntity, this, node);

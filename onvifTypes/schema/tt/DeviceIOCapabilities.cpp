@@ -43,6 +43,11 @@ QString DeviceIOCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDeviceIOCapabilities, this, tagName);
 }
 
+void DeviceIOCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDeviceIOCapabilities, this, out, tagName);
+}
+
 void DeviceIOCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceIOCapabilities, this, node);

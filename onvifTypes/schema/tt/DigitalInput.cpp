@@ -31,6 +31,12 @@ QString DigitalInput::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDigitalInput, this, tagName, baseText);
 }
 
+void DigitalInput::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoDigitalInput, this, out, tagName, baseText);
+}
+
 void DigitalInput::deserialize(const QDomNode& node)
 {
     {

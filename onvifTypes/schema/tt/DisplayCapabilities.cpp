@@ -35,6 +35,11 @@ QString DisplayCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDisplayCapabilities, this, tagName);
 }
 
+void DisplayCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDisplayCapabilities, this, out, tagName);
+}
+
 void DisplayCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDisplayCapabilities, this, node);

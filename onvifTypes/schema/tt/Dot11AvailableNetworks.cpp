@@ -49,6 +49,11 @@ QString Dot11AvailableNetworks::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11AvailableNetworks, this, tagName);
 }
 
+void Dot11AvailableNetworks::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11AvailableNetworks, this, out, tagName);
+}
+
 void Dot11AvailableNetworks::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11AvailableNetworks, this, node);

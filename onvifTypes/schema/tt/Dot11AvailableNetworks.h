@@ -29,6 +29,7 @@ public:
     QSharedPointer<tt::Dot11AvailableNetworksExtension> Extension;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -23,6 +23,11 @@ QString Dot11AvailableNetworksExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11AvailableNetworksExtension, this, tagName);
 }
 
+void Dot11AvailableNetworksExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11AvailableNetworksExtension, this, out, tagName);
+}
+
 void Dot11AvailableNetworksExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11AvailableNetworksExtension, this, node);

@@ -41,6 +41,11 @@ QString Dot11Capabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11Capabilities, this, tagName);
 }
 
+void Dot11Capabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11Capabilities, this, out, tagName);
+}
+
 void Dot11Capabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11Capabilities, this, node);

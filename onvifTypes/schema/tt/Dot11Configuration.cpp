@@ -43,6 +43,11 @@ QString Dot11Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11Configuration, this, tagName);
 }
 
+void Dot11Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11Configuration, this, out, tagName);
+}
+
 void Dot11Configuration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11Configuration, this, node);

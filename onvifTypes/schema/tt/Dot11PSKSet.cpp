@@ -33,6 +33,11 @@ QString Dot11PSKSet::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11PSKSet, this, tagName);
 }
 
+void Dot11PSKSet::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11PSKSet, this, out, tagName);
+}
+
 void Dot11PSKSet::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11PSKSet, this, node);

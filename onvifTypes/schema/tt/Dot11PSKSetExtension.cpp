@@ -23,6 +23,11 @@ QString Dot11PSKSetExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11PSKSetExtension, this, tagName);
 }
 
+void Dot11PSKSetExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11PSKSetExtension, this, out, tagName);
+}
+
 void Dot11PSKSetExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11PSKSetExtension, this, node);

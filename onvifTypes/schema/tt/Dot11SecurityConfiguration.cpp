@@ -45,6 +45,11 @@ QString Dot11SecurityConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11SecurityConfiguration, this, tagName);
 }
 
+void Dot11SecurityConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11SecurityConfiguration, this, out, tagName);
+}
+
 void Dot11SecurityConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11SecurityConfiguration, this, node);

@@ -23,6 +23,11 @@ QString Dot11SecurityConfigurationExtension::serialize(const QString& tagName) c
     return ComplexType::serialize(infoDot11SecurityConfigurationExtension, this, tagName);
 }
 
+void Dot11SecurityConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11SecurityConfigurationExtension, this, out, tagName);
+}
+
 void Dot11SecurityConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11SecurityConfigurationExtension, this, node);

@@ -45,6 +45,11 @@ QString Dot11Status::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot11Status, this, tagName);
 }
 
+void Dot11Status::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot11Status, this, out, tagName);
+}
+
 void Dot11Status::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot11Status, this, node);

@@ -47,6 +47,11 @@ QString Dot1XConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot1XConfiguration, this, tagName);
 }
 
+void Dot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot1XConfiguration, this, out, tagName);
+}
+
 void Dot1XConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot1XConfiguration, this, node);

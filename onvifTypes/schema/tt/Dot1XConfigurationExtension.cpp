@@ -23,6 +23,11 @@ QString Dot1XConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot1XConfigurationExtension, this, tagName);
 }
 
+void Dot1XConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot1XConfigurationExtension, this, out, tagName);
+}
+
 void Dot1XConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot1XConfigurationExtension, this, node);

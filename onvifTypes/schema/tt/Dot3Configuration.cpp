@@ -23,6 +23,11 @@ QString Dot3Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDot3Configuration, this, tagName);
 }
 
+void Dot3Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDot3Configuration, this, out, tagName);
+}
+
 void Dot3Configuration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDot3Configuration, this, node);

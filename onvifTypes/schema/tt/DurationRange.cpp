@@ -35,6 +35,11 @@ QString DurationRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDurationRange, this, tagName);
 }
 
+void DurationRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDurationRange, this, out, tagName);
+}
+
 void DurationRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDurationRange, this, node);

@@ -41,6 +41,11 @@ QString DynamicDNSInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDynamicDNSInformation, this, tagName);
 }
 
+void DynamicDNSInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDynamicDNSInformation, this, out, tagName);
+}
+
 void DynamicDNSInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDynamicDNSInformation, this, node);

@@ -23,6 +23,11 @@ QString DynamicDNSInformationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoDynamicDNSInformationExtension, this, tagName);
 }
 
+void DynamicDNSInformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoDynamicDNSInformationExtension, this, out, tagName);
+}
+
 void DynamicDNSInformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoDynamicDNSInformationExtension, this, node);

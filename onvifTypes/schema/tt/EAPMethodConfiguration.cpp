@@ -34,6 +34,11 @@ QString EAPMethodConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEAPMethodConfiguration, this, tagName);
 }
 
+void EAPMethodConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEAPMethodConfiguration, this, out, tagName);
+}
+
 void EAPMethodConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEAPMethodConfiguration, this, node);

@@ -34,6 +34,11 @@ QString EFlip::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEFlip, this, tagName);
 }
 
+void EFlip::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEFlip, this, out, tagName);
+}
+
 void EFlip::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEFlip, this, node);

@@ -32,6 +32,11 @@ QString EFlipOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEFlipOptions, this, tagName);
 }
 
+void EFlipOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEFlipOptions, this, out, tagName);
+}
+
 void EFlipOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEFlipOptions, this, node);

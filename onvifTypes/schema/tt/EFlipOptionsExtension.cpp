@@ -23,6 +23,11 @@ QString EFlipOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEFlipOptionsExtension, this, tagName);
 }
 
+void EFlipOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEFlipOptionsExtension, this, out, tagName);
+}
+
 void EFlipOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEFlipOptionsExtension, this, node);

@@ -23,6 +23,11 @@ QString EapMethodExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEapMethodExtension, this, tagName);
 }
 
+void EapMethodExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEapMethodExtension, this, out, tagName);
+}
+
 void EapMethodExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEapMethodExtension, this, node);

@@ -37,6 +37,11 @@ QString EngineConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEngineConfiguration, this, tagName);
 }
 
+void EngineConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEngineConfiguration, this, out, tagName);
+}
+
 void EngineConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEngineConfiguration, this, node);

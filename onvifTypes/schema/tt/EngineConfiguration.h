@@ -21,6 +21,7 @@ public:
     QSharedPointer<tt::AnalyticsEngineInputInfo> AnalyticsEngineInputInfo;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

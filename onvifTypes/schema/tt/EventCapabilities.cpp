@@ -39,6 +39,11 @@ QString EventCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEventCapabilities, this, tagName);
 }
 
+void EventCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEventCapabilities, this, out, tagName);
+}
+
 void EventCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEventCapabilities, this, node);

@@ -23,6 +23,11 @@ QString EventFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEventFilter, this, tagName);
 }
 
+void EventFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEventFilter, this, out, tagName);
+}
+
 void EventFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEventFilter, this, node);

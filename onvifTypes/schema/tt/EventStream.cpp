@@ -31,6 +31,11 @@ QString EventStream::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEventStream, this, tagName);
 }
 
+void EventStream::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEventStream, this, out, tagName);
+}
+
 void EventStream::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEventStream, this, node);

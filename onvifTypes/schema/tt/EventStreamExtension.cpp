@@ -23,6 +23,11 @@ QString EventStreamExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEventStreamExtension, this, tagName);
 }
 
+void EventStreamExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEventStreamExtension, this, out, tagName);
+}
+
 void EventStreamExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEventStreamExtension, this, node);

@@ -30,6 +30,11 @@ QString EventSubscription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoEventSubscription, this, tagName);
 }
 
+void EventSubscription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEventSubscription, this, out, tagName);
+}
+
 void EventSubscription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoEventSubscription, this, node);

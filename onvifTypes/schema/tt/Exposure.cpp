@@ -58,6 +58,11 @@ QString Exposure::serialize(const QString& tagName) const
     return ComplexType::serialize(infoExposure, this, tagName);
 }
 
+void Exposure::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoExposure, this, out, tagName);
+}
+
 void Exposure::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoExposure, this, node);

@@ -58,6 +58,11 @@ QString Exposure20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoExposure20, this, tagName);
 }
 
+void Exposure20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoExposure20, this, out, tagName);
+}
+
 void Exposure20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoExposure20, this, node);

@@ -56,6 +56,11 @@ QString ExposureOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoExposureOptions, this, tagName);
 }
 
+void ExposureOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoExposureOptions, this, out, tagName);
+}
+
 void ExposureOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoExposureOptions, this, node);

@@ -51,6 +51,11 @@ QString ExposureOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoExposureOptions20, this, tagName);
 }
 
+void ExposureOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoExposureOptions20, this, out, tagName);
+}
+
 void ExposureOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoExposureOptions20, this, node);

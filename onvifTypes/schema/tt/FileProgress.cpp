@@ -35,6 +35,11 @@ QString FileProgress::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFileProgress, this, tagName);
 }
 
+void FileProgress::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFileProgress, this, out, tagName);
+}
+
 void FileProgress::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFileProgress, this, node);

@@ -41,6 +41,11 @@ QString FindEventResult::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindEventResult, this, tagName);
 }
 
+void FindEventResult::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindEventResult, this, out, tagName);
+}
+
 void FindEventResult::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindEventResult, this, node);

@@ -37,6 +37,11 @@ QString FindEventResultList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindEventResultList, this, tagName);
 }
 
+void FindEventResultList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindEventResultList, this, out, tagName);
+}
+
 void FindEventResultList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindEventResultList, this, node);

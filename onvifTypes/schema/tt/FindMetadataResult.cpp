@@ -37,6 +37,11 @@ QString FindMetadataResult::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindMetadataResult, this, tagName);
 }
 
+void FindMetadataResult::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindMetadataResult, this, out, tagName);
+}
+
 void FindMetadataResult::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindMetadataResult, this, node);

@@ -37,6 +37,11 @@ QString FindMetadataResultList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindMetadataResultList, this, tagName);
 }
 
+void FindMetadataResultList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindMetadataResultList, this, out, tagName);
+}
+
 void FindMetadataResultList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindMetadataResultList, this, node);

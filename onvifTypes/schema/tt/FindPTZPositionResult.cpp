@@ -40,6 +40,11 @@ QString FindPTZPositionResult::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindPTZPositionResult, this, tagName);
 }
 
+void FindPTZPositionResult::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindPTZPositionResult, this, out, tagName);
+}
+
 void FindPTZPositionResult::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindPTZPositionResult, this, node);

@@ -37,6 +37,11 @@ QString FindPTZPositionResultList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindPTZPositionResultList, this, tagName);
 }
 
+void FindPTZPositionResultList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindPTZPositionResultList, this, out, tagName);
+}
+
 void FindPTZPositionResultList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindPTZPositionResultList, this, node);

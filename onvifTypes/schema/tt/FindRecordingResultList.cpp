@@ -37,6 +37,11 @@ QString FindRecordingResultList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFindRecordingResultList, this, tagName);
 }
 
+void FindRecordingResultList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFindRecordingResultList, this, out, tagName);
+}
+
 void FindRecordingResultList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFindRecordingResultList, this, node);

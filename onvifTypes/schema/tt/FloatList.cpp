@@ -28,6 +28,11 @@ QString FloatList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFloatList, this, tagName);
 }
 
+void FloatList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFloatList, this, out, tagName);
+}
+
 void FloatList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFloatList, this, node);

@@ -35,6 +35,11 @@ QString FloatRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFloatRange, this, tagName);
 }
 
+void FloatRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFloatRange, this, out, tagName);
+}
+
 void FloatRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFloatRange, this, node);

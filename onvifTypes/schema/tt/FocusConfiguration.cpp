@@ -40,6 +40,11 @@ QString FocusConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusConfiguration, this, tagName);
 }
 
+void FocusConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusConfiguration, this, out, tagName);
+}
+
 void FocusConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusConfiguration, this, node);

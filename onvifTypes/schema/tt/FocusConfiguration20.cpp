@@ -43,6 +43,11 @@ QString FocusConfiguration20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusConfiguration20, this, tagName);
 }
 
+void FocusConfiguration20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusConfiguration20, this, out, tagName);
+}
+
 void FocusConfiguration20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusConfiguration20, this, node);

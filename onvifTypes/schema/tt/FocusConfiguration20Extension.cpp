@@ -23,6 +23,11 @@ QString FocusConfiguration20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusConfiguration20Extension, this, tagName);
 }
 
+void FocusConfiguration20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusConfiguration20Extension, this, out, tagName);
+}
+
 void FocusConfiguration20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusConfiguration20Extension, this, node);

@@ -35,6 +35,11 @@ QString FocusMove::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusMove, this, tagName);
 }
 
+void FocusMove::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusMove, this, out, tagName);
+}
+
 void FocusMove::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusMove, this, node);

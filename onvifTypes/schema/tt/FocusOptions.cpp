@@ -41,6 +41,11 @@ QString FocusOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusOptions, this, tagName);
 }
 
+void FocusOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusOptions, this, out, tagName);
+}
+
 void FocusOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusOptions, this, node);

@@ -39,6 +39,11 @@ QString FocusOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusOptions20, this, tagName);
 }
 
+void FocusOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusOptions20, this, out, tagName);
+}
+
 void FocusOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusOptions20, this, node);

@@ -23,6 +23,11 @@ QString FocusOptions20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusOptions20Extension, this, tagName);
 }
 
+void FocusOptions20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusOptions20Extension, this, out, tagName);
+}
+
 void FocusOptions20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusOptions20Extension, this, node);

@@ -38,6 +38,11 @@ QString FocusStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusStatus, this, tagName);
 }
 
+void FocusStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusStatus, this, out, tagName);
+}
+
 void FocusStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusStatus, this, node);

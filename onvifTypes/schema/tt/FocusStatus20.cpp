@@ -41,6 +41,11 @@ QString FocusStatus20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusStatus20, this, tagName);
 }
 
+void FocusStatus20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusStatus20, this, out, tagName);
+}
+
 void FocusStatus20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusStatus20, this, node);

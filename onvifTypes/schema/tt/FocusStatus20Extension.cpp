@@ -23,6 +23,11 @@ QString FocusStatus20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFocusStatus20Extension, this, tagName);
 }
 
+void FocusStatus20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFocusStatus20Extension, this, out, tagName);
+}
+
 void FocusStatus20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFocusStatus20Extension, this, node);

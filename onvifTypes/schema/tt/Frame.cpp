@@ -48,6 +48,11 @@ QString Frame::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFrame, this, tagName);
 }
 
+void Frame::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFrame, this, out, tagName);
+}
+
 void Frame::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFrame, this, node);

@@ -32,6 +32,11 @@ QString FrameExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFrameExtension, this, tagName);
 }
 
+void FrameExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFrameExtension, this, out, tagName);
+}
+
 void FrameExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFrameExtension, this, node);

@@ -23,6 +23,11 @@ QString FrameExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoFrameExtension2, this, tagName);
 }
 
+void FrameExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFrameExtension2, this, out, tagName);
+}
+
 void FrameExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoFrameExtension2, this, node);

@@ -36,6 +36,11 @@ QString G711DecOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoG711DecOptions, this, tagName);
 }
 
+void G711DecOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoG711DecOptions, this, out, tagName);
+}
+
 void G711DecOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoG711DecOptions, this, node);

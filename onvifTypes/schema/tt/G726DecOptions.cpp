@@ -36,6 +36,11 @@ QString G726DecOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoG726DecOptions, this, tagName);
 }
 
+void G726DecOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoG726DecOptions, this, out, tagName);
+}
+
 void G726DecOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoG726DecOptions, this, node);

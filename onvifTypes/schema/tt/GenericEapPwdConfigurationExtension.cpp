@@ -23,6 +23,11 @@ QString GenericEapPwdConfigurationExtension::serialize(const QString& tagName) c
     return ComplexType::serialize(infoGenericEapPwdConfigurationExtension, this, tagName);
 }
 
+void GenericEapPwdConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGenericEapPwdConfigurationExtension, this, out, tagName);
+}
+
 void GenericEapPwdConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGenericEapPwdConfigurationExtension, this, node);

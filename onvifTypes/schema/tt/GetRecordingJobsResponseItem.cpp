@@ -36,6 +36,11 @@ QString GetRecordingJobsResponseItem::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRecordingJobsResponseItem, this, tagName);
 }
 
+void GetRecordingJobsResponseItem::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRecordingJobsResponseItem, this, out, tagName);
+}
+
 void GetRecordingJobsResponseItem::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRecordingJobsResponseItem, this, node);

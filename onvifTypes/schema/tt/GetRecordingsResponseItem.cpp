@@ -39,6 +39,11 @@ QString GetRecordingsResponseItem::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetRecordingsResponseItem, this, tagName);
 }
 
+void GetRecordingsResponseItem::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetRecordingsResponseItem, this, out, tagName);
+}
+
 void GetRecordingsResponseItem::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetRecordingsResponseItem, this, node);

@@ -36,6 +36,11 @@ QString GetTracksResponseItem::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetTracksResponseItem, this, tagName);
 }
 
+void GetTracksResponseItem::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetTracksResponseItem, this, out, tagName);
+}
+
 void GetTracksResponseItem::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetTracksResponseItem, this, node);

@@ -29,6 +29,11 @@ QString GetTracksResponseList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoGetTracksResponseList, this, tagName);
 }
 
+void GetTracksResponseList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoGetTracksResponseList, this, out, tagName);
+}
+
 void GetTracksResponseList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoGetTracksResponseList, this, node);

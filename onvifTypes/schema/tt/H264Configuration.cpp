@@ -36,6 +36,11 @@ QString H264Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoH264Configuration, this, tagName);
 }
 
+void H264Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoH264Configuration, this, out, tagName);
+}
+
 void H264Configuration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoH264Configuration, this, node);

@@ -42,6 +42,11 @@ QString H264DecOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoH264DecOptions, this, tagName);
 }
 
+void H264DecOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoH264DecOptions, this, out, tagName);
+}
+
 void H264DecOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoH264DecOptions, this, node);

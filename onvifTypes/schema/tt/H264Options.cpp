@@ -44,6 +44,11 @@ QString H264Options::serialize(const QString& tagName) const
     return ComplexType::serialize(infoH264Options, this, tagName);
 }
 
+void H264Options::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoH264Options, this, out, tagName);
+}
+
 void H264Options::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoH264Options, this, node);

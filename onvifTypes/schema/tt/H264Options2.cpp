@@ -40,6 +40,12 @@ QString H264Options2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoH264Options2, this, tagName, baseText);
 }
 
+void H264Options2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::H264Options::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoH264Options2, this, out, tagName, baseText);
+}
+
 void H264Options2::deserialize(const QDomNode& node)
 {
     {

@@ -38,6 +38,11 @@ QString HostnameInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoHostnameInformation, this, tagName);
 }
 
+void HostnameInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoHostnameInformation, this, out, tagName);
+}
+
 void HostnameInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoHostnameInformation, this, node);

@@ -23,6 +23,11 @@ QString HostnameInformationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoHostnameInformationExtension, this, tagName);
 }
 
+void HostnameInformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoHostnameInformationExtension, this, out, tagName);
+}
+
 void HostnameInformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoHostnameInformationExtension, this, node);

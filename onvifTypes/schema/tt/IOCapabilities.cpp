@@ -33,6 +33,11 @@ QString IOCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIOCapabilities, this, tagName);
 }
 
+void IOCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIOCapabilities, this, out, tagName);
+}
+
 void IOCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIOCapabilities, this, node);

@@ -38,6 +38,11 @@ QString IOCapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIOCapabilitiesExtension, this, tagName);
 }
 
+void IOCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIOCapabilitiesExtension, this, out, tagName);
+}
+
 void IOCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIOCapabilitiesExtension, this, node);

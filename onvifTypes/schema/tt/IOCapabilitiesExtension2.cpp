@@ -23,6 +23,11 @@ QString IOCapabilitiesExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIOCapabilitiesExtension2, this, tagName);
 }
 
+void IOCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIOCapabilitiesExtension2, this, out, tagName);
+}
+
 void IOCapabilitiesExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIOCapabilitiesExtension2, this, node);

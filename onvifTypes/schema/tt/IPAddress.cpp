@@ -38,6 +38,11 @@ QString IPAddress::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPAddress, this, tagName);
 }
 
+void IPAddress::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPAddress, this, out, tagName);
+}
+
 void IPAddress::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPAddress, this, node);

@@ -43,6 +43,11 @@ QString IPAddressFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPAddressFilter, this, tagName);
 }
 
+void IPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPAddressFilter, this, out, tagName);
+}
+
 void IPAddressFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPAddressFilter, this, node);

@@ -23,6 +23,11 @@ QString IPAddressFilterExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPAddressFilterExtension, this, tagName);
 }
 
+void IPAddressFilterExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPAddressFilterExtension, this, out, tagName);
+}
+
 void IPAddressFilterExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPAddressFilterExtension, this, node);

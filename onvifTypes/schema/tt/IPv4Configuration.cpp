@@ -40,6 +40,11 @@ QString IPv4Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPv4Configuration, this, tagName);
 }
 
+void IPv4Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv4Configuration, this, out, tagName);
+}
+
 void IPv4Configuration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv4Configuration, this, node);

@@ -36,6 +36,11 @@ QString IPv4NetworkInterface::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPv4NetworkInterface, this, tagName);
 }
 
+void IPv4NetworkInterface::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv4NetworkInterface, this, out, tagName);
+}
+
 void IPv4NetworkInterface::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv4NetworkInterface, this, node);

@@ -33,6 +33,11 @@ QString IPv4NetworkInterfaceSetConfiguration::serialize(const QString& tagName) 
     return ComplexType::serialize(infoIPv4NetworkInterfaceSetConfiguration, this, tagName);
 }
 
+void IPv4NetworkInterfaceSetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv4NetworkInterfaceSetConfiguration, this, out, tagName);
+}
+
 void IPv4NetworkInterfaceSetConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv4NetworkInterfaceSetConfiguration, this, node);

@@ -48,6 +48,11 @@ QString IPv6Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPv6Configuration, this, tagName);
 }
 
+void IPv6Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv6Configuration, this, out, tagName);
+}
+
 void IPv6Configuration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6Configuration, this, node);

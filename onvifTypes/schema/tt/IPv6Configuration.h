@@ -28,6 +28,7 @@ public:
     QSharedPointer<tt::IPv6ConfigurationExtension> Extension;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -23,6 +23,11 @@ QString IPv6ConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPv6ConfigurationExtension, this, tagName);
 }
 
+void IPv6ConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv6ConfigurationExtension, this, out, tagName);
+}
+
 void IPv6ConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6ConfigurationExtension, this, node);

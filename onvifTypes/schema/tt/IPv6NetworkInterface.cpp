@@ -36,6 +36,11 @@ QString IPv6NetworkInterface::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIPv6NetworkInterface, this, tagName);
 }
 
+void IPv6NetworkInterface::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv6NetworkInterface, this, out, tagName);
+}
+
 void IPv6NetworkInterface::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6NetworkInterface, this, node);

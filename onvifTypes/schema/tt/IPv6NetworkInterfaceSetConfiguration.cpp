@@ -36,6 +36,11 @@ QString IPv6NetworkInterfaceSetConfiguration::serialize(const QString& tagName) 
     return ComplexType::serialize(infoIPv6NetworkInterfaceSetConfiguration, this, tagName);
 }
 
+void IPv6NetworkInterfaceSetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIPv6NetworkInterfaceSetConfiguration, this, out, tagName);
+}
+
 void IPv6NetworkInterfaceSetConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6NetworkInterfaceSetConfiguration, this, node);

@@ -39,6 +39,11 @@ QString ImageStabilization::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImageStabilization, this, tagName);
 }
 
+void ImageStabilization::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImageStabilization, this, out, tagName);
+}
+
 void ImageStabilization::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilization, this, node);

@@ -23,6 +23,11 @@ QString ImageStabilizationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImageStabilizationExtension, this, tagName);
 }
 
+void ImageStabilizationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImageStabilizationExtension, this, out, tagName);
+}
+
 void ImageStabilizationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilizationExtension, this, node);

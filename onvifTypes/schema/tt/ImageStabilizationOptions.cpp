@@ -35,6 +35,11 @@ QString ImageStabilizationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImageStabilizationOptions, this, tagName);
 }
 
+void ImageStabilizationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImageStabilizationOptions, this, out, tagName);
+}
+
 void ImageStabilizationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilizationOptions, this, node);

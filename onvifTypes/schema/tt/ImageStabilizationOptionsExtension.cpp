@@ -23,6 +23,11 @@ QString ImageStabilizationOptionsExtension::serialize(const QString& tagName) co
     return ComplexType::serialize(infoImageStabilizationOptionsExtension, this, tagName);
 }
 
+void ImageStabilizationOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImageStabilizationOptionsExtension, this, out, tagName);
+}
+
 void ImageStabilizationOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilizationOptionsExtension, this, node);

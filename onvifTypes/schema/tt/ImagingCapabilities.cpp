@@ -33,6 +33,11 @@ QString ImagingCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingCapabilities, this, tagName);
 }
 
+void ImagingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingCapabilities, this, out, tagName);
+}
+
 void ImagingCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingCapabilities, this, node);

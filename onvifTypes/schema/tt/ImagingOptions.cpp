@@ -58,6 +58,11 @@ QString ImagingOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingOptions, this, tagName);
 }
 
+void ImagingOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingOptions, this, out, tagName);
+}
+
 void ImagingOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions, this, node);

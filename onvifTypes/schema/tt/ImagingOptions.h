@@ -35,6 +35,7 @@ public:
     QSharedPointer<tt::WhiteBalanceOptions> WhiteBalance;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -56,6 +56,11 @@ QString ImagingOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingOptions20, this, tagName);
 }
 
+void ImagingOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingOptions20, this, out, tagName);
+}
+
 void ImagingOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20, this, node);

@@ -32,6 +32,11 @@ QString ImagingOptions20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingOptions20Extension, this, tagName);
 }
 
+void ImagingOptions20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingOptions20Extension, this, out, tagName);
+}
+
 void ImagingOptions20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension, this, node);

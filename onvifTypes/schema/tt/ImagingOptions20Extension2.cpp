@@ -32,6 +32,11 @@ QString ImagingOptions20Extension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingOptions20Extension2, this, tagName);
 }
 
+void ImagingOptions20Extension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingOptions20Extension2, this, out, tagName);
+}
+
 void ImagingOptions20Extension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension2, this, node);

@@ -38,6 +38,11 @@ QString ImagingOptions20Extension3::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingOptions20Extension3, this, tagName);
 }
 
+void ImagingOptions20Extension3::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingOptions20Extension3, this, out, tagName);
+}
+
 void ImagingOptions20Extension3::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension3, this, node);

@@ -23,6 +23,11 @@ QString ImagingOptions20Extension4::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingOptions20Extension4, this, tagName);
 }
 
+void ImagingOptions20Extension4::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingOptions20Extension4, this, out, tagName);
+}
+
 void ImagingOptions20Extension4::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension4, this, node);

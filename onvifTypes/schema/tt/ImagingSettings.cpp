@@ -55,6 +55,11 @@ QString ImagingSettings::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettings, this, tagName);
 }
 
+void ImagingSettings::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettings, this, out, tagName);
+}
+
 void ImagingSettings::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettings, this, node);

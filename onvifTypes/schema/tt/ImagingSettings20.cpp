@@ -55,6 +55,11 @@ QString ImagingSettings20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettings20, this, tagName);
 }
 
+void ImagingSettings20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettings20, this, out, tagName);
+}
+
 void ImagingSettings20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettings20, this, node);

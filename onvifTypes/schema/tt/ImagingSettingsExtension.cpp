@@ -23,6 +23,11 @@ QString ImagingSettingsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettingsExtension, this, tagName);
 }
 
+void ImagingSettingsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettingsExtension, this, out, tagName);
+}
+
 void ImagingSettingsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension, this, node);

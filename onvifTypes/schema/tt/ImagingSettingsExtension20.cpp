@@ -32,6 +32,11 @@ QString ImagingSettingsExtension20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettingsExtension20, this, tagName);
 }
 
+void ImagingSettingsExtension20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettingsExtension20, this, out, tagName);
+}
+
 void ImagingSettingsExtension20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension20, this, node);

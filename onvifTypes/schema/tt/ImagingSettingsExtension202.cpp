@@ -32,6 +32,11 @@ QString ImagingSettingsExtension202::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettingsExtension202, this, tagName);
 }
 
+void ImagingSettingsExtension202::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettingsExtension202, this, out, tagName);
+}
+
 void ImagingSettingsExtension202::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension202, this, node);

@@ -38,6 +38,11 @@ QString ImagingSettingsExtension203::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettingsExtension203, this, tagName);
 }
 
+void ImagingSettingsExtension203::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettingsExtension203, this, out, tagName);
+}
+
 void ImagingSettingsExtension203::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension203, this, node);

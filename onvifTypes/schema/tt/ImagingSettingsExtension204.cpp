@@ -23,6 +23,11 @@ QString ImagingSettingsExtension204::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingSettingsExtension204, this, tagName);
 }
 
+void ImagingSettingsExtension204::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingSettingsExtension204, this, out, tagName);
+}
+
 void ImagingSettingsExtension204::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension204, this, node);

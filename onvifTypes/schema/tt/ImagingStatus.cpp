@@ -34,6 +34,11 @@ QString ImagingStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingStatus, this, tagName);
 }
 
+void ImagingStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingStatus, this, out, tagName);
+}
+
 void ImagingStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingStatus, this, node);

@@ -32,6 +32,11 @@ QString ImagingStatus20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingStatus20, this, tagName);
 }
 
+void ImagingStatus20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingStatus20, this, out, tagName);
+}
+
 void ImagingStatus20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingStatus20, this, node);

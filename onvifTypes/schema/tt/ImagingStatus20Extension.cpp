@@ -23,6 +23,11 @@ QString ImagingStatus20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoImagingStatus20Extension, this, tagName);
 }
 
+void ImagingStatus20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoImagingStatus20Extension, this, out, tagName);
+}
+
 void ImagingStatus20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoImagingStatus20Extension, this, node);

@@ -28,6 +28,11 @@ QString IntList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIntList, this, tagName);
 }
 
+void IntList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIntList, this, out, tagName);
+}
+
 void IntList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIntList, this, node);

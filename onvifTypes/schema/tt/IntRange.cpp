@@ -35,6 +35,11 @@ QString IntRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIntRange, this, tagName);
 }
 
+void IntRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIntRange, this, out, tagName);
+}
+
 void IntRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIntRange, this, node);

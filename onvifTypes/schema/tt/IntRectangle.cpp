@@ -39,6 +39,11 @@ QString IntRectangle::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIntRectangle, this, tagName);
 }
 
+void IntRectangle::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIntRectangle, this, out, tagName);
+}
+
 void IntRectangle::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIntRectangle, this, node);

@@ -40,6 +40,11 @@ QString IntRectangleRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIntRectangleRange, this, tagName);
 }
 
+void IntRectangleRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIntRectangleRange, this, out, tagName);
+}
+
 void IntRectangleRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIntRectangleRange, this, node);

@@ -40,6 +40,11 @@ QString IrCutFilterAutoAdjustment::serialize(const QString& tagName) const
     return ComplexType::serialize(infoIrCutFilterAutoAdjustment, this, tagName);
 }
 
+void IrCutFilterAutoAdjustment::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIrCutFilterAutoAdjustment, this, out, tagName);
+}
+
 void IrCutFilterAutoAdjustment::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustment, this, node);

@@ -23,6 +23,11 @@ QString IrCutFilterAutoAdjustmentExtension::serialize(const QString& tagName) co
     return ComplexType::serialize(infoIrCutFilterAutoAdjustmentExtension, this, tagName);
 }
 
+void IrCutFilterAutoAdjustmentExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIrCutFilterAutoAdjustmentExtension, this, out, tagName);
+}
+
 void IrCutFilterAutoAdjustmentExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustmentExtension, this, node);

@@ -36,6 +36,11 @@ QString IrCutFilterAutoAdjustmentOptions::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoIrCutFilterAutoAdjustmentOptions, this, tagName);
 }
 
+void IrCutFilterAutoAdjustmentOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIrCutFilterAutoAdjustmentOptions, this, out, tagName);
+}
+
 void IrCutFilterAutoAdjustmentOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustmentOptions, this, node);

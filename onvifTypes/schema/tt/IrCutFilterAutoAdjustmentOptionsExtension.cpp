@@ -23,6 +23,11 @@ QString IrCutFilterAutoAdjustmentOptionsExtension::serialize(const QString& tagN
     return ComplexType::serialize(infoIrCutFilterAutoAdjustmentOptionsExtension, this, tagName);
 }
 
+void IrCutFilterAutoAdjustmentOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoIrCutFilterAutoAdjustmentOptionsExtension, this, out, tagName);
+}
+
 void IrCutFilterAutoAdjustmentOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustmentOptionsExtension, this, node);

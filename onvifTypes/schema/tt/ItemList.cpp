@@ -33,6 +33,11 @@ QString ItemList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoItemList, this, tagName);
 }
 
+void ItemList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoItemList, this, out, tagName);
+}
+
 void ItemList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoItemList, this, node);

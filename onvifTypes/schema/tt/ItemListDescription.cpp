@@ -33,6 +33,11 @@ QString ItemListDescription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoItemListDescription, this, tagName);
 }
 
+void ItemListDescription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoItemListDescription, this, out, tagName);
+}
+
 void ItemListDescription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoItemListDescription, this, node);

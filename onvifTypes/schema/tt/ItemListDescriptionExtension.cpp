@@ -23,6 +23,11 @@ QString ItemListDescriptionExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoItemListDescriptionExtension, this, tagName);
 }
 
+void ItemListDescriptionExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoItemListDescriptionExtension, this, out, tagName);
+}
+
 void ItemListDescriptionExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoItemListDescriptionExtension, this, node);

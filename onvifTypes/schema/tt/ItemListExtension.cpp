@@ -23,6 +23,11 @@ QString ItemListExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoItemListExtension, this, tagName);
 }
 
+void ItemListExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoItemListExtension, this, out, tagName);
+}
+
 void ItemListExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoItemListExtension, this, node);

@@ -39,6 +39,11 @@ QString JpegDecOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoJpegDecOptions, this, tagName);
 }
 
+void JpegDecOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoJpegDecOptions, this, out, tagName);
+}
+
 void JpegDecOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoJpegDecOptions, this, node);

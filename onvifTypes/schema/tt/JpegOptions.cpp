@@ -39,6 +39,11 @@ QString JpegOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoJpegOptions, this, tagName);
 }
 
+void JpegOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoJpegOptions, this, out, tagName);
+}
+
 void JpegOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoJpegOptions, this, node);

@@ -38,6 +38,12 @@ QString JpegOptions2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoJpegOptions2, this, tagName, baseText);
 }
 
+void JpegOptions2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::JpegOptions::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoJpegOptions2, this, out, tagName, baseText);
+}
+
 void JpegOptions2::deserialize(const QDomNode& node)
 {
     {

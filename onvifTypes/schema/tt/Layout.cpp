@@ -32,6 +32,11 @@ QString Layout::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLayout, this, tagName);
 }
 
+void Layout::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLayout, this, out, tagName);
+}
+
 void Layout::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLayout, this, node);

@@ -23,6 +23,11 @@ QString LayoutExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLayoutExtension, this, tagName);
 }
 
+void LayoutExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLayoutExtension, this, out, tagName);
+}
+
 void LayoutExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLayoutExtension, this, node);

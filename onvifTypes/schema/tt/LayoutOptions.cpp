@@ -32,6 +32,11 @@ QString LayoutOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLayoutOptions, this, tagName);
 }
 
+void LayoutOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLayoutOptions, this, out, tagName);
+}
+
 void LayoutOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLayoutOptions, this, node);

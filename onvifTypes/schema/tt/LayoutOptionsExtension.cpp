@@ -23,6 +23,11 @@ QString LayoutOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLayoutOptionsExtension, this, tagName);
 }
 
+void LayoutOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLayoutOptionsExtension, this, out, tagName);
+}
+
 void LayoutOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLayoutOptionsExtension, this, node);

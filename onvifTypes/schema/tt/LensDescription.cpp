@@ -41,6 +41,11 @@ QString LensDescription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLensDescription, this, tagName);
 }
 
+void LensDescription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLensDescription, this, out, tagName);
+}
+
 void LensDescription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLensDescription, this, node);

@@ -30,6 +30,11 @@ QString LensOffset::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLensOffset, this, tagName);
 }
 
+void LensOffset::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLensOffset, this, out, tagName);
+}
+
 void LensOffset::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLensOffset, this, node);

@@ -37,6 +37,11 @@ QString LensProjection::serialize(const QString& tagName) const
     return ComplexType::serialize(infoLensProjection, this, tagName);
 }
 
+void LensProjection::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoLensProjection, this, out, tagName);
+}
+
 void LensProjection::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoLensProjection, this, node);

@@ -43,6 +43,11 @@ QString MaximumNumberOfOSDs::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMaximumNumberOfOSDs, this, tagName);
 }
 
+void MaximumNumberOfOSDs::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMaximumNumberOfOSDs, this, out, tagName);
+}
+
 void MaximumNumberOfOSDs::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMaximumNumberOfOSDs, this, node);

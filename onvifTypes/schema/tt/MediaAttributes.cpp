@@ -40,6 +40,11 @@ QString MediaAttributes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMediaAttributes, this, tagName);
 }
 
+void MediaAttributes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMediaAttributes, this, out, tagName);
+}
+
 void MediaAttributes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMediaAttributes, this, node);

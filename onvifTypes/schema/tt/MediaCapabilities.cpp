@@ -39,6 +39,11 @@ QString MediaCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMediaCapabilities, this, tagName);
 }
 
+void MediaCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMediaCapabilities, this, out, tagName);
+}
+
 void MediaCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMediaCapabilities, this, node);

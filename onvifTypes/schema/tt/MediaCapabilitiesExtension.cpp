@@ -34,6 +34,11 @@ QString MediaCapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMediaCapabilitiesExtension, this, tagName);
 }
 
+void MediaCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMediaCapabilitiesExtension, this, out, tagName);
+}
+
 void MediaCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMediaCapabilitiesExtension, this, node);

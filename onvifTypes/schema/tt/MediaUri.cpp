@@ -39,6 +39,11 @@ QString MediaUri::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMediaUri, this, tagName);
 }
 
+void MediaUri::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMediaUri, this, out, tagName);
+}
+
 void MediaUri::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMediaUri, this, node);

@@ -36,6 +36,11 @@ QString Merge::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMerge, this, tagName);
 }
 
+void Merge::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMerge, this, out, tagName);
+}
+
 void Merge::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMerge, this, node);

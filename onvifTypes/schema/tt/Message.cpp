@@ -46,6 +46,11 @@ QString Message::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMessage, this, tagName);
 }
 
+void Message::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMessage, this, out, tagName);
+}
+
 void Message::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMessage, this, node);

@@ -38,6 +38,11 @@ QString MessageDescription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMessageDescription, this, tagName);
 }
 
+void MessageDescription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMessageDescription, this, out, tagName);
+}
+
 void MessageDescription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMessageDescription, this, node);

@@ -23,6 +23,11 @@ QString MessageDescriptionExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMessageDescriptionExtension, this, tagName);
 }
 
+void MessageDescriptionExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMessageDescriptionExtension, this, out, tagName);
+}
+
 void MessageDescriptionExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMessageDescriptionExtension, this, node);

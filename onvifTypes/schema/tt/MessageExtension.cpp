@@ -23,6 +23,11 @@ QString MessageExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMessageExtension, this, tagName);
 }
 
+void MessageExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMessageExtension, this, out, tagName);
+}
+
 void MessageExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMessageExtension, this, node);

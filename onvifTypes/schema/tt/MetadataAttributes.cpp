@@ -39,6 +39,11 @@ QString MetadataAttributes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataAttributes, this, tagName);
 }
 
+void MetadataAttributes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataAttributes, this, out, tagName);
+}
+
 void MetadataAttributes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataAttributes, this, node);

@@ -56,6 +56,12 @@ QString MetadataConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataConfiguration, this, tagName, baseText);
 }
 
+void MetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoMetadataConfiguration, this, out, tagName, baseText);
+}
+
 void MetadataConfiguration::deserialize(const QDomNode& node)
 {
     {

@@ -23,6 +23,11 @@ QString MetadataConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataConfigurationExtension, this, tagName);
 }
 
+void MetadataConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataConfigurationExtension, this, out, tagName);
+}
+
 void MetadataConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationExtension, this, node);

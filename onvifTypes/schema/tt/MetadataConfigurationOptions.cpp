@@ -37,6 +37,11 @@ QString MetadataConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataConfigurationOptions, this, tagName);
 }
 
+void MetadataConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataConfigurationOptions, this, out, tagName);
+}
+
 void MetadataConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationOptions, this, node);

@@ -31,6 +31,11 @@ QString MetadataConfigurationOptionsExtension::serialize(const QString& tagName)
     return ComplexType::serialize(infoMetadataConfigurationOptionsExtension, this, tagName);
 }
 
+void MetadataConfigurationOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataConfigurationOptionsExtension, this, out, tagName);
+}
+
 void MetadataConfigurationOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationOptionsExtension, this, node);

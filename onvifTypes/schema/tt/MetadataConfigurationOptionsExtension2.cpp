@@ -23,6 +23,11 @@ QString MetadataConfigurationOptionsExtension2::serialize(const QString& tagName
     return ComplexType::serialize(infoMetadataConfigurationOptionsExtension2, this, tagName);
 }
 
+void MetadataConfigurationOptionsExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataConfigurationOptionsExtension2, this, out, tagName);
+}
+
 void MetadataConfigurationOptionsExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationOptionsExtension2, this, node);

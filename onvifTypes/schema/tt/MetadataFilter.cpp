@@ -33,6 +33,11 @@ QString MetadataFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataFilter, this, tagName);
 }
 
+void MetadataFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataFilter, this, out, tagName);
+}
+
 void MetadataFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataFilter, this, node);

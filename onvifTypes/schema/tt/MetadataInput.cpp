@@ -32,6 +32,11 @@ QString MetadataInput::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataInput, this, tagName);
 }
 
+void MetadataInput::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataInput, this, out, tagName);
+}
+
 void MetadataInput::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataInput, this, node);

@@ -23,6 +23,11 @@ QString MetadataInputExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataInputExtension, this, tagName);
 }
 
+void MetadataInputExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataInputExtension, this, out, tagName);
+}
+
 void MetadataInputExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataInputExtension, this, node);

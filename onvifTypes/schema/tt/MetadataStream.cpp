@@ -38,6 +38,11 @@ QString MetadataStream::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataStream, this, tagName);
 }
 
+void MetadataStream::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataStream, this, out, tagName);
+}
+
 void MetadataStream::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataStream, this, node);

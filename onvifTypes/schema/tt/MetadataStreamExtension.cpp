@@ -32,6 +32,11 @@ QString MetadataStreamExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataStreamExtension, this, tagName);
 }
 
+void MetadataStreamExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataStreamExtension, this, out, tagName);
+}
+
 void MetadataStreamExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataStreamExtension, this, node);

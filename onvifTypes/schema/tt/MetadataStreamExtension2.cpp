@@ -23,6 +23,11 @@ QString MetadataStreamExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMetadataStreamExtension2, this, tagName);
 }
 
+void MetadataStreamExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMetadataStreamExtension2, this, out, tagName);
+}
+
 void MetadataStreamExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataStreamExtension2, this, node);

@@ -35,6 +35,11 @@ QString MotionExpression::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMotionExpression, this, tagName);
 }
 
+void MotionExpression::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMotionExpression, this, out, tagName);
+}
+
 void MotionExpression::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMotionExpression, this, node);

@@ -34,6 +34,11 @@ QString MotionExpressionConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMotionExpressionConfiguration, this, tagName);
 }
 
+void MotionExpressionConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMotionExpressionConfiguration, this, out, tagName);
+}
+
 void MotionExpressionConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMotionExpressionConfiguration, this, node);

@@ -37,6 +37,11 @@ QString MotionInCells::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMotionInCells, this, tagName);
 }
 
+void MotionInCells::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMotionInCells, this, out, tagName);
+}
+
 void MotionInCells::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMotionInCells, this, node);

@@ -35,6 +35,11 @@ QString MoveOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMoveOptions, this, tagName);
 }
 
+void MoveOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMoveOptions, this, out, tagName);
+}
+
 void MoveOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMoveOptions, this, node);

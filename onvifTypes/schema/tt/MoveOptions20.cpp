@@ -35,6 +35,11 @@ QString MoveOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMoveOptions20, this, tagName);
 }
 
+void MoveOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMoveOptions20, this, out, tagName);
+}
+
 void MoveOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMoveOptions20, this, node);

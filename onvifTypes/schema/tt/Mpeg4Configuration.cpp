@@ -36,6 +36,11 @@ QString Mpeg4Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMpeg4Configuration, this, tagName);
 }
 
+void Mpeg4Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMpeg4Configuration, this, out, tagName);
+}
+
 void Mpeg4Configuration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMpeg4Configuration, this, node);

@@ -42,6 +42,11 @@ QString Mpeg4DecOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMpeg4DecOptions, this, tagName);
 }
 
+void Mpeg4DecOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMpeg4DecOptions, this, out, tagName);
+}
+
 void Mpeg4DecOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMpeg4DecOptions, this, node);

@@ -44,6 +44,11 @@ QString Mpeg4Options::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMpeg4Options, this, tagName);
 }
 
+void Mpeg4Options::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMpeg4Options, this, out, tagName);
+}
+
 void Mpeg4Options::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMpeg4Options, this, node);

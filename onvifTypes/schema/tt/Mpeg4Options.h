@@ -26,6 +26,7 @@ public:
     QVector<tt::Mpeg4Profile> Mpeg4ProfilesSupported;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -40,6 +40,12 @@ QString Mpeg4Options2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMpeg4Options2, this, tagName, baseText);
 }
 
+void Mpeg4Options2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::Mpeg4Options::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoMpeg4Options2, this, out, tagName, baseText);
+}
+
 void Mpeg4Options2::deserialize(const QDomNode& node)
 {
     {

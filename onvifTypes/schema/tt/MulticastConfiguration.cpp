@@ -40,6 +40,11 @@ QString MulticastConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoMulticastConfiguration, this, tagName);
 }
 
+void MulticastConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoMulticastConfiguration, this, out, tagName);
+}
+
 void MulticastConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoMulticastConfiguration, this, node);

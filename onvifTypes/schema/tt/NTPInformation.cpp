@@ -41,6 +41,11 @@ QString NTPInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNTPInformation, this, tagName);
 }
 
+void NTPInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNTPInformation, this, out, tagName);
+}
+
 void NTPInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNTPInformation, this, node);

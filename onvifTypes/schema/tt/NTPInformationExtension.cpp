@@ -23,6 +23,11 @@ QString NTPInformationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNTPInformationExtension, this, tagName);
 }
 
+void NTPInformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNTPInformationExtension, this, out, tagName);
+}
+
 void NTPInformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNTPInformationExtension, this, node);

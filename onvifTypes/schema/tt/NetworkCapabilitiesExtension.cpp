@@ -31,6 +31,11 @@ QString NetworkCapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkCapabilitiesExtension, this, tagName);
 }
 
+void NetworkCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkCapabilitiesExtension, this, out, tagName);
+}
+
 void NetworkCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkCapabilitiesExtension, this, node);

@@ -23,6 +23,11 @@ QString NetworkCapabilitiesExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkCapabilitiesExtension2, this, tagName);
 }
 
+void NetworkCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkCapabilitiesExtension2, this, out, tagName);
+}
+
 void NetworkCapabilitiesExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkCapabilitiesExtension2, this, node);

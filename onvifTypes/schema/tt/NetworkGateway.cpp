@@ -30,6 +30,11 @@ QString NetworkGateway::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkGateway, this, tagName);
 }
 
+void NetworkGateway::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkGateway, this, out, tagName);
+}
+
 void NetworkGateway::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkGateway, this, node);

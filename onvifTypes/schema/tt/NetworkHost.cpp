@@ -43,6 +43,11 @@ QString NetworkHost::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkHost, this, tagName);
 }
 
+void NetworkHost::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkHost, this, out, tagName);
+}
+
 void NetworkHost::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkHost, this, node);

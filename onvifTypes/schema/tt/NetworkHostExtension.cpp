@@ -23,6 +23,11 @@ QString NetworkHostExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkHostExtension, this, tagName);
 }
 
+void NetworkHostExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkHostExtension, this, out, tagName);
+}
+
 void NetworkHostExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkHostExtension, this, node);

@@ -50,6 +50,12 @@ QString NetworkInterface::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkInterface, this, tagName, baseText);
 }
 
+void NetworkInterface::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoNetworkInterface, this, out, tagName, baseText);
+}
+
 void NetworkInterface::deserialize(const QDomNode& node)
 {
     {

@@ -38,6 +38,11 @@ QString NetworkInterfaceConnectionSetting::serialize(const QString& tagName) con
     return ComplexType::serialize(infoNetworkInterfaceConnectionSetting, this, tagName);
 }
 
+void NetworkInterfaceConnectionSetting::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceConnectionSetting, this, out, tagName);
+}
+
 void NetworkInterfaceConnectionSetting::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceConnectionSetting, this, node);

@@ -42,6 +42,11 @@ QString NetworkInterfaceExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkInterfaceExtension, this, tagName);
 }
 
+void NetworkInterfaceExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceExtension, this, out, tagName);
+}
+
 void NetworkInterfaceExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceExtension, this, node);

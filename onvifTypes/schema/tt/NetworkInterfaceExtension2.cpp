@@ -23,6 +23,11 @@ QString NetworkInterfaceExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkInterfaceExtension2, this, tagName);
 }
 
+void NetworkInterfaceExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceExtension2, this, out, tagName);
+}
+
 void NetworkInterfaceExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceExtension2, this, node);

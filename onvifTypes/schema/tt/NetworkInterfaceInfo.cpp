@@ -37,6 +37,11 @@ QString NetworkInterfaceInfo::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkInterfaceInfo, this, tagName);
 }
 
+void NetworkInterfaceInfo::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceInfo, this, out, tagName);
+}
+
 void NetworkInterfaceInfo::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceInfo, this, node);

@@ -38,6 +38,11 @@ QString NetworkInterfaceLink::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkInterfaceLink, this, tagName);
 }
 
+void NetworkInterfaceLink::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceLink, this, out, tagName);
+}
+
 void NetworkInterfaceLink::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceLink, this, node);

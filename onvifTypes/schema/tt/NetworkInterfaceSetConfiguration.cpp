@@ -42,6 +42,11 @@ QString NetworkInterfaceSetConfiguration::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoNetworkInterfaceSetConfiguration, this, tagName);
 }
 
+void NetworkInterfaceSetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceSetConfiguration, this, out, tagName);
+}
+
 void NetworkInterfaceSetConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceSetConfiguration, this, node);

@@ -35,6 +35,11 @@ QString NetworkInterfaceSetConfigurationExtension::serialize(const QString& tagN
     return ComplexType::serialize(infoNetworkInterfaceSetConfigurationExtension, this, tagName);
 }
 
+void NetworkInterfaceSetConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceSetConfigurationExtension, this, out, tagName);
+}
+
 void NetworkInterfaceSetConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceSetConfigurationExtension, this, node);

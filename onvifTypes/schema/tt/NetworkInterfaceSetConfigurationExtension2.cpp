@@ -23,6 +23,11 @@ QString NetworkInterfaceSetConfigurationExtension2::serialize(const QString& tag
     return ComplexType::serialize(infoNetworkInterfaceSetConfigurationExtension2, this, tagName);
 }
 
+void NetworkInterfaceSetConfigurationExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkInterfaceSetConfigurationExtension2, this, out, tagName);
+}
+
 void NetworkInterfaceSetConfigurationExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceSetConfigurationExtension2, this, node);

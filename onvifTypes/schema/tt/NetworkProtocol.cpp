@@ -41,6 +41,11 @@ QString NetworkProtocol::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkProtocol, this, tagName);
 }
 
+void NetworkProtocol::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkProtocol, this, out, tagName);
+}
+
 void NetworkProtocol::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkProtocol, this, node);

@@ -23,6 +23,11 @@ QString NetworkProtocolExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkProtocolExtension, this, tagName);
 }
 
+void NetworkProtocolExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkProtocolExtension, this, out, tagName);
+}
+
 void NetworkProtocolExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkProtocolExtension, this, node);

@@ -40,6 +40,11 @@ QString NetworkZeroConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNetworkZeroConfiguration, this, tagName);
 }
 
+void NetworkZeroConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkZeroConfiguration, this, out, tagName);
+}
+
 void NetworkZeroConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkZeroConfiguration, this, node);

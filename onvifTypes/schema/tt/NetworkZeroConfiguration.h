@@ -24,6 +24,7 @@ public:
     QSharedPointer<tt::NetworkZeroConfigurationExtension> Extension;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

@@ -32,6 +32,11 @@ QString NetworkZeroConfigurationExtension::serialize(const QString& tagName) con
     return ComplexType::serialize(infoNetworkZeroConfigurationExtension, this, tagName);
 }
 
+void NetworkZeroConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkZeroConfigurationExtension, this, out, tagName);
+}
+
 void NetworkZeroConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkZeroConfigurationExtension, this, node);

@@ -23,6 +23,11 @@ QString NetworkZeroConfigurationExtension2::serialize(const QString& tagName) co
     return ComplexType::serialize(infoNetworkZeroConfigurationExtension2, this, tagName);
 }
 
+void NetworkZeroConfigurationExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNetworkZeroConfigurationExtension2, this, out, tagName);
+}
+
 void NetworkZeroConfigurationExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkZeroConfigurationExtension2, this, node);

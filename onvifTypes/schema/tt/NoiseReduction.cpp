@@ -33,6 +33,11 @@ QString NoiseReduction::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNoiseReduction, this, tagName);
 }
 
+void NoiseReduction::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNoiseReduction, this, out, tagName);
+}
+
 void NoiseReduction::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNoiseReduction, this, node);

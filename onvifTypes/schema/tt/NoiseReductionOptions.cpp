@@ -33,6 +33,11 @@ QString NoiseReductionOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoNoiseReductionOptions, this, tagName);
 }
 
+void NoiseReductionOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoNoiseReductionOptions, this, out, tagName);
+}
+
 void NoiseReductionOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoNoiseReductionOptions, this, node);

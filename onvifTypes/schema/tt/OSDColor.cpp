@@ -36,6 +36,11 @@ QString OSDColor::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDColor, this, tagName);
 }
 
+void OSDColor::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDColor, this, out, tagName);
+}
+
 void OSDColor::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDColor, this, node);

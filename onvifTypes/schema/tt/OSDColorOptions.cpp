@@ -35,6 +35,11 @@ QString OSDColorOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDColorOptions, this, tagName);
 }
 
+void OSDColorOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDColorOptions, this, out, tagName);
+}
+
 void OSDColorOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDColorOptions, this, node);

@@ -23,6 +23,11 @@ QString OSDColorOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDColorOptionsExtension, this, tagName);
 }
 
+void OSDColorOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDColorOptionsExtension, this, out, tagName);
+}
+
 void OSDColorOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDColorOptionsExtension, this, node);

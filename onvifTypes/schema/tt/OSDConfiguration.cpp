@@ -51,6 +51,12 @@ QString OSDConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDConfiguration, this, tagName, baseText);
 }
 
+void OSDConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoOSDConfiguration, this, out, tagName, baseText);
+}
+
 void OSDConfiguration::deserialize(const QDomNode& node)
 {
     {

@@ -23,6 +23,11 @@ QString OSDConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDConfigurationExtension, this, tagName);
 }
 
+void OSDConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDConfigurationExtension, this, out, tagName);
+}
+
 void OSDConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDConfigurationExtension, this, node);

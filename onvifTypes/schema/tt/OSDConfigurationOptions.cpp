@@ -48,6 +48,11 @@ QString OSDConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDConfigurationOptions, this, tagName);
 }
 
+void OSDConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDConfigurationOptions, this, out, tagName);
+}
+
 void OSDConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDConfigurationOptions, this, node);

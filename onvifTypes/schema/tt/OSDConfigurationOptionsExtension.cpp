@@ -23,6 +23,11 @@ QString OSDConfigurationOptionsExtension::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoOSDConfigurationOptionsExtension, this, tagName);
 }
 
+void OSDConfigurationOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDConfigurationOptionsExtension, this, out, tagName);
+}
+
 void OSDConfigurationOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDConfigurationOptionsExtension, this, node);

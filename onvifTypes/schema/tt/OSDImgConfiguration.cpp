@@ -36,6 +36,11 @@ QString OSDImgConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDImgConfiguration, this, tagName);
 }
 
+void OSDImgConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDImgConfiguration, this, out, tagName);
+}
+
 void OSDImgConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgConfiguration, this, node);

@@ -23,6 +23,11 @@ QString OSDImgConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDImgConfigurationExtension, this, tagName);
 }
 
+void OSDImgConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDImgConfigurationExtension, this, out, tagName);
+}
+
 void OSDImgConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgConfigurationExtension, this, node);

@@ -31,6 +31,11 @@ QString OSDImgOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDImgOptions, this, tagName);
 }
 
+void OSDImgOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDImgOptions, this, out, tagName);
+}
+
 void OSDImgOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgOptions, this, node);

@@ -23,6 +23,11 @@ QString OSDImgOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDImgOptionsExtension, this, tagName);
 }
 
+void OSDImgOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDImgOptionsExtension, this, out, tagName);
+}
+
 void OSDImgOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgOptionsExtension, this, node);

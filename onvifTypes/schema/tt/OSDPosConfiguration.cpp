@@ -39,6 +39,11 @@ QString OSDPosConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDPosConfiguration, this, tagName);
 }
 
+void OSDPosConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDPosConfiguration, this, out, tagName);
+}
+
 void OSDPosConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDPosConfiguration, this, node);

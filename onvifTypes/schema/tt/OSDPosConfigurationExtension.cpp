@@ -23,6 +23,11 @@ QString OSDPosConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDPosConfigurationExtension, this, tagName);
 }
 
+void OSDPosConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDPosConfigurationExtension, this, out, tagName);
+}
+
 void OSDPosConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDPosConfigurationExtension, this, node);

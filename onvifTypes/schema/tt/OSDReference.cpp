@@ -33,6 +33,11 @@ QString OSDReference::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDReference, this, tagName);
 }
 
+void OSDReference::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDReference, this, out, tagName);
+}
+
 void OSDReference::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDReference, this, node);

@@ -49,6 +49,11 @@ QString OSDTextConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDTextConfiguration, this, tagName);
 }
 
+void OSDTextConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDTextConfiguration, this, out, tagName);
+}
+
 void OSDTextConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextConfiguration, this, node);

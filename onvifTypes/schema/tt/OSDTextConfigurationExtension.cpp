@@ -23,6 +23,11 @@ QString OSDTextConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDTextConfigurationExtension, this, tagName);
 }
 
+void OSDTextConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDTextConfigurationExtension, this, out, tagName);
+}
+
 void OSDTextConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextConfigurationExtension, this, node);

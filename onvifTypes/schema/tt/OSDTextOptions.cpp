@@ -43,6 +43,11 @@ QString OSDTextOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDTextOptions, this, tagName);
 }
 
+void OSDTextOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDTextOptions, this, out, tagName);
+}
+
 void OSDTextOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextOptions, this, node);

@@ -23,6 +23,11 @@ QString OSDTextOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOSDTextOptionsExtension, this, tagName);
 }
 
+void OSDTextOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOSDTextOptionsExtension, this, out, tagName);
+}
+
 void OSDTextOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextOptionsExtension, this, node);

@@ -37,6 +37,12 @@ QString Object::serialize(const QString& tagName) const
     return ComplexType::serialize(infoObject, this, tagName, baseText);
 }
 
+void Object::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ObjectId::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoObject, this, out, tagName, baseText);
+}
+
 void Object::deserialize(const QDomNode& node)
 {
     {

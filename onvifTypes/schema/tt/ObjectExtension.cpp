@@ -23,6 +23,11 @@ QString ObjectExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoObjectExtension, this, tagName);
 }
 
+void ObjectExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoObjectExtension, this, out, tagName);
+}
+
 void ObjectExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoObjectExtension, this, node);

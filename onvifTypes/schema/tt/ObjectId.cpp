@@ -28,6 +28,11 @@ QString ObjectId::serialize(const QString& tagName) const
     return ComplexType::serialize(infoObjectId, this, tagName);
 }
 
+void ObjectId::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoObjectId, this, out, tagName);
+}
+
 void ObjectId::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoObjectId, this, node);

@@ -41,6 +41,11 @@ QString ObjectTree::serialize(const QString& tagName) const
     return ComplexType::serialize(infoObjectTree, this, tagName);
 }
 
+void ObjectTree::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoObjectTree, this, out, tagName);
+}
+
 void ObjectTree::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoObjectTree, this, node);

@@ -23,6 +23,11 @@ QString ObjectTreeExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoObjectTreeExtension, this, tagName);
 }
 
+void ObjectTreeExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoObjectTreeExtension, this, out, tagName);
+}
+
 void ObjectTreeExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoObjectTreeExtension, this, node);

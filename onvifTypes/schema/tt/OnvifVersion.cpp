@@ -35,6 +35,11 @@ QString OnvifVersion::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOnvifVersion, this, tagName);
 }
 
+void OnvifVersion::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOnvifVersion, this, out, tagName);
+}
+
 void OnvifVersion::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOnvifVersion, this, node);

@@ -35,6 +35,11 @@ QString OtherType::serialize(const QString& tagName) const
     return ComplexType::serialize(infoOtherType, this, tagName);
 }
 
+void OtherType::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoOtherType, this, out, tagName);
+}
+
 void OtherType::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoOtherType, this, node);

@@ -35,6 +35,11 @@ QString PTControlDirection::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTControlDirection, this, tagName);
 }
 
+void PTControlDirection::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTControlDirection, this, out, tagName);
+}
+
 void PTControlDirection::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirection, this, node);

@@ -23,6 +23,11 @@ QString PTControlDirectionExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTControlDirectionExtension, this, tagName);
 }
 
+void PTControlDirectionExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTControlDirectionExtension, this, out, tagName);
+}
+
 void PTControlDirectionExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirectionExtension, this, node);

@@ -35,6 +35,11 @@ QString PTControlDirectionOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTControlDirectionOptions, this, tagName);
 }
 
+void PTControlDirectionOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTControlDirectionOptions, this, out, tagName);
+}
+
 void PTControlDirectionOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirectionOptions, this, node);

@@ -23,6 +23,11 @@ QString PTControlDirectionOptionsExtension::serialize(const QString& tagName) co
     return ComplexType::serialize(infoPTControlDirectionOptionsExtension, this, tagName);
 }
 
+void PTControlDirectionOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTControlDirectionOptionsExtension, this, out, tagName);
+}
+
 void PTControlDirectionOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirectionOptionsExtension, this, node);

@@ -33,6 +33,11 @@ QString PTZCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZCapabilities, this, tagName);
 }
 
+void PTZCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZCapabilities, this, out, tagName);
+}
+
 void PTZCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZCapabilities, this, node);

@@ -69,6 +69,12 @@ QString PTZConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZConfiguration, this, tagName, baseText);
 }
 
+void PTZConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoPTZConfiguration, this, out, tagName, baseText);
+}
+
 void PTZConfiguration::deserialize(const QDomNode& node)
 {
     {

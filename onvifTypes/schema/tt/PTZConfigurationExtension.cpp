@@ -32,6 +32,11 @@ QString PTZConfigurationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZConfigurationExtension, this, tagName);
 }
 
+void PTZConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZConfigurationExtension, this, out, tagName);
+}
+
 void PTZConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationExtension, this, node);

@@ -23,6 +23,11 @@ QString PTZConfigurationExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZConfigurationExtension2, this, tagName);
 }
 
+void PTZConfigurationExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZConfigurationExtension2, this, out, tagName);
+}
+
 void PTZConfigurationExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationExtension2, this, node);

@@ -45,6 +45,11 @@ QString PTZConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZConfigurationOptions, this, tagName);
 }
 
+void PTZConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZConfigurationOptions, this, out, tagName);
+}
+
 void PTZConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationOptions, this, node);

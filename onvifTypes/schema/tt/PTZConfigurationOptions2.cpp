@@ -23,6 +23,11 @@ QString PTZConfigurationOptions2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZConfigurationOptions2, this, tagName);
 }
 
+void PTZConfigurationOptions2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZConfigurationOptions2, this, out, tagName);
+}
+
 void PTZConfigurationOptions2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationOptions2, this, node);

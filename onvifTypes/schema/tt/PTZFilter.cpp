@@ -35,6 +35,11 @@ QString PTZFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZFilter, this, tagName);
 }
 
+void PTZFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZFilter, this, out, tagName);
+}
+
 void PTZFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZFilter, this, node);

@@ -31,6 +31,11 @@ QString PTZMoveStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZMoveStatus, this, tagName);
 }
 
+void PTZMoveStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZMoveStatus, this, out, tagName);
+}
+
 void PTZMoveStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZMoveStatus, this, node);

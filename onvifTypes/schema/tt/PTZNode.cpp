@@ -49,6 +49,12 @@ QString PTZNode::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZNode, this, tagName, baseText);
 }
 
+void PTZNode::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoPTZNode, this, out, tagName, baseText);
+}
+
 void PTZNode::deserialize(const QDomNode& node)
 {
     {

@@ -32,6 +32,11 @@ QString PTZNodeExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZNodeExtension, this, tagName);
 }
 
+void PTZNodeExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZNodeExtension, this, out, tagName);
+}
+
 void PTZNodeExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZNodeExtension, this, node);

@@ -23,6 +23,11 @@ QString PTZNodeExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZNodeExtension2, this, tagName);
 }
 
+void PTZNodeExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZNodeExtension2, this, out, tagName);
+}
+
 void PTZNodeExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZNodeExtension2, this, node);

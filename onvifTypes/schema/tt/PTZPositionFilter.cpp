@@ -38,6 +38,11 @@ QString PTZPositionFilter::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPositionFilter, this, tagName);
 }
 
+void PTZPositionFilter::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPositionFilter, this, out, tagName);
+}
+
 void PTZPositionFilter::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPositionFilter, this, node);

@@ -33,6 +33,11 @@ QString PTZPreset::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPreset, this, tagName);
 }
 
+void PTZPreset::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPreset, this, out, tagName);
+}
+
 void PTZPreset::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPreset, this, node);

@@ -23,6 +23,11 @@ QString PTZPresetTourExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourExtension, this, tagName);
 }
 
+void PTZPresetTourExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourExtension, this, out, tagName);
+}
+
 void PTZPresetTourExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourExtension, this, node);

@@ -39,6 +39,11 @@ QString PTZPresetTourOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourOptions, this, tagName);
 }
 
+void PTZPresetTourOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourOptions, this, out, tagName);
+}
+
 void PTZPresetTourOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourOptions, this, node);

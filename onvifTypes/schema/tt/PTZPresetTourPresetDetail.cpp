@@ -36,6 +36,11 @@ QString PTZPresetTourPresetDetail::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourPresetDetail, this, tagName);
 }
 
+void PTZPresetTourPresetDetail::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourPresetDetail, this, out, tagName);
+}
+
 void PTZPresetTourPresetDetail::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourPresetDetail, this, node);

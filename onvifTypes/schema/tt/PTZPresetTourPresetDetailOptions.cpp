@@ -39,6 +39,11 @@ QString PTZPresetTourPresetDetailOptions::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoPTZPresetTourPresetDetailOptions, this, tagName);
 }
 
+void PTZPresetTourPresetDetailOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourPresetDetailOptions, this, out, tagName);
+}
+
 void PTZPresetTourPresetDetailOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourPresetDetailOptions, this, node);

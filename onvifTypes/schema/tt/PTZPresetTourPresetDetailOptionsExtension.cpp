@@ -23,6 +23,11 @@ QString PTZPresetTourPresetDetailOptionsExtension::serialize(const QString& tagN
     return ComplexType::serialize(infoPTZPresetTourPresetDetailOptionsExtension, this, tagName);
 }
 
+void PTZPresetTourPresetDetailOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourPresetDetailOptionsExtension, this, out, tagName);
+}
+
 void PTZPresetTourPresetDetailOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourPresetDetailOptionsExtension, this, node);

@@ -42,6 +42,11 @@ QString PTZPresetTourSpot::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourSpot, this, tagName);
 }
 
+void PTZPresetTourSpot::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourSpot, this, out, tagName);
+}
+
 void PTZPresetTourSpot::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSpot, this, node);

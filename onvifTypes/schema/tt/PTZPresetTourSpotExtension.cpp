@@ -23,6 +23,11 @@ QString PTZPresetTourSpotExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourSpotExtension, this, tagName);
 }
 
+void PTZPresetTourSpotExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourSpotExtension, this, out, tagName);
+}
+
 void PTZPresetTourSpotExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSpotExtension, this, node);

@@ -37,6 +37,11 @@ QString PTZPresetTourSpotOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourSpotOptions, this, tagName);
 }
 
+void PTZPresetTourSpotOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourSpotOptions, this, out, tagName);
+}
+
 void PTZPresetTourSpotOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSpotOptions, this, node);

@@ -38,6 +38,11 @@ QString PTZPresetTourStartingCondition::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourStartingCondition, this, tagName);
 }
 
+void PTZPresetTourStartingCondition::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourStartingCondition, this, out, tagName);
+}
+
 void PTZPresetTourStartingCondition::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingCondition, this, node);

@@ -23,6 +23,11 @@ QString PTZPresetTourStartingConditionExtension::serialize(const QString& tagNam
     return ComplexType::serialize(infoPTZPresetTourStartingConditionExtension, this, tagName);
 }
 
+void PTZPresetTourStartingConditionExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourStartingConditionExtension, this, out, tagName);
+}
+
 void PTZPresetTourStartingConditionExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingConditionExtension, this, node);

@@ -38,6 +38,11 @@ QString PTZPresetTourStartingConditionOptions::serialize(const QString& tagName)
     return ComplexType::serialize(infoPTZPresetTourStartingConditionOptions, this, tagName);
 }
 
+void PTZPresetTourStartingConditionOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourStartingConditionOptions, this, out, tagName);
+}
+
 void PTZPresetTourStartingConditionOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingConditionOptions, this, node);

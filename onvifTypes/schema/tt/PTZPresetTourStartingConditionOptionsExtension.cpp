@@ -23,6 +23,11 @@ QString PTZPresetTourStartingConditionOptionsExtension::serialize(const QString&
     return ComplexType::serialize(infoPTZPresetTourStartingConditionOptionsExtension, this, tagName);
 }
 
+void PTZPresetTourStartingConditionOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourStartingConditionOptionsExtension, this, out, tagName);
+}
+
 void PTZPresetTourStartingConditionOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingConditionOptionsExtension, this, node);

@@ -40,6 +40,11 @@ QString PTZPresetTourStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourStatus, this, tagName);
 }
 
+void PTZPresetTourStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourStatus, this, out, tagName);
+}
+
 void PTZPresetTourStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStatus, this, node);

@@ -23,6 +23,11 @@ QString PTZPresetTourStatusExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourStatusExtension, this, tagName);
 }
 
+void PTZPresetTourStatusExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourStatusExtension, this, out, tagName);
+}
+
 void PTZPresetTourStatusExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStatusExtension, this, node);

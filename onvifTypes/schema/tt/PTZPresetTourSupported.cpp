@@ -39,6 +39,11 @@ QString PTZPresetTourSupported::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourSupported, this, tagName);
 }
 
+void PTZPresetTourSupported::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourSupported, this, out, tagName);
+}
+
 void PTZPresetTourSupported::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSupported, this, node);

@@ -23,6 +23,11 @@ QString PTZPresetTourSupportedExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourSupportedExtension, this, tagName);
 }
 
+void PTZPresetTourSupportedExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourSupportedExtension, this, out, tagName);
+}
+
 void PTZPresetTourSupportedExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSupportedExtension, this, node);

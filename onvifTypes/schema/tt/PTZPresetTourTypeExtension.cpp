@@ -23,6 +23,11 @@ QString PTZPresetTourTypeExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZPresetTourTypeExtension, this, tagName);
 }
 
+void PTZPresetTourTypeExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZPresetTourTypeExtension, this, out, tagName);
+}
+
 void PTZPresetTourTypeExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourTypeExtension, this, node);

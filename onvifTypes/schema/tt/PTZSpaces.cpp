@@ -47,6 +47,11 @@ QString PTZSpaces::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZSpaces, this, tagName);
 }
 
+void PTZSpaces::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZSpaces, this, out, tagName);
+}
+
 void PTZSpaces::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZSpaces, this, node);

@@ -23,6 +23,11 @@ QString PTZSpacesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZSpacesExtension, this, tagName);
 }
 
+void PTZSpacesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZSpacesExtension, this, out, tagName);
+}
+
 void PTZSpacesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZSpacesExtension, this, node);

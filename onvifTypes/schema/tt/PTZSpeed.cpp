@@ -32,6 +32,11 @@ QString PTZSpeed::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZSpeed, this, tagName);
 }
 
+void PTZSpeed::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZSpeed, this, out, tagName);
+}
+
 void PTZSpeed::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZSpeed, this, node);

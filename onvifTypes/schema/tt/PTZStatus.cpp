@@ -41,6 +41,11 @@ QString PTZStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZStatus, this, tagName);
 }
 
+void PTZStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZStatus, this, out, tagName);
+}
+
 void PTZStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStatus, this, node);

@@ -42,6 +42,11 @@ QString PTZStatusFilterOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZStatusFilterOptions, this, tagName);
 }
 
+void PTZStatusFilterOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZStatusFilterOptions, this, out, tagName);
+}
+
 void PTZStatusFilterOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStatusFilterOptions, this, node);

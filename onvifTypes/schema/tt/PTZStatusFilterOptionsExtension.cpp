@@ -23,6 +23,11 @@ QString PTZStatusFilterOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZStatusFilterOptionsExtension, this, tagName);
 }
 
+void PTZStatusFilterOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZStatusFilterOptionsExtension, this, out, tagName);
+}
+
 void PTZStatusFilterOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStatusFilterOptionsExtension, this, node);

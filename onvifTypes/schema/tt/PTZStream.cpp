@@ -32,6 +32,11 @@ QString PTZStream::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZStream, this, tagName);
 }
 
+void PTZStream::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZStream, this, out, tagName);
+}
+
 void PTZStream::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStream, this, node);

@@ -23,6 +23,11 @@ QString PTZStreamExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZStreamExtension, this, tagName);
 }
 
+void PTZStreamExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZStreamExtension, this, out, tagName);
+}
+
 void PTZStreamExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStreamExtension, this, node);

@@ -32,6 +32,11 @@ QString PTZVector::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPTZVector, this, tagName);
 }
 
+void PTZVector::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPTZVector, this, out, tagName);
+}
+
 void PTZVector::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPTZVector, this, node);

@@ -34,6 +34,11 @@ QString PanTiltLimits::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPanTiltLimits, this, tagName);
 }
 
+void PanTiltLimits::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPanTiltLimits, this, out, tagName);
+}
+
 void PanTiltLimits::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPanTiltLimits, this, node);

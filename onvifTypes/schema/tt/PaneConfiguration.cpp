@@ -44,6 +44,11 @@ QString PaneConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPaneConfiguration, this, tagName);
 }
 
+void PaneConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPaneConfiguration, this, out, tagName);
+}
+
 void PaneConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPaneConfiguration, this, node);

@@ -36,6 +36,11 @@ QString PaneLayout::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPaneLayout, this, tagName);
 }
 
+void PaneLayout::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPaneLayout, this, out, tagName);
+}
+
 void PaneLayout::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPaneLayout, this, node);

@@ -32,6 +32,11 @@ QString PaneLayoutOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPaneLayoutOptions, this, tagName);
 }
 
+void PaneLayoutOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPaneLayoutOptions, this, out, tagName);
+}
+
 void PaneLayoutOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPaneLayoutOptions, this, node);

@@ -23,6 +23,11 @@ QString PaneOptionExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPaneOptionExtension, this, tagName);
 }
 
+void PaneOptionExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPaneOptionExtension, this, out, tagName);
+}
+
 void PaneOptionExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPaneOptionExtension, this, node);

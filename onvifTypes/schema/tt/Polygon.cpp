@@ -29,6 +29,11 @@ QString Polygon::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPolygon, this, tagName);
 }
 
+void Polygon::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPolygon, this, out, tagName);
+}
+
 void Polygon::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPolygon, this, node);

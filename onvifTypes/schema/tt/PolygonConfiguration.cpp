@@ -34,6 +34,11 @@ QString PolygonConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPolygonConfiguration, this, tagName);
 }
 
+void PolygonConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPolygonConfiguration, this, out, tagName);
+}
+
 void PolygonConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPolygonConfiguration, this, node);

@@ -29,6 +29,11 @@ QString Polyline::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPolyline, this, tagName);
 }
 
+void Polyline::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPolyline, this, out, tagName);
+}
+
 void Polyline::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPolyline, this, node);

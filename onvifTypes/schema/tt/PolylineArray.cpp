@@ -32,6 +32,11 @@ QString PolylineArray::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPolylineArray, this, tagName);
 }
 
+void PolylineArray::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPolylineArray, this, out, tagName);
+}
+
 void PolylineArray::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPolylineArray, this, node);

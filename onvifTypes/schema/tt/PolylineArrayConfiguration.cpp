@@ -34,6 +34,11 @@ QString PolylineArrayConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPolylineArrayConfiguration, this, tagName);
 }
 
+void PolylineArrayConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPolylineArrayConfiguration, this, out, tagName);
+}
+
 void PolylineArrayConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPolylineArrayConfiguration, this, node);

@@ -23,6 +23,11 @@ QString PolylineArrayExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPolylineArrayExtension, this, tagName);
 }
 
+void PolylineArrayExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPolylineArrayExtension, this, out, tagName);
+}
+
 void PolylineArrayExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPolylineArrayExtension, this, node);

@@ -35,6 +35,11 @@ QString PrefixedIPv4Address::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPrefixedIPv4Address, this, tagName);
 }
 
+void PrefixedIPv4Address::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPrefixedIPv4Address, this, out, tagName);
+}
+
 void PrefixedIPv4Address::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPrefixedIPv4Address, this, node);

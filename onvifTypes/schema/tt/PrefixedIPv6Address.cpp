@@ -35,6 +35,11 @@ QString PrefixedIPv6Address::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPrefixedIPv6Address, this, tagName);
 }
 
+void PrefixedIPv6Address::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPrefixedIPv6Address, this, out, tagName);
+}
+
 void PrefixedIPv6Address::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPrefixedIPv6Address, this, node);

@@ -49,6 +49,11 @@ QString PresetTour::serialize(const QString& tagName) const
     return ComplexType::serialize(infoPresetTour, this, tagName);
 }
 
+void PresetTour::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoPresetTour, this, out, tagName);
+}
+
 void PresetTour::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoPresetTour, this, node);

@@ -61,6 +61,11 @@ QString Profile::serialize(const QString& tagName) const
     return ComplexType::serialize(infoProfile, this, tagName);
 }
 
+void Profile::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoProfile, this, out, tagName);
+}
+
 void Profile::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoProfile, this, node);

@@ -33,6 +33,11 @@ QString ProfileCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoProfileCapabilities, this, tagName);
 }
 
+void ProfileCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoProfileCapabilities, this, out, tagName);
+}
+
 void ProfileCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoProfileCapabilities, this, node);

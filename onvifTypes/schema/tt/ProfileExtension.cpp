@@ -35,6 +35,11 @@ QString ProfileExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoProfileExtension, this, tagName);
 }
 
+void ProfileExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoProfileExtension, this, out, tagName);
+}
+
 void ProfileExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoProfileExtension, this, node);

@@ -23,6 +23,11 @@ QString ProfileExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoProfileExtension2, this, tagName);
 }
 
+void ProfileExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoProfileExtension2, this, out, tagName);
+}
+
 void ProfileExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoProfileExtension2, this, node);

@@ -32,6 +32,11 @@ QString ProfileStatus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoProfileStatus, this, tagName);
 }
 
+void ProfileStatus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoProfileStatus, this, out, tagName);
+}
+
 void ProfileStatus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoProfileStatus, this, node);

@@ -23,6 +23,11 @@ QString ProfileStatusExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoProfileStatusExtension, this, tagName);
 }
 
+void ProfileStatusExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoProfileStatusExtension, this, out, tagName);
+}
+
 void ProfileStatusExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoProfileStatusExtension, this, node);

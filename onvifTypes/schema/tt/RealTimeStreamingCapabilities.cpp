@@ -35,6 +35,11 @@ QString RealTimeStreamingCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRealTimeStreamingCapabilities, this, tagName);
 }
 
+void RealTimeStreamingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRealTimeStreamingCapabilities, this, out, tagName);
+}
+
 void RealTimeStreamingCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRealTimeStreamingCapabilities, this, node);

@@ -23,6 +23,11 @@ QString RealTimeStreamingCapabilitiesExtension::serialize(const QString& tagName
     return ComplexType::serialize(infoRealTimeStreamingCapabilitiesExtension, this, tagName);
 }
 
+void RealTimeStreamingCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRealTimeStreamingCapabilitiesExtension, this, out, tagName);
+}
+
 void RealTimeStreamingCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRealTimeStreamingCapabilitiesExtension, this, node);

@@ -36,6 +36,11 @@ QString Receiver::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReceiver, this, tagName);
 }
 
+void Receiver::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReceiver, this, out, tagName);
+}
+
 void Receiver::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReceiver, this, node);

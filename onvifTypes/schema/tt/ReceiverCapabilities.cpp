@@ -43,6 +43,11 @@ QString ReceiverCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReceiverCapabilities, this, tagName);
 }
 
+void ReceiverCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReceiverCapabilities, this, out, tagName);
+}
+
 void ReceiverCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReceiverCapabilities, this, node);

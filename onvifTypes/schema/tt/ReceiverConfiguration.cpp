@@ -39,6 +39,11 @@ QString ReceiverConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReceiverConfiguration, this, tagName);
 }
 
+void ReceiverConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReceiverConfiguration, this, out, tagName);
+}
+
 void ReceiverConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReceiverConfiguration, this, node);

@@ -36,6 +36,11 @@ QString ReceiverStateInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReceiverStateInformation, this, tagName);
 }
 
+void ReceiverStateInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReceiverStateInformation, this, out, tagName);
+}
+
 void ReceiverStateInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReceiverStateInformation, this, node);

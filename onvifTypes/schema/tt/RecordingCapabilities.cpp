@@ -43,6 +43,11 @@ QString RecordingCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingCapabilities, this, tagName);
 }
 
+void RecordingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingCapabilities, this, out, tagName);
+}
+
 void RecordingCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingCapabilities, this, node);

@@ -38,6 +38,11 @@ QString RecordingConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingConfiguration, this, tagName);
 }
 
+void RecordingConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingConfiguration, this, out, tagName);
+}
+
 void RecordingConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingConfiguration, this, node);

@@ -48,6 +48,11 @@ QString RecordingInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingInformation, this, tagName);
 }
 
+void RecordingInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingInformation, this, out, tagName);
+}
+
 void RecordingInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingInformation, this, node);

@@ -43,6 +43,11 @@ QString RecordingJobConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobConfiguration, this, tagName);
 }
 
+void RecordingJobConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobConfiguration, this, out, tagName);
+}
+
 void RecordingJobConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobConfiguration, this, node);

@@ -23,6 +23,11 @@ QString RecordingJobConfigurationExtension::serialize(const QString& tagName) co
     return ComplexType::serialize(infoRecordingJobConfigurationExtension, this, tagName);
 }
 
+void RecordingJobConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobConfigurationExtension, this, out, tagName);
+}
+
 void RecordingJobConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobConfigurationExtension, this, node);

@@ -37,6 +37,11 @@ QString RecordingJobSource::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobSource, this, tagName);
 }
 
+void RecordingJobSource::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobSource, this, out, tagName);
+}
+
 void RecordingJobSource::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobSource, this, node);

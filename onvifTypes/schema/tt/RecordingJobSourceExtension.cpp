@@ -23,6 +23,11 @@ QString RecordingJobSourceExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobSourceExtension, this, tagName);
 }
 
+void RecordingJobSourceExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobSourceExtension, this, out, tagName);
+}
+
 void RecordingJobSourceExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobSourceExtension, this, node);

@@ -41,6 +41,11 @@ QString RecordingJobStateInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobStateInformation, this, tagName);
 }
 
+void RecordingJobStateInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobStateInformation, this, out, tagName);
+}
+
 void RecordingJobStateInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateInformation, this, node);

@@ -23,6 +23,11 @@ QString RecordingJobStateInformationExtension::serialize(const QString& tagName)
     return ComplexType::serialize(infoRecordingJobStateInformationExtension, this, tagName);
 }
 
+void RecordingJobStateInformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobStateInformationExtension, this, out, tagName);
+}
+
 void RecordingJobStateInformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateInformationExtension, this, node);

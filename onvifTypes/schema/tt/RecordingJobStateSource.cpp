@@ -39,6 +39,11 @@ QString RecordingJobStateSource::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobStateSource, this, tagName);
 }
 
+void RecordingJobStateSource::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobStateSource, this, out, tagName);
+}
+
 void RecordingJobStateSource::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateSource, this, node);

@@ -39,6 +39,11 @@ QString RecordingJobStateTrack::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobStateTrack, this, tagName);
 }
 
+void RecordingJobStateTrack::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobStateTrack, this, out, tagName);
+}
+
 void RecordingJobStateTrack::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateTrack, this, node);

@@ -29,6 +29,11 @@ QString RecordingJobStateTracks::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobStateTracks, this, tagName);
 }
 
+void RecordingJobStateTracks::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobStateTracks, this, out, tagName);
+}
+
 void RecordingJobStateTracks::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateTracks, this, node);

@@ -35,6 +35,11 @@ QString RecordingJobTrack::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingJobTrack, this, tagName);
 }
 
+void RecordingJobTrack::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingJobTrack, this, out, tagName);
+}
+
 void RecordingJobTrack::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobTrack, this, node);

@@ -41,6 +41,11 @@ QString RecordingSourceInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingSourceInformation, this, tagName);
 }
 
+void RecordingSourceInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingSourceInformation, this, out, tagName);
+}
+
 void RecordingSourceInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingSourceInformation, this, node);

@@ -37,6 +37,11 @@ QString RecordingSummary::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRecordingSummary, this, tagName);
 }
 
+void RecordingSummary::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRecordingSummary, this, out, tagName);
+}
+
 void RecordingSummary::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingSummary, this, node);

@@ -34,6 +34,11 @@ QString Rectangle::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRectangle, this, tagName);
 }
 
+void Rectangle::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRectangle, this, out, tagName);
+}
+
 void Rectangle::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRectangle, this, node);

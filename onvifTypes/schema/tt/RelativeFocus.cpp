@@ -35,6 +35,11 @@ QString RelativeFocus::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelativeFocus, this, tagName);
 }
 
+void RelativeFocus::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRelativeFocus, this, out, tagName);
+}
+
 void RelativeFocus::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeFocus, this, node);

@@ -36,6 +36,11 @@ QString RelativeFocusOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelativeFocusOptions, this, tagName);
 }
 
+void RelativeFocusOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRelativeFocusOptions, this, out, tagName);
+}
+
 void RelativeFocusOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeFocusOptions, this, node);

@@ -36,6 +36,11 @@ QString RelativeFocusOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelativeFocusOptions20, this, tagName);
 }
 
+void RelativeFocusOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRelativeFocusOptions20, this, out, tagName);
+}
+
 void RelativeFocusOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeFocusOptions20, this, node);

@@ -36,6 +36,12 @@ QString RelayOutput::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelayOutput, this, tagName, baseText);
 }
 
+void RelayOutput::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoRelayOutput, this, out, tagName, baseText);
+}
+
 void RelayOutput::deserialize(const QDomNode& node)
 {
     {

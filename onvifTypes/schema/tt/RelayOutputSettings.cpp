@@ -39,6 +39,11 @@ QString RelayOutputSettings::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRelayOutputSettings, this, tagName);
 }
 
+void RelayOutputSettings::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRelayOutputSettings, this, out, tagName);
+}
+
 void RelayOutputSettings::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRelayOutputSettings, this, node);

@@ -37,6 +37,11 @@ QString RemoteUser::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRemoteUser, this, tagName);
 }
 
+void RemoteUser::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRemoteUser, this, out, tagName);
+}
+
 void RemoteUser::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRemoteUser, this, node);

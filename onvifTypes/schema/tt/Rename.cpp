@@ -36,6 +36,11 @@ QString Rename::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRename, this, tagName);
 }
 
+void Rename::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRename, this, out, tagName);
+}
+
 void Rename::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRename, this, node);

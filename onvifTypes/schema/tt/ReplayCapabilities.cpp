@@ -33,6 +33,11 @@ QString ReplayCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReplayCapabilities, this, tagName);
 }
 
+void ReplayCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReplayCapabilities, this, out, tagName);
+}
+
 void ReplayCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReplayCapabilities, this, node);

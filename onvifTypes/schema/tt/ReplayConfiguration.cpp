@@ -33,6 +33,11 @@ QString ReplayConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReplayConfiguration, this, tagName);
 }
 
+void ReplayConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReplayConfiguration, this, out, tagName);
+}
+
 void ReplayConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReplayConfiguration, this, node);

@@ -34,6 +34,11 @@ QString Reverse::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReverse, this, tagName);
 }
 
+void Reverse::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReverse, this, out, tagName);
+}
+
 void Reverse::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReverse, this, node);

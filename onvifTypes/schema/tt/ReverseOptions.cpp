@@ -32,6 +32,11 @@ QString ReverseOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReverseOptions, this, tagName);
 }
 
+void ReverseOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReverseOptions, this, out, tagName);
+}
+
 void ReverseOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReverseOptions, this, node);

@@ -23,6 +23,11 @@ QString ReverseOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoReverseOptionsExtension, this, tagName);
 }
 
+void ReverseOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoReverseOptionsExtension, this, out, tagName);
+}
+
 void ReverseOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoReverseOptionsExtension, this, node);

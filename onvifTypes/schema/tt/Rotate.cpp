@@ -39,6 +39,11 @@ QString Rotate::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRotate, this, tagName);
 }
 
+void Rotate::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRotate, this, out, tagName);
+}
+
 void Rotate::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRotate, this, node);

@@ -23,6 +23,11 @@ QString RotateExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRotateExtension, this, tagName);
 }
 
+void RotateExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRotateExtension, this, out, tagName);
+}
+
 void RotateExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRotateExtension, this, node);

@@ -35,6 +35,11 @@ QString RotateOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRotateOptions, this, tagName);
 }
 
+void RotateOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRotateOptions, this, out, tagName);
+}
+
 void RotateOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRotateOptions, this, node);

@@ -23,6 +23,11 @@ QString RotateOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRotateOptionsExtension, this, tagName);
 }
 
+void RotateOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRotateOptionsExtension, this, out, tagName);
+}
+
 void RotateOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRotateOptionsExtension, this, node);

@@ -32,6 +32,11 @@ QString RuleEngineConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoRuleEngineConfiguration, this, tagName);
 }
 
+void RuleEngineConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRuleEngineConfiguration, this, out, tagName);
+}
+
 void RuleEngineConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRuleEngineConfiguration, this, node);

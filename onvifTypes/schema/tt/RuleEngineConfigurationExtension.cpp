@@ -23,6 +23,11 @@ QString RuleEngineConfigurationExtension::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoRuleEngineConfigurationExtension, this, tagName);
 }
 
+void RuleEngineConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoRuleEngineConfigurationExtension, this, out, tagName);
+}
+
 void RuleEngineConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoRuleEngineConfigurationExtension, this, node);

@@ -36,6 +36,11 @@ QString Scope::serialize(const QString& tagName) const
     return ComplexType::serialize(infoScope, this, tagName);
 }
 
+void Scope::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoScope, this, out, tagName);
+}
+
 void Scope::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoScope, this, node);

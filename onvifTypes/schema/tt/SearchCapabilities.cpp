@@ -35,6 +35,11 @@ QString SearchCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSearchCapabilities, this, tagName);
 }
 
+void SearchCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSearchCapabilities, this, out, tagName);
+}
+
 void SearchCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSearchCapabilities, this, node);

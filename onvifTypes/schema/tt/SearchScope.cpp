@@ -36,6 +36,11 @@ QString SearchScope::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSearchScope, this, tagName);
 }
 
+void SearchScope::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSearchScope, this, out, tagName);
+}
+
 void SearchScope::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSearchScope, this, node);

@@ -23,6 +23,11 @@ QString SearchScopeExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSearchScopeExtension, this, tagName);
 }
 
+void SearchScopeExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSearchScopeExtension, this, out, tagName);
+}
+
 void SearchScopeExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSearchScopeExtension, this, node);

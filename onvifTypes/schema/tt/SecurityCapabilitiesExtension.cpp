@@ -36,6 +36,11 @@ QString SecurityCapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSecurityCapabilitiesExtension, this, tagName);
 }
 
+void SecurityCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSecurityCapabilitiesExtension, this, out, tagName);
+}
+
 void SecurityCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilitiesExtension, this, node);

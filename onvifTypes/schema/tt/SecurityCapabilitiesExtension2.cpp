@@ -37,6 +37,11 @@ QString SecurityCapabilitiesExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSecurityCapabilitiesExtension2, this, tagName);
 }
 
+void SecurityCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSecurityCapabilitiesExtension2, this, out, tagName);
+}
+
 void SecurityCapabilitiesExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilitiesExtension2, this, node);

@@ -43,6 +43,11 @@ QString ShapeDescriptor::serialize(const QString& tagName) const
     return ComplexType::serialize(infoShapeDescriptor, this, tagName);
 }
 
+void ShapeDescriptor::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoShapeDescriptor, this, out, tagName);
+}
+
 void ShapeDescriptor::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoShapeDescriptor, this, node);

@@ -23,6 +23,11 @@ QString ShapeDescriptorExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoShapeDescriptorExtension, this, tagName);
 }
 
+void ShapeDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoShapeDescriptorExtension, this, out, tagName);
+}
+
 void ShapeDescriptorExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoShapeDescriptorExtension, this, node);

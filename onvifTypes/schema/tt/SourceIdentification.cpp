@@ -38,6 +38,11 @@ QString SourceIdentification::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSourceIdentification, this, tagName);
 }
 
+void SourceIdentification::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSourceIdentification, this, out, tagName);
+}
+
 void SourceIdentification::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSourceIdentification, this, node);

@@ -23,6 +23,11 @@ QString SourceIdentificationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSourceIdentificationExtension, this, tagName);
 }
 
+void SourceIdentificationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSourceIdentificationExtension, this, out, tagName);
+}
+
 void SourceIdentificationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSourceIdentificationExtension, this, node);

@@ -35,6 +35,11 @@ QString SourceReference::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSourceReference, this, tagName);
 }
 
+void SourceReference::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSourceReference, this, out, tagName);
+}
+
 void SourceReference::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSourceReference, this, node);

@@ -36,6 +36,11 @@ QString Space1DDescription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSpace1DDescription, this, tagName);
 }
 
+void Space1DDescription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSpace1DDescription, this, out, tagName);
+}
+
 void Space1DDescription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSpace1DDescription, this, node);

@@ -38,6 +38,11 @@ QString Space2DDescription::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSpace2DDescription, this, tagName);
 }
 
+void Space2DDescription::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSpace2DDescription, this, out, tagName);
+}
+
 void Space2DDescription::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSpace2DDescription, this, node);

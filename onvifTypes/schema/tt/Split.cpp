@@ -36,6 +36,11 @@ QString Split::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSplit, this, tagName);
 }
 
+void Split::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSplit, this, out, tagName);
+}
+
 void Split::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSplit, this, node);

@@ -38,6 +38,11 @@ QString StorageReferencePath::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStorageReferencePath, this, tagName);
 }
 
+void StorageReferencePath::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStorageReferencePath, this, out, tagName);
+}
+
 void StorageReferencePath::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStorageReferencePath, this, node);

@@ -23,6 +23,11 @@ QString StorageReferencePathExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStorageReferencePathExtension, this, tagName);
 }
 
+void StorageReferencePathExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStorageReferencePathExtension, this, out, tagName);
+}
+
 void StorageReferencePathExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStorageReferencePathExtension, this, node);

@@ -37,6 +37,11 @@ QString StreamSetup::serialize(const QString& tagName) const
     return ComplexType::serialize(infoStreamSetup, this, tagName);
 }
 
+void StreamSetup::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoStreamSetup, this, out, tagName);
+}
+
 void StreamSetup::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoStreamSetup, this, node);

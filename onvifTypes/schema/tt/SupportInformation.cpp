@@ -31,6 +31,11 @@ QString SupportInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSupportInformation, this, tagName);
 }
 
+void SupportInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSupportInformation, this, out, tagName);
+}
+
 void SupportInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSupportInformation, this, node);

@@ -34,6 +34,11 @@ QString SupportedAnalyticsModules::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSupportedAnalyticsModules, this, tagName);
 }
 
+void SupportedAnalyticsModules::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSupportedAnalyticsModules, this, out, tagName);
+}
+
 void SupportedAnalyticsModules::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedAnalyticsModules, this, node);

@@ -23,6 +23,11 @@ QString SupportedAnalyticsModulesExtension::serialize(const QString& tagName) co
     return ComplexType::serialize(infoSupportedAnalyticsModulesExtension, this, tagName);
 }
 
+void SupportedAnalyticsModulesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSupportedAnalyticsModulesExtension, this, out, tagName);
+}
+
 void SupportedAnalyticsModulesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedAnalyticsModulesExtension, this, node);

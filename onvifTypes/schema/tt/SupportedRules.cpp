@@ -34,6 +34,11 @@ QString SupportedRules::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSupportedRules, this, tagName);
 }
 
+void SupportedRules::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSupportedRules, this, out, tagName);
+}
+
 void SupportedRules::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedRules, this, node);

@@ -23,6 +23,11 @@ QString SupportedRulesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSupportedRulesExtension, this, tagName);
 }
 
+void SupportedRulesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSupportedRulesExtension, this, out, tagName);
+}
+
 void SupportedRulesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedRulesExtension, this, node);

@@ -49,6 +49,11 @@ QString SystemCapabilities::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemCapabilities, this, tagName);
 }
 
+void SystemCapabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemCapabilities, this, out, tagName);
+}
+
 void SystemCapabilities::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilities, this, node);

@@ -37,6 +37,11 @@ QString SystemCapabilitiesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemCapabilitiesExtension, this, tagName);
 }
 
+void SystemCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemCapabilitiesExtension, this, out, tagName);
+}
+
 void SystemCapabilitiesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilitiesExtension, this, node);

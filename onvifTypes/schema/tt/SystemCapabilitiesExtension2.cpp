@@ -23,6 +23,11 @@ QString SystemCapabilitiesExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemCapabilitiesExtension2, this, tagName);
 }
 
+void SystemCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemCapabilitiesExtension2, this, out, tagName);
+}
+
 void SystemCapabilitiesExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilitiesExtension2, this, node);

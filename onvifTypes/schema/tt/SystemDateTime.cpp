@@ -47,6 +47,11 @@ QString SystemDateTime::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemDateTime, this, tagName);
 }
 
+void SystemDateTime::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemDateTime, this, out, tagName);
+}
+
 void SystemDateTime::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemDateTime, this, node);

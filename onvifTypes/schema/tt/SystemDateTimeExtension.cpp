@@ -23,6 +23,11 @@ QString SystemDateTimeExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemDateTimeExtension, this, tagName);
 }
 
+void SystemDateTimeExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemDateTimeExtension, this, out, tagName);
+}
+
 void SystemDateTimeExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemDateTimeExtension, this, node);

@@ -31,6 +31,11 @@ QString SystemLog::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemLog, this, tagName);
 }
 
+void SystemLog::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemLog, this, out, tagName);
+}
+
 void SystemLog::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemLog, this, node);

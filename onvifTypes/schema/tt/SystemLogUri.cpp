@@ -36,6 +36,11 @@ QString SystemLogUri::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemLogUri, this, tagName);
 }
 
+void SystemLogUri::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemLogUri, this, out, tagName);
+}
+
 void SystemLogUri::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemLogUri, this, node);

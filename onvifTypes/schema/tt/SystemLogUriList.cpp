@@ -29,6 +29,11 @@ QString SystemLogUriList::serialize(const QString& tagName) const
     return ComplexType::serialize(infoSystemLogUriList, this, tagName);
 }
 
+void SystemLogUriList::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoSystemLogUriList, this, out, tagName);
+}
+
 void SystemLogUriList::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoSystemLogUriList, this, node);

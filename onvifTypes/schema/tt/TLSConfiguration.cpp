@@ -33,6 +33,11 @@ QString TLSConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTLSConfiguration, this, tagName);
 }
 
+void TLSConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTLSConfiguration, this, out, tagName);
+}
+
 void TLSConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTLSConfiguration, this, node);

@@ -37,6 +37,11 @@ QString Time::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTime, this, tagName);
 }
 
+void Time::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTime, this, out, tagName);
+}
+
 void Time::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTime, this, node);

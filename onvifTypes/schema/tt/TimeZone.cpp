@@ -33,6 +33,11 @@ QString TimeZone::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTimeZone, this, tagName);
 }
 
+void TimeZone::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTimeZone, this, out, tagName);
+}
+
 void TimeZone::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTimeZone, this, node);

@@ -38,6 +38,11 @@ QString ToneCompensation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoToneCompensation, this, tagName);
 }
 
+void ToneCompensation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoToneCompensation, this, out, tagName);
+}
+
 void ToneCompensation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoToneCompensation, this, node);

@@ -23,6 +23,11 @@ QString ToneCompensationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoToneCompensationExtension, this, tagName);
 }
 
+void ToneCompensationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoToneCompensationExtension, this, out, tagName);
+}
+
 void ToneCompensationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoToneCompensationExtension, this, node);

@@ -35,6 +35,11 @@ QString ToneCompensationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoToneCompensationOptions, this, tagName);
 }
 
+void ToneCompensationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoToneCompensationOptions, this, out, tagName);
+}
+
 void ToneCompensationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoToneCompensationOptions, this, node);

@@ -46,6 +46,11 @@ QString TrackAttributes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTrackAttributes, this, tagName);
 }
 
+void TrackAttributes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTrackAttributes, this, out, tagName);
+}
+
 void TrackAttributes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTrackAttributes, this, node);

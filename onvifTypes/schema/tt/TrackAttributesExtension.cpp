@@ -23,6 +23,11 @@ QString TrackAttributesExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTrackAttributesExtension, this, tagName);
 }
 
+void TrackAttributesExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTrackAttributesExtension, this, out, tagName);
+}
+
 void TrackAttributesExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTrackAttributesExtension, this, node);

@@ -36,6 +36,11 @@ QString TrackConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTrackConfiguration, this, tagName);
 }
 
+void TrackConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTrackConfiguration, this, out, tagName);
+}
+
 void TrackConfiguration::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTrackConfiguration, this, node);

@@ -42,6 +42,11 @@ QString TrackInformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTrackInformation, this, tagName);
 }
 
+void TrackInformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTrackInformation, this, out, tagName);
+}
+
 void TrackInformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTrackInformation, this, node);

@@ -34,6 +34,11 @@ QString Transformation::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTransformation, this, tagName);
 }
 
+void Transformation::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTransformation, this, out, tagName);
+}
+
 void Transformation::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTransformation, this, node);

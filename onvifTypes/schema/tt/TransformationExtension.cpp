@@ -23,6 +23,11 @@ QString TransformationExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTransformationExtension, this, tagName);
 }
 
+void TransformationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTransformationExtension, this, out, tagName);
+}
+
 void TransformationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTransformationExtension, this, node);

@@ -36,6 +36,11 @@ QString Transport::serialize(const QString& tagName) const
     return ComplexType::serialize(infoTransport, this, tagName);
 }
 
+void Transport::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoTransport, this, out, tagName);
+}
+
 void Transport::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoTransport, this, node);

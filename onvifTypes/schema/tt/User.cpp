@@ -41,6 +41,11 @@ QString User::serialize(const QString& tagName) const
     return ComplexType::serialize(infoUser, this, tagName);
 }
 
+void User::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoUser, this, out, tagName);
+}
+
 void User::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoUser, this, node);

@@ -23,6 +23,11 @@ QString UserExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoUserExtension, this, tagName);
 }
 
+void UserExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoUserExtension, this, out, tagName);
+}
+
 void UserExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoUserExtension, this, node);

@@ -30,6 +30,11 @@ QString Vector::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVector, this, tagName);
 }
 
+void Vector::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVector, this, out, tagName);
+}
+
 void Vector::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVector, this, node);

@@ -35,6 +35,11 @@ QString Vector1D::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVector1D, this, tagName);
 }
 
+void Vector1D::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVector1D, this, out, tagName);
+}
+
 void Vector1D::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVector1D, this, node);

@@ -37,6 +37,11 @@ QString Vector2D::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVector2D, this, tagName);
 }
 
+void Vector2D::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVector2D, this, out, tagName);
+}
+
 void Vector2D::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVector2D, this, node);

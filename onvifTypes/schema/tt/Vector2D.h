@@ -20,6 +20,7 @@ public:
     QSharedPointer<universalSimpleType<QString>> space;
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 };
 

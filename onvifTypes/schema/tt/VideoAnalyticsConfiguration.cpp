@@ -41,6 +41,12 @@ QString VideoAnalyticsConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoAnalyticsConfiguration, this, tagName, baseText);
 }
 
+void VideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoAnalyticsConfiguration, this, out, tagName, baseText);
+}
+
 void VideoAnalyticsConfiguration::deserialize(const QDomNode& node)
 {
     {

@@ -32,6 +32,11 @@ QString VideoAnalyticsStream::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoAnalyticsStream, this, tagName);
 }
 
+void VideoAnalyticsStream::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoAnalyticsStream, this, out, tagName);
+}
+
 void VideoAnalyticsStream::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoAnalyticsStream, this, node);

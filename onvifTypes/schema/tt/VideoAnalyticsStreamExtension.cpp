@@ -23,6 +23,11 @@ QString VideoAnalyticsStreamExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoAnalyticsStreamExtension, this, tagName);
 }
 
+void VideoAnalyticsStreamExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoAnalyticsStreamExtension, this, out, tagName);
+}
+
 void VideoAnalyticsStreamExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoAnalyticsStreamExtension, this, node);

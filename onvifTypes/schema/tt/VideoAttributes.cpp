@@ -42,6 +42,11 @@ QString VideoAttributes::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoAttributes, this, tagName);
 }
 
+void VideoAttributes::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoAttributes, this, out, tagName);
+}
+
 void VideoAttributes::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoAttributes, this, node);

@@ -38,6 +38,11 @@ QString VideoDecoderConfigurationOptions::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoVideoDecoderConfigurationOptions, this, tagName);
 }
 
+void VideoDecoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoDecoderConfigurationOptions, this, out, tagName);
+}
+
 void VideoDecoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoDecoderConfigurationOptions, this, node);

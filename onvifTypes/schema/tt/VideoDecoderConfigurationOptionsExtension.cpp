@@ -23,6 +23,11 @@ QString VideoDecoderConfigurationOptionsExtension::serialize(const QString& tagN
     return ComplexType::serialize(infoVideoDecoderConfigurationOptionsExtension, this, tagName);
 }
 
+void VideoDecoderConfigurationOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoDecoderConfigurationOptionsExtension, this, out, tagName);
+}
+
 void VideoDecoderConfigurationOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoDecoderConfigurationOptionsExtension, this, node);

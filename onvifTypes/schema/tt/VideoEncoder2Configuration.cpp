@@ -52,6 +52,12 @@ QString VideoEncoder2Configuration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoEncoder2Configuration, this, tagName, baseText);
 }
 
+void VideoEncoder2Configuration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoEncoder2Configuration, this, out, tagName, baseText);
+}
+
 void VideoEncoder2Configuration::deserialize(const QDomNode& node)
 {
     {

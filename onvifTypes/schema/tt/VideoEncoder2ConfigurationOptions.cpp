@@ -50,6 +50,11 @@ QString VideoEncoder2ConfigurationOptions::serialize(const QString& tagName) con
     return ComplexType::serialize(infoVideoEncoder2ConfigurationOptions, this, tagName);
 }
 
+void VideoEncoder2ConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoEncoder2ConfigurationOptions, this, out, tagName);
+}
+
 void VideoEncoder2ConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoder2ConfigurationOptions, this, node);

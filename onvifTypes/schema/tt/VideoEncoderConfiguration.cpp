@@ -57,6 +57,12 @@ QString VideoEncoderConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoEncoderConfiguration, this, tagName, baseText);
 }
 
+void VideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoEncoderConfiguration, this, out, tagName, baseText);
+}
+
 void VideoEncoderConfiguration::deserialize(const QDomNode& node)
 {
     {

@@ -46,6 +46,11 @@ QString VideoEncoderConfigurationOptions::serialize(const QString& tagName) cons
     return ComplexType::serialize(infoVideoEncoderConfigurationOptions, this, tagName);
 }
 
+void VideoEncoderConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoEncoderConfigurationOptions, this, out, tagName);
+}
+
 void VideoEncoderConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoderConfigurationOptions, this, node);

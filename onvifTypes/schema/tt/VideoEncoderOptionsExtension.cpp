@@ -38,6 +38,11 @@ QString VideoEncoderOptionsExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoEncoderOptionsExtension, this, tagName);
 }
 
+void VideoEncoderOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoEncoderOptionsExtension, this, out, tagName);
+}
+
 void VideoEncoderOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoderOptionsExtension, this, node);

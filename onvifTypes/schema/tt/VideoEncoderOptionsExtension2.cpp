@@ -23,6 +23,11 @@ QString VideoEncoderOptionsExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoEncoderOptionsExtension2, this, tagName);
 }
 
+void VideoEncoderOptionsExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoEncoderOptionsExtension2, this, out, tagName);
+}
+
 void VideoEncoderOptionsExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoderOptionsExtension2, this, node);

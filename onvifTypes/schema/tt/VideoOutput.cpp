@@ -46,6 +46,12 @@ QString VideoOutput::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoOutput, this, tagName, baseText);
 }
 
+void VideoOutput::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoOutput, this, out, tagName, baseText);
+}
+
 void VideoOutput::deserialize(const QDomNode& node)
 {
     {

@@ -37,6 +37,12 @@ QString VideoOutputConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoOutputConfiguration, this, tagName, baseText);
 }
 
+void VideoOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoOutputConfiguration, this, out, tagName, baseText);
+}
+
 void VideoOutputConfiguration::deserialize(const QDomNode& node)
 {
     {

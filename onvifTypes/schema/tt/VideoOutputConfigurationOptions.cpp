@@ -23,6 +23,11 @@ QString VideoOutputConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoOutputConfigurationOptions, this, tagName);
 }
 
+void VideoOutputConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoOutputConfigurationOptions, this, out, tagName);
+}
+
 void VideoOutputConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoOutputConfigurationOptions, this, node);

@@ -23,6 +23,11 @@ QString VideoOutputExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoOutputExtension, this, tagName);
 }
 
+void VideoOutputExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoOutputExtension, this, out, tagName);
+}
+
 void VideoOutputExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoOutputExtension, this, node);

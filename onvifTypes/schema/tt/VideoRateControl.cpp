@@ -37,6 +37,11 @@ QString VideoRateControl::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoRateControl, this, tagName);
 }
 
+void VideoRateControl::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoRateControl, this, out, tagName);
+}
+
 void VideoRateControl::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoRateControl, this, node);

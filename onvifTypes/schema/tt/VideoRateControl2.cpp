@@ -37,6 +37,11 @@ QString VideoRateControl2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoRateControl2, this, tagName);
 }
 
+void VideoRateControl2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoRateControl2, this, out, tagName);
+}
+
 void VideoRateControl2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoRateControl2, this, node);

@@ -35,6 +35,11 @@ QString VideoResolution::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoResolution, this, tagName);
 }
 
+void VideoResolution::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoResolution, this, out, tagName);
+}
+
 void VideoResolution::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoResolution, this, node);

@@ -35,6 +35,11 @@ QString VideoResolution2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoResolution2, this, tagName);
 }
 
+void VideoResolution2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoResolution2, this, out, tagName);
+}
+
 void VideoResolution2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoResolution2, this, node);

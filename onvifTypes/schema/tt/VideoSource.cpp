@@ -44,6 +44,12 @@ QString VideoSource::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSource, this, tagName, baseText);
 }
 
+void VideoSource::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoSource, this, out, tagName, baseText);
+}
+
 void VideoSource::deserialize(const QDomNode& node)
 {
     {

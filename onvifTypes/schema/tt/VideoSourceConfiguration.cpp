@@ -43,6 +43,12 @@ QString VideoSourceConfiguration::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSourceConfiguration, this, tagName, baseText);
 }
 
+void VideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
+{
+    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    ComplexType::serializeTo(infoVideoSourceConfiguration, this, out, tagName, baseText);
+}
+
 void VideoSourceConfiguration::deserialize(const QDomNode& node)
 {
     {

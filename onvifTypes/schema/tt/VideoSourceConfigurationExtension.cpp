@@ -32,6 +32,11 @@ QString VideoSourceConfigurationExtension::serialize(const QString& tagName) con
     return ComplexType::serialize(infoVideoSourceConfigurationExtension, this, tagName);
 }
 
+void VideoSourceConfigurationExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceConfigurationExtension, this, out, tagName);
+}
+
 void VideoSourceConfigurationExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationExtension, this, node);

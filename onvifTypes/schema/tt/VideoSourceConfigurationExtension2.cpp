@@ -29,6 +29,11 @@ QString VideoSourceConfigurationExtension2::serialize(const QString& tagName) co
     return ComplexType::serialize(infoVideoSourceConfigurationExtension2, this, tagName);
 }
 
+void VideoSourceConfigurationExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceConfigurationExtension2, this, out, tagName);
+}
+
 void VideoSourceConfigurationExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationExtension2, this, node);

@@ -39,6 +39,11 @@ QString VideoSourceConfigurationOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSourceConfigurationOptions, this, tagName);
 }
 
+void VideoSourceConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceConfigurationOptions, this, out, tagName);
+}
+
 void VideoSourceConfigurationOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationOptions, this, node);

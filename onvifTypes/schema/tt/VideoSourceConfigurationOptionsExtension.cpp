@@ -32,6 +32,11 @@ QString VideoSourceConfigurationOptionsExtension::serialize(const QString& tagNa
     return ComplexType::serialize(infoVideoSourceConfigurationOptionsExtension, this, tagName);
 }
 
+void VideoSourceConfigurationOptionsExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceConfigurationOptionsExtension, this, out, tagName);
+}
+
 void VideoSourceConfigurationOptionsExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationOptionsExtension, this, node);

@@ -23,6 +23,11 @@ QString VideoSourceConfigurationOptionsExtension2::serialize(const QString& tagN
     return ComplexType::serialize(infoVideoSourceConfigurationOptionsExtension2, this, tagName);
 }
 
+void VideoSourceConfigurationOptionsExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceConfigurationOptionsExtension2, this, out, tagName);
+}
+
 void VideoSourceConfigurationOptionsExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationOptionsExtension2, this, node);

@@ -32,6 +32,11 @@ QString VideoSourceExtension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSourceExtension, this, tagName);
 }
 
+void VideoSourceExtension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceExtension, this, out, tagName);
+}
+
 void VideoSourceExtension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceExtension, this, node);

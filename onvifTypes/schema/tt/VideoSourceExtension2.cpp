@@ -23,6 +23,11 @@ QString VideoSourceExtension2::serialize(const QString& tagName) const
     return ComplexType::serialize(infoVideoSourceExtension2, this, tagName);
 }
 
+void VideoSourceExtension2::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoVideoSourceExtension2, this, out, tagName);
+}
+
 void VideoSourceExtension2::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceExtension2, this, node);

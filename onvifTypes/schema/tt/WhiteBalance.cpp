@@ -38,6 +38,11 @@ QString WhiteBalance::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWhiteBalance, this, tagName);
 }
 
+void WhiteBalance::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWhiteBalance, this, out, tagName);
+}
+
 void WhiteBalance::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalance, this, node);

@@ -41,6 +41,11 @@ QString WhiteBalance20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWhiteBalance20, this, tagName);
 }
 
+void WhiteBalance20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWhiteBalance20, this, out, tagName);
+}
+
 void WhiteBalance20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalance20, this, node);

@@ -23,6 +23,11 @@ QString WhiteBalance20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWhiteBalance20Extension, this, tagName);
 }
 
+void WhiteBalance20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWhiteBalance20Extension, this, out, tagName);
+}
+
 void WhiteBalance20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalance20Extension, this, node);

@@ -39,6 +39,11 @@ QString WhiteBalanceOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWhiteBalanceOptions, this, tagName);
 }
 
+void WhiteBalanceOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWhiteBalanceOptions, this, out, tagName);
+}
+
 void WhiteBalanceOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalanceOptions, this, node);

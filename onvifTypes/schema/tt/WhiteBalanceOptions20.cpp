@@ -37,6 +37,11 @@ QString WhiteBalanceOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWhiteBalanceOptions20, this, tagName);
 }
 
+void WhiteBalanceOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWhiteBalanceOptions20, this, out, tagName);
+}
+
 void WhiteBalanceOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalanceOptions20, this, node);

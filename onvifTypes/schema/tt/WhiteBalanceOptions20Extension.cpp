@@ -23,6 +23,11 @@ QString WhiteBalanceOptions20Extension::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWhiteBalanceOptions20Extension, this, tagName);
 }
 
+void WhiteBalanceOptions20Extension::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWhiteBalanceOptions20Extension, this, out, tagName);
+}
+
 void WhiteBalanceOptions20Extension::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalanceOptions20Extension, this, node);

@@ -36,6 +36,11 @@ QString WideDynamicRange::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWideDynamicRange, this, tagName);
 }
 
+void WideDynamicRange::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWideDynamicRange, this, out, tagName);
+}
+
 void WideDynamicRange::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRange, this, node);

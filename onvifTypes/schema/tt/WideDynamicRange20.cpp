@@ -36,6 +36,11 @@ QString WideDynamicRange20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWideDynamicRange20, this, tagName);
 }
 
+void WideDynamicRange20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWideDynamicRange20, this, out, tagName);
+}
+
 void WideDynamicRange20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRange20, this, node);

@@ -37,6 +37,11 @@ QString WideDynamicRangeOptions::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWideDynamicRangeOptions, this, tagName);
 }
 
+void WideDynamicRangeOptions::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWideDynamicRangeOptions, this, out, tagName);
+}
+
 void WideDynamicRangeOptions::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRangeOptions, this, node);

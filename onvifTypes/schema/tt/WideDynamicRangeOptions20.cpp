@@ -32,6 +32,11 @@ QString WideDynamicRangeOptions20::serialize(const QString& tagName) const
     return ComplexType::serialize(infoWideDynamicRangeOptions20, this, tagName);
 }
 
+void WideDynamicRangeOptions20::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoWideDynamicRangeOptions20, this, out, tagName);
+}
+
 void WideDynamicRangeOptions20::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRangeOptions20, this, node);

@@ -34,6 +34,11 @@ QString ZoomLimits::serialize(const QString& tagName) const
     return ComplexType::serialize(infoZoomLimits, this, tagName);
 }
 
+void ZoomLimits::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoZoomLimits, this, out, tagName);
+}
+
 void ZoomLimits::deserialize(const QDomNode& node)
 {
     ComplexType::deserialize(infoZoomLimits, this, node);
