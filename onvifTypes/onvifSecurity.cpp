@@ -4,21 +4,21 @@
 
 namespace {
 
-const QString& headerTemplate()
-{
-    static const QString text = QStringLiteral(
-        "<Security s:mustUnderstand=\"1\""
-        " xmlns=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-secext-1.0.xsd\">"
-        "<UsernameToken><Username>%0</Username>"
-        "<Password Type=\"http://docs.oasis-open.org/wss/2004/01/"
-        "oasis-200401-wss-username-token-profile-1.0#PasswordDigest\">%1</Password>"
-        "<Nonce EncodingType=\"http://docs.oasis-open.org/wss/2004/01/"
-        "oasis-200401-wss-soap-message-security-1.0#Base64Binary\">%2</Nonce>"
-        "<Created xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
-        "oasis-200401-wss-wssecurity-utility-1.0.xsd\">%3</Created>"
-        "</UsernameToken></Security>");
-    return text;
-}
+// The header around the user name, digest, nonce and creation time, in that order.
+const QLatin1String kHeaderStart("<Security s:mustUnderstand=\"1\""
+                                 " xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
+                                 "oasis-200401-wss-wssecurity-secext-1.0.xsd\">"
+                                 "<UsernameToken><Username>");
+const QLatin1String kBeforeDigest("</Username>"
+                                  "<Password Type=\"http://docs.oasis-open.org/wss/2004/01/"
+                                  "oasis-200401-wss-username-token-profile-1.0#PasswordDigest\">");
+const QLatin1String kBeforeNonce("</Password>"
+                                 "<Nonce EncodingType=\"http://docs.oasis-open.org/wss/2004/01/"
+                                 "oasis-200401-wss-soap-message-security-1.0#Base64Binary\">");
+const QLatin1String kBeforeCreated("</Nonce>"
+                                   "<Created xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
+                                   "oasis-200401-wss-wssecurity-utility-1.0.xsd\">");
+const QLatin1String kHeaderEnd("</Created></UsernameToken></Security>");
 
 QByteArray makeNonce()
 {
@@ -60,8 +60,7 @@ QString createdText(const QDateTime& utc)
 } // namespace
 
 OnvifSecurity::OnvifSecurity(const QString& user, const QString& password, long long timeShift)
-    : m_template(headerTemplate())
-    , m_user(user)
+    : m_user(user)
     , m_password(password)
     , m_timeShift(timeShift)
 { }
@@ -83,10 +82,25 @@ QString OnvifSecurity::passwordDigest(
 
 QString OnvifSecurity::serialize(const QString&) const
 {
+    QString out;
+    serializeTo(out, QLatin1String());
+    return out;
+}
+
+void OnvifSecurity::serializeTo(QString& out, QLatin1String) const
+{
     const QByteArray nonce = makeNonce();
     const QString created = createdText(QDateTime::currentDateTimeUtc().addMSecs(m_timeShift));
-    return m_template.arg(
-        m_user, passwordDigest(nonce, created, m_password), QString::fromLatin1(nonce.toBase64()), created);
+    const QString digest = passwordDigest(nonce, created, m_password);
+    out += kHeaderStart;
+    out += m_user;
+    out += kBeforeDigest;
+    out += digest;
+    out += kBeforeNonce;
+    out += QLatin1String(nonce.toBase64());
+    out += kBeforeCreated;
+    out += created;
+    out += kHeaderEnd;
 }
 
 void OnvifSecurity::deserialize(const QDomNode&) { }

@@ -20,13 +20,13 @@ public:
     long long timeShift() const { return m_timeShift; }
 
     QString serialize(const QString& tagName) const override;
+    void serializeTo(QString& out, QLatin1String tagName) const override;
     void deserialize(const QDomNode& node) override;
 
     // Base64(SHA-1(nonce + created + password)), the password as Latin-1.
     static QString passwordDigest(const QByteArray& nonce, const QString& created, const QString& password);
 
 private:
-    QString m_template;
     QString m_user;
     QString m_password;
     long long m_timeShift;

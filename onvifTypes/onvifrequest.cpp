@@ -11,42 +11,52 @@
 
 namespace {
 
-const QString& envelope()
-{
-    static const QString text = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
-                                               "<s:Envelope"
-                                               " xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\""
-                                               " xmlns:tt=\"http://www.onvif.org/ver10/schema\""
-                                               " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
-                                               " xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\""
-                                               " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
-                                               " xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\""
-                                               " xmlns:a=\"http://www.w3.org/2005/08/addressing\""
-                                               " xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\""
-                                               " xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\""
-                                               " xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\""
-                                               " >"
-                                               "<s:Header>%0</s:Header>"
-                                               "<s:Body"
-                                               " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""
-                                               " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">"
-                                               "%1</s:Body></s:Envelope>");
-    return text;
-}
+// The envelope around the header's and the body's text. The message is put together
+// piece by piece: QString::arg scans the whole envelope for placeholders every time.
+const QLatin1String kEnvelopeStart("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+                                   "<s:Envelope"
+                                   " xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\""
+                                   " xmlns:tt=\"http://www.onvif.org/ver10/schema\""
+                                   " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
+                                   " xmlns:tev=\"http://www.onvif.org/ver10/events/wsdl\""
+                                   " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
+                                   " xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\""
+                                   " xmlns:a=\"http://www.w3.org/2005/08/addressing\""
+                                   " xmlns:wsa5=\"http://www.w3.org/2005/08/addressing\""
+                                   " xmlns:tptz=\"http://www.onvif.org/ver20/ptz/wsdl\""
+                                   " xmlns:tan=\"http://www.onvif.org/ver20/analytics/wsdl\""
+                                   " >"
+                                   "<s:Header>");
+const QLatin1String kEnvelopeMiddle("</s:Header>"
+                                    "<s:Body"
+                                    " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""
+                                    " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">");
+const QLatin1String kEnvelopeEnd("</s:Body></s:Envelope>");
+
+// Enough for the security header and for a common body, so that neither text grows
+// step by step.
+constexpr int kHeaderRoom = 1024;
+constexpr int kBodyRoom = 1024;
 
 } // namespace
 
 OnvifRequest::OnvifRequest(const Serializable& header, const Serializable& body)
 {
-    const QString bodyText = body.serialize(QString());
-    const QString headerText = header.serialize(QString());
-    // One pass, so that a "%1" inside the header text stays literal.
-    m_message = envelope().arg(headerText, bodyText);
+    QString bodyText;
+    bodyText.reserve(kBodyRoom);
+    body.serializeTo(bodyText, QLatin1String());
+    m_message.reserve(
+        kEnvelopeStart.size() + kHeaderRoom + kEnvelopeMiddle.size() + bodyText.size() + kEnvelopeEnd.size());
+    m_message += kEnvelopeStart;
+    header.serializeTo(m_message, QLatin1String());
+    m_message += kEnvelopeMiddle;
+    m_message += bodyText;
+    m_message += kEnvelopeEnd;
 }
 
 QString OnvifRequest::envelopeTemplate()
 {
-    return envelope();
+    return kEnvelopeStart + QLatin1String("%0") + kEnvelopeMiddle + QLatin1String("%1") + kEnvelopeEnd;
 }
 
 namespace Onvif {
