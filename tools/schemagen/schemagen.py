@@ -593,8 +593,13 @@ class Writer:
         name = model.name
         values = ', '.join('QStringLiteral("%s")' % v for v in model.enum_values)
         lines = [BANNER.rstrip('\n'), self.include((model.ns, name)), '', 'namespace %s {' % model.ns, '',
+                 'namespace {', '',
+                 '// One table for all objects: each shares it instead of building its own.',
+                 'const QVector<QString>& values%s()' % name, '{',
+                 '    static const QVector<QString> table = {%s};' % values, '    return table;', '}', '',
+                 '} // namespace', '',
                  '%s::%s(t%s value)' % (name, name, name),
-                 '    : StringEnumBase(value, {%s})' % values, '{', '}', '',
+                 '    : StringEnumBase(value, values%s())' % name, '{', '}', '',
                  '%s::%s(const QString& value)' % (name, name),
                  '    : %s(t%s(0))' % (name, name), '{', '    setValue(value);', '}', '',
                  '} // namespace %s' % model.ns, '']

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesAudioEncoding()
+{
+    static const QVector<QString> table = {QStringLiteral("G711"), QStringLiteral("G726"), QStringLiteral("AAC")};
+    return table;
+}
+
+} // namespace
+
 AudioEncoding::AudioEncoding(tAudioEncoding value)
-    : StringEnumBase(value, {QStringLiteral("G711"), QStringLiteral("G726"), QStringLiteral("AAC")})
+    : StringEnumBase(value, valuesAudioEncoding())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesAudioEncodingMimeNames()
+{
+    static const QVector<QString> table = {QStringLiteral("PCMU"), QStringLiteral("G726"), QStringLiteral("MP4A-LATM")};
+    return table;
+}
+
+} // namespace
+
 AudioEncodingMimeNames::AudioEncodingMimeNames(tAudioEncodingMimeNames value)
-    : StringEnumBase(value, {QStringLiteral("PCMU"), QStringLiteral("G726"), QStringLiteral("MP4A-LATM")})
+    : StringEnumBase(value, valuesAudioEncodingMimeNames())
 {
 }
 

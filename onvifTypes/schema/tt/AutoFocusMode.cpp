@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesAutoFocusMode()
+{
+    static const QVector<QString> table = {QStringLiteral("AUTO"), QStringLiteral("MANUAL")};
+    return table;
+}
+
+} // namespace
+
 AutoFocusMode::AutoFocusMode(tAutoFocusMode value)
-    : StringEnumBase(value, {QStringLiteral("AUTO"), QStringLiteral("MANUAL")})
+    : StringEnumBase(value, valuesAutoFocusMode())
 {
 }
 

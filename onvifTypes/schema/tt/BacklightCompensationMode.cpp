@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesBacklightCompensationMode()
+{
+    static const QVector<QString> table = {QStringLiteral("OFF"), QStringLiteral("ON")};
+    return table;
+}
+
+} // namespace
+
 BacklightCompensationMode::BacklightCompensationMode(tBacklightCompensationMode value)
-    : StringEnumBase(value, {QStringLiteral("OFF"), QStringLiteral("ON")})
+    : StringEnumBase(value, valuesBacklightCompensationMode())
 {
 }
 

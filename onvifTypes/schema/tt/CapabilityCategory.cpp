@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesCapabilityCategory()
+{
+    static const QVector<QString> table = {QStringLiteral("All"), QStringLiteral("Analytics"), QStringLiteral("Device"), QStringLiteral("Events"), QStringLiteral("Imaging"), QStringLiteral("Media"), QStringLiteral("PTZ")};
+    return table;
+}
+
+} // namespace
+
 CapabilityCategory::CapabilityCategory(tCapabilityCategory value)
-    : StringEnumBase(value, {QStringLiteral("All"), QStringLiteral("Analytics"), QStringLiteral("Device"), QStringLiteral("Events"), QStringLiteral("Imaging"), QStringLiteral("Media"), QStringLiteral("PTZ")})
+    : StringEnumBase(value, valuesCapabilityCategory())
 {
 }
 

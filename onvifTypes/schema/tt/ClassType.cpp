@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesClassType()
+{
+    static const QVector<QString> table = {QStringLiteral("Animal"), QStringLiteral("Face"), QStringLiteral("Human"), QStringLiteral("Vehical"), QStringLiteral("Other")};
+    return table;
+}
+
+} // namespace
+
 ClassType::ClassType(tClassType value)
-    : StringEnumBase(value, {QStringLiteral("Animal"), QStringLiteral("Face"), QStringLiteral("Human"), QStringLiteral("Vehical"), QStringLiteral("Other")})
+    : StringEnumBase(value, valuesClassType())
 {
 }
 

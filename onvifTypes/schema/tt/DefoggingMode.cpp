@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDefoggingMode()
+{
+    static const QVector<QString> table = {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO")};
+    return table;
+}
+
+} // namespace
+
 DefoggingMode::DefoggingMode(tDefoggingMode value)
-    : StringEnumBase(value, {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO")})
+    : StringEnumBase(value, valuesDefoggingMode())
 {
 }
 

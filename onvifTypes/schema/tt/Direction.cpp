@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDirection()
+{
+    static const QVector<QString> table = {QStringLiteral("Left"), QStringLiteral("Right"), QStringLiteral("Any")};
+    return table;
+}
+
+} // namespace
+
 Direction::Direction(tDirection value)
-    : StringEnumBase(value, {QStringLiteral("Left"), QStringLiteral("Right"), QStringLiteral("Any")})
+    : StringEnumBase(value, valuesDirection())
 {
 }
 

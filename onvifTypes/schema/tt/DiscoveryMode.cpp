@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDiscoveryMode()
+{
+    static const QVector<QString> table = {QStringLiteral("Discoverable"), QStringLiteral("NonDiscoverable")};
+    return table;
+}
+
+} // namespace
+
 DiscoveryMode::DiscoveryMode(tDiscoveryMode value)
-    : StringEnumBase(value, {QStringLiteral("Discoverable"), QStringLiteral("NonDiscoverable")})
+    : StringEnumBase(value, valuesDiscoveryMode())
 {
 }
 

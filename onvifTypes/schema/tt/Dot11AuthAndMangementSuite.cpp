@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDot11AuthAndMangementSuite()
+{
+    static const QVector<QString> table = {QStringLiteral("None"), QStringLiteral("Dot1X"), QStringLiteral("PSK"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 Dot11AuthAndMangementSuite::Dot11AuthAndMangementSuite(tDot11AuthAndMangementSuite value)
-    : StringEnumBase(value, {QStringLiteral("None"), QStringLiteral("Dot1X"), QStringLiteral("PSK"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesDot11AuthAndMangementSuite())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDot11Cipher()
+{
+    static const QVector<QString> table = {QStringLiteral("CCMP"), QStringLiteral("TKIP"), QStringLiteral("Any"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 Dot11Cipher::Dot11Cipher(tDot11Cipher value)
-    : StringEnumBase(value, {QStringLiteral("CCMP"), QStringLiteral("TKIP"), QStringLiteral("Any"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesDot11Cipher())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDot11SecurityMode()
+{
+    static const QVector<QString> table = {QStringLiteral("None"), QStringLiteral("WEP"), QStringLiteral("PSK"), QStringLiteral("Dot1X"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 Dot11SecurityMode::Dot11SecurityMode(tDot11SecurityMode value)
-    : StringEnumBase(value, {QStringLiteral("None"), QStringLiteral("WEP"), QStringLiteral("PSK"), QStringLiteral("Dot1X"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesDot11SecurityMode())
 {
 }
 

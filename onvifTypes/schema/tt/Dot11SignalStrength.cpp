@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDot11SignalStrength()
+{
+    static const QVector<QString> table = {QStringLiteral("None"), QStringLiteral("Very Bad"), QStringLiteral("Bad"), QStringLiteral("Good"), QStringLiteral("Very Good"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 Dot11SignalStrength::Dot11SignalStrength(tDot11SignalStrength value)
-    : StringEnumBase(value, {QStringLiteral("None"), QStringLiteral("Very Bad"), QStringLiteral("Bad"), QStringLiteral("Good"), QStringLiteral("Very Good"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesDot11SignalStrength())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDot11StationMode()
+{
+    static const QVector<QString> table = {QStringLiteral("Ad-hoc"), QStringLiteral("Infrastructure"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 Dot11StationMode::Dot11StationMode(tDot11StationMode value)
-    : StringEnumBase(value, {QStringLiteral("Ad-hoc"), QStringLiteral("Infrastructure"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesDot11StationMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDuplex()
+{
+    static const QVector<QString> table = {QStringLiteral("Full"), QStringLiteral("Half")};
+    return table;
+}
+
+} // namespace
+
 Duplex::Duplex(tDuplex value)
-    : StringEnumBase(value, {QStringLiteral("Full"), QStringLiteral("Half")})
+    : StringEnumBase(value, valuesDuplex())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesDynamicDNSType()
+{
+    static const QVector<QString> table = {QStringLiteral("NoUpdate"), QStringLiteral("ClientUpdates"), QStringLiteral("ServerUpdates")};
+    return table;
+}
+
+} // namespace
+
 DynamicDNSType::DynamicDNSType(tDynamicDNSType value)
-    : StringEnumBase(value, {QStringLiteral("NoUpdate"), QStringLiteral("ClientUpdates"), QStringLiteral("ServerUpdates")})
+    : StringEnumBase(value, valuesDynamicDNSType())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesEFlipMode()
+{
+    static const QVector<QString> table = {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 EFlipMode::EFlipMode(tEFlipMode value)
-    : StringEnumBase(value, {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesEFlipMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesEnabled()
+{
+    static const QVector<QString> table = {QStringLiteral("ENABLED"), QStringLiteral("DISABLED")};
+    return table;
+}
+
+} // namespace
+
 Enabled::Enabled(tEnabled value)
-    : StringEnumBase(value, {QStringLiteral("ENABLED"), QStringLiteral("DISABLED")})
+    : StringEnumBase(value, valuesEnabled())
 {
 }
 

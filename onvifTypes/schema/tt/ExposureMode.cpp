@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesExposureMode()
+{
+    static const QVector<QString> table = {QStringLiteral("AUTO"), QStringLiteral("MANUAL")};
+    return table;
+}
+
+} // namespace
+
 ExposureMode::ExposureMode(tExposureMode value)
-    : StringEnumBase(value, {QStringLiteral("AUTO"), QStringLiteral("MANUAL")})
+    : StringEnumBase(value, valuesExposureMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesExposurePriority()
+{
+    static const QVector<QString> table = {QStringLiteral("LowNoise"), QStringLiteral("FrameRate")};
+    return table;
+}
+
+} // namespace
+
 ExposurePriority::ExposurePriority(tExposurePriority value)
-    : StringEnumBase(value, {QStringLiteral("LowNoise"), QStringLiteral("FrameRate")})
+    : StringEnumBase(value, valuesExposurePriority())
 {
 }
 

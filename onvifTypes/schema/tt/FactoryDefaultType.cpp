@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesFactoryDefaultType()
+{
+    static const QVector<QString> table = {QStringLiteral("Hard"), QStringLiteral("Soft")};
+    return table;
+}
+
+} // namespace
+
 FactoryDefaultType::FactoryDefaultType(tFactoryDefaultType value)
-    : StringEnumBase(value, {QStringLiteral("Hard"), QStringLiteral("Soft")})
+    : StringEnumBase(value, valuesFactoryDefaultType())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesH264Profile()
+{
+    static const QVector<QString> table = {QStringLiteral("Baseline"), QStringLiteral("Main"), QStringLiteral("Extended"), QStringLiteral("High")};
+    return table;
+}
+
+} // namespace
+
 H264Profile::H264Profile(tH264Profile value)
-    : StringEnumBase(value, {QStringLiteral("Baseline"), QStringLiteral("Main"), QStringLiteral("Extended"), QStringLiteral("High")})
+    : StringEnumBase(value, valuesH264Profile())
 {
 }
 

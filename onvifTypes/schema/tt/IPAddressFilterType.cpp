@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesIPAddressFilterType()
+{
+    static const QVector<QString> table = {QStringLiteral("Allow"), QStringLiteral("Deny")};
+    return table;
+}
+
+} // namespace
+
 IPAddressFilterType::IPAddressFilterType(tIPAddressFilterType value)
-    : StringEnumBase(value, {QStringLiteral("Allow"), QStringLiteral("Deny")})
+    : StringEnumBase(value, valuesIPAddressFilterType())
 {
 }
 

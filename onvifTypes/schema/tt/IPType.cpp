@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesIPType()
+{
+    static const QVector<QString> table = {QStringLiteral("IPv4"), QStringLiteral("IPv6")};
+    return table;
+}
+
+} // namespace
+
 IPType::IPType(tIPType value)
-    : StringEnumBase(value, {QStringLiteral("IPv4"), QStringLiteral("IPv6")})
+    : StringEnumBase(value, valuesIPType())
 {
 }
 

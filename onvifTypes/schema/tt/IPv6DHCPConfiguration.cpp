@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesIPv6DHCPConfiguration()
+{
+    static const QVector<QString> table = {QStringLiteral("Auto"), QStringLiteral("Stateful"), QStringLiteral("Stateless"), QStringLiteral("Off")};
+    return table;
+}
+
+} // namespace
+
 IPv6DHCPConfiguration::IPv6DHCPConfiguration(tIPv6DHCPConfiguration value)
-    : StringEnumBase(value, {QStringLiteral("Auto"), QStringLiteral("Stateful"), QStringLiteral("Stateless"), QStringLiteral("Off")})
+    : StringEnumBase(value, valuesIPv6DHCPConfiguration())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesIrCutFilterAutoBoundaryType()
+{
+    static const QVector<QString> table = {QStringLiteral("Common"), QStringLiteral("ToOn"), QStringLiteral("ToOff"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 IrCutFilterAutoBoundaryType::IrCutFilterAutoBoundaryType(tIrCutFilterAutoBoundaryType value)
-    : StringEnumBase(value, {QStringLiteral("Common"), QStringLiteral("ToOn"), QStringLiteral("ToOff"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesIrCutFilterAutoBoundaryType())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesIrCutFilterMode()
+{
+    static const QVector<QString> table = {QStringLiteral("ON"), QStringLiteral("OFF"), QStringLiteral("AUTO")};
+    return table;
+}
+
+} // namespace
+
 IrCutFilterMode::IrCutFilterMode(tIrCutFilterMode value)
-    : StringEnumBase(value, {QStringLiteral("ON"), QStringLiteral("OFF"), QStringLiteral("AUTO")})
+    : StringEnumBase(value, valuesIrCutFilterMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesMetadataCompressionType()
+{
+    static const QVector<QString> table = {QStringLiteral("None"), QStringLiteral("GZIP"), QStringLiteral("EXI")};
+    return table;
+}
+
+} // namespace
+
 MetadataCompressionType::MetadataCompressionType(tMetadataCompressionType value)
-    : StringEnumBase(value, {QStringLiteral("None"), QStringLiteral("GZIP"), QStringLiteral("EXI")})
+    : StringEnumBase(value, valuesMetadataCompressionType())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesModeOfOperation()
+{
+    static const QVector<QString> table = {QStringLiteral("Idle"), QStringLiteral("Active"), QStringLiteral("Unknown")};
+    return table;
+}
+
+} // namespace
+
 ModeOfOperation::ModeOfOperation(tModeOfOperation value)
-    : StringEnumBase(value, {QStringLiteral("Idle"), QStringLiteral("Active"), QStringLiteral("Unknown")})
+    : StringEnumBase(value, valuesModeOfOperation())
 {
 }
 

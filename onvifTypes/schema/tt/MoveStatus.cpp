@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesMoveStatus()
+{
+    static const QVector<QString> table = {QStringLiteral("IDLE"), QStringLiteral("MOVING"), QStringLiteral("UNKNOWN")};
+    return table;
+}
+
+} // namespace
+
 MoveStatus::MoveStatus(tMoveStatus value)
-    : StringEnumBase(value, {QStringLiteral("IDLE"), QStringLiteral("MOVING"), QStringLiteral("UNKNOWN")})
+    : StringEnumBase(value, valuesMoveStatus())
 {
 }
 

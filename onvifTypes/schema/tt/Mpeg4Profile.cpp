@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesMpeg4Profile()
+{
+    static const QVector<QString> table = {QStringLiteral("SP"), QStringLiteral("ASP")};
+    return table;
+}
+
+} // namespace
+
 Mpeg4Profile::Mpeg4Profile(tMpeg4Profile value)
-    : StringEnumBase(value, {QStringLiteral("SP"), QStringLiteral("ASP")})
+    : StringEnumBase(value, valuesMpeg4Profile())
 {
 }
 

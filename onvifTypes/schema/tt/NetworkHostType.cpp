@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesNetworkHostType()
+{
+    static const QVector<QString> table = {QStringLiteral("IPv4"), QStringLiteral("IPv6"), QStringLiteral("DNS")};
+    return table;
+}
+
+} // namespace
+
 NetworkHostType::NetworkHostType(tNetworkHostType value)
-    : StringEnumBase(value, {QStringLiteral("IPv4"), QStringLiteral("IPv6"), QStringLiteral("DNS")})
+    : StringEnumBase(value, valuesNetworkHostType())
 {
 }
 

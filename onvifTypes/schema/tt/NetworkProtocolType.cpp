@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesNetworkProtocolType()
+{
+    static const QVector<QString> table = {QStringLiteral("HTTP"), QStringLiteral("HTTPS"), QStringLiteral("RTSP")};
+    return table;
+}
+
+} // namespace
+
 NetworkProtocolType::NetworkProtocolType(tNetworkProtocolType value)
-    : StringEnumBase(value, {QStringLiteral("HTTP"), QStringLiteral("HTTPS"), QStringLiteral("RTSP")})
+    : StringEnumBase(value, valuesNetworkProtocolType())
 {
 }
 

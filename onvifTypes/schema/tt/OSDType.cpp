@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesOSDType()
+{
+    static const QVector<QString> table = {QStringLiteral("Text"), QStringLiteral("Image"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 OSDType::OSDType(tOSDType value)
-    : StringEnumBase(value, {QStringLiteral("Text"), QStringLiteral("Image"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesOSDType())
 {
 }
 

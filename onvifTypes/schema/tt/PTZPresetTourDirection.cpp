@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesPTZPresetTourDirection()
+{
+    static const QVector<QString> table = {QStringLiteral("Forward"), QStringLiteral("Backward"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 PTZPresetTourDirection::PTZPresetTourDirection(tPTZPresetTourDirection value)
-    : StringEnumBase(value, {QStringLiteral("Forward"), QStringLiteral("Backward"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesPTZPresetTourDirection())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesPTZPresetTourOperation()
+{
+    static const QVector<QString> table = {QStringLiteral("Start"), QStringLiteral("Stop"), QStringLiteral("Pause"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 PTZPresetTourOperation::PTZPresetTourOperation(tPTZPresetTourOperation value)
-    : StringEnumBase(value, {QStringLiteral("Start"), QStringLiteral("Stop"), QStringLiteral("Pause"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesPTZPresetTourOperation())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesPTZPresetTourState()
+{
+    static const QVector<QString> table = {QStringLiteral("Idle"), QStringLiteral("Touring"), QStringLiteral("Paused"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 PTZPresetTourState::PTZPresetTourState(tPTZPresetTourState value)
-    : StringEnumBase(value, {QStringLiteral("Idle"), QStringLiteral("Touring"), QStringLiteral("Paused"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesPTZPresetTourState())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesPropertyOperation()
+{
+    static const QVector<QString> table = {QStringLiteral("Initialized"), QStringLiteral("Deleted"), QStringLiteral("Changed")};
+    return table;
+}
+
+} // namespace
+
 PropertyOperation::PropertyOperation(tPropertyOperation value)
-    : StringEnumBase(value, {QStringLiteral("Initialized"), QStringLiteral("Deleted"), QStringLiteral("Changed")})
+    : StringEnumBase(value, valuesPropertyOperation())
 {
 }
 

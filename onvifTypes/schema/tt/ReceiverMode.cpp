@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesReceiverMode()
+{
+    static const QVector<QString> table = {QStringLiteral("AutoConnect"), QStringLiteral("AlwaysConnect"), QStringLiteral("NeverConnect"), QStringLiteral("Unknown")};
+    return table;
+}
+
+} // namespace
+
 ReceiverMode::ReceiverMode(tReceiverMode value)
-    : StringEnumBase(value, {QStringLiteral("AutoConnect"), QStringLiteral("AlwaysConnect"), QStringLiteral("NeverConnect"), QStringLiteral("Unknown")})
+    : StringEnumBase(value, valuesReceiverMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesReceiverState()
+{
+    static const QVector<QString> table = {QStringLiteral("NotConnected"), QStringLiteral("Connecting"), QStringLiteral("Connected"), QStringLiteral("Unknown")};
+    return table;
+}
+
+} // namespace
+
 ReceiverState::ReceiverState(tReceiverState value)
-    : StringEnumBase(value, {QStringLiteral("NotConnected"), QStringLiteral("Connecting"), QStringLiteral("Connected"), QStringLiteral("Unknown")})
+    : StringEnumBase(value, valuesReceiverState())
 {
 }
 

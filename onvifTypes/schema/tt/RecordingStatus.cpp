@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesRecordingStatus()
+{
+    static const QVector<QString> table = {QStringLiteral("Initiated"), QStringLiteral("Recording"), QStringLiteral("Stopped"), QStringLiteral("Removing"), QStringLiteral("Removed"), QStringLiteral("Unknown")};
+    return table;
+}
+
+} // namespace
+
 RecordingStatus::RecordingStatus(tRecordingStatus value)
-    : StringEnumBase(value, {QStringLiteral("Initiated"), QStringLiteral("Recording"), QStringLiteral("Stopped"), QStringLiteral("Removing"), QStringLiteral("Removed"), QStringLiteral("Unknown")})
+    : StringEnumBase(value, valuesRecordingStatus())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesRelayIdleState()
+{
+    static const QVector<QString> table = {QStringLiteral("closed"), QStringLiteral("open")};
+    return table;
+}
+
+} // namespace
+
 RelayIdleState::RelayIdleState(tRelayIdleState value)
-    : StringEnumBase(value, {QStringLiteral("closed"), QStringLiteral("open")})
+    : StringEnumBase(value, valuesRelayIdleState())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesRelayLogicalState()
+{
+    static const QVector<QString> table = {QStringLiteral("active"), QStringLiteral("inactive")};
+    return table;
+}
+
+} // namespace
+
 RelayLogicalState::RelayLogicalState(tRelayLogicalState value)
-    : StringEnumBase(value, {QStringLiteral("active"), QStringLiteral("inactive")})
+    : StringEnumBase(value, valuesRelayLogicalState())
 {
 }
 

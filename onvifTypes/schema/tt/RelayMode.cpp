@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesRelayMode()
+{
+    static const QVector<QString> table = {QStringLiteral("Monostable"), QStringLiteral("Bistable")};
+    return table;
+}
+
+} // namespace
+
 RelayMode::RelayMode(tRelayMode value)
-    : StringEnumBase(value, {QStringLiteral("Monostable"), QStringLiteral("Bistable")})
+    : StringEnumBase(value, valuesRelayMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesReverseMode()
+{
+    static const QVector<QString> table = {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 ReverseMode::ReverseMode(tReverseMode value)
-    : StringEnumBase(value, {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesReverseMode())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesRotateMode()
+{
+    static const QVector<QString> table = {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO")};
+    return table;
+}
+
+} // namespace
+
 RotateMode::RotateMode(tRotateMode value)
-    : StringEnumBase(value, {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO")})
+    : StringEnumBase(value, valuesRotateMode())
 {
 }
 

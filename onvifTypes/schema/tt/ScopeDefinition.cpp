@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesScopeDefinition()
+{
+    static const QVector<QString> table = {QStringLiteral("Fixed"), QStringLiteral("Configurable")};
+    return table;
+}
+
+} // namespace
+
 ScopeDefinition::ScopeDefinition(tScopeDefinition value)
-    : StringEnumBase(value, {QStringLiteral("Fixed"), QStringLiteral("Configurable")})
+    : StringEnumBase(value, valuesScopeDefinition())
 {
 }
 

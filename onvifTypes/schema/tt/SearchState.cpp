@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesSearchState()
+{
+    static const QVector<QString> table = {QStringLiteral("Queued"), QStringLiteral("Searching"), QStringLiteral("Completed"), QStringLiteral("Unknown")};
+    return table;
+}
+
+} // namespace
+
 SearchState::SearchState(tSearchState value)
-    : StringEnumBase(value, {QStringLiteral("Queued"), QStringLiteral("Searching"), QStringLiteral("Completed"), QStringLiteral("Unknown")})
+    : StringEnumBase(value, valuesSearchState())
 {
 }
 

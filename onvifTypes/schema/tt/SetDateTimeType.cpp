@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesSetDateTimeType()
+{
+    static const QVector<QString> table = {QStringLiteral("Manual"), QStringLiteral("NTP")};
+    return table;
+}
+
+} // namespace
+
 SetDateTimeType::SetDateTimeType(tSetDateTimeType value)
-    : StringEnumBase(value, {QStringLiteral("Manual"), QStringLiteral("NTP")})
+    : StringEnumBase(value, valuesSetDateTimeType())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesStreamType()
+{
+    static const QVector<QString> table = {QStringLiteral("RTP-Unicast"), QStringLiteral("RTP-Multicast")};
+    return table;
+}
+
+} // namespace
+
 StreamType::StreamType(tStreamType value)
-    : StringEnumBase(value, {QStringLiteral("RTP-Unicast"), QStringLiteral("RTP-Multicast")})
+    : StringEnumBase(value, valuesStreamType())
 {
 }
 

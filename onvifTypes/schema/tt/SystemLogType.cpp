@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesSystemLogType()
+{
+    static const QVector<QString> table = {QStringLiteral("System"), QStringLiteral("Access")};
+    return table;
+}
+
+} // namespace
+
 SystemLogType::SystemLogType(tSystemLogType value)
-    : StringEnumBase(value, {QStringLiteral("System"), QStringLiteral("Access")})
+    : StringEnumBase(value, valuesSystemLogType())
 {
 }
 

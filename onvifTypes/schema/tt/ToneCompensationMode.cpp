@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesToneCompensationMode()
+{
+    static const QVector<QString> table = {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO")};
+    return table;
+}
+
+} // namespace
+
 ToneCompensationMode::ToneCompensationMode(tToneCompensationMode value)
-    : StringEnumBase(value, {QStringLiteral("OFF"), QStringLiteral("ON"), QStringLiteral("AUTO")})
+    : StringEnumBase(value, valuesToneCompensationMode())
 {
 }
 

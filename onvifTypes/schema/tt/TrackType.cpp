@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesTrackType()
+{
+    static const QVector<QString> table = {QStringLiteral("Video"), QStringLiteral("Audio"), QStringLiteral("Metadata"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 TrackType::TrackType(tTrackType value)
-    : StringEnumBase(value, {QStringLiteral("Video"), QStringLiteral("Audio"), QStringLiteral("Metadata"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesTrackType())
 {
 }
 

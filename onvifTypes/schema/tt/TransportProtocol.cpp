@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesTransportProtocol()
+{
+    static const QVector<QString> table = {QStringLiteral("UDP"), QStringLiteral("TCP"), QStringLiteral("RTSP"), QStringLiteral("HTTP")};
+    return table;
+}
+
+} // namespace
+
 TransportProtocol::TransportProtocol(tTransportProtocol value)
-    : StringEnumBase(value, {QStringLiteral("UDP"), QStringLiteral("TCP"), QStringLiteral("RTSP"), QStringLiteral("HTTP")})
+    : StringEnumBase(value, valuesTransportProtocol())
 {
 }
 

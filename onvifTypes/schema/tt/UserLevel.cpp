@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesUserLevel()
+{
+    static const QVector<QString> table = {QStringLiteral("Administrator"), QStringLiteral("Operator"), QStringLiteral("User"), QStringLiteral("Anonymous"), QStringLiteral("Extended")};
+    return table;
+}
+
+} // namespace
+
 UserLevel::UserLevel(tUserLevel value)
-    : StringEnumBase(value, {QStringLiteral("Administrator"), QStringLiteral("Operator"), QStringLiteral("User"), QStringLiteral("Anonymous"), QStringLiteral("Extended")})
+    : StringEnumBase(value, valuesUserLevel())
 {
 }
 

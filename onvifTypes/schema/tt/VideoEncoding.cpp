@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesVideoEncoding()
+{
+    static const QVector<QString> table = {QStringLiteral("JPEG"), QStringLiteral("MPEG4"), QStringLiteral("H264"), QStringLiteral("H265")};
+    return table;
+}
+
+} // namespace
+
 VideoEncoding::VideoEncoding(tVideoEncoding value)
-    : StringEnumBase(value, {QStringLiteral("JPEG"), QStringLiteral("MPEG4"), QStringLiteral("H264"), QStringLiteral("H265")})
+    : StringEnumBase(value, valuesVideoEncoding())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesVideoEncodingMimeNames()
+{
+    static const QVector<QString> table = {QStringLiteral("JPEG"), QStringLiteral("MPV4-ES"), QStringLiteral("H264"), QStringLiteral("H265")};
+    return table;
+}
+
+} // namespace
+
 VideoEncodingMimeNames::VideoEncodingMimeNames(tVideoEncodingMimeNames value)
-    : StringEnumBase(value, {QStringLiteral("JPEG"), QStringLiteral("MPV4-ES"), QStringLiteral("H264"), QStringLiteral("H265")})
+    : StringEnumBase(value, valuesVideoEncodingMimeNames())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesVideoEncodingProfiles()
+{
+    static const QVector<QString> table = {QStringLiteral("Simple"), QStringLiteral("AdvancedSimple"), QStringLiteral("Baseline"), QStringLiteral("Main"), QStringLiteral("Main10"), QStringLiteral("Extended"), QStringLiteral("High")};
+    return table;
+}
+
+} // namespace
+
 VideoEncodingProfiles::VideoEncodingProfiles(tVideoEncodingProfiles value)
-    : StringEnumBase(value, {QStringLiteral("Simple"), QStringLiteral("AdvancedSimple"), QStringLiteral("Baseline"), QStringLiteral("Main"), QStringLiteral("Main10"), QStringLiteral("Extended"), QStringLiteral("High")})
+    : StringEnumBase(value, valuesVideoEncodingProfiles())
 {
 }
 

@@ -3,8 +3,19 @@
 
 namespace tt {
 
+namespace {
+
+// One table for all objects: each shares it instead of building its own.
+const QVector<QString>& valuesWhiteBalanceMode()
+{
+    static const QVector<QString> table = {QStringLiteral("AUTO"), QStringLiteral("MANUAL")};
+    return table;
+}
+
+} // namespace
+
 WhiteBalanceMode::WhiteBalanceMode(tWhiteBalanceMode value)
-    : StringEnumBase(value, {QStringLiteral("AUTO"), QStringLiteral("MANUAL")})
+    : StringEnumBase(value, valuesWhiteBalanceMode())
 {
 }
 
