@@ -13,7 +13,7 @@ out=$build/bench-results
 mkdir -p "$out"
 
 # The library's and Qt's entry points that tell where a request's instructions go.
-key='readReply|OnvifResponse::OnvifResponse|xmlDepth|QDomDocument::setContent|ComplexType::deserialize|nodeToText|QTextCodec::canEncode|postSoap|OnvifRequest::OnvifRequest|OnvifSecurity::serialize|QNetworkAccessManager::post|QObject::connect\(QObject const\*, char|bareReply|malloc.c:(malloc|free)'
+key='readReply|OnvifResponse::OnvifResponse|parseDocument|TreeBuilder|QDomDocument::setContent|ComplexType::deserialize|nodeToText|QTextCodec::canEncode|postSoap|OnvifRequest::OnvifRequest|OnvifSecurity::serialize|QNetworkAccessManager::post|QObject::connect\(QObject const\*, char|bareReply|malloc.c:(malloc|free)'
 
 for what in Requests Bare; do
     file=$out/callgrind.$what.out

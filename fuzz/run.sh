@@ -11,7 +11,7 @@ build=${ONVIFTYPES_FUZZ_BUILD:-$here/build-fuzz}
 seconds=${1:-60}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_schema fuzz_stringenum fuzz_discovery)
+[ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_xmltree fuzz_schema fuzz_stringenum fuzz_discovery)
 
 seeds=$build/fuzz-seeds
 if [ "${ONVIFTYPES_FUZZ_NO_BUILD:-0}" != 1 ]; then
@@ -29,12 +29,13 @@ for target in "${targets[@]}"; do
     corpus=$build/fuzz-corpus/$target
     mkdir -p "$corpus" "$build/fuzz-crashes/$target"
     seed=$seeds/xml
+    dict=(-dict="$here/fuzz/xml.dict")
     case $target in
     fuzz_discovery) seed=$seeds/discovery ;;
-    fuzz_stringenum) seed=$seeds/text ;;
+    fuzz_stringenum) seed=$seeds/text dict=() ;;
     esac
     echo "== $target: $seconds s"
     "$build/fuzz/$target" "$corpus" "$seed" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=10 \
-        -max_len=65536 -print_final_stats=1 -artifact_prefix="$build/fuzz-crashes/$target/" \
+        -max_len=65536 "${dict[@]}" -print_final_stats=1 -artifact_prefix="$build/fuzz-crashes/$target/" \
         2>&1 | tee "$build/fuzz-$target.log" | grep -E '^(#[0-9]+ *DONE|stat::number_of_executed_units|==[0-9]+==ERROR)' || true
 done

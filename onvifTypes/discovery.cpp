@@ -6,7 +6,7 @@
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
 #include "onvifTypes/schema/tds/GetDeviceInformationResponse.h"
-#include "onvifTypes/xmlDepth_p.h"
+#include "onvifTypes/xmlDocument_p.h"
 
 #include <QDomDocument>
 #include <QNetworkAccessManager>

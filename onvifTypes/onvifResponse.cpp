@@ -2,7 +2,7 @@
 
 #include "onvifTypes/schema/soapenv/Fault.h"
 #include "onvifTypes/serializable.h"
-#include "onvifTypes/xmlDepth_p.h"
+#include "onvifTypes/xmlDocument_p.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-#ifndef ONVIFTYPES_XMLDEPTH_P_H
-#define ONVIFTYPES_XMLDEPTH_P_H
+#ifndef ONVIFTYPES_XMLDOCUMENT_P_H
+#define ONVIFTYPES_XMLDOCUMENT_P_H
 
 #include <QString>
 
@@ -15,10 +15,12 @@ constexpr int kMaxXmlDepth = 512;
 // building a tree; a text that is not well-formed is left to the real parser.
 bool xmlDepthWithinLimit(const QString& text);
 
-// Parses a reply with namespace processing into `document`; false (and an empty
-// document) when the text is not well-formed or nests deeper than kMaxXmlDepth.
+// Parses a reply with namespace processing into `document`: the tree is the one
+// QDomDocument::setContent(QXmlStreamReader*, true) builds, or, for texts only the
+// forgiving QString overload accepts, that one's. False (and an empty document)
+// when the text is not well-formed or nests deeper than kMaxXmlDepth.
 bool parseDocument(QDomDocument& document, const QString& text);
 
 } // namespace Utilites
 
-#endif // ONVIFTYPES_XMLDEPTH_P_H
+#endif // ONVIFTYPES_XMLDOCUMENT_P_H

@@ -1,0 +1,697 @@
+#include "onvifTypes/xmlDocument_p.h"
+
+#include <QDomDocument>
+#include <QVarLengthArray>
+#include <QVector>
+#include <QXmlStreamReader>
+
+namespace Utilites {
+
+namespace {
+
+// Exact, token by token; needed where entities may expand into markup.
+bool depthWithinLimitByTokens(const QString& text)
+{
+    QXmlStreamReader reader(text);
+    int depth = 0;
+    while (!reader.atEnd()) {
+        switch (reader.readNext()) {
+        case QXmlStreamReader::StartElement:
+            if (++depth > kMaxXmlDepth)
+                return false;
+            break;
+        case QXmlStreamReader::EndElement:
+            --depth;
+            break;
+        default:
+            break;
+        }
+    }
+    return true;
+}
+
+// Index just past `terminator` at or after `from`, or the end of the text.
+int skipPast(const QString& text, int from, QLatin1String terminator)
+{
+    const int at = text.indexOf(terminator, from);
+    return at < 0 ? text.size() : at + terminator.size();
+}
+
+} // namespace
+
+bool xmlDepthWithinLimit(const QString& text)
+{
+    // A scan of the markup alone costs a fraction of tokenising; it reads comments,
+    // CDATA, instructions and quoted attribute values as the parser does, so a
+    // well-formed text can't hide depth from it.
+    if (text.contains(QLatin1String("<!DOCTYPE")))
+        return depthWithinLimitByTokens(text);
+    const QChar* data = text.constData();
+    const int size = text.size();
+    int depth = 0;
+    int i = text.indexOf(QLatin1Char('<'));
+    while (i >= 0 && i < size) {
+        if (text.midRef(i, 4) == QLatin1String("<!--")) {
+            i = skipPast(text, i + 4, QLatin1String("-->"));
+        } else if (text.midRef(i, 9) == QLatin1String("<![CDATA[")) {
+            i = skipPast(text, i + 9, QLatin1String("]]>"));
+        } else if (text.midRef(i, 2) == QLatin1String("<?")) {
+            i = skipPast(text, i + 2, QLatin1String("?>"));
+        } else if (text.midRef(i, 2) == QLatin1String("</")) {
+            --depth;
+            i = skipPast(text, i + 2, QLatin1String(">"));
+        } else {
+            // A start tag: find its end outside quoted values.
+            QChar quote;
+            int j = i + 1;
+            for (; j < size; ++j) {
+                const QChar c = data[j];
+                if (!quote.isNull()) {
+                    if (c == quote)
+                        quote = QChar();
+                } else if (c == QLatin1Char('"') || c == QLatin1Char('\'')) {
+                    quote = c;
+                } else if (c == QLatin1Char('>')) {
+                    break;
+                }
+            }
+            if (j >= size || data[j - 1] != QLatin1Char('/')) {
+                if (++depth > kMaxXmlDepth)
+                    return false;
+            }
+            i = j + 1;
+        }
+        if (i < size)
+            i = text.indexOf(QLatin1Char('<'), i);
+    }
+    return true;
+}
+
+namespace {
+
+// Replies are almost always plain namespaced elements, attributes and text. This
+// builder reads exactly that subset in one pass and builds the same tree the stream
+// reader would; anything outside it (DTDs, CDATA, instructions, unusual names,
+// malformed text) it hands back, and the Qt parsers decide.
+class TreeBuilder
+{
+public:
+    enum Result { Built, TooDeep, Declined, UndeclaredPrefix };
+
+    TreeBuilder(QDomDocument& document, const QString& text)
+        : m_document(document)
+        , m_begin(reinterpret_cast<const char16_t*>(text.constData()))
+        , m_p(m_begin)
+        , m_end(m_begin + text.size())
+    { }
+
+    // Built, TooDeep or Declined.
+    Result build();
+
+private:
+    struct Binding
+    {
+        const char16_t* prefix;
+        int prefixSize;
+        QString uri;
+    };
+    struct Open
+    {
+        QDomElement element;
+        const char16_t* name;
+        int nameSize;
+        int bindings;
+    };
+    struct Attribute
+    {
+        const char16_t* name;
+        int nameSize;
+        int colon; // index of the prefix's colon, or -1
+        QString value;
+    };
+
+    static bool isSpace(char16_t c) { return c == u' ' || c == u'\n' || c == u'\t' || c == u'\r'; }
+    static bool isNameStart(char16_t c)
+    {
+        return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_';
+    }
+    static bool isNameChar(char16_t c)
+    {
+        return isNameStart(c) || (c >= u'0' && c <= u'9') || c == u'-' || c == u'.';
+    }
+    // "xml" and "xmlns" are bound without a declaration; the stream reader knows them.
+    static bool reservedPrefix(const char16_t* prefix, int size)
+    {
+        return (size == 3 || size == 5) && std::equal(prefix, prefix + size, u"xmlns");
+    }
+    static QString toQString(const char16_t* from, int size)
+    {
+        return QString(reinterpret_cast<const QChar*>(from), size);
+    }
+
+    bool startsWith(const char16_t* literal, int size) const
+    {
+        return m_end - m_p >= size && std::equal(literal, literal + size, m_p);
+    }
+    bool skipSpace()
+    {
+        const char16_t* from = m_p;
+        while (m_p < m_end && isSpace(*m_p))
+            ++m_p;
+        return m_p != from;
+    }
+    int qualifiedName(int* colon);
+    bool character(QString& out, bool inAttribute);
+    bool reference(QString& out);
+    bool text(QString& out);
+    bool attributeValue(QString& out);
+    bool comment(QDomNode& parent);
+    bool xmlDeclaration();
+    bool miscellany();
+    const QString* lookup(const char16_t* prefix, int size) const;
+    Result startTag();
+    bool endTag();
+    Result parse();
+
+    QDomDocument& m_document;
+    const char16_t* const m_begin;
+    const char16_t* m_p;
+    const char16_t* const m_end;
+    // Building what the SAX-based parser builds: undeclared prefixes have no
+    // namespace, and line ends and white space in values stay as sent.
+    bool m_forgiving = false;
+    QVector<Binding> m_bindings;
+    QVector<Open> m_open;
+};
+
+// ASCII names only, with at most one colon between two non-empty parts; the
+// stream reader's full Unicode name rules stay with it.
+int TreeBuilder::qualifiedName(int* colon)
+{
+    *colon = -1;
+    const char16_t* from = m_p;
+    if (m_p >= m_end || !isNameStart(*m_p))
+        return 0;
+    ++m_p;
+    while (m_p < m_end) {
+        if (isNameChar(*m_p)) {
+            ++m_p;
+        } else if (*m_p == u':' && *colon < 0 && m_p + 1 < m_end && isNameStart(m_p[1])) {
+            *colon = int(m_p - from);
+            m_p += 2;
+        } else {
+            break;
+        }
+    }
+    return int(m_p - from);
+}
+
+// One character reference or predefined entity, m_p on the '&'.
+bool TreeBuilder::reference(QString& out)
+{
+    ++m_p;
+    if (m_p < m_end && *m_p == u'#') {
+        ++m_p;
+        const bool hex = m_p < m_end && *m_p == u'x';
+        if (hex)
+            ++m_p;
+        uint value = 0;
+        int digits = 0;
+        for (; m_p < m_end && *m_p != u';'; ++m_p, ++digits) {
+            const char16_t c = *m_p;
+            uint digit;
+            if (c >= u'0' && c <= u'9')
+                digit = c - u'0';
+            else if (hex && c >= u'a' && c <= u'f')
+                digit = c - u'a' + 10;
+            else if (hex && c >= u'A' && c <= u'F')
+                digit = c - u'A' + 10;
+            else
+                return false;
+            if (digits >= 8)
+                return false;
+            value = value * (hex ? 16 : 10) + digit;
+        }
+        if (m_p >= m_end || digits == 0)
+            return false;
+        ++m_p;
+        const bool valid = value == 0x9 || value == 0xA || value == 0xD || (value >= 0x20 && value <= 0xD7FF)
+            || (value >= 0xE000 && value <= 0xFFFD) || (value >= 0x10000 && value <= 0x10FFFF);
+        if (!valid)
+            return false;
+        if (value >= 0x10000) {
+            out.append(QChar(QChar::highSurrogate(value)));
+            out.append(QChar(QChar::lowSurrogate(value)));
+        } else {
+            out.append(QChar(char16_t(value)));
+        }
+        return true;
+    }
+    static const struct
+    {
+        char16_t name[5];
+        int size;
+        char16_t value;
+    } entities[] = { { u"lt", 2, u'<' }, { u"gt", 2, u'>' }, { u"amp", 3, u'&' }, { u"quot", 4, u'"' },
+        { u"apos", 4, u'\'' } };
+    for (const auto& entity : entities) {
+        if (startsWith(entity.name, entity.size) && m_p + entity.size < m_end && m_p[entity.size] == u';') {
+            m_p += entity.size + 1;
+            out.append(QChar(entity.value));
+            return true;
+        }
+    }
+    return false;
+}
+
+// Checks and copies one character that is not markup; false for what XML forbids.
+// Line ends become "\n", and in attribute values any white space a space.
+bool TreeBuilder::character(QString& out, bool inAttribute)
+{
+    const char16_t c = *m_p++;
+    if (c == u'\r') {
+        if (m_forgiving) {
+            out.append(QChar(c));
+            return true;
+        }
+        if (m_p < m_end && *m_p == u'\n')
+            ++m_p;
+        out.append(QChar(inAttribute ? u' ' : u'\n'));
+        return true;
+    }
+    if (c < 0x20) {
+        if (c != u'\n' && c != u'\t')
+            return false;
+        out.append(QChar(inAttribute && !m_forgiving ? u' ' : c));
+        return true;
+    }
+    if (c >= 0xD800 && c <= 0xDBFF) {
+        if (m_p >= m_end || *m_p < 0xDC00 || *m_p > 0xDFFF)
+            return false;
+        out.append(QChar(c));
+        out.append(QChar(*m_p++));
+        return true;
+    }
+    if ((c >= 0xDC00 && c <= 0xDFFF) || c == 0xFFFE || c == 0xFFFF)
+        return false;
+    out.append(QChar(c));
+    return true;
+}
+
+// Character data up to the next '<'. Plain runs are copied in one piece.
+bool TreeBuilder::text(QString& out)
+{
+    const char16_t* run = m_p;
+    while (m_p < m_end) {
+        const char16_t c = *m_p;
+        if (c == u'<')
+            break;
+        if ((c >= 0x20 && c < 0xD800 && c != u'&' && c != u']') || (c >= 0xE000 && c < 0xFFFE)) {
+            ++m_p;
+            continue;
+        }
+        if (c == u'\n' || c == u'\t') {
+            ++m_p;
+            continue;
+        }
+        if (out.isEmpty() && run != m_p) {
+            out = toQString(run, int(m_p - run));
+        } else {
+            out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+        }
+        if (c == u'&') {
+            if (!reference(out))
+                return false;
+        } else if (c == u']') {
+            if (m_end - m_p >= 3 && m_p[1] == u']' && m_p[2] == u'>')
+                return false;
+            out.append(QChar(c));
+            ++m_p;
+        } else if (!character(out, false)) {
+            return false;
+        }
+        run = m_p;
+    }
+    if (m_p >= m_end)
+        return false;
+    if (out.isEmpty())
+        out = toQString(run, int(m_p - run));
+    else
+        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+    return true;
+}
+
+// A quoted value, m_p on the opening quote.
+bool TreeBuilder::attributeValue(QString& out)
+{
+    const char16_t quote = *m_p++;
+    const char16_t* run = m_p;
+    while (m_p < m_end && *m_p != quote) {
+        const char16_t c = *m_p;
+        if ((c >= 0x20 && c < 0xD800 && c != u'&' && c != u'<') || (c >= 0xE000 && c < 0xFFFE)) {
+            ++m_p;
+            continue;
+        }
+        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+        if (c == u'<')
+            return false;
+        if (c == u'&' ? !reference(out) : !character(out, true))
+            return false;
+        run = m_p;
+    }
+    if (m_p >= m_end)
+        return false;
+    if (out.isEmpty() && run != m_p)
+        out = toQString(run, int(m_p - run));
+    else
+        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+    ++m_p;
+    return true;
+}
+
+bool TreeBuilder::comment(QDomNode& parent)
+{
+    m_p += 4;
+    const char16_t* from = m_p;
+    for (; m_p < m_end; ++m_p) {
+        const char16_t c = *m_p;
+        if (c == u'-' && m_p + 1 < m_end && m_p[1] == u'-') {
+            if (m_p + 2 >= m_end || m_p[2] != u'>')
+                return false;
+            parent.appendChild(m_document.createComment(toQString(from, int(m_p - from))));
+            m_p += 3;
+            return true;
+        }
+        // Line ends would need normalising; such comments go to the Qt parsers.
+        if ((c < 0x20 && c != u'\n' && c != u'\t') || c >= 0xD800)
+            return false;
+    }
+    return false;
+}
+
+// `<?xml version="1.0" ...?>`, kept as the processing instruction the stream reader makes of it.
+bool TreeBuilder::xmlDeclaration()
+{
+    m_p += 5;
+    struct Pseudo
+    {
+        const char16_t* name;
+        int size;
+        const char16_t* value = nullptr;
+        int valueSize = 0;
+    } pseudo[] = { { u"version", 7 }, { u"encoding", 8 }, { u"standalone", 10 } };
+    for (Pseudo& item : pseudo) {
+        const char16_t* before = m_p;
+        if (!skipSpace() || !startsWith(item.name, item.size)) {
+            m_p = before;
+            continue;
+        }
+        m_p += item.size;
+        skipSpace();
+        if (m_p >= m_end || *m_p != u'=')
+            return false;
+        ++m_p;
+        skipSpace();
+        if (m_p >= m_end || (*m_p != u'"' && *m_p != u'\''))
+            return false;
+        const char16_t quote = *m_p++;
+        item.value = m_p;
+        while (m_p < m_end && *m_p != quote && (isNameChar(*m_p)))
+            ++m_p;
+        if (m_p >= m_end || *m_p != quote)
+            return false;
+        item.valueSize = int(m_p++ - item.value);
+    }
+    skipSpace();
+    if (!startsWith(u"?>", 2))
+        return false;
+    m_p += 2;
+    const Pseudo& version = pseudo[0];
+    const Pseudo& encoding = pseudo[1];
+    const Pseudo& standalone = pseudo[2];
+    const QString yes = QStringLiteral("yes");
+    if (!version.value || toQString(version.value, version.valueSize) != QLatin1String("1.0"))
+        return false;
+    if (encoding.value
+        && (encoding.valueSize == 0 || !isNameStart(*encoding.value) || *encoding.value == u'_'))
+        return false;
+    QString data = QStringLiteral("version='1.0'");
+    if (encoding.value)
+        data += QLatin1String(" encoding='") + toQString(encoding.value, encoding.valueSize)
+            + QLatin1Char('\'');
+    if (standalone.value) {
+        const QString value = toQString(standalone.value, standalone.valueSize);
+        if (value != yes && value != QLatin1String("no"))
+            return false;
+        if (value == yes || m_forgiving)
+            data += QLatin1String(" standalone='") + value + QLatin1Char('\'');
+    }
+    m_document.appendChild(m_document.createProcessingInstruction(QStringLiteral("xml"), data));
+    return true;
+}
+
+// White space and comments around the root element.
+bool TreeBuilder::miscellany()
+{
+    for (;;) {
+        skipSpace();
+        if (!startsWith(u"<!--", 4))
+            return true;
+        if (!comment(m_document))
+            return false;
+    }
+}
+
+const QString* TreeBuilder::lookup(const char16_t* prefix, int size) const
+{
+    for (int i = m_bindings.size() - 1; i >= 0; --i) {
+        const Binding& binding = m_bindings.at(i);
+        if (binding.prefixSize == size && std::equal(prefix, prefix + size, binding.prefix))
+            return &binding.uri;
+    }
+    return nullptr;
+}
+
+// m_p on the '<' of a start tag.
+TreeBuilder::Result TreeBuilder::startTag()
+{
+    ++m_p;
+    const char16_t* name = m_p;
+    int colon;
+    const int nameSize = qualifiedName(&colon);
+    if (nameSize == 0)
+        return Declined;
+    QVarLengthArray<Attribute, 16> attributes;
+    bool empty = false;
+    for (;;) {
+        const bool spaced = skipSpace();
+        if (m_p >= m_end)
+            return Declined;
+        if (*m_p == u'>') {
+            ++m_p;
+            break;
+        }
+        if (*m_p == u'/') {
+            if (m_p + 1 >= m_end || m_p[1] != u'>')
+                return Declined;
+            m_p += 2;
+            empty = true;
+            break;
+        }
+        Attribute attribute;
+        attribute.name = m_p;
+        attribute.nameSize = qualifiedName(&attribute.colon);
+        if (!spaced || attribute.nameSize == 0)
+            return Declined;
+        skipSpace();
+        if (m_p >= m_end || *m_p != u'=')
+            return Declined;
+        ++m_p;
+        skipSpace();
+        if (m_p >= m_end || (*m_p != u'"' && *m_p != u'\'') || !attributeValue(attribute.value))
+            return Declined;
+        attributes.append(std::move(attribute));
+    }
+    // Quadratic checks below; hundreds of attributes are not a reply's.
+    if (attributes.size() > 64)
+        return Declined;
+    if (m_open.size() >= kMaxXmlDepth)
+        return TooDeep;
+
+    static const char16_t xmlns[] = u"xmlns";
+    const int bindings = m_bindings.size();
+    for (int i = 0; i < attributes.size(); ++i) {
+        const Attribute& attribute = attributes.at(i);
+        for (int j = 0; j < i; ++j) {
+            const Attribute& other = attributes.at(j);
+            if (other.nameSize == attribute.nameSize
+                && std::equal(other.name, other.name + other.nameSize, attribute.name))
+                return Declined;
+        }
+        const bool prefixed = attribute.colon == 5 && std::equal(xmlns, xmlns + 5, attribute.name);
+        if (!prefixed && !(attribute.nameSize == 5 && std::equal(xmlns, xmlns + 5, attribute.name)))
+            continue;
+        // The reserved namespaces and empty prefixed bindings are errors or special
+        // cases of their own.
+        if (attribute.value == QLatin1String("http://www.w3.org/XML/1998/namespace")
+            || attribute.value == QLatin1String("http://www.w3.org/2000/xmlns/"))
+            return Declined;
+        if (prefixed) {
+            const char16_t* prefix = attribute.name + 6;
+            const int prefixSize = attribute.nameSize - 6;
+            if (attribute.value.isEmpty()
+                || (prefixSize >= 3 && (prefix[0] | 0x20) == u'x' && (prefix[1] | 0x20) == u'm'
+                    && (prefix[2] | 0x20) == u'l'))
+                return Declined;
+            m_bindings.append({ prefix, prefixSize, attribute.value });
+        } else {
+            // An empty default namespace is not the absent one: elements get "" as their URI.
+            m_bindings.append(
+                { attribute.name, 0, attribute.value.isEmpty() ? QStringLiteral("") : attribute.value });
+        }
+    }
+
+    const QString* uri = lookup(name, colon < 0 ? 0 : colon);
+    if (colon >= 0 && !uri && (reservedPrefix(name, colon) || !m_forgiving))
+        return reservedPrefix(name, colon) ? Declined : UndeclaredPrefix;
+    QDomElement element = m_document.createElementNS(uri ? *uri : QString(), toQString(name, nameSize));
+    for (int i = 0; i < attributes.size(); ++i) {
+        const Attribute& attribute = attributes.at(i);
+        if (attribute.colon < 0) {
+            if (!(attribute.nameSize == 5 && std::equal(xmlns, xmlns + 5, attribute.name)))
+                element.setAttributeNS(
+                    QString(), toQString(attribute.name, attribute.nameSize), attribute.value);
+            continue;
+        }
+        if (attribute.colon == 5 && std::equal(xmlns, xmlns + 5, attribute.name))
+            continue;
+        const QString* attributeUri = lookup(attribute.name, attribute.colon);
+        if (!attributeUri && (reservedPrefix(attribute.name, attribute.colon) || !m_forgiving))
+            return reservedPrefix(attribute.name, attribute.colon) ? Declined : UndeclaredPrefix;
+        // Two prefixes bound to one namespace may not name the same attribute twice.
+        const char16_t* local = attribute.name + attribute.colon + 1;
+        const int localSize = attribute.nameSize - attribute.colon - 1;
+        for (int j = 0; j < i; ++j) {
+            const Attribute& other = attributes.at(j);
+            if (other.colon >= 0 && other.nameSize - other.colon - 1 == localSize
+                && std::equal(local, local + localSize, other.name + other.colon + 1))
+                return Declined;
+        }
+        element.setAttributeNS(attributeUri ? *attributeUri : QString(),
+            toQString(attribute.name, attribute.nameSize), attribute.value);
+    }
+    if (m_open.isEmpty())
+        m_document.appendChild(element);
+    else
+        m_open.last().element.appendChild(element);
+    if (empty)
+        m_bindings.resize(bindings);
+    else
+        m_open.append({ element, name, nameSize, bindings });
+    return Built;
+}
+
+// m_p on the "</" of an end tag.
+bool TreeBuilder::endTag()
+{
+    m_p += 2;
+    if (m_open.isEmpty())
+        return false;
+    const Open& open = m_open.last();
+    if (m_end - m_p < open.nameSize || !std::equal(open.name, open.name + open.nameSize, m_p))
+        return false;
+    m_p += open.nameSize;
+    if (m_p < m_end && (isNameChar(*m_p) || *m_p == u':'))
+        return false;
+    skipSpace();
+    if (m_p >= m_end || *m_p != u'>')
+        return false;
+    ++m_p;
+    m_bindings.resize(open.bindings);
+    m_open.removeLast();
+    return true;
+}
+
+TreeBuilder::Result TreeBuilder::build()
+{
+    const Result result = parse();
+    if (result != UndeclaredPrefix)
+        return result;
+    // Only the SAX-based parser accepts this text; build its tree instead.
+    m_document.clear();
+    m_p = m_begin;
+    m_bindings.clear();
+    m_open.clear();
+    m_forgiving = true;
+    return parse();
+}
+
+TreeBuilder::Result TreeBuilder::parse()
+{
+    if (startsWith(u"<?xml", 5) && m_end - m_p > 5 && isSpace(m_p[5]) && !xmlDeclaration())
+        return Declined;
+    if (!miscellany() || m_p >= m_end || *m_p != u'<')
+        return Declined;
+    m_open.reserve(32);
+    do {
+        if (*m_p == u'<') {
+            if (m_p + 1 >= m_end)
+                return Declined;
+            const char16_t next = m_p[1];
+            if (next == u'/') {
+                if (!endTag())
+                    return Declined;
+            } else if (next == u'!') {
+                if (!startsWith(u"<!--", 4) || !comment(m_open.last().element))
+                    return Declined;
+            } else if (next == u'?') {
+                return Declined;
+            } else {
+                const Result result = startTag();
+                if (result != Built)
+                    return result;
+            }
+        } else {
+            // Indentation, the usual text between elements, is dropped unread.
+            const char16_t* from = m_p;
+            if (skipSpace() && m_p < m_end && *m_p == u'<')
+                continue;
+            m_p = from;
+            QString data;
+            if (!text(data))
+                return Declined;
+            // As the stream reader's tree: runs of white space, Unicode's included, are dropped.
+            const QChar* c = data.constData();
+            const QChar* const end = c + data.size();
+            while (c < end && c->isSpace())
+                ++c;
+            if (c != end)
+                m_open.last().element.appendChild(m_document.createTextNode(data));
+        }
+    } while (!m_open.isEmpty() && m_p < m_end);
+    if (!m_open.isEmpty() || !miscellany())
+        return Declined;
+    return m_p == m_end ? Built : Declined;
+}
+
+} // namespace
+
+bool parseDocument(QDomDocument& document, const QString& text)
+{
+    document.clear();
+    const TreeBuilder::Result built = TreeBuilder(document, text).build();
+    if (built == TreeBuilder::Built)
+        return true;
+    document.clear();
+    if (built == TreeBuilder::TooDeep || !xmlDepthWithinLimit(text))
+        return false;
+    // The stream reader refuses what the forgiving SAX-based overload accepts
+    // (undeclared prefixes, which some devices send).
+    QXmlStreamReader reader(text);
+    if (document.setContent(&reader, true) || document.setContent(text, true))
+        return true;
+    document.clear();
+    return false;
+}
+
+} // namespace Utilites
