@@ -106,7 +106,7 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
     const OnvifResponse parsed(text);
     ReplyOutcome outcome;
     const bool fault = parsed.isFault();
-    outcome.authFault = parsed.isAuthFault();
+    outcome.authFault = fault && parsed.isAuthFault(); // no second walk of a large answer
     if (error != QNetworkReply::NoError && !fault) {
         ONVIF_LOG_AS(logger, OnvifLog::Error, "operator()",
             QStringLiteral("Network error. Code:") + QString::number(int(error))
