@@ -512,8 +512,8 @@ TreeBuilder::Result TreeBuilder::startTag()
             return Declined;
         attributes.append(std::move(attribute));
     }
-    // Quadratic checks below; hundreds of attributes are not a reply's.
-    if (attributes.size() > 64)
+    // Quadratic checks and linear lookups below; replies have a few dozen of each.
+    if (attributes.size() > 64 || m_bindings.size() > 256)
         return Declined;
     if (m_open.size() >= kMaxXmlDepth)
         return TooDeep;
