@@ -25,6 +25,17 @@ QString getDeviceInformationBody()
     return QStringLiteral("<tds:GetDeviceInformation ></tds:GetDeviceInformation>");
 }
 
+QString getPtzCapabilitiesBody()
+{
+    return QStringLiteral("<tds:GetCapabilities ><tds:Category>PTZ</tds:Category></tds:GetCapabilities>");
+}
+
+QString getPresetsBody(const QString& profileToken)
+{
+    return QStringLiteral("<tptz:GetPresets ><tptz:ProfileToken>") + profileToken
+        + QStringLiteral("</tptz:ProfileToken></tptz:GetPresets>");
+}
+
 QString bareEnvelope(const QString& user, const QString& password, const QString& body)
 {
     static const QString request = QStringLiteral(

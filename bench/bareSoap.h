@@ -10,6 +10,8 @@ namespace Bench {
 QString getProfilesBody();
 QString getStreamUriBody(const QString& profileToken);
 QString getDeviceInformationBody();
+QString getPtzCapabilitiesBody();
+QString getPresetsBody(const QString& profileToken);
 
 // The complete SOAP request with a fresh nonce and creation time.
 QString bareEnvelope(const QString& user, const QString& password, const QString& body);

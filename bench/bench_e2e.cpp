@@ -28,6 +28,7 @@
 #include <QNetworkReply>
 #include <QProcess>
 #include <QSet>
+#include <QTemporaryFile>
 #include <QTimer>
 #include <QUrl>
 
@@ -81,9 +82,17 @@ class SimulatorProcess
 public:
     bool start(const QString& program, int cameras, int seconds)
     {
+        // A camera serves each kept-alive connection with a thread of its own until it
+        // times out; the paths measured one after the other leave several open. With
+        // few threads a path would wait for the connections of the path before it.
+        if (!m_config.open())
+            return false;
+        m_config.write(R"({"maxThreads": 16})");
+        m_config.close();
         m_process.setProgram(program);
-        m_process.setArguments({ QStringLiteral("--cameras"), QString::number(cameras),
-            QStringLiteral("--duration"), QString::number(seconds) });
+        m_process.setArguments(
+            { QStringLiteral("--cameras"), QString::number(cameras), QStringLiteral("--duration"),
+                QString::number(seconds), QStringLiteral("--config"), m_config.fileName() });
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start();
         if (!m_process.waitForStarted(10000))
@@ -111,6 +120,7 @@ public:
     const QStringList& urls() const { return m_urls; }
 
 private:
+    QTemporaryFile m_config;
     QProcess m_process;
     QStringList m_urls;
 };
@@ -219,6 +229,46 @@ void bareCamera(QNetworkAccessManager& manager, const QString& url, bool close, 
                     }
                 });
         });
+}
+
+// The PTZ layer's calls, bare: the PTZ address from GetCapabilities, the first profile
+// with a PTZ configuration, its presets; every request with "Connection: Close", as the layer sends them.
+void barePtzCamera(QNetworkAccessManager& manager, const QString& url, Round& round)
+{
+    const auto fail = [&round] {
+        ++round.failures;
+        round.cameraDone();
+    };
+    bareReply(barePost(manager, url, Bench::getPtzCapabilitiesBody(), true), [&, fail](QDomDocument* caps) {
+        const QDomElement ptz = caps
+            ? caps->elementsByTagNameNS(kSchemaNs, QStringLiteral("PTZ")).item(0).toElement()
+            : QDomElement();
+        const QString ptzUrl = ptz.firstChildElement().text();
+        if (ptzUrl.isEmpty())
+            return fail();
+        ++round.operations;
+        bareReply(
+            barePost(manager, ptzUrl, Bench::getProfilesBody(), true), [&, fail, ptzUrl](QDomDocument* list) {
+                QString token;
+                const QDomNodeList profiles
+                    = list ? list->elementsByTagNameNS(kMediaNs, QStringLiteral("Profiles")) : QDomNodeList();
+                for (int i = 0; i < profiles.size() && token.isEmpty(); ++i) {
+                    const QDomElement profile = profiles.item(i).toElement();
+                    if (!profile.elementsByTagNameNS(kSchemaNs, QStringLiteral("PTZConfiguration")).isEmpty())
+                        token = profile.attribute(QStringLiteral("token"));
+                }
+                if (token.isEmpty())
+                    return fail();
+                ++round.operations;
+                bareReply(barePost(manager, ptzUrl, Bench::getPresetsBody(token), true),
+                    [&, fail](QDomDocument* presets) {
+                        if (!presets)
+                            return fail();
+                        ++round.operations;
+                        round.cameraDone();
+                    });
+            });
+    });
 }
 
 // ---- the library paths -----------------------------------------------------------
@@ -371,11 +421,18 @@ void printFleet(const std::vector<FleetPath>& paths, int cameras, int rounds, co
     std::printf("\nfleet of %d cameras, %d rounds, all cameras in flight at once\n", cameras, rounds);
     std::printf("  %-34s %10s %10s %12s %10s %8s %6s\n", "path", "ops", "ms CPU/op", "ops/CPU-s", "wall s",
         "ratio", "fail");
+    // The PTZ layer's calls are compared with the bare client making the same calls.
+    const Figure* ptzBaseline = &baseline;
+    for (const FleetPath& p : paths) {
+        if (p.name.contains(QLatin1String("PTZ baseline")))
+            ptzBaseline = &p.figure;
+    }
     for (const FleetPath& p : paths) {
         const Figure& f = p.figure;
+        const Figure& base = p.name.contains(QLatin1String("PTZ ops")) ? *ptzBaseline : baseline;
         std::printf("  %-34s %10d %10.3f %12.0f %10.2f %8.2f %6d\n", qPrintable(p.name), f.operations,
             f.cpuPerOp() * 1e3, f.cpu > 0 ? f.operations / f.cpu : 0.0, f.wall,
-            baseline.cpuPerOp() > 0 ? f.cpuPerOp() / baseline.cpuPerOp() : 0.0, f.failures);
+            base.cpuPerOp() > 0 ? f.cpuPerOp() / base.cpuPerOp() : 0.0, f.failures);
         std::printf("E2E fleet=%d path=%s ms_cpu_per_op=%.4f ops=%d failures=%d wall_s=%.3f\n", cameras,
             qPrintable(p.name), f.cpuPerOp() * 1e3, f.operations, f.failures, f.wall);
     }
@@ -433,14 +490,23 @@ void runFleet(const QString& simulator, int cameras, int rounds)
                     services.at(i)->start(r);
             } });
     }
-    QNetworkAccessManager ptzManager;
     const OnvifSecurity security(kUser, kPassword, 0);
-    for (int i = 0; i < urls.size(); ++i)
-        ptz.push_back(std::make_unique<PtzSys::OnvifPtzReq>(security, urls.at(i), &ptzManager, i));
-    paths.push_back({ QStringLiteral("PtzSys::OnvifPtzReq (other ops)"), [&](Round& r) {
-                         for (auto& camera : ptz)
-                             ptzCamera(*camera, r);
+    paths.push_back({ QStringLiteral("bare QNAM+QDom PTZ ops (PTZ baseline)"), [&](Round& r) {
+                         for (const QString& url : urls)
+                             barePtzCamera(bareManager, url, r);
                      } });
+    for (size_t k = 0; k < Managers().kinds.size(); ++k) {
+        QNetworkAccessManager* manager = managers.at(k).get();
+        const size_t first = ptz.size();
+        for (int i = 0; i < urls.size(); ++i)
+            ptz.push_back(std::make_unique<PtzSys::OnvifPtzReq>(security, urls.at(i), manager, i));
+        const size_t count = size_t(urls.size());
+        paths.push_back({ QStringLiteral("PtzSys::OnvifPtzReq (PTZ ops), ") + Managers().kinds.at(k).first,
+            [&ptz, first, count](Round& r) {
+                for (size_t i = first; i < first + count; ++i)
+                    ptzCamera(*ptz.at(i), r);
+            } });
+    }
 
     // One untimed round per path: plugins, connections, caches.
     for (FleetPath& p : paths) {
