@@ -365,6 +365,9 @@ bool TreeBuilder::attributeValue(QString& out)
         out = toQString(run, int(m_p - run));
     else
         out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+    // An empty value is an empty string, not a null one, as in Qt's trees.
+    if (out.isNull())
+        out = QLatin1String("");
     ++m_p;
     return true;
 }

@@ -56,6 +56,7 @@ void ReplyParsingTest::sameTreeAsQt_data()
     row("two prefixes, one namespace", R"(<r xmlns="urn:x" xmlns:p="urn:x"><p:b/></r>)");
     row("same attribute by two prefixes", R"(<r xmlns:p="urn:p" xmlns:q="urn:p" p:x="1" q:x="2"/>)");
     row("duplicate attribute", R"(<r b="1" b="2"/>)");
+    row("empty values", R"(<r a="" b=''><c xmlns=""/></r>)");
     row("xml prefix", R"(<r xml:lang="en"><xml:c/></r>)");
     row("empty prefixed binding", R"(<r xmlns:p=""/>)");
     // Devices send these; only the SAX-based parser takes them, and its tree keeps
