@@ -71,7 +71,8 @@ void TestSimFleet::twoHundredCamerasUnderLoad()
     options.seconds = 2;
     // Throughput is measured by onvif-sim-bench; here every camera must answer every request.
     const LoadResult result = runLoad(options);
-    QCOMPARE(result.failed, 0L);
+    QVERIFY2(result.failed == 0,
+        qPrintable(QStringLiteral("%1 failed, first: %2").arg(result.failed).arg(result.firstFailure)));
     for (int i = 0; i < 200; ++i) {
         QVERIFY(result.perPort[i] > 0);
         QCOMPARE(fleet.camera(i).requestCount(), int(result.perPort[i]));

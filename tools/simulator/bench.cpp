@@ -62,6 +62,8 @@ int main(int argc, char** argv)
     std::printf("cameras %d threads %d %s: %ld ok, %ld failed in %.1f s = %.0f requests/s\n",
         options.ports.size(), options.threads, options.keepAlive ? "keep-alive" : "Connection: close",
         result.ok, result.failed, result.seconds, result.rate());
+    if (result.failed > 0)
+        std::printf("first failure: %s\n", qPrintable(result.firstFailure));
     fleet.stop();
     return result.failed == 0 ? 0 : 1;
 }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -47,6 +48,8 @@ LoadResult runLoad(const LoadOptions& options)
     std::atomic<bool> running { true };
     std::vector<std::atomic<long>> okPerPort(static_cast<size_t>(options.ports.size()));
     std::atomic<long> failed { 0 };
+    std::mutex failureMutex;
+    QString firstFailure;
     std::vector<std::thread> workers;
     for (int t = 0; t < threadCount; ++t) {
         workers.emplace_back([&, t] {
@@ -63,13 +66,27 @@ LoadResult runLoad(const LoadOptions& options)
             size_t next = 0;
             while (running && !clients.empty()) {
                 auto& [index, client] = clients[next++ % clients.size()];
-                const QByteArray request = signedRequest(rng, options.user, options.password, options.body);
-                auto res = client->Post("/onvif/device_service", request.constData(),
-                    static_cast<size_t>(request.size()), "application/soap+xml");
-                if (res && res->status == 200)
+                const auto post = [&] {
+                    const QByteArray request
+                        = signedRequest(rng, options.user, options.password, options.body);
+                    return client->Post("/onvif/device_service", request.constData(),
+                        static_cast<size_t>(request.size()), "application/soap+xml");
+                };
+                auto res = post();
+                // A camera closes a kept-alive connection after its idle timeout; on a
+                // loaded machine this client may reuse it just then. Once more on a
+                // fresh connection, as HTTP clients do.
+                if (!res && options.keepAlive)
+                    res = post();
+                if (res && res->status == 200) {
                     ++okPerPort[static_cast<size_t>(index)];
-                else
-                    ++failed;
+                    continue;
+                }
+                if (failed++ == 0) {
+                    const std::lock_guard<std::mutex> lock(failureMutex);
+                    firstFailure = res ? QStringLiteral("HTTP %1").arg(res->status)
+                                       : QString::fromStdString(httplib::to_string(res.error()));
+                }
             }
         });
     }
@@ -81,6 +98,7 @@ LoadResult runLoad(const LoadOptions& options)
     LoadResult result;
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     result.failed = failed;
+    result.firstFailure = firstFailure;
     for (const auto& n : okPerPort) {
         result.perPort.append(n);
         result.ok += n;

@@ -21,6 +21,7 @@ struct LoadResult
 {
     long ok = 0;
     long failed = 0;
+    QString firstFailure; // what went wrong first: the HTTP status or the transport error
     double seconds = 0;
     QVector<long> perPort;
     double rate() const { return seconds > 0 ? static_cast<double>(ok) / seconds : 0; }
