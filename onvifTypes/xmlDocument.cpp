@@ -435,8 +435,11 @@ bool TreeBuilder::xmlDeclaration()
     const QString yes = QStringLiteral("yes");
     if (!version.value || toQString(version.value, version.valueSize) != QLatin1String("1.0"))
         return false;
+    // The stream reader refuses encodings Qt has no codec for, even in a decoded text;
+    // only UTF-8, what replies name, is taken here.
     if (encoding.value
-        && (encoding.valueSize == 0 || !isNameStart(*encoding.value) || *encoding.value == u'_'))
+        && toQString(encoding.value, encoding.valueSize).compare(QLatin1String("UTF-8"), Qt::CaseInsensitive)
+            != 0)
         return false;
     QString data = QStringLiteral("version='1.0'");
     if (encoding.value)

@@ -46,6 +46,7 @@ void ReplyParsingTest::sameTreeAsQt_data()
     row("declaration, standalone", R"(<?xml version="1.0"  encoding="utf-8"   standalone="yes" ?><r/>)");
     row("declaration, standalone no", R"(<?xml version="1.0" standalone="no"?><r/>)");
     row("declaration, other encoding", R"(<?xml version="1.0" encoding="ISO-8859-1"?><r/>)");
+    row("declaration, unknown encoding", R"(<?xml version="1.0" encoding="Apple"?><r a="x&#9;	y"/>)");
     row("declaration, wrong order", R"(<?xml encoding="UTF-8" version="1.0"?><r/>)", false);
     row("declaration, after space", R"( <?xml version="1.0"?><r/>)", false);
     row("declaration, version 2", R"(<?xml version="2.0"?><r/>)");
