@@ -65,7 +65,9 @@ LoadResult runLoad(const LoadOptions& options)
             }
             size_t next = 0;
             while (running && !clients.empty()) {
-                auto& [index, client] = clients[next++ % clients.size()];
+                const auto& entry = clients[next++ % clients.size()];
+                const int index = entry.first;
+                httplib::Client* client = entry.second.get();
                 const auto post = [&] {
                     const QByteArray request
                         = signedRequest(rng, options.user, options.password, options.body);
