@@ -737,7 +737,7 @@ int main(int argc, char** argv)
     const int rounds = parser.value(roundsOption).toInt();
     for (const QString& count : fleets) {
         const int cameras = count.toInt();
-        runFleet(simulator, cameras, std::max(1, rounds * 20 / std::max(20, cameras)));
+        runFleet(simulator, cameras, std::max(3, rounds * 20 / std::max(20, cameras)));
     }
     if (parser.value(sequentialOption).toInt() > 0)
         runSequential(simulator, parser.value(sequentialOption).toInt());
