@@ -24,6 +24,7 @@ if [ "${ONVIFTYPES_FUZZ_NO_BUILD:-0}" != 1 ]; then
 fi
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export LSAN_OPTIONS=suppressions=$here/fuzz/lsan.supp
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 for target in "${targets[@]}"; do
     corpus=$build/fuzz-corpus/$target
