@@ -127,6 +127,7 @@ private:
         const char16_t* name;
         int nameSize;
         int colon; // index of the prefix's colon, or -1
+        bool declaration; // xmlns or xmlns:prefix
         QString value;
     };
 
@@ -149,6 +150,11 @@ private:
         return QString(reinterpret_cast<const QChar*>(from), size);
     }
 
+    // The characters from `run` up to the read position.
+    void appendRun(QString& out, const char16_t* run) const
+    {
+        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+    }
     bool startsWith(const char16_t* literal, int size) const
     {
         return m_end - m_p >= size && std::equal(literal, literal + size, m_p);
@@ -169,6 +175,13 @@ private:
     bool xmlDeclaration();
     bool miscellany();
     const QString* lookup(const char16_t* prefix, int size) const;
+    // What a prefix without a binding means: Built when it may stay without a namespace.
+    Result unbound(const char16_t* prefix, int size) const
+    {
+        if (reservedPrefix(prefix, size))
+            return Declined;
+        return m_forgiving ? Built : UndeclaredPrefix;
+    }
     Result startTag();
     bool endTag();
     Result parse();
@@ -314,11 +327,7 @@ bool TreeBuilder::text(QString& out)
             ++m_p;
             continue;
         }
-        if (out.isEmpty() && run != m_p) {
-            out = toQString(run, int(m_p - run));
-        } else {
-            out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
-        }
+        appendRun(out, run);
         if (c == u'&') {
             if (!reference(out))
                 return false;
@@ -334,10 +343,7 @@ bool TreeBuilder::text(QString& out)
     }
     if (m_p >= m_end)
         return false;
-    if (out.isEmpty())
-        out = toQString(run, int(m_p - run));
-    else
-        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+    appendRun(out, run);
     return true;
 }
 
@@ -352,7 +358,7 @@ bool TreeBuilder::attributeValue(QString& out)
             ++m_p;
             continue;
         }
-        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+        appendRun(out, run);
         if (c == u'<')
             return false;
         if (c == u'&' ? !reference(out) : !character(out, true))
@@ -361,10 +367,7 @@ bool TreeBuilder::attributeValue(QString& out)
     }
     if (m_p >= m_end)
         return false;
-    if (out.isEmpty() && run != m_p)
-        out = toQString(run, int(m_p - run));
-    else
-        out.append(reinterpret_cast<const QChar*>(run), int(m_p - run));
+    appendRun(out, run);
     // An empty value is an empty string, not a null one, as in Qt's trees.
     if (out.isNull())
         out = QLatin1String("");
@@ -509,6 +512,9 @@ TreeBuilder::Result TreeBuilder::startTag()
         attribute.nameSize = qualifiedName(&attribute.colon);
         if (!spaced || attribute.nameSize == 0)
             return Declined;
+        attribute.declaration
+            = std::equal(attribute.name, attribute.name + qMin(attribute.nameSize, 5), u"xmlns")
+            && (attribute.nameSize == 5 || attribute.colon == 5);
         skipSpace();
         if (m_p >= m_end || *m_p != u'=')
             return Declined;
@@ -524,7 +530,6 @@ TreeBuilder::Result TreeBuilder::startTag()
     if (m_open.size() >= kMaxXmlDepth)
         return TooDeep;
 
-    static const char16_t xmlns[] = u"xmlns";
     const int bindings = m_bindings.size();
     for (int i = 0; i < attributes.size(); ++i) {
         const Attribute& attribute = attributes.at(i);
@@ -534,15 +539,14 @@ TreeBuilder::Result TreeBuilder::startTag()
                 && std::equal(other.name, other.name + other.nameSize, attribute.name))
                 return Declined;
         }
-        const bool prefixed = attribute.colon == 5 && std::equal(xmlns, xmlns + 5, attribute.name);
-        if (!prefixed && !(attribute.nameSize == 5 && std::equal(xmlns, xmlns + 5, attribute.name)))
+        if (!attribute.declaration)
             continue;
         // The reserved namespaces and empty prefixed bindings are errors or special
         // cases of their own.
         if (attribute.value == QLatin1String("http://www.w3.org/XML/1998/namespace")
             || attribute.value == QLatin1String("http://www.w3.org/2000/xmlns/"))
             return Declined;
-        if (prefixed) {
+        if (attribute.colon == 5) {
             const char16_t* prefix = attribute.name + 6;
             const int prefixSize = attribute.nameSize - 6;
             if (attribute.value.isEmpty()
@@ -558,22 +562,20 @@ TreeBuilder::Result TreeBuilder::startTag()
     }
 
     const QString* uri = lookup(name, colon < 0 ? 0 : colon);
-    if (colon >= 0 && !uri && (reservedPrefix(name, colon) || !m_forgiving))
-        return reservedPrefix(name, colon) ? Declined : UndeclaredPrefix;
+    if (colon >= 0 && !uri && unbound(name, colon) != Built)
+        return unbound(name, colon);
     QDomElement element = m_document.createElementNS(uri ? *uri : QString(), toQString(name, nameSize));
     for (int i = 0; i < attributes.size(); ++i) {
         const Attribute& attribute = attributes.at(i);
+        if (attribute.declaration)
+            continue;
         if (attribute.colon < 0) {
-            if (!(attribute.nameSize == 5 && std::equal(xmlns, xmlns + 5, attribute.name)))
-                element.setAttributeNS(
-                    QString(), toQString(attribute.name, attribute.nameSize), attribute.value);
+            element.setAttributeNS(QString(), toQString(attribute.name, attribute.nameSize), attribute.value);
             continue;
         }
-        if (attribute.colon == 5 && std::equal(xmlns, xmlns + 5, attribute.name))
-            continue;
         const QString* attributeUri = lookup(attribute.name, attribute.colon);
-        if (!attributeUri && (reservedPrefix(attribute.name, attribute.colon) || !m_forgiving))
-            return reservedPrefix(attribute.name, attribute.colon) ? Declined : UndeclaredPrefix;
+        if (!attributeUri && unbound(attribute.name, attribute.colon) != Built)
+            return unbound(attribute.name, attribute.colon);
         // Two prefixes bound to one namespace may not name the same attribute twice.
         const char16_t* local = attribute.name + attribute.colon + 1;
         const int localSize = attribute.nameSize - attribute.colon - 1;
