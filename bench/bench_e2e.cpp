@@ -477,7 +477,8 @@ void runFleet(const QString& simulator, int cameras, int rounds)
                          for (auto& camera : requests)
                              requestsCamera(*camera, r);
                      } });
-    for (const auto& kind : Managers().kinds) {
+    const Managers kinds;
+    for (const auto& kind : kinds.kinds) {
         managers.push_back(kind.second());
         QNetworkAccessManager& manager = *managers.back();
         const size_t first = services.size();
@@ -495,13 +496,13 @@ void runFleet(const QString& simulator, int cameras, int rounds)
                          for (const QString& url : urls)
                              barePtzCamera(bareManager, url, r);
                      } });
-    for (size_t k = 0; k < Managers().kinds.size(); ++k) {
+    for (size_t k = 0; k < kinds.kinds.size(); ++k) {
         QNetworkAccessManager* manager = managers.at(k).get();
         const size_t first = ptz.size();
         for (int i = 0; i < urls.size(); ++i)
             ptz.push_back(std::make_unique<PtzSys::OnvifPtzReq>(security, urls.at(i), manager, i));
         const size_t count = size_t(urls.size());
-        paths.push_back({ QStringLiteral("PtzSys::OnvifPtzReq (PTZ ops), ") + Managers().kinds.at(k).first,
+        paths.push_back({ QStringLiteral("PtzSys::OnvifPtzReq (PTZ ops), ") + kinds.kinds.at(k).first,
             [&ptz, first, count](Round& r) {
                 for (size_t i = first; i < first + count; ++i)
                     ptzCamera(*ptz.at(i), r);
@@ -579,7 +580,8 @@ void runSequential(const QString& simulator, int n)
                     .subscribe([done](QString) { done(); }, done);
             }));
     }
-    for (const auto& kind : Managers().kinds) {
+    const Managers kinds;
+    for (const auto& kind : kinds.kinds) {
         const std::unique_ptr<QNetworkAccessManager> manager = kind.second();
         const QString with = QStringLiteral(", lent ") + kind.first;
         {
