@@ -8,6 +8,8 @@
 
 #include <zlib.h>
 
+#include <limits>
+
 namespace Onvif::Internal {
 
 namespace {
@@ -91,7 +93,7 @@ HttpPool::HttpPool(QObject* parent)
 {
     m_clock.start();
     m_sweep.setInterval(idleLifetimeMs / 4);
-    connect(&m_sweep, &QTimer::timeout, this, &HttpPool::sweep);
+    connect(&m_sweep, &QTimer::timeout, this, [this] { sweep(m_clock.elapsed() - idleLifetimeMs); });
 }
 
 HttpPool::~HttpPool()
@@ -202,9 +204,13 @@ void HttpPool::dropIdle(QTcpSocket* socket)
     }
 }
 
-void HttpPool::sweep()
+void HttpPool::closeIdle()
 {
-    const qint64 oldest = m_clock.elapsed() - idleLifetimeMs;
+    sweep(std::numeric_limits<qint64>::max());
+}
+
+void HttpPool::sweep(qint64 oldest)
+{
     bool anyIdle = false;
     for (auto it = m_hosts.begin(); it != m_hosts.end();) {
         QVector<Idle>& idle = it->idle;

@@ -32,6 +32,7 @@ public:
     // The reply's reused connection died unanswered: a fresh one on the same slot.
     QTcpSocket* replace(QTcpSocket* stale);
     void release(QTcpSocket* socket, bool reusable);
+    void closeIdle();
     bool closing() const { return m_closing; }
 
 private:
@@ -49,7 +50,8 @@ private:
     QTcpSocket* connectNew(const QString& key, const QString& host, quint16 port);
     void dispatch(const QString& key);
     void dropIdle(QTcpSocket* socket);
-    void sweep();
+    // Closes the idle connections that have waited since oldest or longer.
+    void sweep(qint64 oldest);
     static void discard(QTcpSocket* socket);
 
     QHash<QString, Host> m_hosts;

@@ -125,6 +125,12 @@ NetworkAccessManager::~NetworkAccessManager()
     qDeleteAll(findChildren<Internal::HttpReply*>(QString(), Qt::FindDirectChildrenOnly));
 }
 
+void NetworkAccessManager::clearConnectionCache()
+{
+    m_pool->closeIdle();
+    QNetworkAccessManager::clearConnectionCache();
+}
+
 bool NetworkAccessManager::servesItself(Operation op, const QNetworkRequest& request, QIODevice* outgoingData)
 {
     const QUrl url = request.url();

@@ -26,6 +26,11 @@ public:
     explicit NetworkAccessManager(QObject* parent = nullptr);
     ~NetworkAccessManager() override;
 
+    // Closes the idle keep-alive connections of this manager and of Qt's. It hides
+    // QNetworkAccessManager's, which is not virtual: called through a base pointer it
+    // closes only Qt's.
+    void clearConnectionCache();
+
 protected:
     QNetworkReply* createRequest(
         Operation op, const QNetworkRequest& request, QIODevice* outgoingData = nullptr) override;

@@ -336,28 +336,32 @@ void TestNetworkManager::connections_data()
     QTest::addColumn<bool>("soap");
     QTest::addColumn<QByteArray>("answer");
     QTest::addColumn<int>("parallel");
+    QTest::addColumn<bool>("clearCache");
     QTest::addColumn<int>("connections");
 
     const QByteArray ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
-    QTest::newRow("kept alive") << false << ok << 1 << 1;
-    QTest::newRow("client says close") << true << ok << 1 << 3;
+    QTest::newRow("kept alive") << false << ok << 1 << false << 1;
+    QTest::newRow("client says close") << true << ok << 1 << false << 3;
     QTest::newRow("server says close")
         << false << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 2\r\n\r\nok") << 1
-        << 3;
+        << false << 3;
     QTest::newRow("http/1.0") << false << QByteArray("HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nok") << 1
-                              << 3;
+                              << false << 3;
     QTest::newRow("http/1.0 keep-alive")
         << false << QByteArray("HTTP/1.0 200 OK\r\nConnection: Keep-Alive\r\nContent-Length: 2\r\n\r\nok")
-        << 1 << 1;
-    QTest::newRow("six at once per host") << false << ok << 9 << 6;
+        << 1 << false << 1;
+    QTest::newRow("six at once per host") << false << ok << 9 << false << 6;
+    QTest::newRow("cache cleared between rounds") << false << ok << 2 << true << 6;
 }
 
-// Three rounds of requests: connections are reused only when both sides allow it, six at most.
+// Three rounds of requests: connections are reused only when both sides allow it, six at most,
+// and not after the cache is cleared.
 void TestNetworkManager::connections()
 {
     QFETCH(bool, soap);
     QFETCH(QByteArray, answer);
     QFETCH(int, parallel);
+    QFETCH(bool, clearCache);
     QFETCH(int, connections);
 
     // The server closes first only where the body runs until it does; elsewhere the client decided.
@@ -375,6 +379,10 @@ void TestNetworkManager::connections()
             QCOMPARE(reply->error(), QNetworkReply::NoError);
             QCOMPARE(reply->readAll(), QByteArray("ok"));
             delete reply;
+        }
+        if (clearCache) {
+            manager.clearConnectionCache();
+            QTRY_COMPARE(server.open, 0);
         }
     }
     QCOMPARE(server.requests.size(), 3 * parallel);
