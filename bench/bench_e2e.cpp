@@ -27,6 +27,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryFile>
 #include <QTimer>
@@ -35,7 +36,9 @@
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
 
+#include <sched.h>
 #include <sys/resource.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,12 +55,13 @@ const QString kMediaNs = QStringLiteral("http://www.onvif.org/ver10/media/wsdl")
 const QString kSchemaNs = QStringLiteral("http://www.onvif.org/ver10/schema");
 const QString kDeviceNs = QStringLiteral("http://www.onvif.org/ver10/device/wsdl");
 
-double cpuSeconds()
+// User and system CPU seconds of this process so far.
+std::pair<double, double> cpuSeconds()
 {
     rusage usage {};
     getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec)
-        + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    return { double(usage.ru_utime.tv_sec) + double(usage.ru_utime.tv_usec) / 1e6,
+        double(usage.ru_stime.tv_sec) + double(usage.ru_stime.tv_usec) / 1e6 };
 }
 
 long peakRssKb()
@@ -94,7 +98,21 @@ public:
             { QStringLiteral("--cameras"), QString::number(cameras), QStringLiteral("--duration"),
                 QString::number(seconds), QStringLiteral("--config"), m_config.fileName() });
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        // The cameras inherit the CPUs this thread has when it starts them.
+        cpu_set_t client;
+        const bool pinned = sched_getaffinity(0, sizeof client, &client) == 0 && CPU_COUNT(&client) == 1;
+        if (pinned) {
+            cpu_set_t cameras;
+            CPU_ZERO(&cameras);
+            for (int cpu = 0, n = get_nprocs(); cpu < n; ++cpu) {
+                if (!CPU_ISSET(cpu, &client))
+                    CPU_SET(cpu, &cameras);
+            }
+            sched_setaffinity(0, sizeof cameras, &cameras);
+        }
         m_process.start();
+        if (pinned)
+            sched_setaffinity(0, sizeof client, &client);
         if (!m_process.waitForStarted(10000))
             return false;
         while (m_process.waitForReadyRead(30000) || m_process.canReadLine()) {
@@ -383,6 +401,7 @@ void ptzCamera(PtzSys::OnvifPtzReq& ptz, Round& round)
 struct Figure
 {
     double cpu = 0;
+    double sys = 0; // the kernel's part of cpu
     double wall = 0;
     int operations = 0;
     int failures = 0;
@@ -405,13 +424,15 @@ void measureRound(FleetPath& path, int cameras)
 {
     Round round;
     QElapsedTimer wall;
-    const double cpu0 = cpuSeconds();
+    const auto cpu0 = cpuSeconds();
     wall.start();
     round.run(cameras, [&]() { path.start(round); });
     // Replies released with deleteLater() belong to this round, not to the next path's.
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     path.figure.wall += double(wall.nsecsElapsed()) / 1e9;
-    path.figure.cpu += cpuSeconds() - cpu0;
+    const auto cpu1 = cpuSeconds();
+    path.figure.cpu += cpu1.first - cpu0.first + cpu1.second - cpu0.second;
+    path.figure.sys += cpu1.second - cpu0.second;
     path.figure.operations += round.operations;
     path.figure.failures += round.failures;
 }
@@ -419,8 +440,8 @@ void measureRound(FleetPath& path, int cameras)
 void printFleet(const std::vector<FleetPath>& paths, int cameras, int rounds, const Figure& baseline)
 {
     std::printf("\nfleet of %d cameras, %d rounds, all cameras in flight at once\n", cameras, rounds);
-    std::printf("  %-34s %10s %10s %12s %10s %8s %6s\n", "path", "ops", "ms CPU/op", "ops/CPU-s", "wall s",
-        "ratio", "fail");
+    std::printf("  %-40s %6s %10s %9s %10s %8s %8s %5s\n", "path", "ops", "ms CPU/op", "of it sys",
+        "ops/CPU-s", "wall s", "ratio", "fail");
     // The PTZ layer's calls are compared with the bare client making the same calls.
     const Figure* ptzBaseline = &baseline;
     for (const FleetPath& p : paths) {
@@ -430,8 +451,9 @@ void printFleet(const std::vector<FleetPath>& paths, int cameras, int rounds, co
     for (const FleetPath& p : paths) {
         const Figure& f = p.figure;
         const Figure& base = p.name.contains(QLatin1String("PTZ ops")) ? *ptzBaseline : baseline;
-        std::printf("  %-34s %10d %10.3f %12.0f %10.2f %8.2f %6d\n", qPrintable(p.name), f.operations,
-            f.cpuPerOp() * 1e3, f.cpu > 0 ? f.operations / f.cpu : 0.0, f.wall,
+        std::printf("  %-40s %6d %10.3f %9.3f %10.0f %8.2f %8.2f %5d\n", qPrintable(p.name), f.operations,
+            f.cpuPerOp() * 1e3, f.operations ? f.sys / f.operations * 1e3 : 0.0,
+            f.cpu > 0 ? f.operations / f.cpu : 0.0, f.wall,
             base.cpuPerOp() > 0 ? f.cpuPerOp() / base.cpuPerOp() : 0.0, f.failures);
         std::printf("E2E fleet=%d path=%s ms_cpu_per_op=%.4f ops=%d failures=%d wall_s=%.3f\n", cameras,
             qPrintable(p.name), f.cpuPerOp() * 1e3, f.operations, f.failures, f.wall);
@@ -448,7 +470,7 @@ struct Managers
     };
 };
 
-void runFleet(const QString& simulator, int cameras, int rounds)
+void runFleet(const QString& simulator, int cameras, int rounds, const QRegularExpression& only)
 {
     SimulatorProcess sim;
     if (!sim.start(simulator, cameras, 1800)) {
@@ -509,14 +531,40 @@ void runFleet(const QString& simulator, int cameras, int rounds)
             } });
     }
 
-    // One untimed round per path: plugins, connections, caches.
+    // The baseline always runs: every ratio needs it.
+    paths.erase(std::remove_if(paths.begin() + 1, paths.end(),
+                    [&](const FleetPath& p) {
+                        return !only.match(p.name).hasMatch()
+                            && !p.name.contains(QLatin1String("PTZ baseline"));
+                    }),
+        paths.end());
+
+    // Every round starts without idle connections, whatever ran before it and however long
+    // a round of the whole fleet takes: kept-alive connections left by one path would hold
+    // the cameras' threads in the next, and survive between rounds only in small fleets.
+    const auto closeIdle = [&] {
+        bareManager.clearConnectionCache();
+        for (const auto& manager : managers) {
+            if (auto* own = qobject_cast<Onvif::NetworkAccessManager*>(manager.get()))
+                own->clearConnectionCache();
+            else
+                manager->clearConnectionCache();
+        }
+        QEventLoop settle;
+        QTimer::singleShot(50, &settle, &QEventLoop::quit);
+        settle.exec();
+    };
+    // One untimed round per path: plugins, caches.
     for (FleetPath& p : paths) {
         FleetPath warm(p.name, p.start);
+        closeIdle();
         measureRound(warm, urls.size());
     }
     for (int r = 0; r < rounds; ++r) {
-        for (FleetPath& p : paths)
+        for (FleetPath& p : paths) {
+            closeIdle();
             measureRound(p, urls.size());
+        }
     }
     printFleet(paths, cameras, rounds, paths.front().figure);
 }
@@ -718,8 +766,25 @@ int main(int argc, char** argv)
         QStringLiteral("Sequential calls per path (0: skip)."), QStringLiteral("n"), QStringLiteral("20"));
     const QCommandLineOption profileOption(QStringLiteral("profile"),
         QStringLiteral("Only n rounds of the Requests and bare paths (for callgrind)."), QStringLiteral("n"));
-    parser.addOptions({ simOption, fleetsOption, roundsOption, sequentialOption, profileOption });
+    const QCommandLineOption pathsOption(QStringLiteral("paths"),
+        QStringLiteral("Only the fleet paths whose names match this pattern, besides the baselines."),
+        QStringLiteral("regex"), QStringLiteral("."));
+    const QCommandLineOption sharedCpuOption(QStringLiteral("shared-cpus"),
+        QStringLiteral("Let the client and the simulated cameras share every CPU."));
+    parser.addOptions({ simOption, fleetsOption, roundsOption, sequentialOption, profileOption, pathsOption,
+        sharedCpuOption });
     parser.process(app);
+
+    // The client gets a CPU of its own and the simulated cameras the others: cameras on the
+    // client's CPU would bill it for their cache misses and context switches, which grow with
+    // the fleet (200 cameras are 3,200 threads).
+    if (get_nprocs() >= 2 && !parser.isSet(sharedCpuOption)) {
+        cpu_set_t client;
+        CPU_ZERO(&client);
+        CPU_SET(0, &client);
+        if (sched_setaffinity(0, sizeof client, &client) == 0)
+            std::printf("client on CPU 0, simulated cameras on CPUs 1-%d\n", get_nprocs() - 1);
+    }
 
     // A host that keeps errors only, as a fleet client would in production.
     boost::log::core::get()->set_filter(
@@ -739,7 +804,8 @@ int main(int argc, char** argv)
     const int rounds = parser.value(roundsOption).toInt();
     for (const QString& count : fleets) {
         const int cameras = count.toInt();
-        runFleet(simulator, cameras, std::max(3, rounds * 20 / std::max(20, cameras)));
+        runFleet(simulator, cameras, std::max(3, rounds * 20 / std::max(20, cameras)),
+            QRegularExpression(parser.value(pathsOption)));
     }
     if (parser.value(sequentialOption).toInt() > 0)
         runSequential(simulator, parser.value(sequentialOption).toInt());
