@@ -3,8 +3,6 @@
 #include <QCoreApplication>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
-#include <QNetworkProxy>
-#include <QTcpSocket>
 
 #include <zlib.h>
 
@@ -100,8 +98,12 @@ HttpPool::~HttpPool()
 {
     // Replies still holding a socket hear it close; nothing may come back to this pool.
     m_closing = true;
-    for (QTcpSocket* socket : findChildren<QTcpSocket*>(QString(), Qt::FindDirectChildrenOnly))
-        socket->abort();
+    const QList<TcpLink*> links = findChildren<TcpLink*>(QString(), Qt::FindDirectChildrenOnly);
+    for (TcpLink* link : links)
+        link->shutDown();
+    qDeleteAll(links); // before the poller they are registered with
+    if (m_poller)
+        LinkPoller::release(m_poller);
 }
 
 void HttpPool::enqueue(HttpReply* reply)
@@ -111,16 +113,16 @@ void HttpPool::enqueue(HttpReply* reply)
     dispatch(key);
 }
 
-QTcpSocket* HttpPool::connectNew(const QString& key, const QString& host, quint16 port)
+TcpLink* HttpPool::connectNew(const QString& key, const QString& host, quint16 port)
 {
-    auto* socket = new QTcpSocket(this);
+    // Idle managers hold no poller.
+    if (!m_poller)
+        m_poller = LinkPoller::acquire();
+    auto* socket = new TcpLink(m_poller, this);
     socket->setObjectName(key); // the pool finds a socket's host by it
-    socket->setProxy(QNetworkProxy::NoProxy);
-    connect(socket, &QAbstractSocket::connected, socket,
-        [socket] { socket->setSocketOption(QAbstractSocket::LowDelayOption, 1); });
     // An idle connection that the peer closes or talks on cannot carry a request any more.
-    connect(socket, &QAbstractSocket::disconnected, this, [this, socket] { dropIdle(socket); });
-    connect(socket, &QIODevice::readyRead, this, [this, socket] { dropIdle(socket); });
+    connect(socket, &TcpLink::disconnected, this, [this, socket] { dropIdle(socket); });
+    connect(socket, &TcpLink::readyRead, this, [this, socket] { dropIdle(socket); });
     socket->connectToHost(host, port);
     return socket;
 }
@@ -128,7 +130,7 @@ QTcpSocket* HttpPool::connectNew(const QString& key, const QString& host, quint1
 void HttpPool::dispatch(const QString& key)
 {
     // Start the replies only after the bookkeeping: a start may come back here.
-    QVector<QPair<QPointer<HttpReply>, QPair<QTcpSocket*, bool>>> starts;
+    QVector<QPair<QPointer<HttpReply>, QPair<TcpLink*, bool>>> starts;
     Host& host = m_hosts[key];
     while (!host.waiting.isEmpty()) {
         const QPointer<HttpReply> reply = host.waiting.head();
@@ -138,7 +140,7 @@ void HttpPool::dispatch(const QString& key)
         }
         while (!host.idle.isEmpty() && host.idle.last().socket->state() != QAbstractSocket::ConnectedState)
             discard(host.idle.takeLast().socket);
-        QTcpSocket* socket = nullptr;
+        TcpLink* socket = nullptr;
         const bool reused = !host.idle.isEmpty();
         if (reused)
             socket = host.idle.takeLast().socket;
@@ -160,7 +162,7 @@ void HttpPool::dispatch(const QString& key)
     }
 }
 
-QTcpSocket* HttpPool::replace(QTcpSocket* stale)
+TcpLink* HttpPool::replace(TcpLink* stale)
 {
     const QString key = stale->objectName();
     discard(stale);
@@ -168,7 +170,7 @@ QTcpSocket* HttpPool::replace(QTcpSocket* stale)
     return connectNew(key, key.left(colon), quint16(key.mid(colon + 1).toUInt()));
 }
 
-void HttpPool::release(QTcpSocket* socket, bool reusable)
+void HttpPool::release(TcpLink* socket, bool reusable)
 {
     if (m_closing)
         return;
@@ -185,7 +187,7 @@ void HttpPool::release(QTcpSocket* socket, bool reusable)
     dispatch(key);
 }
 
-void HttpPool::dropIdle(QTcpSocket* socket)
+void HttpPool::dropIdle(TcpLink* socket)
 {
     if (m_closing)
         return;
@@ -226,7 +228,7 @@ void HttpPool::sweep(qint64 oldest)
         m_sweep.stop();
 }
 
-void HttpPool::discard(QTcpSocket* socket)
+void HttpPool::discard(TcpLink* socket)
 {
     socket->disconnect();
     socket->abort();
@@ -266,25 +268,25 @@ QString HttpReply::poolKey() const
     return url().host() + QLatin1Char(':') + QString::number(url().port(80));
 }
 
-void HttpReply::start(QTcpSocket* socket, bool reused)
+void HttpReply::start(TcpLink* socket, bool reused)
 {
     m_reused = reused;
     attach(socket);
 }
 
-void HttpReply::attach(QTcpSocket* socket)
+void HttpReply::attach(TcpLink* socket)
 {
     m_socket = socket;
     m_stage = Stage::Status;
     socket->setReadBufferSize(qMax<qint64>(0, readBufferSize()));
-    connect(socket, &QIODevice::readyRead, this, &HttpReply::onReadyRead);
-    connect(socket, &QAbstractSocket::errorOccurred, this, &HttpReply::onSocketGone);
-    connect(socket, &QAbstractSocket::disconnected, this,
+    connect(socket, &TcpLink::readyRead, this, &HttpReply::onReadyRead);
+    connect(socket, &TcpLink::errorOccurred, this, &HttpReply::onSocketGone);
+    connect(socket, &TcpLink::disconnected, this,
         [this] { onSocketGone(QAbstractSocket::RemoteHostClosedError); });
     if (socket->state() == QAbstractSocket::ConnectedState)
         send();
     else
-        connect(socket, &QAbstractSocket::connected, this, &HttpReply::send);
+        connect(socket, &TcpLink::connected, this, &HttpReply::send);
 }
 
 void HttpReply::send()
@@ -293,7 +295,6 @@ void HttpReply::send()
         m_timer->start();
     // Header and body in one segment: nothing waits for the peer's delayed ACK.
     m_socket->write(m_wire);
-    m_socket->flush();
 }
 
 void HttpReply::onReadyRead()
@@ -331,7 +332,7 @@ void HttpReply::onSocketGone(QAbstractSocket::SocketError socketError)
     if (!m_answered && m_reused && !m_retried && m_pool && !m_pool->closing()) {
         // A kept-alive connection the peer dropped meanwhile: once more on a fresh one, as Qt.
         m_retried = true;
-        QTcpSocket* stale = m_socket;
+        TcpLink* stale = m_socket;
         stale->disconnect(this);
         m_socket = nullptr;
         attach(m_pool->replace(stale));
@@ -622,7 +623,7 @@ void HttpReply::releaseSocket(bool reusable)
 {
     if (!m_socket)
         return;
-    QTcpSocket* socket = m_socket;
+    TcpLink* socket = m_socket;
     m_socket = nullptr;
     socket->disconnect(this);
     socket->setReadBufferSize(0);
@@ -663,22 +664,26 @@ void HttpReply::setReadBufferSize(qint64 size)
 qint64 HttpReply::room() const
 {
     const qint64 limit = readBufferSize();
-    return limit <= 0 ? -1 : qMax<qint64>(0, limit - (m_body.size() - m_bodyPos));
+    // What QIODevice's buffer holds counts too: the limit is on what the reader has waiting.
+    return limit <= 0 ? -1 : qMax<qint64>(0, limit - bytesAvailable());
 }
 
 qint64 HttpReply::readData(char* data, qint64 maxSize)
 {
     const qint64 n = qMin<qint64>(maxSize, m_body.size() - m_bodyPos);
-    if (n <= 0)
-        return isFinished() ? -1 : 0;
-    memcpy(data, m_body.constData() + m_bodyPos, size_t(n));
-    m_bodyPos += n;
-    if (m_bodyPos == m_body.size()) {
-        m_body.clear();
-        m_bodyPos = 0;
+    if (n > 0) {
+        memcpy(data, m_body.constData() + m_bodyPos, size_t(n));
+        m_bodyPos += n;
+        if (m_bodyPos == m_body.size()) {
+            m_body.clear();
+            m_bodyPos = 0;
+        }
     }
+    // Whatever the reader took made room, even when QIODevice's buffer served it.
     if (readBufferSize() > 0 && m_socket && m_socket->bytesAvailable() > 0)
         QMetaObject::invokeMethod(this, &HttpReply::onReadyRead, Qt::QueuedConnection);
+    if (n <= 0)
+        return isFinished() ? -1 : 0;
     return n;
 }
 

@@ -10,9 +10,9 @@
 #include <QTimer>
 #include <QVector>
 
-#include <memory>
+#include "onvifTypes/tcpLink_p.h"
 
-class QTcpSocket;
+#include <memory>
 
 namespace Onvif::Internal {
 
@@ -30,15 +30,15 @@ public:
 
     void enqueue(HttpReply* reply);
     // The reply's reused connection died unanswered: a fresh one on the same slot.
-    QTcpSocket* replace(QTcpSocket* stale);
-    void release(QTcpSocket* socket, bool reusable);
+    TcpLink* replace(TcpLink* stale);
+    void release(TcpLink* socket, bool reusable);
     void closeIdle();
     bool closing() const { return m_closing; }
 
 private:
     struct Idle
     {
-        QTcpSocket* socket;
+        TcpLink* socket;
         qint64 since;
     };
     struct Host
@@ -47,13 +47,14 @@ private:
         QQueue<QPointer<HttpReply>> waiting;
         int busy = 0;
     };
-    QTcpSocket* connectNew(const QString& key, const QString& host, quint16 port);
+    TcpLink* connectNew(const QString& key, const QString& host, quint16 port);
     void dispatch(const QString& key);
-    void dropIdle(QTcpSocket* socket);
+    void dropIdle(TcpLink* socket);
     // Closes the idle connections that have waited since oldest or longer.
     void sweep(qint64 oldest);
-    static void discard(QTcpSocket* socket);
+    static void discard(TcpLink* socket);
 
+    LinkPoller* m_poller = nullptr;
     QHash<QString, Host> m_hosts;
     QTimer m_sweep;
     QElapsedTimer m_clock;
@@ -75,7 +76,7 @@ public:
     ~HttpReply() override;
 
     QString poolKey() const;
-    void start(QTcpSocket* socket, bool reused);
+    void start(TcpLink* socket, bool reused);
 
     void abort() override;
     void close() override;
@@ -88,7 +89,7 @@ protected:
 private:
     enum class Stage { Waiting, Status, Headers, Body, ChunkSize, ChunkData, ChunkEnd, Trailer, Done };
 
-    void attach(QTcpSocket* socket);
+    void attach(TcpLink* socket);
     void send();
     void onReadyRead();
     void onSocketGone(QAbstractSocket::SocketError socketError);
@@ -104,7 +105,7 @@ private:
 
     QPointer<QNetworkAccessManager> m_manager;
     QPointer<HttpPool> m_pool;
-    QPointer<QTcpSocket> m_socket;
+    QPointer<TcpLink> m_socket;
     QByteArray m_wire;
     qint64 m_uploadSize;
     QByteArray m_in; // received, not yet parsed
