@@ -25,39 +25,34 @@ constexpr int eventBatch = 64;
 // QTcpSocket's texts and codes for what connect, send and recv report.
 QAbstractSocket::SocketError socketError(int error, QString* text)
 {
-    const auto tr = [](const char* s) { return QCoreApplication::translate("QNativeSocketEngine", s); };
-    switch (error) {
-    case ECONNREFUSED:
-    case EINVAL:
-        *text = tr("Connection refused");
-        return QAbstractSocket::ConnectionRefusedError;
-    case ECONNRESET:
-    case EPIPE:
-        *text = tr("The remote host closed the connection");
-        return QAbstractSocket::RemoteHostClosedError;
-    case ETIMEDOUT:
-        *text = tr("Connection timed out");
-        return QAbstractSocket::NetworkError;
-    case EHOSTUNREACH:
-        *text = tr("Host unreachable");
-        return QAbstractSocket::NetworkError;
-    case ENETUNREACH:
-        *text = tr("Network unreachable");
-        return QAbstractSocket::NetworkError;
-    case EACCES:
-    case EPERM:
-        *text = tr("Permission denied");
-        return QAbstractSocket::SocketAccessError;
-    case EMFILE:
-    case ENFILE:
-    case ENOBUFS:
-    case ENOMEM:
-        *text = tr("Out of resources");
-        return QAbstractSocket::SocketResourceError;
-    default:
-        *text = QString::fromLocal8Bit(strerror(error));
-        return QAbstractSocket::NetworkError;
+    static const struct
+    {
+        int error;
+        QAbstractSocket::SocketError code;
+        const char* text;
+    } known[] = {
+        { ECONNREFUSED, QAbstractSocket::ConnectionRefusedError, "Connection refused" },
+        { EINVAL, QAbstractSocket::ConnectionRefusedError, "Connection refused" },
+        { ECONNRESET, QAbstractSocket::RemoteHostClosedError, "The remote host closed the connection" },
+        { EPIPE, QAbstractSocket::RemoteHostClosedError, "The remote host closed the connection" },
+        { ETIMEDOUT, QAbstractSocket::NetworkError, "Connection timed out" },
+        { EHOSTUNREACH, QAbstractSocket::NetworkError, "Host unreachable" },
+        { ENETUNREACH, QAbstractSocket::NetworkError, "Network unreachable" },
+        { EACCES, QAbstractSocket::SocketAccessError, "Permission denied" },
+        { EPERM, QAbstractSocket::SocketAccessError, "Permission denied" },
+        { EMFILE, QAbstractSocket::SocketResourceError, "Out of resources" },
+        { ENFILE, QAbstractSocket::SocketResourceError, "Out of resources" },
+        { ENOBUFS, QAbstractSocket::SocketResourceError, "Out of resources" },
+        { ENOMEM, QAbstractSocket::SocketResourceError, "Out of resources" },
+    };
+    for (const auto& entry : known) {
+        if (entry.error == error) {
+            *text = QCoreApplication::translate("QNativeSocketEngine", entry.text);
+            return entry.code;
+        }
     }
+    *text = QString::fromLocal8Bit(strerror(error));
+    return QAbstractSocket::NetworkError;
 }
 
 } // namespace
@@ -220,19 +215,12 @@ void TcpLink::tryNext(bool fromCaller)
         ? socketError(error, &text)
         : (text = QCoreApplication::translate("QNativeSocketEngine", "Out of resources"),
             QAbstractSocket::SocketResourceError);
-    if (!fromCaller) {
+    if (fromCaller) {
+        m_state = QAbstractSocket::ConnectingState;
+        failLater(code, text); // nobody has connected to this link yet
+    } else {
         fail(code, text);
-        return;
     }
-    // Nobody has connected to this link yet.
-    m_state = QAbstractSocket::ConnectingState;
-    QMetaObject::invokeMethod(
-        this,
-        [this, code, text, generation = m_generation] {
-            if (generation == m_generation)
-                fail(code, text);
-        },
-        Qt::QueuedConnection);
 }
 
 void TcpLink::onEvents(quint32 events)
@@ -297,19 +285,12 @@ void TcpLink::flushOut(bool fromCaller)
             break;
         QString text;
         const QAbstractSocket::SocketError code = socketError(n < 0 ? errno : EPIPE, &text);
-        if (!fromCaller) {
+        if (fromCaller) {
+            closeDescriptor();
+            failLater(code, text); // the caller is inside its own call
+        } else {
             fail(code, text);
-            return;
         }
-        // The caller is inside its own call; it hears of the failure from the event loop.
-        closeDescriptor();
-        QMetaObject::invokeMethod(
-            this,
-            [this, code, text, generation = m_generation] {
-                if (generation == m_generation)
-                    fail(code, text);
-            },
-            Qt::QueuedConnection);
         return;
     }
     updateInterest();
@@ -411,6 +392,17 @@ void TcpLink::fail(QAbstractSocket::SocketError error, const QString& text)
     emit errorOccurred(error);
     if (self && wasConnected)
         emit disconnected();
+}
+
+void TcpLink::failLater(QAbstractSocket::SocketError error, const QString& text)
+{
+    QMetaObject::invokeMethod(
+        this,
+        [this, error, text, generation = m_generation] {
+            if (generation == m_generation)
+                fail(error, text);
+        },
+        Qt::QueuedConnection);
 }
 
 void TcpLink::updateInterest()

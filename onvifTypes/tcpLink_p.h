@@ -87,6 +87,8 @@ private:
     void readFromKernel();
     void flushOut(bool fromCaller);
     void fail(QAbstractSocket::SocketError error, const QString& text);
+    // Told from the event loop, unless the link was closed or reused meanwhile.
+    void failLater(QAbstractSocket::SocketError error, const QString& text);
     void updateInterest();
     void closeDescriptor();
 
