@@ -5,6 +5,9 @@
 #include <QVector>
 #include <QXmlStreamReader>
 
+#include <string_view>
+#include <unordered_map>
+
 namespace Utilites {
 
 namespace {
@@ -149,6 +152,24 @@ private:
     {
         return QString(reinterpret_cast<const QChar*>(from), size);
     }
+    // A name split once and shared by every node that bears it: QDom copies the parts of
+    // a qualified name it splits itself, and names repeat all through a reply.
+    struct Name
+    {
+        QString local;
+        QString prefix; // null without one
+    };
+    const Name& name(const char16_t* text, int size, int colon)
+    {
+        const std::u16string_view key(text, size_t(size));
+        auto it = m_names.find(key);
+        if (it == m_names.end()) {
+            Name parts { colon < 0 ? toQString(text, size) : toQString(text + colon + 1, size - colon - 1),
+                colon < 0 ? QString() : toQString(text, colon) };
+            it = m_names.emplace(key, std::move(parts)).first;
+        }
+        return it->second;
+    }
 
     // The characters from `run` up to the read position.
     void appendRun(QString& out, const char16_t* run) const
@@ -195,6 +216,7 @@ private:
     bool m_forgiving = false;
     QVector<Binding> m_bindings;
     QVector<Open> m_open;
+    std::unordered_map<std::u16string_view, Name> m_names; // keys point into the text
 };
 
 // ASCII names only, with at most one colon between two non-empty parts; the
@@ -564,13 +586,23 @@ TreeBuilder::Result TreeBuilder::startTag()
     const QString* uri = lookup(name, colon < 0 ? 0 : colon);
     if (colon >= 0 && !uri && unbound(name, colon) != Built)
         return unbound(name, colon);
-    QDomElement element = m_document.createElementNS(uri ? *uri : QString(), toQString(name, nameSize));
+    QDomElement element;
+    if (uri) {
+        // Made without its prefix and given it after, as QDom would have split it.
+        const Name& parts = this->name(name, nameSize, colon);
+        element = m_document.createElementNS(*uri, parts.local);
+        if (colon >= 0)
+            element.setPrefix(parts.prefix);
+    } else {
+        element = m_document.createElementNS(QString(), toQString(name, nameSize));
+    }
     for (int i = 0; i < attributes.size(); ++i) {
         const Attribute& attribute = attributes.at(i);
         if (attribute.declaration)
             continue;
         if (attribute.colon < 0) {
-            element.setAttributeNS(QString(), toQString(attribute.name, attribute.nameSize), attribute.value);
+            element.setAttributeNS(
+                QString(), this->name(attribute.name, attribute.nameSize, -1).local, attribute.value);
             continue;
         }
         const QString* attributeUri = lookup(attribute.name, attribute.colon);
