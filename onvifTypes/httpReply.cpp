@@ -88,6 +88,7 @@ struct Inflater
 
 HttpPool::HttpPool(QObject* parent)
     : QObject(parent)
+    , m_sweep(this) // moves to another thread with the pool
 {
     m_clock.start();
     m_sweep.setInterval(idleLifetimeMs / 4);
@@ -104,6 +105,24 @@ HttpPool::~HttpPool()
     qDeleteAll(links); // before the poller they are registered with
     if (m_poller)
         LinkPoller::release(m_poller);
+}
+
+bool HttpPool::event(QEvent* event)
+{
+    // Still in the old thread, whose poller watches the connections: idle ones close,
+    // busy ones are told of their loss in the new thread, where a reply may send again.
+    if (event->type() == QEvent::ThreadChange && m_poller) {
+        for (auto it = m_hosts.begin(); it != m_hosts.end(); ++it) {
+            for (const Idle& idle : qAsConst(it->idle))
+                discard(idle.socket);
+            it->idle.clear();
+        }
+        for (TcpLink* link : findChildren<TcpLink*>(QString(), Qt::FindDirectChildrenOnly))
+            link->detach();
+        LinkPoller::release(m_poller);
+        m_poller = nullptr;
+    }
+    return QObject::event(event);
 }
 
 void HttpPool::enqueue(HttpReply* reply)

@@ -35,6 +35,9 @@ public:
     void closeIdle();
     bool closing() const { return m_closing; }
 
+protected:
+    bool event(QEvent* event) override;
+
 private:
     struct Idle
     {

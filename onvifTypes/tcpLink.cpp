@@ -143,6 +143,12 @@ TcpLink::~TcpLink()
 void TcpLink::connectToHost(const QString& host, quint16 port)
 {
     abort();
+    if (!m_poller) {
+        m_state = QAbstractSocket::ConnectingState;
+        failLater(QAbstractSocket::SocketResourceError,
+            QCoreApplication::translate("QNativeSocketEngine", "Out of resources"));
+        return;
+    }
     m_port = port;
     m_state = QAbstractSocket::HostLookupState;
     QHostAddress address;
@@ -379,6 +385,25 @@ void TcpLink::shutDown()
     QString text;
     const QAbstractSocket::SocketError code = socketError(ECONNRESET, &text);
     fail(code, text);
+}
+
+void TcpLink::detach()
+{
+    if (!m_poller)
+        return;
+    const bool open = m_state != QAbstractSocket::UnconnectedState;
+    if (m_lookupId >= 0) {
+        QHostInfo::abortHostLookup(m_lookupId);
+        m_lookupId = -1;
+    }
+    closeDescriptor();
+    m_poller = nullptr;
+    m_addresses.clear();
+    if (open) {
+        QString text;
+        const QAbstractSocket::SocketError code = socketError(ECONNRESET, &text);
+        failLater(code, text);
+    }
 }
 
 void TcpLink::fail(QAbstractSocket::SocketError error, const QString& text)

@@ -71,6 +71,9 @@ public:
     void abort();
     // Closed at once, told as a peer's close is told.
     void shutDown();
+    // Closed at once and left by its poller, told as a peer's close from the event loop of
+    // the thread this link then lives in. It cannot connect again.
+    void detach();
 
 signals:
     void connected();

@@ -11,9 +11,12 @@
 #include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QThread>
 #include <QtTest>
 
 #include <zlib.h>
+
+#include <atomic>
 
 namespace {
 
@@ -214,6 +217,7 @@ private slots:
     void deleteInFlight();
     void readBufferLimit();
     void managersInOneThread();
+    void movedToAnotherThread();
     void fallsBackToQt_data();
     void fallsBackToQt();
 };
@@ -521,6 +525,56 @@ void TestNetworkManager::managersInOneThread()
     QNetworkReply* last = again.get(QNetworkRequest(fast.url()));
     QTRY_VERIFY(last->isFinished());
     QCOMPARE(last->readAll(), QByteArray("ok"));
+}
+
+// A manager moved to a worker thread takes its connections' watching along: the idle one
+// is closed, the request in flight on a reused connection is sent again from the worker,
+// and the next request is served there.
+void TestNetworkManager::movedToAnotherThread()
+{
+    const QByteArray ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+    ScriptServer server({ ok, ok, "SILENT", ok, ok });
+    auto* manager = new Onvif::NetworkAccessManager;
+    QNetworkReply* first = manager->get(QNetworkRequest(server.url()));
+    QNetworkReply* second = manager->get(QNetworkRequest(server.url()));
+    QTRY_VERIFY(first->isFinished() && second->isFinished());
+    QCOMPARE(server.open, 2);
+    delete first;
+    delete second;
+    QNetworkReply* inFlight = manager->get(QNetworkRequest(server.url()));
+    QTRY_COMPARE(server.requests.size(), 3);
+    std::atomic<bool> inFlightDone { false };
+    QByteArray inFlightBody;
+    QThread* inFlightThread = nullptr;
+    connect(inFlight, &QNetworkReply::finished, inFlight, [&] {
+        inFlightBody = inFlight->readAll();
+        inFlightThread = QThread::currentThread();
+        inFlightDone = true;
+    });
+
+    QThread worker;
+    worker.start();
+    manager->moveToThread(&worker);
+    QTRY_VERIFY(inFlightDone);
+    QCOMPARE(inFlightThread, &worker);
+    QCOMPARE(inFlightBody, QByteArray("ok"));
+
+    std::atomic<bool> nextDone { false };
+    QByteArray nextBody;
+    QMetaObject::invokeMethod(manager, [&] {
+        QNetworkReply* next = manager->get(QNetworkRequest(server.url()));
+        connect(next, &QNetworkReply::finished, next, [&, next] {
+            nextBody = next->readAll();
+            nextDone = true;
+        });
+    });
+    QTRY_VERIFY(nextDone);
+    QCOMPARE(nextBody, QByteArray("ok"));
+    QMetaObject::invokeMethod(manager, [manager] { delete manager; });
+    worker.quit();
+    QVERIFY(worker.wait(5000));
+    QTRY_COMPARE(server.open, 0);
+    QCOMPARE(server.requests.size(), 5);
 }
 
 void TestNetworkManager::fallsBackToQt_data()
