@@ -145,8 +145,7 @@ void TcpLink::connectToHost(const QString& host, quint16 port)
     abort();
     if (!m_poller) {
         m_state = QAbstractSocket::ConnectingState;
-        failLater(QAbstractSocket::SocketResourceError,
-            QCoreApplication::translate("QNativeSocketEngine", "Out of resources"));
+        failLater(ENOMEM);
         return;
     }
     m_port = port;
@@ -154,7 +153,7 @@ void TcpLink::connectToHost(const QString& host, quint16 port)
     QHostAddress address;
     if (address.setAddress(host)) {
         m_addresses = { address };
-        tryNext(true);
+        tryNext(true, 0);
         return;
     }
     m_lookupId = QHostInfo::lookupHost(host, this, [this](const QHostInfo& info) {
@@ -165,13 +164,12 @@ void TcpLink::connectToHost(const QString& host, quint16 port)
             fail(QAbstractSocket::HostNotFoundError,
                 QCoreApplication::translate("QAbstractSocket", "Host not found"));
         else
-            tryNext(false);
+            tryNext(false, 0);
     });
 }
 
-void TcpLink::tryNext(bool fromCaller)
+void TcpLink::tryNext(bool fromCaller, int error)
 {
-    int error = 0;
     while (!m_addresses.isEmpty()) {
         const QHostAddress address = m_addresses.takeFirst();
         sockaddr_storage storage {};
@@ -216,16 +214,13 @@ void TcpLink::tryNext(bool fromCaller)
         }
         closeDescriptor();
     }
-    QString text;
-    const QAbstractSocket::SocketError code = m_poller->isValid()
-        ? socketError(error, &text)
-        : (text = QCoreApplication::translate("QNativeSocketEngine", "Out of resources"),
-            QAbstractSocket::SocketResourceError);
+    if (!m_poller->isValid())
+        error = ENOMEM;
     if (fromCaller) {
         m_state = QAbstractSocket::ConnectingState;
-        failLater(code, text); // nobody has connected to this link yet
+        failLater(error); // nobody has connected to this link yet
     } else {
-        fail(code, text);
+        fail(error);
     }
 }
 
@@ -252,13 +247,7 @@ void TcpLink::onConnectDone()
         error = errno;
     if (error != 0) {
         closeDescriptor();
-        if (m_addresses.isEmpty()) {
-            QString text;
-            const QAbstractSocket::SocketError code = socketError(error, &text);
-            fail(code, text);
-        } else {
-            tryNext(false);
-        }
+        tryNext(false, error); // the next address, or this error
         return;
     }
     m_addresses.clear();
@@ -289,13 +278,12 @@ void TcpLink::flushOut(bool fromCaller)
             continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
             break;
-        QString text;
-        const QAbstractSocket::SocketError code = socketError(n < 0 ? errno : EPIPE, &text);
+        const int error = n < 0 ? errno : EPIPE;
         if (fromCaller) {
             closeDescriptor();
-            failLater(code, text); // the caller is inside its own call
+            failLater(error); // the caller is inside its own call
         } else {
-            fail(code, text);
+            fail(error);
         }
         return;
     }
@@ -336,11 +324,8 @@ void TcpLink::readFromKernel()
         emit readyRead();
     if (!self || m_state != QAbstractSocket::ConnectedState)
         return;
-    if (m_peerClosed || error != 0) {
-        QString text;
-        const QAbstractSocket::SocketError code = socketError(m_peerClosed ? ECONNRESET : error, &text);
-        fail(code, text);
-    }
+    if (m_peerClosed || error != 0)
+        fail(m_peerClosed ? ECONNRESET : error);
 }
 
 QByteArray TcpLink::read(qint64 maxSize)
@@ -363,15 +348,20 @@ void TcpLink::setReadBufferSize(qint64 size)
     updateInterest();
 }
 
-void TcpLink::abort()
+void TcpLink::stopConnecting()
 {
-    ++m_generation;
     if (m_lookupId >= 0) {
         QHostInfo::abortHostLookup(m_lookupId);
         m_lookupId = -1;
     }
     closeDescriptor();
     m_addresses.clear();
+}
+
+void TcpLink::abort()
+{
+    ++m_generation;
+    stopConnecting();
     m_state = QAbstractSocket::UnconnectedState;
     m_in.clear();
     m_out.clear();
@@ -380,30 +370,18 @@ void TcpLink::abort()
 
 void TcpLink::shutDown()
 {
-    if (m_state == QAbstractSocket::UnconnectedState)
-        return;
-    QString text;
-    const QAbstractSocket::SocketError code = socketError(ECONNRESET, &text);
-    fail(code, text);
+    if (m_state != QAbstractSocket::UnconnectedState)
+        fail(ECONNRESET);
 }
 
 void TcpLink::detach()
 {
     if (!m_poller)
         return;
-    const bool open = m_state != QAbstractSocket::UnconnectedState;
-    if (m_lookupId >= 0) {
-        QHostInfo::abortHostLookup(m_lookupId);
-        m_lookupId = -1;
-    }
-    closeDescriptor();
+    stopConnecting();
     m_poller = nullptr;
-    m_addresses.clear();
-    if (open) {
-        QString text;
-        const QAbstractSocket::SocketError code = socketError(ECONNRESET, &text);
-        failLater(code, text);
-    }
+    if (m_state != QAbstractSocket::UnconnectedState)
+        failLater(ECONNRESET);
 }
 
 void TcpLink::fail(QAbstractSocket::SocketError error, const QString& text)
@@ -419,13 +397,20 @@ void TcpLink::fail(QAbstractSocket::SocketError error, const QString& text)
         emit disconnected();
 }
 
-void TcpLink::failLater(QAbstractSocket::SocketError error, const QString& text)
+void TcpLink::fail(int error)
+{
+    QString text;
+    const QAbstractSocket::SocketError code = socketError(error, &text);
+    fail(code, text);
+}
+
+void TcpLink::failLater(int error)
 {
     QMetaObject::invokeMethod(
         this,
-        [this, error, text, generation = m_generation] {
+        [this, error, generation = m_generation] {
             if (generation == m_generation)
-                fail(error, text);
+                fail(error);
         },
         Qt::QueuedConnection);
 }

@@ -85,13 +85,17 @@ private:
     friend class LinkPoller;
     void onEvents(quint32 events);
     // fromCaller: inside the caller's own call, where failures wait for the event loop.
-    void tryNext(bool fromCaller);
+    // error: what the previous address failed with, told when none is left.
+    void tryNext(bool fromCaller, int error);
     void onConnectDone();
     void readFromKernel();
     void flushOut(bool fromCaller);
     void fail(QAbstractSocket::SocketError error, const QString& text);
+    // An errno value, told with QTcpSocket's code and text.
+    void fail(int error);
     // Told from the event loop, unless the link was closed or reused meanwhile.
-    void failLater(QAbstractSocket::SocketError error, const QString& text);
+    void failLater(int error);
+    void stopConnecting();
     void updateInterest();
     void closeDescriptor();
 
