@@ -12,13 +12,13 @@ namespace Internal {
 class HttpPool;
 }
 
-// A QNetworkAccessManager that serves plain-HTTP GET and POST itself, in its own thread:
+// A QNetworkAccessManager that serves plain-HTTP GET and POST itself, in the thread it lives in:
 // header and body leave in one write on a TCP_NODELAY socket, so a request on a reused
 // keep-alive connection does not wait for the peer's delayed ACK, and no bytes cross to
 // Qt's HTTP thread. The thread's event loop watches all such connections as one
-// descriptor, so hundreds in flight do not make each wake-up dearer. The request text is the one QNetworkAccessManager sends. Anything it
-// would not honour (https, proxies, redirects to follow, caches, cookies, authentication
-// handlers, other operations) goes to QNetworkAccessManager unchanged.
+// descriptor, so hundreds in flight do not make each wake-up dearer. The request text is the one
+// QNetworkAccessManager sends. Anything it would not honour (https, proxies, redirects to follow, caches,
+// cookies, authentication handlers, other operations) goes to QNetworkAccessManager unchanged.
 class ONVIFTYPES_EXPORT NetworkAccessManager : public QNetworkAccessManager
 {
     Q_OBJECT
