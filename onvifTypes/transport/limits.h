@@ -3,6 +3,7 @@
 
 #include <onvifTypes/onvifTypesGlobal.h>
 
+#include <QNetworkRequest>
 #include <QtGlobal>
 
 namespace Onvif {
@@ -41,6 +42,11 @@ struct ONVIFTYPES_EXPORT Limits
     // Discovery
     int maxDiscoveryRecords = 1024; // per run
     int maxDiscoveryRequestsInFlight = 32; // device-information requests
+
+    // A qint64 on a QNetworkRequest that gives that one request a body limit of its own
+    // (the snapshot download sets maxImageBytes this way); absent, maxReplyBytes holds.
+    static constexpr QNetworkRequest::Attribute BodyLimitAttribute =
+        QNetworkRequest::Attribute(QNetworkRequest::User + 0x4f01);
 
     // The limits new managers, parsers and objects start from; thread-safe.
     static Limits defaults();
