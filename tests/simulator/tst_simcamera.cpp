@@ -51,6 +51,11 @@ private slots:
     void requestLogKeepsWireText();
     void stopEndsLongPullAndDelay();
     void configFromJson();
+    void quirkReplies_data();
+    void quirkReplies();
+    void quirkLockoutCountsDown();
+    void quirkHttpDigest();
+    void quirkSubscriptionsAndPtz();
     void refusesNonLoopbackHost();
 };
 
@@ -140,13 +145,16 @@ void TestSimCamera::digestByIndependentFormula()
 
 void TestSimCamera::replayedNonceRefused()
 {
-    auto camera = startCamera();
+    CameraConfig config = CameraConfig::defaultCamera();
+    config.applyQuirk(QStringLiteral("nonce-replay"));
+    auto camera = startCamera(config);
     const QByteArray request = signedEnvelope(kDeviceInfo);
     QCOMPARE(post(camera->port(), request).status, 200);
     const HttpReply replay = post(camera->port(), request);
     QCOMPARE(replay.status, 400);
     QCOMPARE(faultSummary(replay), QStringLiteral("Sender|ter:NotAuthorized"));
     QCOMPARE(camera->requestLog().last().authResult, QStringLiteral("nonce used before"));
+    QVERIFY(replay.body.contains("nonce used before"));
     QCOMPARE(post(camera->port(), signedEnvelope(kDeviceInfo)).status, 200);
 
     CameraConfig lenient = CameraConfig::defaultCamera();
@@ -346,6 +354,223 @@ void TestSimCamera::configFromJson()
     QVERIFY(error.contains(QStringLiteral("ghost")));
     for (const char* bad : { R"({"faults": {"GetProfiles": {"mode": "explode"}}})", "[1, 2]", "{ not json" })
         QVERIFY2(!parseConfig(bad, cameras, &error), bad);
+}
+
+namespace {
+
+CameraConfig withQuirks(const QStringList& quirks)
+{
+    CameraConfig config = CameraConfig::defaultCamera();
+    for (const QString& quirk : quirks) {
+        if (!config.applyQuirk(quirk))
+            qFatal("unknown quirk %s", qPrintable(quirk));
+    }
+    return config;
+}
+
+HttpReply get(quint16 port, const QByteArray& path, const QByteArray& authorization = QByteArray())
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    socket.waitForConnected(5000);
+    QByteArray request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
+    if (!authorization.isEmpty())
+        request += "Authorization: " + authorization + "\r\n";
+    socket.write(request + "\r\n");
+    QByteArray raw;
+    while (socket.waitForReadyRead(5000))
+        raw += socket.readAll();
+    HttpReply reply;
+    const int headEnd = raw.indexOf("\r\n\r\n");
+    const QList<QByteArray> lines = raw.left(headEnd).split('\n');
+    reply.answered = !lines.isEmpty() && lines.first().startsWith("HTTP/1.1 ");
+    reply.status = reply.answered ? lines.first().mid(9, 3).toInt() : 0;
+    for (const QByteArray& line : lines.mid(1)) {
+        const int colon = line.indexOf(':');
+        reply.headers.append(qMakePair(line.left(colon).trimmed(), line.mid(colon + 1).trimmed()));
+    }
+    reply.body = raw.mid(headEnd + 4);
+    return reply;
+}
+
+// The RFC 2617 answer to a challenge, qop=auth with MD5, computed here independently of the camera.
+QByteArray digestAuthorization(const QByteArray& challenge, const QByteArray& method, const QByteArray& uri,
+    const QByteArray& password = "admin")
+{
+    auto param = [&](const char* name) {
+        const QRegularExpression re(QStringLiteral("%1=\"([^\"]*)\"").arg(QLatin1String(name)));
+        return re.match(QString::fromLatin1(challenge)).captured(1).toLatin1();
+    };
+    auto md5
+        = [](const QByteArray& v) { return QCryptographicHash::hash(v, QCryptographicHash::Md5).toHex(); };
+    const QByteArray realm = param("realm"), nonce = param("nonce");
+    const QByteArray response = md5(md5("admin:" + realm + ':' + password) + ':' + nonce
+        + ":00000001:0a4f113b:auth:" + md5(method + ':' + uri));
+    return "Digest username=\"admin\", realm=\"" + realm + "\", nonce=\"" + nonce + "\", uri=\"" + uri
+        + "\", qop=auth, nc=00000001, cnonce=\"0a4f113b\", response=\"" + response + "\"";
+}
+
+} // namespace
+
+void TestSimCamera::quirkReplies_data()
+{
+    QTest::addColumn<QStringList>("quirks");
+    QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("present");
+    QTest::addColumn<QByteArray>("absent");
+    auto row = [](const char* tag, const char* quirk, const QByteArray& request, int status,
+                   const char* present, const char* absent = "\x01") {
+        QTest::newRow(tag) << QString::fromLatin1(quirk).split(QLatin1Char(' ')) << request << status
+                           << QByteArray(present) << QByteArray(absent);
+    };
+    const QString admin = QStringLiteral("admin");
+    const qint64 hours3 = 3 * 3600 * 1000;
+    row("clock-skew refuses true time", "clock-skew", signedEnvelope(kDeviceInfo), 400,
+        "Created outside the allowed clock skew");
+    row("clock-skew takes device time", "clock-skew", signedEnvelope(kDeviceInfo, admin, admin, hours3), 200,
+        "SIM0000001");
+    row("digest-only ignores WS-Security", "digest-only", signedEnvelope(kDeviceInfo), 401, "", "SIM0000001");
+    row("no-getservices", "no-getservices", signedEnvelope("<tds:GetServices/>"), 500,
+        "ter:ActionNotSupported");
+    row("nat service addresses", "nat", signedEnvelope("<tds:GetCapabilities/>"), 200,
+        "http://10.255.255.1:8080/onvif/media_service", "127.0.0.1");
+    row("nat stream", "nat", signedEnvelope(streamUriBody("prof_main")), 200, "rtsp://10.255.255.1:554/");
+    row("prefixed sender fault", "prefixed-faults", signedEnvelope(kDeviceInfo, admin, "wrong"), 400,
+        "vnd:NotAuthorized", "ter:");
+    row("prefixed receiver fault", "prefixed-faults", signedEnvelope("<tds:Frobnicate/>"), 500,
+        "vnd:ActionNotSupported", "ter:");
+    row("undeclared prefix", "undeclared-prefix", signedEnvelope("<trt:GetProfiles/>"), 200, "<tt:Name>",
+        "xmlns:tt=");
+    row("crlf and SOAP-ENV", "crlf-odd-prefixes", signedEnvelope(kDeviceInfo), 200,
+        "\r\n<SOAP-ENV:Body>\r\n<tds:GetDeviceInformationResponse>", "<env:");
+    row("jpeg without RateControl", "jpeg-no-ratecontrol",
+        signedEnvelope("<trt:GetProfile><trt:ProfileToken>prof_jpeg</trt:ProfileToken></trt:GetProfile>"),
+        200, "<tt:Encoding>JPEG", "RateControl");
+    row("jpeg with RateControl by default", "",
+        signedEnvelope("<trt:GetProfile><trt:ProfileToken>prof_jpeg</trt:ProfileToken></trt:GetProfile>"),
+        200, "<tt:RateControl>");
+    // The plain camera: what it serves and how it refuses what it does not.
+    row("video sources", "", signedEnvelope("<trt:GetVideoSources/>"), 200,
+        "<trt:VideoSources token=\"vsrc_0\">");
+    row("event properties", "", signedEnvelope("<tev:GetEventProperties/>"), 200,
+        "<tns1:VideoSource><MotionAlarm wstop:topic=\"true\">");
+    row("unsupported PTZ operation", "", signedEnvelope("<tptz:GetConfigurations/>"), 500,
+        "<env:Value>env:Receiver</env:Value><env:Subcode><env:Value>ter:ActionNotSupported");
+    row("unsupported event operation", "", signedEnvelope("<tev:Seek/>"), 500, "ter:ActionNotSupported");
+    row("media2-only refuses Media1", "media2-only", signedEnvelope("<trt:GetProfiles/>"), 500,
+        "ter:ActionNotSupported");
+}
+
+void TestSimCamera::quirkReplies()
+{
+    QFETCH(QStringList, quirks);
+    QFETCH(QByteArray, request);
+    QFETCH(int, status);
+    QFETCH(QByteArray, present);
+    QFETCH(QByteArray, absent);
+    quirks.removeAll(QString());
+    auto camera = startCamera(withQuirks(quirks));
+    const HttpReply reply = post(camera->port(), request);
+    QCOMPARE(reply.status, status);
+    QVERIFY2(reply.body.contains(present), reply.body.constData());
+    QVERIFY2(!reply.body.contains(absent), reply.body.constData());
+}
+
+void TestSimCamera::quirkLockoutCountsDown()
+{
+    CameraConfig config = withQuirks({ QStringLiteral("lockout") });
+    config.lockoutAttempts = 3;
+    config.lockoutMs = 60000;
+    auto camera = startCamera(config);
+    const QByteArray wrong = signedEnvelope(kDeviceInfo, QStringLiteral("admin"), QStringLiteral("bad"));
+    QVERIFY(post(camera->port(), wrong).body.contains("You still have 2 attempts"));
+    QVERIFY(post(camera->port(), wrong).body.contains("You still have 1 attempts"));
+    QVERIFY(post(camera->port(), wrong).body.contains("Account locked. Try again in 60 seconds"));
+    // Locked: even the right password is refused, and only as a locked refusal.
+    const HttpReply locked = post(camera->port(), signedEnvelope(kDeviceInfo));
+    QCOMPARE(faultSummary(locked), QStringLiteral("Sender|ter:NotAuthorized"));
+    QCOMPARE(camera->stats().failedLogins, 3);
+    QCOMPARE(camera->stats().lockedRefusals, 1);
+    const HttpReply stats = get(camera->port(), "/sim/stats");
+    QVERIFY2(stats.body.contains("\"failedLogins\": 3"), stats.body.constData());
+    camera->reboot();
+    QCOMPARE(post(camera->port(), signedEnvelope(kDeviceInfo)).status, 200);
+}
+
+void TestSimCamera::quirkHttpDigest()
+{
+    for (const char* quirk : { "digest-only", "snapshot-digest" }) {
+        auto camera = startCamera(withQuirks({ QLatin1String(quirk) }));
+        const QByteArray path = "/snapshot/prof_main.jpg";
+        const HttpReply challenge = get(camera->port(), path);
+        QCOMPARE(challenge.status, 401);
+        const QByteArray www = challenge.header("WWW-Authenticate");
+        QVERIFY2(www.startsWith("Digest ") && www.contains("qop=\"auth\"") && www.contains("MD5"),
+            www.constData());
+        const HttpReply image = get(camera->port(), path, digestAuthorization(www, "GET", path));
+        QCOMPARE(image.status, 200);
+        QVERIFY(image.body.startsWith("\xff\xd8"));
+        QCOMPARE(get(camera->port(), path, digestAuthorization(www, "GET", path, "bad")).status, 401);
+        QCOMPARE(camera->stats().failedLogins, 1);
+    }
+    CameraConfig config = withQuirks({ QStringLiteral("digest-only") });
+    config.digestNonceLifetimeMs = -1; // every nonce is stale as soon as it is issued
+    auto camera = startCamera(config);
+    const HttpReply first = get(camera->port(), "/snapshot/prof_main.jpg");
+    const HttpReply stale = get(camera->port(), "/snapshot/prof_main.jpg",
+        digestAuthorization(first.header("WWW-Authenticate"), "GET", "/snapshot/prof_main.jpg"));
+    QCOMPARE(stale.status, 401);
+    QVERIFY(stale.header("WWW-Authenticate").contains("stale=true"));
+    QCOMPARE(camera->stats().failedLogins, 0);
+}
+
+void TestSimCamera::quirkSubscriptionsAndPtz()
+{
+    CameraConfig config = withQuirks({ QStringLiteral("subscription-early-expiry"),
+        QStringLiteral("renew-refused"), QStringLiteral("reboot"), QStringLiteral("ptz-stop-ignored") });
+    auto camera = startCamera(config);
+    const quint16 port = camera->port();
+    auto subscribe = [&] {
+        const HttpReply created = post(port,
+            signedEnvelope(
+                QStringLiteral("<tev:CreatePullPointSubscription><tev:InitialTerminationTime>PT60S"
+                               "</tev:InitialTerminationTime></tev:CreatePullPointSubscription>")));
+        return QUrl(text(created, "Address")).path().toUtf8();
+    };
+    auto renew = [] {
+        return signedEnvelope(
+            QStringLiteral("<wsnt:Renew><wsnt:TerminationTime>PT60S</wsnt:TerminationTime></wsnt:Renew>"));
+    };
+    QCOMPARE(
+        faultSummary(post(port, renew(), subscribe())), QStringLiteral("Receiver|ter:ActionNotSupported"));
+    // Promised a minute, gone after two seconds.
+    const QByteArray path = subscribe();
+    QTRY_COMPARE_WITH_TIMEOUT(
+        faultSummary(post(port, renew(), path)), QStringLiteral("Sender|ter:InvalidArgVal"), 5000);
+    subscribe();
+    QCOMPARE(get(port, "/sim/reboot").status, 404); // a reboot is a POST
+    QCOMPARE(post(port, "{}", "/sim/reboot", "application/json").status, 200);
+    QCOMPARE(camera->subscriptionCount(), 0);
+    QCOMPARE(camera->stats().reboots, 1);
+
+    auto move = [&](const char* x) {
+        return post(port,
+            signedEnvelope(QStringLiteral(
+                "<tptz:ContinuousMove><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Velocity>"
+                "<tt:PanTilt x=\"%1\" y=\"0\"/></tptz:Velocity></tptz:ContinuousMove>")
+                               .arg(QLatin1String(x))))
+            .status;
+    };
+    QCOMPARE(move("0.5"), 200);
+    QCOMPARE(post(port,
+                 signedEnvelope(QStringLiteral(
+                     "<tptz:Stop><tptz:ProfileToken>prof_main</tptz:ProfileToken></tptz:Stop>")))
+                 .status,
+        200);
+    QVERIFY(camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
+    QCOMPARE(move("0"), 200);
+    QVERIFY(!camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
 }
 
 void TestSimCamera::refusesNonLoopbackHost()

@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QUrl>
 #include <QUuid>
 
@@ -120,6 +121,7 @@ Camera::Impl::Impl(const CameraConfig& c)
     : config(c)
     , verifier(c.user, c.password, c.allowedSkewMs, c.rejectReplayedNonce, c.allowPasswordText)
     , faults(c.faults)
+    , digestSecret(QUuid::createUuid().toRfc4122())
 {
     for (const PtzNodeConfig& node : config.ptzNodes)
         ptz.insert(node.token, PtzNodeState());
@@ -162,13 +164,119 @@ void Camera::Impl::record(RequestRecord&& rec)
         log.pop_front();
 }
 
+int Camera::Impl::noteLoginFailure()
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    ++stats.failedLogins;
+    if (!config.hasQuirk("lockout"))
+        return 0;
+    if (++failedInRow < config.lockoutAttempts)
+        return config.lockoutAttempts - failedInRow;
+    failedInRow = 0;
+    lockedUntilMs = QDateTime::currentMSecsSinceEpoch() + config.lockoutMs;
+    return 0;
+}
+
+QString Camera::Impl::lockoutRefusal()
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    const qint64 left = lockedUntilMs - QDateTime::currentMSecsSinceEpoch();
+    if (!config.hasQuirk("lockout") || left <= 0)
+        return QString();
+    ++stats.lockedRefusals;
+    return QStringLiteral("Account locked. Try again in %1 seconds").arg((left + 999) / 1000);
+}
+
+bool Camera::Impl::checkHttpDigest(const httplib::Request& req, httplib::Response& res, QString* why)
+{
+    static const QString realm = QStringLiteral("IP Camera");
+    const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
+    auto md5 = [](const QByteArray& data) {
+        return QCryptographicHash::hash(data, QCryptographicHash::Md5).toHex();
+    };
+    // Self-validating nonces: the issue time and a keyed hash of it, so none need be stored.
+    auto nonceAt = [&](qint64 ms) {
+        const QByteArray stamp = QByteArray::number(ms, 16);
+        return stamp + md5(stamp + ':' + digestSecret);
+    };
+    auto challenge = [&](bool stale, const QString& text) {
+        res.status = 401;
+        res.set_header("WWW-Authenticate",
+            QStringLiteral("Digest realm=\"%1\", qop=\"auth\", algorithm=MD5, nonce=\"%2\"%3")
+                .arg(realm, QString::fromLatin1(nonceAt(nowMs)),
+                    stale ? QStringLiteral(", stale=true") : QString())
+                .toStdString());
+        *why = text;
+        std::lock_guard<std::mutex> lock(mutex);
+        ++stats.digestChallenges;
+        if (stale)
+            ++stats.staleNonces;
+        return false;
+    };
+
+    const QString header = QString::fromStdString(req.get_header_value("Authorization"));
+    if (!header.startsWith(QLatin1String("Digest "), Qt::CaseInsensitive))
+        return challenge(false, QStringLiteral("no HTTP Digest credentials"));
+    QHash<QString, QString> p;
+    static const QRegularExpression param(QStringLiteral("(\\w+)\\s*=\\s*(?:\"([^\"]*)\"|([^,\\s]*))"));
+    for (auto it = param.globalMatch(header.mid(7)); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        p.insert(m.captured(1).toLower(), m.captured(2).isNull() ? m.captured(3) : m.captured(2));
+    }
+    const QByteArray nonce = p.value(QStringLiteral("nonce")).toLatin1();
+    const QByteArray ha1 = md5(config.user.toUtf8() + ':' + realm.toUtf8() + ':' + config.password.toUtf8());
+    const QByteArray ha2
+        = md5(QByteArray::fromStdString(req.method) + ':' + p.value(QStringLiteral("uri")).toUtf8());
+    const QString qop = p.value(QStringLiteral("qop"));
+    const QByteArray expected = qop.isEmpty()
+        ? md5(ha1 + ':' + nonce + ':' + ha2)
+        : md5(ha1 + ':' + nonce + ':' + p.value(QStringLiteral("nc")).toLatin1() + ':'
+            + p.value(QStringLiteral("cnonce")).toLatin1() + ':' + qop.toLatin1() + ':' + ha2);
+    if (p.value(QStringLiteral("username")) != config.user || p.value(QStringLiteral("realm")) != realm
+        || p.value(QStringLiteral("response")).toLatin1() != expected) {
+        noteLoginFailure();
+        return challenge(false, QStringLiteral("wrong HTTP Digest credentials"));
+    }
+    bool ok = false;
+    const qint64 issued = nonce.left(nonce.size() - 32).toLongLong(&ok, 16);
+    if (!ok || nonce.size() <= 32 || nonceAt(issued) != nonce)
+        return challenge(false, QStringLiteral("unknown HTTP Digest nonce"));
+    if (nowMs - issued > config.digestNonceLifetimeMs)
+        return challenge(true, QStringLiteral("stale HTTP Digest nonce"));
+    return true;
+}
+
+QByteArray Camera::Impl::wireQuirks(QByteArray text, int* status) const
+{
+    if (config.hasQuirk("prefixed-faults") && text.contains(":Fault>")) {
+        // The standard namespace under a vendor's prefix, and the status by who is to blame.
+        text.replace("ter:", "vnd:").replace("xmlns:ter=", "xmlns:vnd=");
+        *status = text.contains(">Receiver<") || text.contains(":Receiver<") ? 500 : 400;
+    }
+    if (config.hasQuirk("undeclared-prefix"))
+        text.replace(" xmlns:tt=\"http://www.onvif.org/ver10/schema\"", "");
+    if (config.hasQuirk("crlf-odd-prefixes")) {
+        text.replace("\r\n", "\n").replace("\n", "\r\n").replace("><", ">\r\n<");
+    }
+    return text;
+}
+
+void Camera::Impl::rebootLocked()
+{
+    subscriptions.clear();
+    failedInRow = 0;
+    lockedUntilMs = 0;
+    lastRebootMs = QDateTime::currentMSecsSinceEpoch();
+    ++stats.reboots;
+}
+
 QString Camera::Impl::faultReply(const QString& code, const QString& subcode, const QString& reason) const
 {
     return Soap::faultBody(config.soapPrefix, code, subcode, reason);
 }
 
-void Camera::Impl::setBody(
-    const httplib::Request& req, httplib::Response& res, const QByteArray& body, const char* contentType) const
+void Camera::Impl::setBody(const httplib::Request& req, httplib::Response& res, const QByteArray& body,
+    const char* contentType) const
 {
     // Connection options are case-insensitive and ONVIF clients commonly send "Close", which
     // cpp-httplib ignores (it honours only "close"). A camera ends such a connection after the
@@ -205,7 +313,8 @@ void Camera::Impl::handle(const httplib::Request& req, httplib::Response& res)
             qMakePair(QByteArray::fromStdString(h.first), QByteArray::fromStdString(h.second)));
     rec.body = QByteArray::fromStdString(req.body);
 
-    auto reply = [&](int status, const QByteArray& text) {
+    auto reply = [&](int status, QByteArray text) {
+        text = wireQuirks(text, &status);
         res.status = status;
         setBody(req, res, text, kSoapContentType);
         rec.status = status;
@@ -277,13 +386,47 @@ void Camera::Impl::handle(const httplib::Request& req, httplib::Response& res)
     if (!config.requireAuth || config.anonymousOperations.contains(request.operation)) {
         rec.authResult = QStringLiteral("not required");
     } else {
-        const AuthResult auth = verifier.verify(readToken(request.header), cameraNow());
-        rec.authResult = authResultText(auth);
-        if (auth != AuthResult::Ok) {
+        auto notAuthorized = [&](const QString& reason) {
             return reply(config.authFailureStatus,
                 Soap::envelope(config.soapPrefix, QString(),
-                    faultReply(QStringLiteral("Sender"), QStringLiteral("ter:NotAuthorized"),
-                        QStringLiteral("Sender not Authorized"))));
+                    faultReply(QStringLiteral("Sender"), QStringLiteral("ter:NotAuthorized"), reason)));
+        };
+        const QString locked = lockoutRefusal();
+        if (!locked.isEmpty()) {
+            rec.authResult = QStringLiteral("account locked");
+            return notAuthorized(locked);
+        }
+        if (config.hasQuirk("digest-only")) {
+            // Such firmware never looks at WS-Security; only the HTTP layer decides.
+            QString why;
+            if (!checkHttpDigest(req, res, &why)) {
+                rec.authResult = why;
+                rec.status = 401;
+                res.set_content("401 Unauthorized", "text/plain");
+                record(std::move(rec));
+                return;
+            }
+            rec.authResult = QStringLiteral("ok");
+        } else {
+            const AuthResult auth = verifier.verify(readToken(request.header), cameraNow());
+            rec.authResult = authResultText(auth);
+            if (auth != AuthResult::Ok) {
+                QString reason = QStringLiteral("Sender not Authorized");
+                if ((auth == AuthResult::Stale && config.hasQuirk("clock-skew"))
+                    || (auth == AuthResult::Replayed && config.hasQuirk("nonce-replay")))
+                    reason = authResultText(auth);
+                if (auth != AuthResult::Missing) {
+                    const int left = noteLoginFailure();
+                    if (config.hasQuirk("lockout"))
+                        reason = left > 0
+                            ? QStringLiteral("%1. You still have %2 attempts").arg(reason).arg(left)
+                            : QStringLiteral("Account locked. Try again in %1 seconds")
+                                  .arg((config.lockoutMs + 999) / 1000);
+                }
+                return notAuthorized(reason);
+            }
+            std::lock_guard<std::mutex> lock(mutex);
+            failedInRow = 0;
         }
     }
 
@@ -340,6 +483,18 @@ void Camera::Impl::handleSnapshot(const httplib::Request& req, httplib::Response
             qMakePair(QByteArray::fromStdString(h.first), QByteArray::fromStdString(h.second)));
     rec.operation = QStringLiteral("Snapshot");
     rec.authResult = QStringLiteral("not required");
+
+    if (config.hasQuirk("snapshot-digest") || config.hasQuirk("digest-only")) {
+        QString why;
+        if (!checkHttpDigest(req, res, &why)) {
+            rec.authResult = why;
+            rec.status = 401;
+            res.set_content("401 Unauthorized", "text/plain");
+            record(std::move(rec));
+            return;
+        }
+        rec.authResult = QStringLiteral("ok");
+    }
 
     QString token = rec.path.section(QLatin1Char('/'), -1);
     if (token.endsWith(QLatin1String(".jpg")))
@@ -400,6 +555,23 @@ void Camera::Impl::handleControl(const httplib::Request& req, httplib::Response&
                 { QStringLiteral("body"), QString::fromUtf8(r.body) } });
         }
         res.set_content(QJsonDocument(array).toJson().toStdString(), "application/json");
+        return;
+    }
+    if (req.path == "/sim/stats" && req.method == "GET") {
+        std::lock_guard<std::mutex> lock(mutex);
+        const QJsonObject json { { QStringLiteral("requests"), requestTotal.load() },
+            { QStringLiteral("failedLogins"), stats.failedLogins },
+            { QStringLiteral("lockedRefusals"), stats.lockedRefusals },
+            { QStringLiteral("digestChallenges"), stats.digestChallenges },
+            { QStringLiteral("staleNonces"), stats.staleNonces },
+            { QStringLiteral("reboots"), stats.reboots },
+            { QStringLiteral("subscriptions"), subscriptions.size() } };
+        res.set_content(QJsonDocument(json).toJson().toStdString(), "application/json");
+        return;
+    }
+    if (req.path == "/sim/reboot" && req.method == "POST") {
+        std::lock_guard<std::mutex> lock(mutex);
+        rebootLocked();
         return;
     }
     if (req.path == "/sim/faults" && req.method == "DELETE") {
@@ -478,6 +650,10 @@ bool Camera::start(QString* error)
     svr.set_payload_max_length(64 * 1024 * 1024);
     svr.Get(
         "/sim/log", [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
+    svr.Get(
+        "/sim/stats", [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
+    svr.Post("/sim/reboot",
+        [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
     svr.Post("/sim/faults",
         [impl](const httplib::Request& q, httplib::Response& r) { impl->handleControl(q, r); });
     svr.Delete("/sim/faults",
@@ -498,6 +674,7 @@ bool Camera::start(QString* error)
     }
     d->boundPort = static_cast<quint16>(port);
     d->startMs = QDateTime::currentMSecsSinceEpoch();
+    d->lastRebootMs = d->startMs;
     d->running = true;
     d->listener = std::thread([impl] { impl->server->listen_after_bind(); });
     // The server ignores stop() until its loop has begun; a quick start-stop would otherwise hang.
@@ -664,6 +841,18 @@ int Camera::subscriptionCount() const
 {
     std::lock_guard<std::mutex> lock(d->mutex);
     return d->subscriptions.size();
+}
+
+CameraStats Camera::stats() const
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    return d->stats;
+}
+
+void Camera::reboot()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->rebootLocked();
 }
 
 int Camera::workerThreads() const

@@ -44,6 +44,16 @@ struct PresetState
     PtzPosition position;
 };
 
+// Counters a test reads to bound what a client tried; also served as JSON at GET /sim/stats.
+struct CameraStats
+{
+    int failedLogins = 0; // credentials checked and found wrong (WS-Security or HTTP Digest)
+    int lockedRefusals = 0; // requests refused because the account was locked
+    int digestChallenges = 0; // 401 answers asking for HTTP Digest
+    int staleNonces = 0; // HTTP Digest answers with a nonce too old
+    int reboots = 0;
+};
+
 enum class Service { Device, Media, Ptz, Events, Imaging };
 
 // A simulated ONVIF camera on one loopback port. The server runs on its own
@@ -84,6 +94,9 @@ public:
     PtzPosition ptzPosition(const QString& nodeToken) const;
     QVector<PresetState> presets(const QString& profileToken) const;
     int subscriptionCount() const;
+    CameraStats stats() const;
+    // As a device reboot appears to clients: subscriptions and lock-out are gone.
+    void reboot();
     int workerThreads() const;
 
     struct Impl;

@@ -134,7 +134,6 @@ CameraConfig CameraConfig::defaultCamera()
     jpeg.height = 720;
     jpeg.frameRate = 5;
     jpeg.bitrate = 2048;
-    jpeg.rateControl = false;
     c.videoEncoders = { main, sub, jpeg };
 
     AudioEncoder audio;
@@ -168,6 +167,40 @@ CameraConfig CameraConfig::defaultCamera()
     return c;
 }
 
+QStringList CameraConfig::knownQuirks()
+{
+    return { QStringLiteral("clock-skew"), QStringLiteral("digest-only"), QStringLiteral("snapshot-digest"),
+        QStringLiteral("nonce-replay"), QStringLiteral("lockout"), QStringLiteral("no-getservices"),
+        QStringLiteral("nat"), QStringLiteral("prefixed-faults"), QStringLiteral("undeclared-prefix"),
+        QStringLiteral("ptz-stop-ignored"), QStringLiteral("subscription-early-expiry"),
+        QStringLiteral("renew-refused"), QStringLiteral("reboot"), QStringLiteral("crlf-odd-prefixes"),
+        QStringLiteral("jpeg-no-ratecontrol"), QStringLiteral("media2-only") };
+}
+
+bool CameraConfig::applyQuirk(const QString& name, QString* error)
+{
+    if (!knownQuirks().contains(name)) {
+        if (error)
+            *error = QStringLiteral("unknown quirk \"%1\" (known: %2)").arg(name, knownQuirks().join(", "));
+        return false;
+    }
+    if (!quirks.contains(name))
+        quirks.append(name);
+    if (name == QLatin1String("clock-skew") && clockOffsetMs == 0)
+        clockOffsetMs = quirkClockOffsetMs;
+    else if (name == QLatin1String("nonce-replay"))
+        rejectReplayedNonce = true;
+    else if (name == QLatin1String("crlf-odd-prefixes"))
+        soapPrefix = QStringLiteral("SOAP-ENV");
+    else if (name == QLatin1String("jpeg-no-ratecontrol")) {
+        for (VideoEncoder& v : videoEncoders) {
+            if (v.encoding == QLatin1String("JPEG"))
+                v.rateControl = false;
+        }
+    }
+    return true;
+}
+
 bool CameraConfig::applyJson(const QJsonObject& json, QString* error)
 {
     readString(json, "host", host);
@@ -192,6 +225,14 @@ bool CameraConfig::applyJson(const QJsonObject& json, QString* error)
     readInt(json, "keepAliveTimeoutSec", keepAliveTimeoutSec);
     readInt(json, "logLimit", logLimit);
     readString(json, "soapPrefix", soapPrefix);
+    readInt(json, "quirkClockOffsetMs", quirkClockOffsetMs);
+    readInt(json, "lockoutAttempts", lockoutAttempts);
+    readInt(json, "lockoutMs", lockoutMs);
+    readInt(json, "digestNonceLifetimeMs", digestNonceLifetimeMs);
+    readString(json, "natHost", natHost);
+    readInt(json, "natPort", natPort);
+    readInt(json, "subscriptionLifetimeMs", subscriptionLifetimeMs);
+    readInt(json, "rebootAfterMs", rebootAfterMs);
     if (json.contains(QLatin1String("anonymousOperations"))) {
         anonymousOperations.clear();
         for (const QJsonValue& v : json.value(QLatin1String("anonymousOperations")).toArray())
@@ -309,6 +350,11 @@ bool CameraConfig::applyJson(const QJsonObject& json, QString* error)
         if (error)
             *error = QStringLiteral("authFailureStatus must be 400 or 401");
         return false;
+    }
+    // Last, so that a quirk adjusts the encoders and settings read above.
+    for (const QJsonValue& v : json.value(QLatin1String("quirks")).toArray()) {
+        if (!applyQuirk(v.toString(), error))
+            return false;
     }
     return true;
 }

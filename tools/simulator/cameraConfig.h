@@ -126,6 +126,22 @@ struct CameraConfig
 
     QMap<QString, FaultSpec> faults; // operation name ("*" for every one, "Snapshot" for the image)
 
+    // Named vendor behaviours (tools/simulator/README.md), set through applyQuirk.
+    QStringList quirks;
+    qint64 quirkClockOffsetMs = 3 * 3600 * 1000; // clock-skew, when clockOffsetMs is left at 0
+    int lockoutAttempts = 3; // lockout: failed logins before the account locks
+    qint64 lockoutMs = 30000; // lockout: how long it stays locked
+    qint64 digestNonceLifetimeMs = 60000; // digest-only, snapshot-digest: older nonces are stale
+    QString natHost = QStringLiteral("10.255.255.1"); // nat: the address the camera believes it has
+    quint16 natPort = 8080;
+    qint64 subscriptionLifetimeMs = 2000; // subscription-early-expiry: what any subscription really lives
+    qint64 rebootAfterMs = 0; // reboot: also reboot by itself this often (0: only on demand)
+
+    bool hasQuirk(const char* name) const { return quirks.contains(QLatin1String(name)); }
+    // Adds a quirk by name and the settings it implies; false for an unknown name.
+    bool applyQuirk(const QString& name, QString* error = nullptr);
+    static QStringList knownQuirks();
+
     // The built-in camera: five profiles covering the shapes clients must handle.
     static CameraConfig defaultCamera();
     // Overlays the keys present in json on top of *this.

@@ -52,6 +52,7 @@ struct Subscription
     bool pullPoint = true;
     QString consumer;
     QDateTime terminationUtc;
+    QDateTime dropUtc; // subscription-early-expiry: when the camera really forgets it
     qint64 nextEvent = 1; // index of the first event this subscriber has not seen
 };
 
@@ -69,13 +70,28 @@ struct Camera::Impl
     void record(RequestRecord&& record);
     bool sleepInterruptibly(int ms);
     QDateTime cameraNow() const;
-    QString base() const { return QStringLiteral("http://%1:%2").arg(config.host).arg(boundPort); }
+    // The camera's own idea of its address, which is not the client's behind NAT.
+    QString advertisedHost() const { return config.hasQuirk("nat") ? config.natHost : config.host; }
+    QString base() const
+    {
+        return QStringLiteral("http://%1:%2")
+            .arg(advertisedHost())
+            .arg(config.hasQuirk("nat") ? config.natPort : boundPort);
+    }
+    // HTTP Digest (RFC 2617, MD5, qop=auth); on refusal, res carries the 401 challenge.
+    bool checkHttpDigest(const httplib::Request& req, httplib::Response& res, QString* why);
+    int noteLoginFailure(); // attempts left before lock-out
+    QString lockoutRefusal(); // empty unless the account is locked
+    QByteArray wireQuirks(QByteArray text, int* status) const;
+    void rebootLocked();
+    void sweepSubscriptionsLocked(const QDateTime& now);
     QString faultReply(const QString& code, const QString& subcode, const QString& reason) const;
 
     // cameraServices.cpp
     SoapReply dispatch(const SoapRequest& request, bool emptyUri);
     SoapReply fault(int status, const QString& code, const QString& subcode, const QString& reason) const;
     SoapReply getDeviceInformation();
+    SoapReply deviceSettings(const QString& op); // the read-only device queries clients make on connecting
     SoapReply getCapabilities(const SoapRequest& request);
     SoapReply getServices(const SoapRequest& request);
     SoapReply getSystemDateAndTime();
@@ -114,6 +130,11 @@ struct Camera::Impl
     QHash<int, Subscription> subscriptions;
     int nextSubscriptionId = 1;
     QHash<QString, QByteArray> snapshots;
+    CameraStats stats;
+    int failedInRow = 0; // lockout
+    qint64 lockedUntilMs = 0;
+    qint64 lastRebootMs = 0;
+    QByteArray digestSecret;
 };
 
 } // namespace CameraSim

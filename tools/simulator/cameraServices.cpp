@@ -96,7 +96,7 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
     const QString& op = request.operation;
     const QString& ns = request.operationNs;
     auto unsupported = [&] {
-        return fault(400, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+        return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
             QStringLiteral("Optional Action Not Implemented: %1").arg(op));
     };
 
@@ -105,17 +105,30 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
             return getDeviceInformation();
         if (op == QLatin1String("GetCapabilities"))
             return getCapabilities(request);
-        if (op == QLatin1String("GetServices"))
+        if (op == QLatin1String("GetServices") && !config.hasQuirk("no-getservices"))
             return getServices(request);
         if (op == QLatin1String("GetSystemDateAndTime"))
             return getSystemDateAndTime();
-        return unsupported();
+        return deviceSettings(op);
     }
-    if (ns == QLatin1String("http://www.onvif.org/ver10/media/wsdl") && config.mediaCapability) {
+    // media2-only: the hook where Media2 takes over; Media1 is then refused.
+    if (ns == QLatin1String("http://www.onvif.org/ver10/media/wsdl") && config.mediaCapability
+        && !config.hasQuirk("media2-only")) {
         if (op == QLatin1String("GetProfiles"))
             return getProfiles(request, false);
         if (op == QLatin1String("GetProfile"))
             return getProfiles(request, true);
+        if (op == QLatin1String("GetVideoSources")) {
+            SoapReply reply;
+            reply.body = QStringLiteral("<trt:GetVideoSourcesResponse>");
+            if (!config.videoEncoders.isEmpty())
+                reply.body += QStringLiteral(
+                    "<trt:VideoSources token=\"vsrc_0\"><tt:Framerate>25</tt:Framerate><tt:Resolution>"
+                    "<tt:Width>1920</tt:Width><tt:Height>1080</tt:Height></tt:Resolution></"
+                    "trt:VideoSources>");
+            reply.body += QStringLiteral("</trt:GetVideoSourcesResponse>");
+            return reply;
+        }
         if (op == QLatin1String("GetStreamUri"))
             return getMediaUri(request, false, emptyUri);
         if (op == QLatin1String("GetSnapshotUri"))
@@ -129,6 +142,57 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
         && config.eventsCapability)
         return eventOperation(request);
     return unsupported();
+}
+
+SoapReply Camera::Impl::deviceSettings(const QString& op)
+{
+    SoapReply reply;
+    const QString host = advertisedHost();
+    QString inner;
+    if (op == QLatin1String("GetScopes")) {
+        const QStringList scopes = { QStringLiteral("onvif://www.onvif.org/Profile/Streaming"),
+            QStringLiteral("onvif://www.onvif.org/name/") + esc(config.manufacturer),
+            QStringLiteral("onvif://www.onvif.org/hardware/") + esc(config.hardwareScope) };
+        for (const QString& scope : scopes)
+            inner += QStringLiteral(
+                "<tds:Scopes><tt:ScopeDef>Fixed</tt:ScopeDef><tt:ScopeItem>%1</tt:ScopeItem>"
+                "</tds:Scopes>")
+                         .arg(scope);
+    } else if (op == QLatin1String("GetHostname")) {
+        inner
+            = QStringLiteral("<tds:HostnameInformation><tt:FromDHCP>false</tt:FromDHCP><tt:Name>%1</tt:Name>"
+                             "</tds:HostnameInformation>")
+                  .arg(esc(config.model));
+    } else if (op == QLatin1String("GetNetworkInterfaces")) {
+        inner = QStringLiteral(
+            "<tds:NetworkInterfaces "
+            "token=\"eth0\"><tt:Enabled>true</tt:Enabled><tt:Info><tt:Name>eth0</tt:Name>"
+            "<tt:HwAddress>02:00:00:00:00:01</tt:HwAddress><tt:MTU>1500</tt:MTU></tt:Info><tt:IPv4>"
+            "<tt:Enabled>true</tt:Enabled><tt:Config><tt:Manual><tt:Address>%1</tt:Address>"
+            "<tt:PrefixLength>8</tt:PrefixLength></tt:Manual><tt:DHCP>false</tt:DHCP></tt:Config></tt:IPv4>"
+            "</tds:NetworkInterfaces>")
+                    .arg(esc(host));
+    } else if (op == QLatin1String("GetNTP")) {
+        inner = QStringLiteral("<tds:NTPInformation><tt:FromDHCP>false</tt:FromDHCP></tds:NTPInformation>");
+    } else if (op == QLatin1String("GetDNS")) {
+        inner = QStringLiteral("<tds:DNSInformation><tt:FromDHCP>false</tt:FromDHCP></tds:DNSInformation>");
+    } else if (op == QLatin1String("GetUsers")) {
+        inner = QStringLiteral("<tds:User><tt:Username>%1</tt:Username><tt:UserLevel>Administrator"
+                               "</tt:UserLevel></tds:User>")
+                    .arg(esc(config.user));
+    } else if (op == QLatin1String("GetServiceCapabilities")) {
+        inner = QStringLiteral(
+            "<tds:Capabilities><tds:Network NTP=\"0\" HostnameFromDHCP=\"false\"/><tds:Security "
+            "UsernameToken=\"true\" HttpDigest=\"%1\"/><tds:System DiscoveryResolve=\"false\" "
+            "DiscoveryBye=\"false\" RemoteDiscovery=\"false\" SystemBackup=\"false\" SystemLogging=\"false\" "
+            "FirmwareUpgrade=\"false\"/></tds:Capabilities>")
+                    .arg(config.hasQuirk("digest-only") ? QStringLiteral("true") : QStringLiteral("false"));
+    } else {
+        return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+            QStringLiteral("Optional Action Not Implemented: %1").arg(op));
+    }
+    reply.body = QStringLiteral("<tds:%1Response>%2</tds:%1Response>").arg(op, inner);
+    return reply;
 }
 
 SoapReply Camera::Impl::getDeviceInformation()
@@ -403,7 +467,7 @@ SoapReply Camera::Impl::getMediaUri(const SoapRequest& request, bool snapshot, b
         uri = base() + QStringLiteral("/snapshot/") + QString::fromLatin1(QUrl::toPercentEncoding(token))
             + ".jpg";
     else
-        uri = p->streamUri.isEmpty() ? QStringLiteral("rtsp://%1:554/%2").arg(config.host, token)
+        uri = p->streamUri.isEmpty() ? QStringLiteral("rtsp://%1:554/%2").arg(advertisedHost(), token)
                                      : p->streamUri;
     if (emptyUri)
         uri.clear();
@@ -484,6 +548,13 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
             QStringLiteral("No such PTZ node"));
     }
 
+    static const QStringList profileOperations = { QStringLiteral("GetStatus"),
+        QStringLiteral("ContinuousMove"), QStringLiteral("Stop"), QStringLiteral("GotoHomePosition"),
+        QStringLiteral("SetHomePosition"), QStringLiteral("GetPresets"), QStringLiteral("SetPreset"),
+        QStringLiteral("RemovePreset"), QStringLiteral("GotoPreset"), QStringLiteral("GetPresetTours") };
+    if (!profileOperations.contains(op))
+        return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+            QStringLiteral("Optional Action Not Implemented: %1").arg(op));
     // Every other PTZ operation names a media profile that must carry a PTZ configuration.
     const QString profileToken = Soap::childText(body, "ProfileToken");
     const auto profile = std::find_if(config.profiles.begin(), config.profiles.end(),
@@ -547,6 +618,8 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
         settle(state, nowMs);
         return empty();
     }
+    if (op == QLatin1String("Stop") && config.hasQuirk("ptz-stop-ignored"))
+        return empty(); // acknowledged, and the camera keeps moving
     if (op == QLatin1String("Stop")) {
         const bool panTilt = Soap::childText(body, "PanTilt") != QLatin1String("false");
         const bool zoom = Soap::childText(body, "Zoom") != QLatin1String("false");
@@ -636,7 +709,7 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
     }
     if (op == QLatin1String("GetPresetTours"))
         return empty();
-    return fault(400, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+    return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
         QStringLiteral("Optional Action Not Implemented: %1").arg(op));
 }
 
@@ -677,6 +750,19 @@ QString Camera::Impl::eventMessagesXml(Subscription& sub, int limit, qint64 nowM
     return x;
 }
 
+void Camera::Impl::sweepSubscriptionsLocked(const QDateTime& now)
+{
+    if (config.hasQuirk("reboot") && config.rebootAfterMs > 0
+        && QDateTime::currentMSecsSinceEpoch() - lastRebootMs >= config.rebootAfterMs)
+        rebootLocked();
+    for (auto it = subscriptions.begin(); it != subscriptions.end();) {
+        if (it->terminationUtc < now || (it->dropUtc.isValid() && it->dropUtc < now))
+            it = subscriptions.erase(it);
+        else
+            ++it;
+    }
+}
+
 SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
 {
     const QString& op = request.operation;
@@ -688,12 +774,7 @@ SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
     };
 
     std::unique_lock<std::mutex> lock(mutex);
-    for (auto it = subscriptions.begin(); it != subscriptions.end();) {
-        if (it->terminationUtc < now)
-            it = subscriptions.erase(it);
-        else
-            ++it;
-    }
+    sweepSubscriptionsLocked(now);
 
     if (op == QLatin1String("CreatePullPointSubscription") || op == QLatin1String("Subscribe")) {
         const bool pull = op == QLatin1String("CreatePullPointSubscription");
@@ -708,6 +789,8 @@ SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
         sub.pullPoint = pull;
         sub.consumer = Soap::childText(Soap::child(body, "ConsumerReference"), "Address");
         sub.terminationUtc = termination;
+        if (config.hasQuirk("subscription-early-expiry"))
+            sub.dropUtc = now.addMSecs(config.subscriptionLifetimeMs);
         sub.nextEvent
             = (QDateTime::currentMSecsSinceEpoch() - startMs) / std::max(10, config.eventIntervalMs) + 1;
         subscriptions.insert(sub.id, sub);
@@ -726,12 +809,51 @@ SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
         return reply;
     }
 
+    if (op == QLatin1String("GetServiceCapabilities")) {
+        reply.body = QStringLiteral(
+            "<tev:GetServiceCapabilitiesResponse><tev:Capabilities WSSubscriptionPolicySupport=\"false\" "
+            "WSPausableSubscriptionManagerInterfaceSupport=\"false\" MaxNotificationProducers=\"10\" "
+            "MaxPullPoints=\"10\" PersistentNotificationStorage=\"false\"/>"
+            "</tev:GetServiceCapabilitiesResponse>");
+        return reply;
+    }
+    if (op == QLatin1String("GetEventProperties")) {
+        // Only the topics the camera really sends.
+        reply.header
+            = action("http://www.onvif.org/ver10/events/wsdl/EventPortType/GetEventPropertiesResponse");
+        reply.body = QStringLiteral(
+            "<tev:GetEventPropertiesResponse><tev:TopicNamespaceLocation>"
+            "http://www.onvif.org/onvif/ver10/topics/topicns.xml</tev:TopicNamespaceLocation>"
+            "<wsnt:FixedTopicSet>true</wsnt:FixedTopicSet><wstop:TopicSet><tns1:VideoSource>"
+            "<MotionAlarm wstop:topic=\"true\"><tt:MessageDescription IsProperty=\"true\"><tt:Source>"
+            "<tt:SimpleItemDescription Name=\"Source\" Type=\"tt:ReferenceToken\"/></tt:Source><tt:Data>"
+            "<tt:SimpleItemDescription Name=\"State\" Type=\"xsd:boolean\"/></tt:Data>"
+            "</tt:MessageDescription></MotionAlarm></tns1:VideoSource></wstop:TopicSet>"
+            "<wsnt:TopicExpressionDialect>http://www.onvif.org/ver10/tev/topicExpression/ConcreteSet"
+            "</wsnt:TopicExpressionDialect><wsnt:TopicExpressionDialect>"
+            "http://docs.oasis-open.org/wsn/t-1/TopicExpression/Concrete</wsnt:TopicExpressionDialect>"
+            "<tev:MessageContentFilterDialect>http://www.onvif.org/ver10/tev/messageContentFilter/ItemFilter"
+            "</tev:MessageContentFilterDialect><tev:MessageContentSchemaLocation>"
+            "http://www.onvif.org/onvif/ver10/schema/onvif.xsd</tev:MessageContentSchemaLocation>"
+            "</tev:GetEventPropertiesResponse>");
+        return reply;
+    }
+    static const QStringList subscriptionOperations
+        = { QStringLiteral("Renew"), QStringLiteral("Unsubscribe"), QStringLiteral("PullMessages"),
+              QStringLiteral("SetSynchronizationPoint") };
+    if (!subscriptionOperations.contains(op))
+        return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+            QStringLiteral("Optional Action Not Implemented: %1").arg(op));
+
     Subscription* sub = findSubscription(request);
     if (!sub)
         return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:ResourceUnknown"),
             QStringLiteral("No such subscription"));
     const int id = sub->id;
 
+    if (op == QLatin1String("Renew") && config.hasQuirk("renew-refused"))
+        return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+            QStringLiteral("Renew is not supported; subscribe again"));
     if (op == QLatin1String("Renew")) {
         const QString text = Soap::childText(body, "TerminationTime");
         const QDateTime termination
@@ -740,10 +862,17 @@ SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
             return fault(
                 400, kSender, QStringLiteral("ter:InvalidArgVal"), QStringLiteral("Invalid TerminationTime"));
         sub->terminationUtc = termination;
+        if (sub->dropUtc.isValid())
+            sub->dropUtc = now.addMSecs(config.subscriptionLifetimeMs);
         reply.header = action("http://docs.oasis-open.org/wsn/bw-2/SubscriptionManager/RenewResponse");
         reply.body = QStringLiteral("<wsnt:RenewResponse><wsnt:TerminationTime>%1</wsnt:TerminationTime>"
                                     "<wsnt:CurrentTime>%2</wsnt:CurrentTime></wsnt:RenewResponse>")
                          .arg(Soap::xmlTime(termination), Soap::xmlTime(now));
+        return reply;
+    }
+    if (op == QLatin1String("SetSynchronizationPoint")) {
+        sub->nextEvent = std::max<qint64>(1, sub->nextEvent - 1); // the current state again
+        reply.body = QStringLiteral("<tev:SetSynchronizationPointResponse/>");
         return reply;
     }
     if (op == QLatin1String("Unsubscribe")) {

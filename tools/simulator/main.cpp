@@ -24,11 +24,13 @@ int main(int argc, char** argv)
 
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("onvif-camera-sim"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ONVIFTYPES_VERSION));
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Simulated ONVIF cameras on 127.0.0.1, one port per camera. Prints one line per camera:\n"
         "camera <index> <port> <device service URL>, then \"ready <count>\"."));
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption configOption(
         QStringLiteral("config"), QStringLiteral("JSON configuration file."), QStringLiteral("file"));
     const QCommandLineOption camerasOption(QStringLiteral("cameras"),
@@ -55,8 +57,12 @@ int main(int argc, char** argv)
     const QCommandLineOption discoveryPortOption(QStringLiteral("discovery-port"),
         QStringLiteral("UDP port for WS-Discovery (default 3702)."), QStringLiteral("port"),
         QStringLiteral("3702"));
-    parser.addOptions({ configOption, camerasOption, portOption, userOption, passwordOption, noAuthOption,
-        threadsOption, durationOption, discoveryOption, discoveryPortOption });
+    const QCommandLineOption quirkOption(QStringLiteral("quirk"),
+        QStringLiteral("Give every camera a vendor behaviour; repeatable. One of: %1.")
+            .arg(CameraConfig::knownQuirks().join(QStringLiteral(", "))),
+        QStringLiteral("name"));
+    parser.addOptions({ quirkOption, configOption, camerasOption, portOption, userOption, passwordOption,
+        noAuthOption, threadsOption, durationOption, discoveryOption, discoveryPortOption });
     parser.process(app);
 
     auto die = [](const QString& text) {
@@ -100,6 +106,11 @@ int main(int argc, char** argv)
             c.password = parser.value(passwordOption);
         if (parser.isSet(noAuthOption))
             c.requireAuth = false;
+        for (const QString& quirk : parser.values(quirkOption)) {
+            QString error;
+            if (!c.applyQuirk(quirk, &error))
+                return die(error);
+        }
         if (parser.isSet(threadsOption))
             c.maxThreads = std::max(1, parser.value(threadsOption).toInt());
     }
