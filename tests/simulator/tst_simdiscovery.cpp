@@ -79,24 +79,26 @@ void TestSimDiscovery::probeMatchesEveryCamera()
     QVERIFY(fleet.start(3));
     QString error;
     QVERIFY2(fleet.startDiscovery(QStringLiteral("127.0.0.1"), 3702, QString(), &error), qPrintable(error));
-    const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    const QList<QDomDocument> answers
-        = exchange(QHostAddress(QStringLiteral("127.0.0.1")), probe(id), 3, 3000);
-    QCOMPARE(answers.size(), 3);
-    // What the library reads from the matches (addresses, scopes) is checked by its own tests.
-    QSet<QString> endpoints;
-    for (const QDomDocument& doc : answers) {
-        QCOMPARE(findElement(doc, QStringLiteral("RelatesTo")).text(), QStringLiteral("uuid:") + id);
-        QCOMPARE(findElement(doc, QStringLiteral("Action")).text(),
-            QStringLiteral("http://schemas.xmlsoap.org/ws/2005/04/discovery/ProbeMatches"));
-        QVERIFY(findElement(doc, QStringLiteral("Types"))
-                    .text()
-                    .contains(QStringLiteral("NetworkVideoTransmitter")));
-        endpoints << findElement(doc, QStringLiteral("Address")).text();
+    // Unicast to the address it was given, and multicast to the group as standard clients probe.
+    for (const char* target : { "127.0.0.1", "239.255.255.250" }) {
+        const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        const QList<QDomDocument> answers = exchange(QHostAddress(QLatin1String(target)), probe(id), 3, 3000);
+        QVERIFY2(answers.size() == 3, target);
+        // What the library reads from the matches (addresses, scopes) is checked by its own tests.
+        QSet<QString> endpoints;
+        for (const QDomDocument& doc : answers) {
+            QCOMPARE(findElement(doc, QStringLiteral("RelatesTo")).text(), QStringLiteral("uuid:") + id);
+            QCOMPARE(findElement(doc, QStringLiteral("Action")).text(),
+                QStringLiteral("http://schemas.xmlsoap.org/ws/2005/04/discovery/ProbeMatches"));
+            QVERIFY(findElement(doc, QStringLiteral("Types"))
+                        .text()
+                        .contains(QStringLiteral("NetworkVideoTransmitter")));
+            endpoints << findElement(doc, QStringLiteral("Address")).text();
+        }
+        QCOMPARE(endpoints.size(), 3);
+        QVERIFY((*endpoints.begin()).startsWith(QStringLiteral("urn:uuid:")));
     }
-    QCOMPARE(endpoints.size(), 3);
-    QVERIFY((*endpoints.begin()).startsWith(QStringLiteral("urn:uuid:")));
-    QCOMPARE(fleet.discovery()->probesAnswered(), 1);
+    QCOMPARE(fleet.discovery()->probesAnswered(), 2);
 }
 
 void TestSimDiscovery::probesThatAreNotForUs()

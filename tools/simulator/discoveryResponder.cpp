@@ -81,7 +81,9 @@ bool DiscoveryResponder::start(const QString& address, quint16 port, QString* er
     auto fail = [this, error](const QString& text) {
         if (m_socket >= 0)
             ::close(m_socket);
-        m_socket = -1;
+        if (m_multicast >= 0)
+            ::close(m_multicast);
+        m_socket = m_multicast = -1;
         if (error)
             *error = text;
         return false;
@@ -113,6 +115,24 @@ bool DiscoveryResponder::start(const QString& address, quint16 port, QString* er
     socklen_t len = sizeof(addr);
     getsockname(m_socket, reinterpret_cast<sockaddr*>(&addr), &len);
     m_port = ntohs(addr.sin_port);
+
+    // Standard clients probe the group 239.255.255.250, which a socket bound to one address never
+    // hears; this one is bound to the group and joined on the interface that owns the address.
+    sockaddr_in group {};
+    group.sin_family = AF_INET;
+    group.sin_port = htons(m_port);
+    inet_pton(AF_INET, "239.255.255.250", &group.sin_addr);
+    ip_mreq membership {};
+    membership.imr_multiaddr = group.sin_addr;
+    membership.imr_interface = addr.sin_addr;
+    m_multicast = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (m_multicast < 0 || setsockopt(m_multicast, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0
+        || ::bind(m_multicast, reinterpret_cast<sockaddr*>(&group), sizeof(group)) != 0
+        || setsockopt(m_multicast, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof(membership)) != 0)
+        return fail(QStringLiteral("cannot join 239.255.255.250:%1 on %2: %3")
+                        .arg(m_port)
+                        .arg(address, QString::fromLocal8Bit(strerror(errno))));
+
     if (pipe2(m_wakePipe, O_CLOEXEC) != 0)
         return fail(QStringLiteral("pipe failed"));
     m_running = true;
@@ -132,9 +152,10 @@ void DiscoveryResponder::stop()
     if (m_thread.joinable())
         m_thread.join();
     ::close(m_socket);
+    ::close(m_multicast);
     ::close(m_wakePipe[0]);
     ::close(m_wakePipe[1]);
-    m_socket = m_wakePipe[0] = m_wakePipe[1] = -1;
+    m_socket = m_multicast = m_wakePipe[0] = m_wakePipe[1] = -1;
 }
 
 void DiscoveryResponder::addEntry(const DiscoveryEntry& entry)
@@ -191,13 +212,14 @@ QByteArray DiscoveryResponder::matchFor(const DiscoveryEntry& e, const QString& 
 void DiscoveryResponder::run()
 {
     QByteArray buffer(65536, Qt::Uninitialized);
-    pollfd fds[2] = { { m_socket, POLLIN, 0 }, { m_wakePipe[0], POLLIN, 0 } };
+    pollfd fds[3] = { { m_socket, POLLIN, 0 }, { m_multicast, POLLIN, 0 }, { m_wakePipe[0], POLLIN, 0 } };
     while (m_running) {
-        if (poll(fds, 2, 500) <= 0 || (fds[1].revents & POLLIN))
+        if (poll(fds, 3, 500) <= 0 || (fds[2].revents & POLLIN))
             continue;
         sockaddr_in from {};
         socklen_t fromLen = sizeof(from);
-        const ssize_t n = recvfrom(m_socket, buffer.data(), static_cast<size_t>(buffer.size()), 0,
+        const int source = (fds[0].revents & POLLIN) ? m_socket : m_multicast;
+        const ssize_t n = recvfrom(source, buffer.data(), static_cast<size_t>(buffer.size()), 0,
             reinterpret_cast<sockaddr*>(&from), &fromLen);
         if (n <= 0)
             continue;

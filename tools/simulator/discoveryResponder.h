@@ -52,7 +52,8 @@ private:
     void run();
     QByteArray matchFor(const DiscoveryEntry& entry, const QString& relatesTo, int sequence) const;
 
-    int m_socket = -1;
+    int m_socket = -1; // bound to the address: unicast and broadcast probes, and every reply
+    int m_multicast = -1; // bound to the WS-Discovery group, joined on the address's interface
     int m_wakePipe[2] = { -1, -1 };
     quint16 m_port = 0;
     std::thread m_thread;
