@@ -455,7 +455,11 @@ void TestSimCamera::quirkReplies_data()
         "<trt:VideoSources token=\"vsrc_0\">");
     row("event properties", "", signedEnvelope("<tev:GetEventProperties/>"), 200,
         "<tns1:VideoSource><MotionAlarm wstop:topic=\"true\">");
-    row("unsupported PTZ operation", "", signedEnvelope("<tptz:GetConfigurations/>"), 500,
+    row("encoder list", "", signedEnvelope("<trt:GetVideoEncoderConfigurations/>"), 200,
+        "<trt:Configurations token=\"venc_sub\">");
+    row("PTZ configurations", "", signedEnvelope("<tptz:GetConfigurations/>"), 200,
+        "<tptz:PTZConfiguration token=\"ptzcfg_ptz_node_0\">");
+    row("unsupported PTZ operation", "", signedEnvelope("<tptz:GetPresetTour/>"), 500,
         "<env:Value>env:Receiver</env:Value><env:Subcode><env:Value>ter:ActionNotSupported");
     row("unsupported event operation", "", signedEnvelope("<tev:Seek/>"), 500, "ter:ActionNotSupported");
     row("media2-only refuses Media1", "media2-only", signedEnvelope("<trt:GetProfiles/>"), 500,
@@ -571,6 +575,14 @@ void TestSimCamera::quirkSubscriptionsAndPtz()
     QVERIFY(camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
     QCOMPARE(move("0"), 200);
     QVERIFY(!camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
+    for (const char* step :
+        { "<tptz:AbsoluteMove><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Position>"
+          "<tt:PanTilt x=\"0.5\" y=\"-0.5\"/></tptz:Position></tptz:AbsoluteMove>",
+            "<tptz:RelativeMove><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Translation>"
+            "<tt:PanTilt x=\"0.25\" y=\"-0.75\"/></tptz:Translation></tptz:RelativeMove>" })
+        QCOMPARE(post(port, signedEnvelope(QLatin1String(step))).status, 200);
+    const PtzPosition at = camera->ptzPosition(QStringLiteral("ptz_node_0"));
+    QCOMPARE(QPointF(at.pan, at.tilt), QPointF(0.75, -1.0)); // the tilt stops at the edge
 }
 
 void TestSimCamera::refusesNonLoopbackHost()

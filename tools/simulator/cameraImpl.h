@@ -100,6 +100,10 @@ struct Camera::Impl
     SoapReply ptzOperation(const SoapRequest& request);
     SoapReply eventOperation(const SoapRequest& request);
     QString profileXml(const ProfileConfig& profile) const;
+    // Configurations of one kind (tt:tag) as element, from the profiles; one token or (null) all.
+    QString configurationsXml(
+        const QString& tag, const QString& element, const QString& wantedToken = QString()) const;
+    QString mediaConfigurations(const QString& op) const; // null unless op lists configurations
     QString nodeXml(const PtzNodeConfig& node) const;
     void settle(PtzNodeState& state, qint64 nowMs) const;
     QString eventMessagesXml(Subscription& sub, int limit, qint64 nowMs, int* count) const;

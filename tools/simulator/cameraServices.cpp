@@ -118,6 +118,12 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
             return getProfiles(request, false);
         if (op == QLatin1String("GetProfile"))
             return getProfiles(request, true);
+        const QString mediaList = mediaConfigurations(op);
+        if (!mediaList.isNull()) {
+            SoapReply reply;
+            reply.body = QStringLiteral("<trt:%1Response>%2</trt:%1Response>").arg(op, mediaList);
+            return reply;
+        }
         if (op == QLatin1String("GetVideoSources")) {
             SoapReply reply;
             reply.body = QStringLiteral("<trt:GetVideoSourcesResponse>");
@@ -127,6 +133,35 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
                     "<tt:Width>1920</tt:Width><tt:Height>1080</tt:Height></tt:Resolution></"
                     "trt:VideoSources>");
             reply.body += QStringLiteral("</trt:GetVideoSourcesResponse>");
+            return reply;
+        }
+        if (op == QLatin1String("GetVideoEncoderConfiguration")) {
+            const QString item = configurationsXml(QStringLiteral("VideoEncoderConfiguration"),
+                QStringLiteral("trt:Configuration"), Soap::childText(request.body, "ConfigurationToken"));
+            if (item.isEmpty())
+                return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoConfig"),
+                    QStringLiteral("No such configuration"));
+            SoapReply reply;
+            reply.body = QStringLiteral("<trt:%1Response>%2</trt:%1Response>").arg(op, item);
+            return reply;
+        }
+        if (op == QLatin1String("GetVideoEncoderConfigurationOptions")) {
+            SoapReply reply;
+            reply.body = QStringLiteral(
+                "<trt:GetVideoEncoderConfigurationOptionsResponse><trt:Options><tt:QualityRange><tt:Min>0"
+                "</tt:Min><tt:Max>10</tt:Max></tt:QualityRange><tt:JPEG><tt:ResolutionsAvailable><tt:Width>"
+                "1920</tt:Width><tt:Height>1080</tt:Height></"
+                "tt:ResolutionsAvailable><tt:ResolutionsAvailable>"
+                "<tt:Width>640</tt:Width><tt:Height>360</tt:Height></tt:ResolutionsAvailable>"
+                "<tt:FrameRateRange><tt:Min>1</tt:Min><tt:Max>25</tt:Max></tt:FrameRateRange>"
+                "<tt:EncodingIntervalRange><tt:Min>1</tt:Min><tt:Max>1</tt:Max></tt:EncodingIntervalRange>"
+                "</tt:JPEG><tt:H264><tt:ResolutionsAvailable><tt:Width>1920</tt:Width><tt:Height>1080"
+                "</tt:Height></tt:ResolutionsAvailable><tt:ResolutionsAvailable><tt:Width>640</tt:Width>"
+                "<tt:Height>360</tt:Height></tt:ResolutionsAvailable><tt:GovLengthRange><tt:Min>1</tt:Min>"
+                "<tt:Max>250</tt:Max></tt:GovLengthRange><tt:FrameRateRange><tt:Min>1</tt:Min><tt:Max>25"
+                "</tt:Max></tt:FrameRateRange><tt:EncodingIntervalRange><tt:Min>1</tt:Min><tt:Max>1</tt:Max>"
+                "</tt:EncodingIntervalRange><tt:H264ProfilesSupported>Main</tt:H264ProfilesSupported>"
+                "</tt:H264></trt:Options></trt:GetVideoEncoderConfigurationOptionsResponse>");
             return reply;
         }
         if (op == QLatin1String("GetStreamUri"))
@@ -193,6 +228,45 @@ SoapReply Camera::Impl::deviceSettings(const QString& op)
     }
     reply.body = QStringLiteral("<tds:%1Response>%2</tds:%1Response>").arg(op, inner);
     return reply;
+}
+
+QString Camera::Impl::configurationsXml(
+    const QString& tag, const QString& element, const QString& wantedToken) const
+{
+    // Cut from the profiles, so that lists and profiles never disagree; each configuration once.
+    QString x;
+    QStringList seen;
+    const QString open = QStringLiteral("<tt:%1 token=\"").arg(tag);
+    const QString close = QStringLiteral("</tt:%1>").arg(tag);
+    for (const ProfileConfig& p : config.profiles) {
+        const QString xml = profileXml(p);
+        const int start = xml.indexOf(open);
+        if (start < 0)
+            continue;
+        const QString token = xml.mid(start + open.size()).section(QLatin1Char('"'), 0, 0);
+        if (seen.contains(token) || (!wantedToken.isNull() && token != wantedToken))
+            continue;
+        seen << token;
+        const int end = xml.indexOf(close, start) + close.size();
+        x += xml.mid(start, end - start)
+                 .replace(QStringLiteral("<tt:%1 ").arg(tag), QStringLiteral("<%1 ").arg(element))
+                 .replace(close, QStringLiteral("</%1>").arg(element));
+    }
+    return x;
+}
+
+QString Camera::Impl::mediaConfigurations(const QString& op) const
+{
+    static const QStringList lists
+        = { QStringLiteral("VideoSourceConfiguration"), QStringLiteral("VideoEncoderConfiguration"),
+              QStringLiteral("AudioSourceConfiguration"), QStringLiteral("AudioEncoderConfiguration") };
+    for (const QString& tag : lists) {
+        if (op == QStringLiteral("Get%1s").arg(tag))
+            return configurationsXml(tag, QStringLiteral("trt:Configurations"));
+    }
+    if (op == QLatin1String("GetOSDs") || op == QLatin1String("SetSynchronizationPoint"))
+        return QStringLiteral(""); // no OSD elements; nothing to resend
+    return QString();
 }
 
 SoapReply Camera::Impl::getDeviceInformation()
@@ -548,10 +622,39 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
             QStringLiteral("No such PTZ node"));
     }
 
-    static const QStringList profileOperations = { QStringLiteral("GetStatus"),
-        QStringLiteral("ContinuousMove"), QStringLiteral("Stop"), QStringLiteral("GotoHomePosition"),
-        QStringLiteral("SetHomePosition"), QStringLiteral("GetPresets"), QStringLiteral("SetPreset"),
-        QStringLiteral("RemovePreset"), QStringLiteral("GotoPreset"), QStringLiteral("GetPresetTours") };
+    if (op == QLatin1String("GetConfigurations") || op == QLatin1String("GetConfiguration")) {
+        const bool one = op == QLatin1String("GetConfiguration");
+        const QString item
+            = configurationsXml(QStringLiteral("PTZConfiguration"), QStringLiteral("tptz:PTZConfiguration"),
+                one ? Soap::childText(body, "PTZConfigurationToken") : QString());
+        if (one && item.isEmpty())
+            return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoEntity"),
+                QStringLiteral("No such PTZ configuration"));
+        reply.body = QStringLiteral("<tptz:%1Response>%2</tptz:%1Response>").arg(op, item);
+        return reply;
+    }
+    if (op == QLatin1String("GetConfigurationOptions")) {
+        if (configurationsXml(
+                QStringLiteral("PTZConfiguration"), QString(), Soap::childText(body, "ConfigurationToken"))
+                .isEmpty())
+            return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoEntity"),
+                QStringLiteral("No such PTZ configuration"));
+        QString spaces = nodeXml(config.ptzNodes.value(0));
+        spaces = spaces.mid(spaces.indexOf(QLatin1String("<tt:SupportedPTZSpaces>")));
+        spaces = spaces.left(spaces.indexOf(QLatin1String("</tt:SupportedPTZSpaces>")))
+                     .replace(QLatin1String("<tt:SupportedPTZSpaces>"), QLatin1String("<tt:Spaces>"));
+        reply.body = QStringLiteral("<tptz:GetConfigurationOptionsResponse><tptz:PTZConfigurationOptions>%1"
+                                    "</tt:Spaces><tt:PTZTimeout><tt:Min>PT1S</tt:Min><tt:Max>PT60S</tt:Max>"
+                                    "</tt:PTZTimeout></tptz:PTZConfigurationOptions>"
+                                    "</tptz:GetConfigurationOptionsResponse>")
+                         .arg(spaces);
+        return reply;
+    }
+    static const QStringList profileOperations = { QStringLiteral("AbsoluteMove"),
+        QStringLiteral("RelativeMove"), QStringLiteral("GetStatus"), QStringLiteral("ContinuousMove"),
+        QStringLiteral("Stop"), QStringLiteral("GotoHomePosition"), QStringLiteral("SetHomePosition"),
+        QStringLiteral("GetPresets"), QStringLiteral("SetPreset"), QStringLiteral("RemovePreset"),
+        QStringLiteral("GotoPreset"), QStringLiteral("GetPresetTours") };
     if (!profileOperations.contains(op))
         return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
             QStringLiteral("Optional Action Not Implemented: %1").arg(op));
@@ -616,6 +719,25 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
             state.zoomUntilMs = nowMs + timeout;
         }
         settle(state, nowMs);
+        return empty();
+    }
+    if (op == QLatin1String("AbsoluteMove") || op == QLatin1String("RelativeMove")) {
+        const bool relative = op == QLatin1String("RelativeMove");
+        const QDomElement target = Soap::child(body, relative ? "Translation" : "Position");
+        if (target.isNull())
+            return fault(400, kSender, QStringLiteral("ter:InvalidArgVal"),
+                QStringLiteral("%1 missing")
+                    .arg(relative ? QStringLiteral("Translation") : QStringLiteral("Position")));
+        const QDomElement panTilt = Soap::child(target, "PanTilt");
+        const QDomElement zoom = Soap::child(target, "Zoom");
+        stopAll();
+        PtzPosition& at = state.position;
+        if (!panTilt.isNull()) {
+            at.pan = std::clamp(attr(panTilt, "x", 0) + (relative ? at.pan : 0), -1.0, 1.0);
+            at.tilt = std::clamp(attr(panTilt, "y", 0) + (relative ? at.tilt : 0), -1.0, 1.0);
+        }
+        if (!zoom.isNull())
+            at.zoom = std::clamp(attr(zoom, "x", 0) + (relative ? at.zoom : 0), 0.0, 1.0);
         return empty();
     }
     if (op == QLatin1String("Stop") && config.hasQuirk("ptz-stop-ignored"))
