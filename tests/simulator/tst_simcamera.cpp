@@ -459,6 +459,17 @@ void TestSimCamera::quirkReplies_data()
         "<trt:Configurations token=\"venc_sub\">");
     row("PTZ configurations", "", signedEnvelope("<tptz:GetConfigurations/>"), 200,
         "<tptz:PTZConfiguration token=\"ptzcfg_ptz_node_0\">");
+    row("imaging settings", "",
+        signedEnvelope("<timg:GetImagingSettings "
+                       "xmlns:timg=\"http://www.onvif.org/ver20/imaging/"
+                       "wsdl\"><timg:VideoSourceToken>vsrc_0</timg:VideoSourceToken>"
+                       "</timg:GetImagingSettings>"),
+        200, "<tt:Brightness>50</tt:Brightness>");
+    row("imaging of no source", "",
+        signedEnvelope("<timg:GetStatus "
+                       "xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\"><timg:VideoSourceToken>x</"
+                       "timg:VideoSourceToken></timg:GetStatus>"),
+        400, "ter:NoSource");
     row("unsupported PTZ operation", "", signedEnvelope("<tptz:GetPresetTour/>"), 500,
         "<env:Value>env:Receiver</env:Value><env:Subcode><env:Value>ter:ActionNotSupported");
     row("unsupported event operation", "", signedEnvelope("<tev:Seek/>"), 500, "ter:ActionNotSupported");

@@ -99,6 +99,7 @@ struct Camera::Impl
     SoapReply getMediaUri(const SoapRequest& request, bool snapshot, bool emptyUri);
     SoapReply ptzOperation(const SoapRequest& request);
     SoapReply eventOperation(const SoapRequest& request);
+    SoapReply imagingOperation(const SoapRequest& request); // imagingService.cpp
     QString profileXml(const ProfileConfig& profile) const;
     // Configurations of one kind (tt:tag) as element, from the profiles; one token or (null) all.
     QString configurationsXml(
@@ -135,6 +136,7 @@ struct Camera::Impl
     int nextSubscriptionId = 1;
     QHash<QString, QByteArray> snapshots;
     CameraStats stats;
+    QHash<QString, double> imaging; // levels by element name, and "Focus"
     int failedInRow = 0; // lockout
     qint64 lockedUntilMs = 0;
     qint64 lastRebootMs = 0;

@@ -176,6 +176,8 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
             || ns == QLatin1String("http://docs.oasis-open.org/wsn/b-2"))
         && config.eventsCapability)
         return eventOperation(request);
+    if (ns == QLatin1String("http://www.onvif.org/ver20/imaging/wsdl") && config.imagingCapability)
+        return imagingOperation(request);
     return unsupported();
 }
 
