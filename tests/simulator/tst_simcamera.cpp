@@ -11,6 +11,8 @@
 
 #include <future>
 
+#include <httplib.h>
+
 using namespace CameraSim;
 
 Q_DECLARE_METATYPE(CameraSim::FaultMode)
@@ -56,6 +58,7 @@ private slots:
     void quirkLockoutCountsDown();
     void quirkHttpDigest();
     void quirkSubscriptionsAndPtz();
+    void subscribeDeliversNotify();
     void refusesNonLoopbackHost();
 };
 
@@ -594,6 +597,38 @@ void TestSimCamera::quirkSubscriptionsAndPtz()
         QCOMPARE(post(port, signedEnvelope(QLatin1String(step))).status, 200);
     const PtzPosition at = camera->ptzPosition(QStringLiteral("ptz_node_0"));
     QCOMPARE(QPointF(at.pan, at.tilt), QPointF(0.75, -1.0)); // the tilt stops at the edge
+}
+
+void TestSimCamera::subscribeDeliversNotify()
+{
+    httplib::Server consumer;
+    std::promise<std::string> notified;
+    std::atomic<bool> first { true };
+    consumer.Post("/consumer", [&](const httplib::Request& req, httplib::Response&) {
+        if (first.exchange(false))
+            notified.set_value(req.body);
+    });
+    const int consumerPort = consumer.bind_to_any_port("127.0.0.1");
+    std::thread listening([&] { consumer.listen_after_bind(); });
+    CameraConfig config = CameraConfig::defaultCamera();
+    config.eventIntervalMs = 100;
+    auto camera = startCamera(config);
+    const HttpReply subscribed = post(camera->port(),
+        signedEnvelope(QStringLiteral("<wsnt:Subscribe><wsnt:ConsumerReference><wsa5:Address>"
+                                      "http://127.0.0.1:%1/consumer</wsa5:Address></wsnt:ConsumerReference>"
+                                      "</wsnt:Subscribe>")
+                           .arg(consumerPort)));
+    QCOMPARE(subscribed.status, 200);
+    std::future<std::string> body = notified.get_future();
+    const bool arrived = body.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    camera->stop();
+    consumer.stop();
+    listening.join();
+    QVERIFY(arrived);
+    const QByteArray text = QByteArray::fromStdString(body.get());
+    QVERIFY2(text.contains("<wsnt:Notify><wsnt:NotificationMessage>")
+            && text.contains("tns1:VideoSource/MotionAlarm"),
+        text.constData());
 }
 
 void TestSimCamera::refusesNonLoopbackHost()

@@ -270,6 +270,43 @@ void Camera::Impl::rebootLocked()
     ++stats.reboots;
 }
 
+void Camera::Impl::notifyLoop()
+{
+    const int interval = std::max(10, config.eventIntervalMs);
+    while (sleepInterruptibly(interval)) {
+        QVector<QPair<QString, QString>> deliveries; // consumer, messages
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            sweepSubscriptionsLocked(cameraNow());
+            const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
+            for (Subscription& sub : subscriptions) {
+                if (sub.pullPoint || sub.consumer.isEmpty())
+                    continue;
+                int count = 0;
+                const QString messages = eventMessagesXml(sub, 100, nowMs, &count);
+                if (count > 0)
+                    deliveries.append(qMakePair(sub.consumer, messages));
+            }
+        }
+        for (const auto& delivery : deliveries) {
+            // The simulator only ever sends to loopback, whatever a client names as its consumer.
+            const QUrl url(delivery.first);
+            if (url.scheme() != QLatin1String("http") || !isLoopback(url.host()))
+                continue;
+            httplib::Client client(url.host().toStdString(), url.port(80));
+            client.set_connection_timeout(1);
+            client.set_read_timeout(2);
+            client.set_write_timeout(2);
+            const QByteArray body = Soap::envelope(config.soapPrefix,
+                QStringLiteral("<wsa5:Action>http://docs.oasis-open.org/wsn/bw-2/NotificationConsumer/Notify"
+                               "</wsa5:Action>"),
+                QStringLiteral("<wsnt:Notify>%1</wsnt:Notify>").arg(delivery.second));
+            const QString path = url.path(QUrl::FullyEncoded);
+            client.Post(path.isEmpty() ? "/" : path.toStdString(), body.toStdString(), kSoapContentType);
+        }
+    }
+}
+
 QString Camera::Impl::faultReply(const QString& code, const QString& subcode, const QString& reason) const
 {
     return Soap::faultBody(config.soapPrefix, code, subcode, reason);
@@ -677,6 +714,7 @@ bool Camera::start(QString* error)
     d->lastRebootMs = d->startMs;
     d->running = true;
     d->listener = std::thread([impl] { impl->server->listen_after_bind(); });
+    d->notifier = std::thread([impl] { impl->notifyLoop(); });
     // The server ignores stop() until its loop has begun; a quick start-stop would otherwise hang.
     while (!d->server->is_running())
         std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -702,6 +740,8 @@ void Camera::stop()
     requestStop();
     if (d->listener.joinable())
         d->listener.join();
+    if (d->notifier.joinable())
+        d->notifier.join();
     d->pool = nullptr;
     d->server.reset();
     d->running = false;

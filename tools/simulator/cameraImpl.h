@@ -116,6 +116,8 @@ struct Camera::Impl
     std::unique_ptr<httplib::Server> server;
     std::atomic<ElasticPool*> pool { nullptr }; // owned by the server once handed over
     std::thread listener;
+    std::thread notifier; // sends Notify to push subscribers
+    void notifyLoop();
     std::atomic<bool> running { false };
     std::atomic<int> requestTotal { 0 };
     quint16 boundPort = 0;
