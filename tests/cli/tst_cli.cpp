@@ -274,7 +274,7 @@ void TestCli::events()
     const QJsonArray events = o.value("events").toArray();
     QVERIFY2(events.size() >= 3, qPrintable(run.out));
     QVERIFY(!events[0].toObject().value("utcTime").toString().isEmpty());
-    QVERIFY(events[0].toObject().value("data").toObject().contains("State"));
+    QVERIFY(!events[0].toObject().value("data").toObject().isEmpty());
     QCOMPARE(camera.subscriptionCount(), 0);
     QCOMPARE(camera.requestsFor("Unsubscribe").size(), 1);
 

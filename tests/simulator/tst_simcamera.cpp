@@ -457,11 +457,15 @@ void TestSimCamera::quirkReplies_data()
     row("video sources", "", signedEnvelope("<trt:GetVideoSources/>"), 200,
         "<trt:VideoSources token=\"vsrc_0\">");
     row("event properties", "", signedEnvelope("<tev:GetEventProperties/>"), 200,
-        "<tns1:VideoSource><MotionAlarm wstop:topic=\"true\">");
+        "</tns1:VideoSource><tns1:Device><Trigger><DigitalInput wstop:topic=\"true\">");
     row("encoder list", "", signedEnvelope("<trt:GetVideoEncoderConfigurations/>"), 200,
         "<trt:Configurations token=\"venc_sub\">");
     row("PTZ configurations", "", signedEnvelope("<tptz:GetConfigurations/>"), 200,
         "<tptz:PTZConfiguration token=\"ptzcfg_ptz_node_0\">");
+    row("no snapshot without video", "",
+        signedEnvelope(
+            "<trt:GetSnapshotUri><trt:ProfileToken>prof_audio</trt:ProfileToken></trt:GetSnapshotUri>"),
+        500, "ter:ActionNotSupported");
     row("imaging settings", "",
         signedEnvelope("<timg:GetImagingSettings "
                        "xmlns:timg=\"http://www.onvif.org/ver20/imaging/"
@@ -627,7 +631,7 @@ void TestSimCamera::subscribeDeliversNotify()
     QVERIFY(arrived);
     const QByteArray text = QByteArray::fromStdString(body.get());
     QVERIFY2(text.contains("<wsnt:Notify><wsnt:NotificationMessage>")
-            && text.contains("tns1:VideoSource/MotionAlarm"),
+            && text.contains("topicExpression/ConcreteSet\">tns1:"),
         text.constData());
 }
 

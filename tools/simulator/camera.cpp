@@ -714,7 +714,6 @@ bool Camera::start(QString* error)
     d->lastRebootMs = d->startMs;
     d->running = true;
     d->listener = std::thread([impl] { impl->server->listen_after_bind(); });
-    d->notifier = std::thread([impl] { impl->notifyLoop(); });
     // The server ignores stop() until its loop has begun; a quick start-stop would otherwise hang.
     while (!d->server->is_running())
         std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -740,8 +739,13 @@ void Camera::stop()
     requestStop();
     if (d->listener.joinable())
         d->listener.join();
-    if (d->notifier.joinable())
-        d->notifier.join();
+    std::thread notifier;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        notifier.swap(d->notifier);
+    }
+    if (notifier.joinable())
+        notifier.join();
     d->pool = nullptr;
     d->server.reset();
     d->running = false;

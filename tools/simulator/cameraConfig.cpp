@@ -132,7 +132,7 @@ CameraConfig CameraConfig::defaultCamera()
     jpeg.encoding = QStringLiteral("JPEG");
     jpeg.width = 1280;
     jpeg.height = 720;
-    jpeg.frameRate = 5;
+    jpeg.frameRate = 25;
     jpeg.bitrate = 2048;
     c.videoEncoders = { main, sub, jpeg };
 

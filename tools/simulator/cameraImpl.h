@@ -116,7 +116,7 @@ struct Camera::Impl
     std::unique_ptr<httplib::Server> server;
     std::atomic<ElasticPool*> pool { nullptr }; // owned by the server once handed over
     std::thread listener;
-    std::thread notifier; // sends Notify to push subscribers
+    std::thread notifier; // sends Notify to push subscribers; started by the first one (guarded by mutex)
     void notifyLoop();
     std::atomic<bool> running { false };
     std::atomic<int> requestTotal { 0 };

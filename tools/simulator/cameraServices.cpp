@@ -538,6 +538,9 @@ SoapReply Camera::Impl::getMediaUri(const SoapRequest& request, bool snapshot, b
     if (p == config.profiles.end())
         return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoProfile"),
             QStringLiteral("The requested profile token does not exist"));
+    if (snapshot && p->videoEncoder.isEmpty())
+        return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
+            QStringLiteral("The profile has no video, so no snapshot"));
     QString uri;
     if (snapshot)
         uri = base() + QStringLiteral("/snapshot/") + QString::fromLatin1(QUrl::toPercentEncoding(token))
@@ -859,16 +862,24 @@ QString Camera::Impl::eventMessagesXml(Subscription& sub, int limit, qint64 nowM
         const qint64 k = sub.nextEvent;
         const QDateTime when
             = QDateTime::fromMSecsSinceEpoch(startMs + k * interval, Qt::UTC).addMSecs(config.clockOffsetMs);
+        // Motion, tamper and a digital input in turn, each with the items its topic defines.
+        static const char* const kinds[][4] = {
+            { "tns1:Device/Trigger/DigitalInput", "InputToken", "DI_0", "LogicalState" },
+            { "tns1:VideoSource/MotionAlarm", "Source", "vsrc_0", "State" },
+            { "tns1:VideoSource/GlobalSceneChange/ImagingService", "Source", "vsrc_0", "State" },
+        };
+        const char* const* kind = kinds[k % 3];
         x += QStringLiteral(
             "<wsnt:NotificationMessage><wsnt:Topic Dialect=\"http://www.onvif.org/ver10/tev/"
-            "topicExpression/ConcreteSet\">tns1:VideoSource/MotionAlarm</wsnt:Topic><wsnt:Message>"
+            "topicExpression/ConcreteSet\">%4</wsnt:Topic><wsnt:Message>"
             "<tt:Message UtcTime=\"%1\" PropertyOperation=\"Changed\"><tt:Source><tt:SimpleItem "
-            "Name=\"Source\" Value=\"vsrc_0\"/></tt:Source><tt:Key><tt:SimpleItem Name=\"Sequence\" "
-            "Value=\"%2\"/></tt:Key><tt:Data><tt:SimpleItem Name=\"State\" Value=\"%3\"/></tt:Data>"
+            "Name=\"%5\" Value=\"%6\"/></tt:Source><tt:Key><tt:SimpleItem Name=\"Sequence\" "
+            "Value=\"%2\"/></tt:Key><tt:Data><tt:SimpleItem Name=\"%7\" Value=\"%3\"/></tt:Data>"
             "</tt:Message></wsnt:Message></wsnt:NotificationMessage>")
                  .arg(when.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzzZ")))
                  .arg(k)
-                 .arg(k % 2 ? QStringLiteral("true") : QStringLiteral("false"));
+                 .arg((k / 3) % 2 ? QStringLiteral("true") : QStringLiteral("false"), QLatin1String(kind[0]),
+                     QLatin1String(kind[1]), QLatin1String(kind[2]), QLatin1String(kind[3]));
     }
     *count = n;
     return x;
@@ -918,6 +929,9 @@ SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
         sub.nextEvent
             = (QDateTime::currentMSecsSinceEpoch() - startMs) / std::max(10, config.eventIntervalMs) + 1;
         subscriptions.insert(sub.id, sub);
+        // Started on demand: a fleet of cameras nobody subscribes to costs no thread for it.
+        if (!pull && !notifier.joinable())
+            notifier = std::thread([this] { notifyLoop(); });
         const QString prefix = pull ? QStringLiteral("tev") : QStringLiteral("wsnt");
         reply.header = pull
             ? action("http://www.onvif.org/ver10/events/wsdl/EventPortType/"
@@ -952,7 +966,17 @@ SoapReply Camera::Impl::eventOperation(const SoapRequest& request)
             "<MotionAlarm wstop:topic=\"true\"><tt:MessageDescription IsProperty=\"true\"><tt:Source>"
             "<tt:SimpleItemDescription Name=\"Source\" Type=\"tt:ReferenceToken\"/></tt:Source><tt:Data>"
             "<tt:SimpleItemDescription Name=\"State\" Type=\"xsd:boolean\"/></tt:Data>"
-            "</tt:MessageDescription></MotionAlarm></tns1:VideoSource></wstop:TopicSet>"
+            "</tt:MessageDescription></MotionAlarm><GlobalSceneChange><ImagingService wstop:topic=\"true\">"
+            "<tt:MessageDescription IsProperty=\"true\"><tt:Source><tt:SimpleItemDescription Name=\"Source\" "
+            "Type=\"tt:ReferenceToken\"/></tt:Source><tt:Data><tt:SimpleItemDescription Name=\"State\" "
+            "Type=\"xsd:boolean\"/></tt:Data></tt:MessageDescription></ImagingService></GlobalSceneChange>"
+            "</tns1:VideoSource><tns1:Device><Trigger><DigitalInput "
+            "wstop:topic=\"true\"><tt:MessageDescription "
+            "IsProperty=\"true\"><tt:Source><tt:SimpleItemDescription Name=\"InputToken\" "
+            "Type=\"tt:ReferenceToken\"/></tt:Source><tt:Data><tt:SimpleItemDescription "
+            "Name=\"LogicalState\" "
+            "Type=\"xsd:boolean\"/></tt:Data></tt:MessageDescription></DigitalInput></Trigger></tns1:Device>"
+            "</wstop:TopicSet>"
             "<wsnt:TopicExpressionDialect>http://www.onvif.org/ver10/tev/topicExpression/ConcreteSet"
             "</wsnt:TopicExpressionDialect><wsnt:TopicExpressionDialect>"
             "http://docs.oasis-open.org/wsn/t-1/TopicExpression/Concrete</wsnt:TopicExpressionDialect>"

@@ -52,7 +52,9 @@ int main(int argc, char** argv)
         QStringLiteral("seconds"));
     const QCommandLineOption discoveryOption(QStringLiteral("discovery"),
         QStringLiteral(
-            "Answer WS-Discovery probes on this IPv4 address; only allowed in a private network namespace."),
+            "Answer WS-Discovery probes sent to this IPv4 address (e.g. 127.0.0.1) and to the group "
+            "239.255.255.250 on its interface; replies go unicast to the prober. Only allowed in a private "
+            "network namespace (unshare -n)."),
         QStringLiteral("address"));
     const QCommandLineOption discoveryPortOption(QStringLiteral("discovery-port"),
         QStringLiteral("UDP port for WS-Discovery (default 3702)."), QStringLiteral("port"),
