@@ -878,7 +878,7 @@ QString Camera::Impl::eventMessagesXml(Subscription& sub, int limit, qint64 nowM
             "</tt:Message></wsnt:Message></wsnt:NotificationMessage>")
                  .arg(when.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzzZ")))
                  .arg(k)
-                 .arg((k / 3) % 2 ? QStringLiteral("true") : QStringLiteral("false"), QLatin1String(kind[0]),
+                 .arg(k % 2 ? QStringLiteral("true") : QStringLiteral("false"), QLatin1String(kind[0]),
                      QLatin1String(kind[1]), QLatin1String(kind[2]), QLatin1String(kind[3]));
     }
     *count = n;
