@@ -32,7 +32,8 @@ void libraryPath(benchmark::State& state, const Bench::Reply& reply)
     for (auto _ : state) {
         const OnvifResponse response(replyText(reply.bytes));
         const QSharedPointer<Serializable> object = SchemaRegistry::create(reply.className);
-        object->deserialize(response.getNodeByTag(tag));
+        QDomNode node = response.getNodeByTag(tag);
+        object->deserialize(node);
         benchmark::DoNotOptimize(object.data());
     }
     state.SetBytesProcessed(state.iterations() * reply.bytes.size());

@@ -23,13 +23,13 @@ const QString kUser = QStringLiteral("admin");
 const QString kPassword = QStringLiteral("admin");
 const QString kToken = QStringLiteral("prof_main");
 
-QString libraryGetProfiles(const OnvifSecurity& security)
+QString libraryGetProfiles(OnvifSecurity& security)
 {
-    const trt::GetProfiles body;
+    trt::GetProfiles body;
     return OnvifRequest(security, body).getMessage();
 }
 
-QString libraryGetStreamUri(const OnvifSecurity& security)
+QString libraryGetStreamUri(OnvifSecurity& security)
 {
     trt::GetStreamUri body;
     body.ProfileToken->setValue(kToken);
@@ -40,14 +40,14 @@ QString libraryGetStreamUri(const OnvifSecurity& security)
 
 void libGetProfiles(benchmark::State& state)
 {
-    const OnvifSecurity security(kUser, kPassword, 0);
+    OnvifSecurity security(kUser, kPassword, 0);
     for (auto _ : state)
         benchmark::DoNotOptimize(libraryGetProfiles(security));
 }
 
 void libGetStreamUri(benchmark::State& state)
 {
-    const OnvifSecurity security(kUser, kPassword, 0);
+    OnvifSecurity security(kUser, kPassword, 0);
     for (auto _ : state)
         benchmark::DoNotOptimize(libraryGetStreamUri(security));
 }
@@ -81,7 +81,7 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
 
-    const OnvifSecurity security(kUser, kPassword, 0);
+    OnvifSecurity security(kUser, kPassword, 0);
     const bool same = sameText("GetProfiles", libraryGetProfiles(security),
                           Bench::bareEnvelope(kUser, kPassword, Bench::getProfilesBody()))
         & sameText("GetStreamUri", libraryGetStreamUri(security),

@@ -20,7 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     object->serialize(QString());
     // Attributes take the other path of the simple members.
     const QDomNamedNodeMap attributes = element.attributes();
-    for (int i = 0; i < attributes.count(); ++i)
-        SchemaRegistry::create(name)->deserialize(attributes.item(i));
+    for (int i = 0; i < attributes.count(); ++i) {
+        QDomNode attribute = attributes.item(i);
+        SchemaRegistry::create(name)->deserialize(attribute);
+    }
     return 0;
 }

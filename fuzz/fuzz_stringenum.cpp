@@ -41,10 +41,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     value.serialize(QStringLiteral("tt:Value"));
 
     QDomDocument document;
-    if (document.setContent(QStringLiteral("<v>%1</v>").arg(parts.last().toHtmlEscaped())))
-        value.deserialize(document.documentElement());
+    const bool parsed = document.setContent(QStringLiteral("<v>%1</v>").arg(parts.last().toHtmlEscaped()));
+    QDomNode root = document.documentElement();
+    if (parsed)
+        value.deserialize(root);
     universalSimpleType<int> number;
-    number.deserialize(document.documentElement());
+    number.deserialize(root);
     number.serialize(QStringLiteral("n"));
     return 0;
 }

@@ -178,12 +178,15 @@ void Discovery::readDatagram(const QByteArray& datagram)
 
 void Discovery::requestDeviceInformation(const QString& xaddrs, int index)
 {
-    const tds::GetDeviceInformation body;
+    tds::GetDeviceInformation body;
     QString message;
-    if (!login.isEmpty() && !password.isEmpty())
-        message = OnvifRequest(OnvifSecurity(login, password, false), body).getMessage();
-    else
-        message = OnvifRequest(EmptyOnvifType(), body).getMessage();
+    if (!login.isEmpty() && !password.isEmpty()) {
+        OnvifSecurity header(login, password, 0LL);
+        message = OnvifRequest(header, body).getMessage();
+    } else {
+        EmptyOnvifType header;
+        message = OnvifRequest(header, body).getMessage();
+    }
 
     QNetworkRequest request(QUrl(xaddrs, QUrl::TolerantMode));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
@@ -217,7 +220,8 @@ void Discovery::getDeviceInformationResponse()
         return;
     }
     tds::GetDeviceInformationResponse answer;
-    answer.deserialize(response.getNodeByTag(QStringLiteral("GetDeviceInformationResponse")));
+    QDomNode node = response.getNodeByTag(QStringLiteral("GetDeviceInformationResponse"));
+    answer.deserialize(node);
     if (index < 0 || index >= devices.size()) {
         ONVIF_LOG(logger, OnvifLog::Info, "Wrong index");
         return;

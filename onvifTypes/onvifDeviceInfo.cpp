@@ -103,7 +103,7 @@ void OnvifDeviceInfo::getDeviceInfo(const QUrl& url, const QString& login, const
 void OnvifDeviceInfo::getDeviceInfo(const QUrl& url, Serializable& header)
 {
     stop();
-    const tds::GetDeviceInformation body;
+    tds::GetDeviceInformation body;
     const OnvifRequest envelope(header, body);
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
@@ -161,7 +161,8 @@ void OnvifDeviceInfo::getDeviceInfoResponse()
         return;
     }
     tds::GetDeviceInformationResponse answer;
-    answer.deserialize(response.getNodeByTag(QStringLiteral("GetDeviceInformationResponse")));
+    QDomNode node = response.getNodeByTag(QStringLiteral("GetDeviceInformationResponse"));
+    answer.deserialize(node);
     Onvif::DeviceInfo info;
     info.manufacturer = answer.Manufacturer->value();
     info.model = answer.Model->value();

@@ -44,7 +44,7 @@ void OnvifPreview::getSnapshotUri(
     ONVIF_LOG(m_logger, OnvifLog::Info,
         QStringLiteral("Request snapshot uri. Login: %1; Pass: %2; OnvifUrl: %3; Profile token: %4")
             .arg(login, password, url, profileToken));
-    const OnvifSecurity security(login, password, 0LL);
+    OnvifSecurity security(login, password, 0LL);
     trt::GetSnapshotUri body;
     body.ProfileToken->setValue(profileToken);
     const OnvifRequest envelope(security, body);
@@ -74,7 +74,8 @@ void OnvifPreview::getSnapshotUriResponse()
         return;
     }
     trt::GetSnapshotUriResponse answer;
-    answer.deserialize(response.getNodeByTag(QStringLiteral("GetSnapshotUriResponse")));
+    QDomNode node = response.getNodeByTag(QStringLiteral("GetSnapshotUriResponse"));
+    answer.deserialize(node);
     const QString uri = answer.MediaUri->Uri->value();
     ONVIF_LOG(m_logger, OnvifLog::Info, QStringLiteral("Snapshot uri:") + uri);
     emit snapshotUri(uri);

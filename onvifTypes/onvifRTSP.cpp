@@ -71,7 +71,7 @@ void OnvifRTSP::halt()
     m_profiles.clear();
 }
 
-QNetworkReply* OnvifRTSP::send(const Serializable& body, void (OnvifRTSP::*handler)())
+QNetworkReply* OnvifRTSP::send(Serializable& body, void (OnvifRTSP::*handler)())
 {
     const OnvifRequest envelope(*m_security, body);
     QNetworkRequest request(QUrl(m_url, QUrl::TolerantMode));
@@ -116,7 +116,8 @@ void OnvifRTSP::getProfiles()
         finish(3, QString::number(int(QNetworkReply::UnknownNetworkError)));
         return;
     }
-    send(trt::GetProfiles(), &OnvifRTSP::getProfilesResponse);
+    trt::GetProfiles body;
+    send(body, &OnvifRTSP::getProfilesResponse);
 }
 
 bool OnvifRTSP::readAnswer(const char* function, QNetworkReply* reply, const QString& requestName,
@@ -136,7 +137,8 @@ bool OnvifRTSP::readAnswer(const char* function, QNetworkReply* reply, const QSt
         finish(1, response.getFaultText());
         return false;
     }
-    answer.deserialize(response.getNodeByTag(tag));
+    QDomNode node = response.getNodeByTag(tag);
+    answer.deserialize(node);
     return true;
 }
 

@@ -56,7 +56,7 @@ private slots:
     void getRTSPStringsResponse();
 
 private:
-    QNetworkReply* send(const Serializable& body, void (OnvifRTSP::*handler)());
+    QNetworkReply* send(Serializable& body, void (OnvifRTSP::*handler)());
     QNetworkReply* takeReply();
     // Ends the list with the network error or fault of `reply`, or fills `answer`
     // from the element named `tag`; true when the answer may be used. Records are

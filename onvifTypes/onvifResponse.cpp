@@ -43,8 +43,9 @@ QDomElement firstDescendant(const QDomElement& root, const QString& localName)
 soapenv::Fault readFault(const QDomElement& node)
 {
     soapenv::Fault fault;
-    if (!node.isNull())
-        fault.deserialize(node);
+    QDomNode faultNode = node;
+    if (!faultNode.isNull())
+        fault.deserialize(faultNode);
     return fault;
 }
 

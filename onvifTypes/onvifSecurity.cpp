@@ -80,15 +80,9 @@ QString OnvifSecurity::passwordDigest(
     return QString::fromLatin1(sha1.result().toBase64());
 }
 
-QString OnvifSecurity::serialize(const QString&) const
+QString OnvifSecurity::serialize(QString)
 {
     QString out;
-    serializeTo(out, QLatin1String());
-    return out;
-}
-
-void OnvifSecurity::serializeTo(QString& out, QLatin1String) const
-{
     const QByteArray nonce = makeNonce();
     const QString created = createdText(QDateTime::currentDateTimeUtc().addMSecs(m_timeShift));
     const QString digest = passwordDigest(nonce, created, m_password);
@@ -101,6 +95,7 @@ void OnvifSecurity::serializeTo(QString& out, QLatin1String) const
     out += kBeforeCreated;
     out += created;
     out += kHeaderEnd;
+    return out;
 }
 
-void OnvifSecurity::deserialize(const QDomNode&) { }
+void OnvifSecurity::deserialize(QDomNode&) { }

@@ -19,9 +19,8 @@ public:
     QString user() const { return m_user; }
     long long timeShift() const { return m_timeShift; }
 
-    QString serialize(const QString& tagName) const override;
-    void serializeTo(QString& out, QLatin1String tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 
     // Base64(SHA-1(nonce + created + password)), the password as Latin-1.
     static QString passwordDigest(const QByteArray& nonce, const QString& created, const QString& password);

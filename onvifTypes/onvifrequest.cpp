@@ -33,22 +33,16 @@ const QLatin1String kEnvelopeMiddle("</s:Header>"
                                     " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">");
 const QLatin1String kEnvelopeEnd("</s:Body></s:Envelope>");
 
-// Enough for the security header and for a common body, so that neither text grows
-// step by step.
-constexpr int kHeaderRoom = 1024;
-constexpr int kBodyRoom = 1024;
-
 } // namespace
 
-OnvifRequest::OnvifRequest(const Serializable& header, const Serializable& body)
+OnvifRequest::OnvifRequest(Serializable& header, Serializable& body)
 {
-    QString bodyText;
-    bodyText.reserve(kBodyRoom);
-    body.serializeTo(bodyText, QLatin1String());
-    m_message.reserve(
-        kEnvelopeStart.size() + kHeaderRoom + kEnvelopeMiddle.size() + bodyText.size() + kEnvelopeEnd.size());
+    const QString bodyText = body.serialize(QString());
+    const QString headerText = header.serialize(QString());
+    m_message.reserve(kEnvelopeStart.size() + headerText.size() + kEnvelopeMiddle.size() + bodyText.size()
+        + kEnvelopeEnd.size());
     m_message += kEnvelopeStart;
-    header.serializeTo(m_message, QLatin1String());
+    m_message += headerText;
     m_message += kEnvelopeMiddle;
     m_message += bodyText;
     m_message += kEnvelopeEnd;
@@ -81,8 +75,8 @@ QString replyText(const QByteArray& body)
 
 } // namespace
 
-QNetworkReply* postSoap(const Serializable& header, const Serializable& body, const QString& url,
-    QNetworkAccessManager* manager, bool trace)
+QNetworkReply* postSoap(
+    Serializable& header, Serializable& body, const QString& url, QNetworkAccessManager* manager, bool trace)
 {
     const OnvifRequest envelope(header, body);
     QNetworkRequest request(QUrl(url, QUrl::TolerantMode));
@@ -119,7 +113,8 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
                 + requestName);
         outcome.failed = true;
     } else {
-        response.deserialize(parsed.getNodeByTag(requestName + QStringLiteral("Response")));
+        QDomNode node = parsed.getNodeByTag(requestName + QStringLiteral("Response"));
+        response.deserialize(node);
     }
     return outcome;
 }

@@ -19,7 +19,7 @@ class ONVIFTYPES_EXPORT OnvifRequest
 {
 public:
     // The body is asked for its text before the header.
-    OnvifRequest(const Serializable& header, const Serializable& body);
+    OnvifRequest(Serializable& header, Serializable& body);
 
     QString getMessage() const { return m_message; }
 
@@ -42,8 +42,8 @@ struct ReplyOutcome
 };
 
 // Posts header + body as "application/soap+xml" with "Connection: Close".
-ONVIFTYPES_EXPORT QNetworkReply* postSoap(const Serializable& header, const Serializable& body,
-    const QString& url, QNetworkAccessManager* manager, bool trace);
+ONVIFTYPES_EXPORT QNetworkReply* postSoap(
+    Serializable& header, Serializable& body, const QString& url, QNetworkAccessManager* manager, bool trace);
 // Releases the reply, logs network errors and faults, and fills response from the
 // element "<requestName>Response" unless the reply was a fault.
 ONVIFTYPES_EXPORT ReplyOutcome readReply(

@@ -9,29 +9,24 @@
 
 Serializable::~Serializable() = default;
 
-void Serializable::serializeTo(QString& out, QLatin1String tagName) const
-{
-    out += serialize(QString(tagName));
-}
-
-QString EmptyOnvifType::serialize(const QString&) const
+QString EmptyOnvifType::serialize(QString)
 {
     return QString();
 }
 
-void EmptyOnvifType::deserialize(const QDomNode&) { }
+void EmptyOnvifType::deserialize(QDomNode&) { }
 
-void SerializableContainer::append(const Serializable& item)
+void SerializableContainer::append(Serializable& item)
 {
     m_text += item.serialize(QString());
 }
 
-QString SerializableContainer::serialize(const QString&) const
+QString SerializableContainer::serialize(QString)
 {
     return m_text;
 }
 
-void SerializableContainer::deserialize(const QDomNode&) { }
+void SerializableContainer::deserialize(QDomNode&) { }
 
 template <> QString TypeConvertor::convertToString<QString>(const QString& value)
 {

@@ -18,28 +18,26 @@ public:
     virtual ~Serializable();
 
     // The whole element named tagName, or only the content when tagName is empty.
-    virtual QString serialize(const QString& tagName) const = 0;
-    // Appends the same text to out. The library's own types write straight into out, so
-    // that a nested message costs no string per element; the default asks serialize().
-    virtual void serializeTo(QString& out, QLatin1String tagName) const;
-    virtual void deserialize(const QDomNode& node) = 0;
+    virtual QString serialize(QString tagName) = 0;
+    // Fills the object from an element or attribute node.
+    virtual void deserialize(QDomNode& node) = 0;
 };
 
 // An empty SOAP header or body.
 class ONVIFTYPES_EXPORT EmptyOnvifType : public Serializable
 {
 public:
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 // Several blocks standing where one Serializable is expected (e.g. header blocks).
 class ONVIFTYPES_EXPORT SerializableContainer : public Serializable
 {
 public:
-    void append(const Serializable& item);
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    void append(Serializable& item);
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 
 private:
     QString m_text;
@@ -106,21 +104,22 @@ public:
     const T& value() const { return m_value; }
     void setValue(const T& value) { m_value = value; }
 
-    QString serialize(const QString& tagName) const override
+    QString serialize(QString tagName) override
     {
         QString out;
         Utilites::appendElement(out, tagName, TypeConvertor::convertToString<T>(m_value));
         return out;
     }
 
-    void serializeTo(QString& out, QLatin1String tagName) const override
-    {
-        Utilites::appendElement(out, tagName, TypeConvertor::convertToString<T>(m_value));
-    }
-
-    void deserialize(const QDomNode& node) override
+    void deserialize(QDomNode& node) override
     {
         m_value = TypeConvertor::convertFromString<T>(Utilites::nodeText(node));
+    }
+
+    // The text of serialize() appended to out: the generated classes' way of writing.
+    void serializeTo(QString& out, QLatin1String tagName) const
+    {
+        Utilites::appendElement(out, tagName, TypeConvertor::convertToString<T>(m_value));
     }
 
 private:

@@ -28,7 +28,7 @@ template <typename Tag> void StringEnumBase::write(QString& out, const Tag& tagN
     Utilites::appendElement(out, tagName, m_table.at(int(m_index)));
 }
 
-QString StringEnumBase::serialize(const QString& tagName) const
+QString StringEnumBase::serialize(QString tagName)
 {
     QString out;
     write(out, tagName);
@@ -40,7 +40,7 @@ void StringEnumBase::serializeTo(QString& out, QLatin1String tagName) const
     write(out, tagName);
 }
 
-void StringEnumBase::deserialize(const QDomNode& node)
+void StringEnumBase::deserialize(QDomNode& node)
 {
     setValue(Utilites::nodeText(node));
 }

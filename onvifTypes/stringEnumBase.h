@@ -24,9 +24,10 @@ public:
     void setIndex(unsigned int index) { m_index = index; }
     const QVector<QString>& table() const { return m_table; }
 
-    QString serialize(const QString& tagName) const override;
-    void serializeTo(QString& out, QLatin1String tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
+    // The text of serialize() appended to out: the generated classes' way of writing.
+    void serializeTo(QString& out, QLatin1String tagName) const;
 
 private:
     template <typename Tag> void write(QString& out, const Tag& tagName) const;

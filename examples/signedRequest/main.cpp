@@ -11,12 +11,12 @@ namespace {
 class GetDeviceInformation : public Serializable
 {
 public:
-    QString serialize(const QString& tagName) const override
+    QString serialize(QString tagName) override
     {
         const QString name = tagName.isEmpty() ? QStringLiteral("tds:GetDeviceInformation") : tagName;
         return QStringLiteral("<%1 ></%1>").arg(name);
     }
-    void deserialize(const QDomNode&) override { }
+    void deserialize(QDomNode&) override { }
 };
 
 } // namespace
@@ -28,8 +28,9 @@ int main(int argc, char* argv[])
     const QString user = args.value(1, QStringLiteral("admin"));
     const QString password = args.value(2, QStringLiteral("secret"));
 
-    const OnvifSecurity security(user, password, 0LL);
-    const OnvifRequest request(security, GetDeviceInformation());
+    OnvifSecurity security(user, password, 0LL);
+    GetDeviceInformation body;
+    const OnvifRequest request(security, body);
     QTextStream(stdout) << request.getMessage() << '\n';
     return 0;
 }

@@ -175,7 +175,8 @@ QFuture<T> OnvifPtzReq::request(Req& body, const QString& action, const QString&
         const QNetworkReply::NetworkError error = reply->error();
         if (error == QNetworkReply::NoError) {
             const OnvifResponse parsed(QString::fromUtf8(reply->readAll()));
-            response.deserialize(parsed.getNodeByTag(action + QStringLiteral("Response")));
+            QDomNode node = parsed.getNodeByTag(action + QStringLiteral("Response"));
+            response.deserialize(node);
             if (parsed.isFault()) {
                 ONVIF_LOG(m_logger, OnvifLog::Error, "Onvif fault.");
                 ONVIF_LOG(m_logger, OnvifLog::Error, parsed.getFaultText());

@@ -60,13 +60,13 @@ void writeMembers(const ClassInfo& info, const Addresses& addresses, bool attrib
         void* address = addresses[i + 2];
         switch (member.shape) {
         case Text:
-            if (const Serializable* value = member.ops->single(address, false))
-                value->serializeTo(out, QLatin1String());
+            if (Serializable* value = member.ops->single(address, false))
+                member.ops->write(value, out, QLatin1String());
             break;
         case Required:
         case Optional:
-            if (const Serializable* value = member.ops->single(address, false))
-                value->serializeTo(out, QLatin1String(member.name));
+            if (Serializable* value = member.ops->single(address, false))
+                member.ops->write(value, out, QLatin1String(member.name));
             break;
         case OptionalList:
             address = member.ops->vector(address, false);
@@ -75,14 +75,14 @@ void writeMembers(const ClassInfo& info, const Addresses& addresses, bool attrib
             Q_FALLTHROUGH();
         case List:
             for (int j = 0, n = member.ops->count(address); j < n; ++j)
-                member.ops->item(address, j)->serializeTo(out, QLatin1String(member.name));
+                member.ops->write(member.ops->item(address, j), out, QLatin1String(member.name));
             break;
         case Attribute:
         case OptionalAttribute:
-            if (const Serializable* value = member.ops->single(address, false)) {
+            if (Serializable* value = member.ops->single(address, false)) {
                 out += QLatin1String(member.name);
                 out += QLatin1String("=\"");
-                value->serializeTo(out, QLatin1String());
+                member.ops->write(value, out, QLatin1String());
                 out += QLatin1String("\" ");
             }
             break;
@@ -190,8 +190,10 @@ void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& no
     const bool keepUnmatched = basePassNode != &node;
 
     for (int i = 0; i < info.memberCount; ++i) {
-        if (info.members[i].shape == Text)
-            info.members[i].ops->single(addresses[i + 2], true)->deserialize(node);
+        if (info.members[i].shape == Text) {
+            QDomNode text = node;
+            info.members[i].ops->single(addresses[i + 2], true)->deserialize(text);
+        }
     }
 
     for (QDomElement child = node.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
@@ -226,7 +228,7 @@ void deserialize(const ClassInfo& info, Serializable* object, const QDomNode& no
 
     const QDomNamedNodeMap attributes = node.attributes();
     for (int a = 0, n = attributes.size(); a < n; ++a) {
-        const QDomNode attribute = attributes.item(a);
+        QDomNode attribute = attributes.item(a);
         const int i = find(info, attribute.nodeName(), false);
         if (i < 0) {
             if (keepUnmatched)

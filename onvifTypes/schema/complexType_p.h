@@ -6,6 +6,8 @@
 #include <QSharedPointer>
 #include <QVector>
 
+#include <typeinfo>
+
 // The one serialisation engine of the generated schema classes. Each class
 // describes its members in a constant table; the functions here walk that table,
 // so the per-class code is a table, an address list and three one-line calls.
@@ -35,6 +37,8 @@ struct TypeOps
     Serializable* (*append)(void* vector);
     // QSharedPointer<QVector<T>>*: the vector, made first when make is set.
     void* (*vector)(void* pointer, bool make);
+    // Appends the text of a T (or of an application's class derived from T) to out.
+    void (*write)(Serializable* value, QString& out, QLatin1String tagName);
 };
 
 template <typename T> struct OpsOf
@@ -61,16 +65,26 @@ template <typename T> struct OpsOf
             p.reset(new QVector<T>);
         return p.data();
     }
+    static void write(Serializable* value, QString& out, QLatin1String tagName)
+    {
+        T* object = static_cast<T*>(value);
+        // The library's own classes append in place; a class derived from one by an
+        // application is asked through serialize(), which it may have overridden.
+        if (typeid(*object) == typeid(T))
+            object->T::serializeTo(out, tagName);
+        else
+            out += object->serialize(QString(tagName));
+    }
 };
 
 // Members held singly need only the first operation; keeping the vector ones out
 // spares a QVector<T> instantiation for every type that never stands in a list.
 template <typename T>
-inline constexpr TypeOps typeOps = { &OpsOf<T>::single, nullptr, nullptr, nullptr, nullptr };
+inline constexpr TypeOps typeOps = { &OpsOf<T>::single, nullptr, nullptr, nullptr, nullptr, &OpsOf<T>::write };
 
 template <typename T>
-inline constexpr TypeOps listOps
-    = { &OpsOf<T>::single, &OpsOf<T>::count, &OpsOf<T>::item, &OpsOf<T>::append, &OpsOf<T>::vector };
+inline constexpr TypeOps listOps = { &OpsOf<T>::single, &OpsOf<T>::count, &OpsOf<T>::item, &OpsOf<T>::append,
+    &OpsOf<T>::vector, &OpsOf<T>::write };
 
 struct Member
 {

@@ -12,17 +12,31 @@ QString RawXml::attribute(const QString& name) const
     return QString();
 }
 
-QString RawXml::serialize(const QString& tagName) const
+QString RawXml::serialize(QString tagName)
 {
-    if (tagName.isEmpty())
-        return content;
-    QString text = QLatin1Char('<') + tagName + QLatin1Char(' ');
-    for (const auto& attribute : attributes)
-        text += attribute.first + QLatin1String("=\"") + attribute.second + QLatin1String("\" ");
-    return text + QLatin1Char('>') + content + QLatin1String("</") + tagName + QLatin1Char('>');
+    QString text;
+    write(text, tagName);
+    return text;
 }
 
-void RawXml::deserialize(const QDomNode& node)
+void RawXml::serializeTo(QString& out, QLatin1String tagName) const
+{
+    write(out, QString(tagName));
+}
+
+void RawXml::write(QString& out, const QString& tagName) const
+{
+    if (tagName.isEmpty()) {
+        out += content;
+        return;
+    }
+    out += QLatin1Char('<') + tagName + QLatin1Char(' ');
+    for (const auto& attribute : attributes)
+        out += attribute.first + QLatin1String("=\"") + attribute.second + QLatin1String("\" ");
+    out += QLatin1Char('>') + content + QLatin1String("</") + tagName + QLatin1Char('>');
+}
+
+void RawXml::deserialize(QDomNode& node)
 {
     attributes.clear();
     content.clear();

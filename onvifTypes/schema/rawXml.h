@@ -25,8 +25,13 @@ public:
     QString attribute(const QString& name) const;
 
     // The whole element named tagName; with an empty name only the content.
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
+    // The text of serialize() appended to out: the generated classes' way of writing.
+    void serializeTo(QString& out, QLatin1String tagName) const;
+
+private:
+    void write(QString& out, const QString& tagName) const;
 };
 
 #endif // ONVIFTYPES_SCHEMA_RAWXML_H

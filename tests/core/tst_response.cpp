@@ -109,7 +109,8 @@ void TestResponse::codeOutsideTableAndNestedSubcodes()
     QCOMPARE(response.getFaultText(), QStringLiteral("Fault detail:  Code: ; Subcode: ter:InvalidArgVal"));
 
     soapenv::Fault parsed;
-    parsed.deserialize(response.getFaultNode());
+    QDomNode faultNode = response.getFaultNode();
+    parsed.deserialize(faultNode);
     QVERIFY(parsed.Code->Subcode->Subcode);
     QCOMPARE(parsed.Code->Subcode->Subcode->Value->value(), QStringLiteral("ter:NotAuthorized"));
 }

@@ -1,9 +1,65 @@
+#include <onvifTypes/onvifSecurity.h>
+#include <onvifTypes/onvifrequest.h>
+#include <onvifTypes/schema/trt/SetVideoEncoderConfiguration.h>
 #include <onvifTypes/serializable.h>
 
 #include <QDomDocument>
 #include <QtTest>
 
 #include <limits>
+
+namespace {
+
+// An application's header block, written to the base class's interface as it stands.
+class MyHeader : public Serializable
+{
+public:
+    QString serialize(QString tagName) override
+    {
+        ++calls;
+        return QStringLiteral("<x:H xmlns:x=\"urn:x\"/>");
+    }
+    void deserialize(QDomNode& node) override { Q_UNUSED(node); }
+    int calls = 0;
+};
+
+// Application classes that refine generated ones: the library must reach the overrides
+// both for the message itself and for a member deep inside it.
+class MarkedResolution : public tt::VideoResolution
+{
+public:
+    QString serialize(QString tagName) override
+    {
+        ++writes;
+        return tt::VideoResolution::serialize(tagName) + QStringLiteral("<!--resolution-->");
+    }
+    void deserialize(QDomNode& node) override
+    {
+        ++reads;
+        tt::VideoResolution::deserialize(node);
+    }
+    int writes = 0;
+    int reads = 0;
+};
+
+class MarkedRequest : public trt::SetVideoEncoderConfiguration
+{
+public:
+    QString serialize(QString tagName) override
+    {
+        ++writes;
+        return QStringLiteral("<!--request-->") + trt::SetVideoEncoderConfiguration::serialize(tagName);
+    }
+    void deserialize(QDomNode& node) override
+    {
+        ++reads;
+        trt::SetVideoEncoderConfiguration::deserialize(node);
+    }
+    int writes = 0;
+    int reads = 0;
+};
+
+} // namespace
 
 class TestSerializable : public QObject
 {
@@ -23,6 +79,8 @@ private slots:
     void parentSplit_data();
     void parentSplit();
     void containerAndEmpty();
+    void applicationHeaderInRequest();
+    void overridesOfGeneratedClasses();
 };
 
 void TestSerializable::intText_data()
@@ -99,16 +157,16 @@ void TestSerializable::boolParse()
 
 void TestSerializable::simpleElement()
 {
-    const universalSimpleType<int> level(-5);
+    universalSimpleType<int> level(-5);
     QCOMPARE(level.serialize(QStringLiteral("tt:Level")), QStringLiteral("<tt:Level>-5</tt:Level>"));
     QCOMPARE(level.serialize(QString()), QStringLiteral("-5"));
 
     // No escaping at this layer: the caller owns it.
-    const universalSimpleType<QString> raw(QStringLiteral("a<b&\"c\""));
+    universalSimpleType<QString> raw(QStringLiteral("a<b&\"c\""));
     QCOMPARE(raw.serialize(QStringLiteral("tt:Name")), QStringLiteral("<tt:Name>a<b&\"c\"</tt:Name>"));
 
     // A value that looks like a placeholder must not be substituted again.
-    const universalSimpleType<QString> percent(QStringLiteral("%1 and %0"));
+    universalSimpleType<QString> percent(QStringLiteral("%1 and %0"));
     QCOMPARE(percent.serialize(QStringLiteral("x")), QStringLiteral("<x>%1 and %0</x>"));
 
     QCOMPARE(universalSimpleType<QString>().serialize(QStringLiteral("tt:Name")),
@@ -127,14 +185,16 @@ void TestSerializable::readsElementAttributeAndNullNode()
     QCOMPARE(text.value(), QStringLiteral("19200")); // all text below the element, concatenated
 
     universalSimpleType<int> count(99);
-    count.deserialize(element.attributeNode(QStringLiteral("count")));
+    QDomNode attribute = element.attributeNode(QStringLiteral("count"));
+    count.deserialize(attribute);
     QCOMPARE(count.value(), 12);
 
     // A null node reads as the empty text: the old value never survives.
-    count.deserialize(QDomNode());
+    QDomNode null;
+    count.deserialize(null);
     QCOMPARE(count.value(), 0);
     universalSimpleType<bool> flag(false);
-    flag.deserialize(QDomNode());
+    flag.deserialize(null);
     QCOMPARE(flag.value(), true);
 }
 
@@ -189,11 +249,63 @@ void TestSerializable::containerAndEmpty()
 
     SerializableContainer container;
     QVERIFY(container.serialize(QString()).isEmpty());
-    container.append(universalSimpleType<int>(1));
-    container.append(EmptyOnvifType());
-    container.append(universalSimpleType<QString>(QStringLiteral("<b/>")));
-    container.append(universalSimpleType<int>(3));
+    universalSimpleType<int> one(1), three(3);
+    EmptyOnvifType empty;
+    universalSimpleType<QString> markup(QStringLiteral("<b/>"));
+    for (Serializable* item : std::initializer_list<Serializable*> { &one, &empty, &markup, &three })
+        container.append(*item);
     QCOMPARE(container.serialize(QStringLiteral("ignored")), QStringLiteral("1<b/>3"));
+}
+
+void TestSerializable::applicationHeaderInRequest()
+{
+    OnvifSecurity security(QStringLiteral("admin"), QStringLiteral("secret"), 0LL);
+    MyHeader mine;
+    SerializableContainer header;
+    header.append(security);
+    header.append(mine);
+    trt::SetVideoEncoderConfiguration body;
+    const QString message = OnvifRequest(header, body).getMessage();
+
+    QCOMPARE(mine.calls, 1);
+    const int start = message.indexOf(QLatin1String("<s:Header>"));
+    const int end = message.indexOf(QLatin1String("</s:Header>"));
+    QVERIFY(start > 0 && end > start);
+    const QString headerText = message.mid(start, end - start);
+    QVERIFY(headerText.contains(QLatin1String("<Username>admin</Username>")));
+    QVERIFY(headerText.endsWith(QLatin1String("</Security><x:H xmlns:x=\"urn:x\"/>")));
+}
+
+void TestSerializable::overridesOfGeneratedClasses()
+{
+    MarkedRequest body;
+    auto resolution = QSharedPointer<MarkedResolution>::create();
+    resolution->Width->setValue(1280);
+    body.Configuration->Resolution = resolution;
+    EmptyOnvifType header;
+    const QString message = OnvifRequest(header, body).getMessage();
+
+    QCOMPARE(body.writes, 1);
+    QCOMPARE(resolution->writes, 1);
+    QVERIFY(message.contains(QLatin1String("<s:Body xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
+                                           "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">"
+                                           "<!--request--><trt:SetVideoEncoderConfiguration >")));
+    QVERIFY(message.contains(
+        QLatin1String("<tt:Resolution ><tt:Width>1280</tt:Width><tt:Height>0</tt:Height></tt:Resolution>"
+                      "<!--resolution--><tt:Quality>")));
+
+    // Reading goes through the overrides too, down to the member the application placed.
+    QDomDocument doc;
+    QVERIFY(doc.setContent(message, true));
+    QDomNode node = doc.elementsByTagNameNS(QStringLiteral("http://www.onvif.org/ver10/media/wsdl"),
+                           QStringLiteral("SetVideoEncoderConfiguration"))
+                        .at(0);
+    resolution->Width->setValue(0);
+    body.deserialize(node);
+    QCOMPARE(body.reads, 1);
+    QCOMPARE(resolution->reads, 1);
+    QCOMPARE(body.Configuration->Resolution, resolution);
+    QCOMPARE(resolution->Width->value(), 1280);
 }
 
 QTEST_GUILESS_MAIN(TestSerializable)

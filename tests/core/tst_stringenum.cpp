@@ -64,7 +64,7 @@ void TestStringEnum::unknownTextChangesNothing()
     QCOMPARE(mode.value(), QStringLiteral("ON"));
 
     // From an unknown text: first entry for output, nothing read.
-    const Mode fromText(QStringLiteral("sideways"));
+    Mode fromText(QStringLiteral("sideways"));
     QCOMPARE(fromText.serialize(QString()), QStringLiteral("OFF"));
     QVERIFY(fromText.value().isEmpty());
 }
@@ -92,11 +92,14 @@ void TestStringEnum::readsAttributeAndElement()
     QDomDocument doc;
     QVERIFY(doc.setContent(QStringLiteral("<m mode=\"AUTO\">ON</m>")));
     Mode mode;
-    mode.deserialize(doc.documentElement().attributeNode(QStringLiteral("mode")));
+    QDomNode attribute = doc.documentElement().attributeNode(QStringLiteral("mode"));
+    mode.deserialize(attribute);
     QCOMPARE(mode.index(), 2u);
-    mode.deserialize(doc.documentElement());
+    QDomNode element = doc.documentElement();
+    mode.deserialize(element);
     QCOMPARE(mode.index(), 1u);
-    mode.deserialize(QDomNode()); // empty text is unknown: no change
+    QDomNode null;
+    mode.deserialize(null); // empty text is unknown: no change
     QCOMPARE(mode.index(), 1u);
     QCOMPARE(mode.value(), QStringLiteral("ON"));
 }

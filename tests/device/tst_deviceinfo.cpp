@@ -20,8 +20,8 @@ namespace {
 class MarkerHeader : public Serializable
 {
 public:
-    QString serialize(const QString&) const override { return QStringLiteral("<Marker>hdr-7</Marker>"); }
-    void deserialize(const QDomNode&) override { }
+    QString serialize(QString) override { return QStringLiteral("<Marker>hdr-7</Marker>"); }
+    void deserialize(QDomNode&) override { }
 };
 
 struct Spies

@@ -43,9 +43,9 @@ public:
         : m_security(user, password, 0LL)
     { }
 
-    template <typename Resp>
-    bool call(const Serializable& addressing, const Serializable& body, const QString& url,
-        const QString& operation, Resp& response, int timeoutMs = 5000)
+    template <typename Header, typename Body, typename Resp>
+    bool call(Header&& addressing, Body&& body, const QString& url, const QString& operation, Resp& response,
+        int timeoutMs = 5000)
     {
         SerializableContainer header;
         header.append(m_security);

@@ -14,8 +14,8 @@ public:
     explicit RawBody(const QString& text)
         : m_text(text)
     { }
-    QString serialize(const QString&) const override { return m_text; }
-    void deserialize(const QDomNode&) override { }
+    QString serialize(QString) override { return m_text; }
+    void deserialize(QDomNode&) override { }
 
 private:
     QString m_text;
@@ -146,13 +146,15 @@ HttpReply post(quint16 port, const QByteArray& body, const QByteArray& path, con
 QByteArray signedEnvelope(
     const QString& body, const QString& user, const QString& password, long long timeShiftMs)
 {
-    const OnvifSecurity security(user, password, timeShiftMs);
-    return OnvifRequest(security, RawBody(body)).getMessage().toUtf8();
+    OnvifSecurity security(user, password, timeShiftMs);
+    RawBody content(body);
+    return OnvifRequest(security, content).getMessage().toUtf8();
 }
 
 QByteArray plainEnvelope(const QString& body, const QString& header)
 {
-    return OnvifRequest(RawBody(header), RawBody(body)).getMessage().toUtf8();
+    RawBody headerText(header), content(body);
+    return OnvifRequest(headerText, content).getMessage().toUtf8();
 }
 
 QDomElement findElement(const QDomDocument& doc, const QString& localName)

@@ -39,8 +39,8 @@ public:
     { }
 
     // False (and *exitCode) when the call failed or went unanswered.
-    bool run(const Serializable& addressing, const Serializable& body, const QString& url,
-        const QString& operation, Serializable& response, int* exitCode, bool longPoll = false)
+    bool run(Serializable& addressing, Serializable& body, const QString& url, const QString& operation,
+        Serializable& response, int* exitCode, bool longPoll = false)
     {
         SerializableContainer header;
         header.append(m_security);
@@ -128,8 +128,9 @@ int events(const Context& context, int seconds)
     create.InitialTerminationTime.reset(
         new universalSimpleType<QString>(QStringLiteral("PT%1S").arg(qMax(60, seconds + 30))));
     tev::CreatePullPointSubscriptionResponse created;
-    if (!call.run(tev::CreatePullPointSubscriptionHeader(eventUrl), create, eventUrl,
-            QStringLiteral("CreatePullPointSubscription"), created, &exitCode))
+    tev::CreatePullPointSubscriptionHeader createHeader(eventUrl);
+    if (!call.run(createHeader, create, eventUrl, QStringLiteral("CreatePullPointSubscription"), created,
+            &exitCode))
         return exitCode;
     const QString pullPoint = created.SubscriptionReference->Address->value();
     if (!context.options.json)
@@ -144,15 +145,15 @@ int events(const Context& context, int seconds)
         pull.Timeout->setValue(QStringLiteral("PT%1S").arg(waitSeconds));
         pull.MessageLimit->setValue(10);
         tev::PullMessagesResponse pulled;
-        if (!call.run(tev::PullMessagesHeader(pullPoint), pull, pullPoint, QStringLiteral("PullMessages"),
-                pulled, &exitCode, true))
+        tev::PullMessagesHeader pullHeader(pullPoint);
+        if (!call.run(pullHeader, pull, pullPoint, QStringLiteral("PullMessages"), pulled, &exitCode, true))
             return exitCode;
         if (!pulled.Message)
             continue;
         for (const tt::Message& message : *pulled.Message) {
             const QString time = message.UtcTime ? message.UtcTime->value() : QString();
             const QString operation
-                = message.PropertyOperation ? message.PropertyOperation->serialize(QString()) : QString();
+                = message.PropertyOperation ? message.PropertyOperation->value() : QString();
             if (context.options.json) {
                 collected.append(QJsonObject { { "utcTime", time }, { "operation", operation },
                     { "source", itemsJson(message.Source) }, { "key", itemsJson(message.Key) },
@@ -167,8 +168,9 @@ int events(const Context& context, int seconds)
 
     wsnt::Unsubscribe cancel;
     wsnt::UnsubscribeResponse cancelled;
-    const bool unsubscribed = call.run(wsnt::UnsubscribeHeader(pullPoint), cancel, pullPoint,
-        QStringLiteral("Unsubscribe"), cancelled, &exitCode);
+    wsnt::UnsubscribeHeader cancelHeader(pullPoint);
+    const bool unsubscribed
+        = call.run(cancelHeader, cancel, pullPoint, QStringLiteral("Unsubscribe"), cancelled, &exitCode);
     if (context.options.json)
         printJson(QJsonObject {
             { "subscription", pullPoint }, { "events", collected }, { "unsubscribed", unsubscribed } });

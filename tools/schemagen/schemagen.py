@@ -513,9 +513,10 @@ class Writer:
         lines += ['    QString unmatchedElements;', '    QString unmatchedAttributes;']
         lines += ['    ' + self.member_decl(model, m) for m in model.members]
         lines += ['',
-                  '    QString serialize(const QString& tagName) const override;',
-                  '    void serializeTo(QString& out, QLatin1String tagName) const override;',
-                  '    void deserialize(const QDomNode& node) override;',
+                  '    QString serialize(QString tagName) override;',
+                  '    void deserialize(QDomNode& node) override;',
+                  '    // The text of serialize() appended to out, as the library writes members.',
+                  '    void serializeTo(QString& out, QLatin1String tagName) const;',
                   '};', '', '} // namespace %s' % model.ns, '', '#endif // ' + self.guard(model), '']
         return '\n'.join(lines)
 
@@ -544,20 +545,19 @@ class Writer:
             '} // namespace', '']
         if needs_constructor(model):
             lines += ['%s::%s()' % (name, name), '{', '    ComplexType::construct(info%s, this);' % name, '}', '']
-        lines += ['QString %s::serialize(const QString& tagName) const' % name, '{']
+        base_text = []
         if model.base:
             base = '%s::%s' % model.base
-            lines += ['    const QString baseText = %s::serialize(QStringLiteral("_MagicString_"));' % base,
-                      '    return ComplexType::serialize(info%s, this, tagName, baseText);' % name]
-        else:
-            lines.append('    return ComplexType::serialize(info%s, this, tagName);' % name)
+            base_text = ['    QString baseText;',
+                         '    %s::serializeTo(baseText, QLatin1String("_MagicString_"));' % base]
+        lines += ['QString %s::serialize(QString tagName)' % name, '{'] + base_text
+        lines.append('    return ComplexType::serialize(info%s, this, tagName%s);'
+                     % (name, ', baseText' if model.base else ''))
         lines += ['}', '', 'void %s::serializeTo(QString& out, QLatin1String tagName) const' % name, '{']
-        if model.base:
-            lines += ['    const QString baseText = %s::serialize(QStringLiteral("_MagicString_"));' % base,
-                      '    ComplexType::serializeTo(info%s, this, out, tagName, baseText);' % name]
-        else:
-            lines.append('    ComplexType::serializeTo(info%s, this, out, tagName);' % name)
-        lines += ['}', '', 'void %s::deserialize(const QDomNode& node)' % name, '{']
+        lines += base_text
+        lines.append('    ComplexType::serializeTo(info%s, this, out, tagName%s);'
+                     % (name, ', baseText' if model.base else ''))
+        lines += ['}', '', 'void %s::deserialize(QDomNode& node)' % name, '{']
         if model.base:
             base = '%s::%s' % model.base
             lines += ['    {',

@@ -27,12 +27,17 @@ EndpointReferenceType::EndpointReferenceType()
     ComplexType::construct(infoEndpointReferenceType, this);
 }
 
-QString EndpointReferenceType::serialize(const QString& tagName) const
+QString EndpointReferenceType::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEndpointReferenceType, this, tagName);
 }
 
-void EndpointReferenceType::deserialize(const QDomNode& node)
+void EndpointReferenceType::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoEndpointReferenceType, this, out, tagName);
+}
+
+void EndpointReferenceType::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEndpointReferenceType, this, node);
 }

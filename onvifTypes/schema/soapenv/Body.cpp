@@ -3,12 +3,12 @@
 
 namespace soapenv {
 
-QString Body::serialize(const QString& tagName) const
+QString Body::serialize(QString tagName)
 {
     return detail_p::element(tagName, "Body", QString());
 }
 
-void Body::deserialize(const QDomNode& node)
+void Body::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
         [](const QString&, const QDomNode&) { return false; });

@@ -8,7 +8,7 @@ Envelope::Envelope()
 {
 }
 
-QString Envelope::serialize(const QString& tagName) const
+QString Envelope::serialize(QString tagName)
 {
     QString content;
     if (Header)
@@ -17,10 +17,10 @@ QString Envelope::serialize(const QString& tagName) const
     return detail_p::element(tagName, "Envelope", content);
 }
 
-void Envelope::deserialize(const QDomNode& node)
+void Envelope::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
-        [this](const QString& name, const QDomNode& child) {
+        [this](const QString& name, QDomNode& child) {
             if (name == QLatin1String("Header")) {
                 if (!Header)
                     Header.reset(new soapenv::Header);

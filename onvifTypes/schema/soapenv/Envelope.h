@@ -18,8 +18,8 @@ public:
     QSharedPointer<soapenv::Header> Header;
     QSharedPointer<soapenv::Body> Body;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace soapenv

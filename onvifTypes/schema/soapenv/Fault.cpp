@@ -9,7 +9,7 @@ Fault::Fault()
 {
 }
 
-QString Fault::serialize(const QString& tagName) const
+QString Fault::serialize(QString tagName)
 {
     QString content = Code->serialize(QStringLiteral("soapenv:Code"));
     content += Reason->serialize(QStringLiteral("soapenv:Reason"));
@@ -22,10 +22,10 @@ QString Fault::serialize(const QString& tagName) const
     return detail_p::element(tagName, "Fault", content);
 }
 
-void Fault::deserialize(const QDomNode& node)
+void Fault::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
-        [this](const QString& name, const QDomNode& child) {
+        [this](const QString& name, QDomNode& child) {
             if (name == QLatin1String("Code")) {
                 Code->deserialize(child);
             } else if (name == QLatin1String("Reason")) {

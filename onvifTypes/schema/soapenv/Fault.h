@@ -20,8 +20,8 @@ public:
     QSharedPointer<universalSimpleType<QString>> Role;
     QSharedPointer<detail> Detail;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace soapenv

@@ -3,12 +3,12 @@
 
 namespace soapenv {
 
-QString Header::serialize(const QString& tagName) const
+QString Header::serialize(QString tagName)
 {
     return detail_p::element(tagName, "Header", QString());
 }
 
-void Header::deserialize(const QDomNode& node)
+void Header::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
         [](const QString&, const QDomNode&) { return false; });

@@ -12,8 +12,8 @@ public:
     QString unmatchedElements;
     QString unmatchedAttributes;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace soapenv

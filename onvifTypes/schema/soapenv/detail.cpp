@@ -3,12 +3,12 @@
 
 namespace soapenv {
 
-QString detail::serialize(const QString& tagName) const
+QString detail::serialize(QString tagName)
 {
     return detail_p::element(tagName, "detail", QString());
 }
 
-void detail::deserialize(const QDomNode& node)
+void detail::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
         [](const QString&, const QDomNode&) { return false; });

@@ -8,7 +8,7 @@ faultcode::faultcode()
 {
 }
 
-QString faultcode::serialize(const QString& tagName) const
+QString faultcode::serialize(QString tagName)
 {
     QString content = Value->serialize(QStringLiteral("soapenv:Value"));
     if (Subcode)
@@ -16,10 +16,10 @@ QString faultcode::serialize(const QString& tagName) const
     return detail_p::element(tagName, "faultcode", content);
 }
 
-void faultcode::deserialize(const QDomNode& node)
+void faultcode::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
-        [this](const QString& name, const QDomNode& child) {
+        [this](const QString& name, QDomNode& child) {
             if (name == QLatin1String("Value")) {
                 Value->deserialize(child);
             } else if (name == QLatin1String("Subcode")) {

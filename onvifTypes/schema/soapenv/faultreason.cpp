@@ -3,18 +3,18 @@
 
 namespace soapenv {
 
-QString faultreason::serialize(const QString& tagName) const
+QString faultreason::serialize(QString tagName)
 {
     QString content;
-    for (const auto& text : Text)
+    for (auto& text : Text)
         content += text.serialize(QStringLiteral("soapenv:Text"));
     return detail_p::element(tagName, "faultreason", content);
 }
 
-void faultreason::deserialize(const QDomNode& node)
+void faultreason::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
-        [this](const QString& name, const QDomNode& child) {
+        [this](const QString& name, QDomNode& child) {
             if (name != QLatin1String("Text"))
                 return false;
             universalSimpleType<QString> text;

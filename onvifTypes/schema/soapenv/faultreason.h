@@ -15,8 +15,8 @@ public:
     // One entry per Text element, in document order; the language is not kept.
     QVector<universalSimpleType<QString>> Text;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace soapenv

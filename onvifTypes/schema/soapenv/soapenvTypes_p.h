@@ -24,7 +24,7 @@ void readChildren(const QDomNode& node, QString& unmatchedElements, QString& unm
 {
     const QDomNodeList children = node.childNodes();
     for (int i = 0; i < children.size(); ++i) {
-        const QDomNode child = children.at(i);
+        QDomNode child = children.at(i);
         if (!child.isElement())
             continue;
         if (!match(Utilites::delNameSpacePrefix(child.nodeName()), child))

@@ -8,7 +8,7 @@ subcode::subcode()
 {
 }
 
-QString subcode::serialize(const QString& tagName) const
+QString subcode::serialize(QString tagName)
 {
     QString content = Value->serialize(QStringLiteral("soapenv:Value"));
     if (Subcode)
@@ -16,10 +16,10 @@ QString subcode::serialize(const QString& tagName) const
     return detail_p::element(tagName, "subcode", content);
 }
 
-void subcode::deserialize(const QDomNode& node)
+void subcode::deserialize(QDomNode& node)
 {
     detail_p::readChildren(node, unmatchedElements, unmatchedAttributes,
-        [this](const QString& name, const QDomNode& child) {
+        [this](const QString& name, QDomNode& child) {
             if (name == QLatin1String("Value")) {
                 Value->deserialize(child);
             } else if (name == QLatin1String("Subcode")) {

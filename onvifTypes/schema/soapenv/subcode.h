@@ -18,8 +18,8 @@ public:
     QSharedPointer<universalSimpleType<QString>> Value;
     QSharedPointer<subcode> Subcode;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace soapenv

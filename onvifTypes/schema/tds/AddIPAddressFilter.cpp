@@ -29,7 +29,7 @@ AddIPAddressFilter::AddIPAddressFilter()
     ComplexType::construct(infoAddIPAddressFilter, this);
 }
 
-QString AddIPAddressFilter::serialize(const QString& tagName) const
+QString AddIPAddressFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddIPAddressFilter, this, tagName);
 }
@@ -39,7 +39,7 @@ void AddIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAddIPAddressFilter, this, out, tagName);
 }
 
-void AddIPAddressFilter::deserialize(const QDomNode& node)
+void AddIPAddressFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddIPAddressFilter, this, node);
 }

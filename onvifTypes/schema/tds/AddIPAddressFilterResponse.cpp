@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddIPAddressFilterResponse = {
 
 } // namespace
 
-QString AddIPAddressFilterResponse::serialize(const QString& tagName) const
+QString AddIPAddressFilterResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddIPAddressFilterResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoAddIPAddressFilterResponse, this, out, tagName);
 }
 
-void AddIPAddressFilterResponse::deserialize(const QDomNode& node)
+void AddIPAddressFilterResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddIPAddressFilterResponse, this, node);
 }

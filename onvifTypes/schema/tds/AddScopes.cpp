@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoAddScopes = {
 
 } // namespace
 
-QString AddScopes::serialize(const QString& tagName) const
+QString AddScopes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddScopes, this, tagName);
 }
@@ -33,7 +33,7 @@ void AddScopes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAddScopes, this, out, tagName);
 }
 
-void AddScopes::deserialize(const QDomNode& node)
+void AddScopes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddScopes, this, node);
 }

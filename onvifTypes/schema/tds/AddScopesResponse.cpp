@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddScopesResponse = {
 
 } // namespace
 
-QString AddScopesResponse::serialize(const QString& tagName) const
+QString AddScopesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddScopesResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAddScopesResponse, this, out, tagName);
 }
 
-void AddScopesResponse::deserialize(const QDomNode& node)
+void AddScopesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddScopesResponse, this, node);
 }

@@ -29,7 +29,7 @@ const ComplexType::ClassInfo infoCreateCertificate = {
 
 } // namespace
 
-QString CreateCertificate::serialize(const QString& tagName) const
+QString CreateCertificate::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateCertificate, this, tagName);
 }
@@ -39,7 +39,7 @@ void CreateCertificate::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreateCertificate, this, out, tagName);
 }
 
-void CreateCertificate::deserialize(const QDomNode& node)
+void CreateCertificate::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateCertificate, this, node);
 }

@@ -29,7 +29,7 @@ CreateCertificateResponse::CreateCertificateResponse()
     ComplexType::construct(infoCreateCertificateResponse, this);
 }
 
-QString CreateCertificateResponse::serialize(const QString& tagName) const
+QString CreateCertificateResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateCertificateResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void CreateCertificateResponse::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoCreateCertificateResponse, this, out, tagName);
 }
 
-void CreateCertificateResponse::deserialize(const QDomNode& node)
+void CreateCertificateResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateCertificateResponse, this, node);
 }

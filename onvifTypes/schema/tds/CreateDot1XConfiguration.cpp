@@ -29,7 +29,7 @@ CreateDot1XConfiguration::CreateDot1XConfiguration()
     ComplexType::construct(infoCreateDot1XConfiguration, this);
 }
 
-QString CreateDot1XConfiguration::serialize(const QString& tagName) const
+QString CreateDot1XConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateDot1XConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void CreateDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoCreateDot1XConfiguration, this, out, tagName);
 }
 
-void CreateDot1XConfiguration::deserialize(const QDomNode& node)
+void CreateDot1XConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateDot1XConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoCreateDot1XConfigurationResponse = {
 
 } // namespace
 
-QString CreateDot1XConfigurationResponse::serialize(const QString& tagName) const
+QString CreateDot1XConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateDot1XConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void CreateDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoCreateDot1XConfigurationResponse, this, out, tagName);
 }
 
-void CreateDot1XConfigurationResponse::deserialize(const QDomNode& node)
+void CreateDot1XConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateDot1XConfigurationResponse, this, node);
 }

@@ -29,7 +29,7 @@ CreateStorageConfiguration::CreateStorageConfiguration()
     ComplexType::construct(infoCreateStorageConfiguration, this);
 }
 
-QString CreateStorageConfiguration::serialize(const QString& tagName) const
+QString CreateStorageConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateStorageConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void CreateStorageConfiguration::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoCreateStorageConfiguration, this, out, tagName);
 }
 
-void CreateStorageConfiguration::deserialize(const QDomNode& node)
+void CreateStorageConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateStorageConfiguration, this, node);
 }

@@ -28,7 +28,7 @@ CreateStorageConfigurationResponse::CreateStorageConfigurationResponse()
     ComplexType::construct(infoCreateStorageConfigurationResponse, this);
 }
 
-QString CreateStorageConfigurationResponse::serialize(const QString& tagName) const
+QString CreateStorageConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateStorageConfigurationResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void CreateStorageConfigurationResponse::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoCreateStorageConfigurationResponse, this, out, tagName);
 }
 
-void CreateStorageConfigurationResponse::deserialize(const QDomNode& node)
+void CreateStorageConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateStorageConfigurationResponse, this, node);
 }

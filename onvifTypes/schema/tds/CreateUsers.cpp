@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoCreateUsers = {
 
 } // namespace
 
-QString CreateUsers::serialize(const QString& tagName) const
+QString CreateUsers::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateUsers, this, tagName);
 }
@@ -34,7 +34,7 @@ void CreateUsers::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreateUsers, this, out, tagName);
 }
 
-void CreateUsers::deserialize(const QDomNode& node)
+void CreateUsers::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateUsers, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoCreateUsersResponse = {
 
 } // namespace
 
-QString CreateUsersResponse::serialize(const QString& tagName) const
+QString CreateUsersResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateUsersResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void CreateUsersResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreateUsersResponse, this, out, tagName);
 }
 
-void CreateUsersResponse::deserialize(const QDomNode& node)
+void CreateUsersResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateUsersResponse, this, node);
 }

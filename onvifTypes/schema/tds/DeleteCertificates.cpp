@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoDeleteCertificates = {
 
 } // namespace
 
-QString DeleteCertificates::serialize(const QString& tagName) const
+QString DeleteCertificates::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteCertificates, this, tagName);
 }
@@ -33,7 +33,7 @@ void DeleteCertificates::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeleteCertificates, this, out, tagName);
 }
 
-void DeleteCertificates::deserialize(const QDomNode& node)
+void DeleteCertificates::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteCertificates, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeleteCertificatesResponse = {
 
 } // namespace
 
-QString DeleteCertificatesResponse::serialize(const QString& tagName) const
+QString DeleteCertificatesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteCertificatesResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeleteCertificatesResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoDeleteCertificatesResponse, this, out, tagName);
 }
 
-void DeleteCertificatesResponse::deserialize(const QDomNode& node)
+void DeleteCertificatesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteCertificatesResponse, this, node);
 }

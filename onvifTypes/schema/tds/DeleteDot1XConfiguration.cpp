@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoDeleteDot1XConfiguration = {
 
 } // namespace
 
-QString DeleteDot1XConfiguration::serialize(const QString& tagName) const
+QString DeleteDot1XConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteDot1XConfiguration, this, tagName);
 }
@@ -33,7 +33,7 @@ void DeleteDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoDeleteDot1XConfiguration, this, out, tagName);
 }
 
-void DeleteDot1XConfiguration::deserialize(const QDomNode& node)
+void DeleteDot1XConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteDot1XConfiguration, this, node);
 }

@@ -16,9 +16,10 @@ public:
     QString unmatchedAttributes;
     QSharedPointer<QVector<universalSimpleType<QString>>> Dot1XConfigurationToken;
 
-    QString serialize(const QString& tagName) const override;
-    void serializeTo(QString& out, QLatin1String tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
+    // The text of serialize() appended to out, as the library writes members.
+    void serializeTo(QString& out, QLatin1String tagName) const;
 };
 
 } // namespace tds

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeleteDot1XConfigurationResponse = {
 
 } // namespace
 
-QString DeleteDot1XConfigurationResponse::serialize(const QString& tagName) const
+QString DeleteDot1XConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteDot1XConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeleteDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoDeleteDot1XConfigurationResponse, this, out, tagName);
 }
 
-void DeleteDot1XConfigurationResponse::deserialize(const QDomNode& node)
+void DeleteDot1XConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteDot1XConfigurationResponse, this, node);
 }

@@ -28,7 +28,7 @@ DeleteStorageConfiguration::DeleteStorageConfiguration()
     ComplexType::construct(infoDeleteStorageConfiguration, this);
 }
 
-QString DeleteStorageConfiguration::serialize(const QString& tagName) const
+QString DeleteStorageConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteStorageConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void DeleteStorageConfiguration::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoDeleteStorageConfiguration, this, out, tagName);
 }
 
-void DeleteStorageConfiguration::deserialize(const QDomNode& node)
+void DeleteStorageConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteStorageConfiguration, this, node);
 }

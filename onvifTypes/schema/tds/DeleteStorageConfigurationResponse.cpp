@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeleteStorageConfigurationResponse = {
 
 } // namespace
 
-QString DeleteStorageConfigurationResponse::serialize(const QString& tagName) const
+QString DeleteStorageConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteStorageConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeleteStorageConfigurationResponse::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoDeleteStorageConfigurationResponse, this, out, tagName);
 }
 
-void DeleteStorageConfigurationResponse::deserialize(const QDomNode& node)
+void DeleteStorageConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteStorageConfigurationResponse, this, node);
 }

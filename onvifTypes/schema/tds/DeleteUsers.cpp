@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoDeleteUsers = {
 
 } // namespace
 
-QString DeleteUsers::serialize(const QString& tagName) const
+QString DeleteUsers::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteUsers, this, tagName);
 }
@@ -33,7 +33,7 @@ void DeleteUsers::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeleteUsers, this, out, tagName);
 }
 
-void DeleteUsers::deserialize(const QDomNode& node)
+void DeleteUsers::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteUsers, this, node);
 }

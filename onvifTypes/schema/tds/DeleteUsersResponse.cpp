@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeleteUsersResponse = {
 
 } // namespace
 
-QString DeleteUsersResponse::serialize(const QString& tagName) const
+QString DeleteUsersResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteUsersResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeleteUsersResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeleteUsersResponse, this, out, tagName);
 }
 
-void DeleteUsersResponse::deserialize(const QDomNode& node)
+void DeleteUsersResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteUsersResponse, this, node);
 }

@@ -38,7 +38,7 @@ DeviceServiceCapabilities::DeviceServiceCapabilities()
     ComplexType::construct(infoDeviceServiceCapabilities, this);
 }
 
-QString DeviceServiceCapabilities::serialize(const QString& tagName) const
+QString DeviceServiceCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeviceServiceCapabilities, this, tagName);
 }
@@ -48,7 +48,7 @@ void DeviceServiceCapabilities::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoDeviceServiceCapabilities, this, out, tagName);
 }
 
-void DeviceServiceCapabilities::deserialize(const QDomNode& node)
+void DeviceServiceCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceServiceCapabilities, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAccessPolicy = {
 
 } // namespace
 
-QString GetAccessPolicy::serialize(const QString& tagName) const
+QString GetAccessPolicy::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAccessPolicy, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAccessPolicy::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetAccessPolicy, this, out, tagName);
 }
 
-void GetAccessPolicy::deserialize(const QDomNode& node)
+void GetAccessPolicy::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAccessPolicy, this, node);
 }

@@ -29,7 +29,7 @@ GetAccessPolicyResponse::GetAccessPolicyResponse()
     ComplexType::construct(infoGetAccessPolicyResponse, this);
 }
 
-QString GetAccessPolicyResponse::serialize(const QString& tagName) const
+QString GetAccessPolicyResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAccessPolicyResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAccessPolicyResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetAccessPolicyResponse, this, out, tagName);
 }
 
-void GetAccessPolicyResponse::deserialize(const QDomNode& node)
+void GetAccessPolicyResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAccessPolicyResponse, this, node);
 }

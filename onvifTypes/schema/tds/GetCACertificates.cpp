@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetCACertificates = {
 
 } // namespace
 
-QString GetCACertificates::serialize(const QString& tagName) const
+QString GetCACertificates::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCACertificates, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetCACertificates::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetCACertificates, this, out, tagName);
 }
 
-void GetCACertificates::deserialize(const QDomNode& node)
+void GetCACertificates::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCACertificates, this, node);
 }

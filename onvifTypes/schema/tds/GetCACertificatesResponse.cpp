@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCACertificatesResponse = {
 
 } // namespace
 
-QString GetCACertificatesResponse::serialize(const QString& tagName) const
+QString GetCACertificatesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCACertificatesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCACertificatesResponse::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoGetCACertificatesResponse, this, out, tagName);
 }
 
-void GetCACertificatesResponse::deserialize(const QDomNode& node)
+void GetCACertificatesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCACertificatesResponse, this, node);
 }

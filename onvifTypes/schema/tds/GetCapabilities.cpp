@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCapabilities = {
 
 } // namespace
 
-QString GetCapabilities::serialize(const QString& tagName) const
+QString GetCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCapabilities, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetCapabilities, this, out, tagName);
 }
 
-void GetCapabilities::deserialize(const QDomNode& node)
+void GetCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCapabilities, this, node);
 }

@@ -29,7 +29,7 @@ GetCapabilitiesResponse::GetCapabilitiesResponse()
     ComplexType::construct(infoGetCapabilitiesResponse, this);
 }
 
-QString GetCapabilitiesResponse::serialize(const QString& tagName) const
+QString GetCapabilitiesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCapabilitiesResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetCapabilitiesResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetCapabilitiesResponse, this, out, tagName);
 }
 
-void GetCapabilitiesResponse::deserialize(const QDomNode& node)
+void GetCapabilitiesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCapabilitiesResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCertificateInformation::GetCertificateInformation()
     ComplexType::construct(infoGetCertificateInformation, this);
 }
 
-QString GetCertificateInformation::serialize(const QString& tagName) const
+QString GetCertificateInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCertificateInformation, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCertificateInformation::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoGetCertificateInformation, this, out, tagName);
 }
 
-void GetCertificateInformation::deserialize(const QDomNode& node)
+void GetCertificateInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificateInformation, this, node);
 }

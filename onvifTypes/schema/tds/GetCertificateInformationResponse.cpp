@@ -29,7 +29,7 @@ GetCertificateInformationResponse::GetCertificateInformationResponse()
     ComplexType::construct(infoGetCertificateInformationResponse, this);
 }
 
-QString GetCertificateInformationResponse::serialize(const QString& tagName) const
+QString GetCertificateInformationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCertificateInformationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetCertificateInformationResponse::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoGetCertificateInformationResponse, this, out, tagName);
 }
 
-void GetCertificateInformationResponse::deserialize(const QDomNode& node)
+void GetCertificateInformationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificateInformationResponse, this, node);
 }

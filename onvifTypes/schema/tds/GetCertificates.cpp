@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetCertificates = {
 
 } // namespace
 
-QString GetCertificates::serialize(const QString& tagName) const
+QString GetCertificates::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCertificates, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetCertificates::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetCertificates, this, out, tagName);
 }
 
-void GetCertificates::deserialize(const QDomNode& node)
+void GetCertificates::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificates, this, node);
 }

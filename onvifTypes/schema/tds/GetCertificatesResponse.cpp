@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCertificatesResponse = {
 
 } // namespace
 
-QString GetCertificatesResponse::serialize(const QString& tagName) const
+QString GetCertificatesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCertificatesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCertificatesResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetCertificatesResponse, this, out, tagName);
 }
 
-void GetCertificatesResponse::deserialize(const QDomNode& node)
+void GetCertificatesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificatesResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetCertificatesStatus = {
 
 } // namespace
 
-QString GetCertificatesStatus::serialize(const QString& tagName) const
+QString GetCertificatesStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCertificatesStatus, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetCertificatesStatus::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetCertificatesStatus, this, out, tagName);
 }
 
-void GetCertificatesStatus::deserialize(const QDomNode& node)
+void GetCertificatesStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificatesStatus, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCertificatesStatusResponse = {
 
 } // namespace
 
-QString GetCertificatesStatusResponse::serialize(const QString& tagName) const
+QString GetCertificatesStatusResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCertificatesStatusResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCertificatesStatusResponse::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoGetCertificatesStatusResponse, this, out, tagName);
 }
 
-void GetCertificatesStatusResponse::deserialize(const QDomNode& node)
+void GetCertificatesStatusResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCertificatesStatusResponse, this, node);
 }

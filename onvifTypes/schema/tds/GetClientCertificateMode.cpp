@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetClientCertificateMode = {
 
 } // namespace
 
-QString GetClientCertificateMode::serialize(const QString& tagName) const
+QString GetClientCertificateMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetClientCertificateMode, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetClientCertificateMode::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetClientCertificateMode, this, out, tagName);
 }
 
-void GetClientCertificateMode::deserialize(const QDomNode& node)
+void GetClientCertificateMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetClientCertificateMode, this, node);
 }

@@ -28,7 +28,7 @@ GetClientCertificateModeResponse::GetClientCertificateModeResponse()
     ComplexType::construct(infoGetClientCertificateModeResponse, this);
 }
 
-QString GetClientCertificateModeResponse::serialize(const QString& tagName) const
+QString GetClientCertificateModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetClientCertificateModeResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetClientCertificateModeResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoGetClientCertificateModeResponse, this, out, tagName);
 }
 
-void GetClientCertificateModeResponse::deserialize(const QDomNode& node)
+void GetClientCertificateModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetClientCertificateModeResponse, this, node);
 }

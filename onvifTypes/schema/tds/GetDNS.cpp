@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDNS = {
 
 } // namespace
 
-QString GetDNS::serialize(const QString& tagName) const
+QString GetDNS::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDNS, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDNS::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetDNS, this, out, tagName);
 }
 
-void GetDNS::deserialize(const QDomNode& node)
+void GetDNS::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDNS, this, node);
 }

@@ -29,7 +29,7 @@ GetDNSResponse::GetDNSResponse()
     ComplexType::construct(infoGetDNSResponse, this);
 }
 
-QString GetDNSResponse::serialize(const QString& tagName) const
+QString GetDNSResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDNSResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetDNSResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetDNSResponse, this, out, tagName);
 }
 
-void GetDNSResponse::deserialize(const QDomNode& node)
+void GetDNSResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDNSResponse, this, node);
 }

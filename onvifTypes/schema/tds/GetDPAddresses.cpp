@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDPAddresses = {
 
 } // namespace
 
-QString GetDPAddresses::serialize(const QString& tagName) const
+QString GetDPAddresses::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDPAddresses, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDPAddresses::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetDPAddresses, this, out, tagName);
 }
 
-void GetDPAddresses::deserialize(const QDomNode& node)
+void GetDPAddresses::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDPAddresses, this, node);
 }

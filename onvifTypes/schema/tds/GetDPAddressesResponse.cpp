@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetDPAddressesResponse = {
 
 } // namespace
 
-QString GetDPAddressesResponse::serialize(const QString& tagName) const
+QString GetDPAddressesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDPAddressesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetDPAddressesResponse::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetDPAddressesResponse, this, out, tagName);
 }
 
-void GetDPAddressesResponse::deserialize(const QDomNode& node)
+void GetDPAddressesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDPAddressesResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDeviceInformation = {
 
 } // namespace
 
-QString GetDeviceInformation::serialize(const QString& tagName) const
+QString GetDeviceInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDeviceInformation, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDeviceInformation::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetDeviceInformation, this, out, tagName);
 }
 
-void GetDeviceInformation::deserialize(const QDomNode& node)
+void GetDeviceInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDeviceInformation, this, node);
 }

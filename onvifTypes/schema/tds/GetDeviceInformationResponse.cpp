@@ -36,7 +36,7 @@ GetDeviceInformationResponse::GetDeviceInformationResponse()
     ComplexType::construct(infoGetDeviceInformationResponse, this);
 }
 
-QString GetDeviceInformationResponse::serialize(const QString& tagName) const
+QString GetDeviceInformationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDeviceInformationResponse, this, tagName);
 }
@@ -46,7 +46,7 @@ void GetDeviceInformationResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetDeviceInformationResponse, this, out, tagName);
 }
 
-void GetDeviceInformationResponse::deserialize(const QDomNode& node)
+void GetDeviceInformationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDeviceInformationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDiscoveryMode = {
 
 } // namespace
 
-QString GetDiscoveryMode::serialize(const QString& tagName) const
+QString GetDiscoveryMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDiscoveryMode, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetDiscoveryMode, this, out, tagName);
 }
 
-void GetDiscoveryMode::deserialize(const QDomNode& node)
+void GetDiscoveryMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDiscoveryMode, this, node);
 }

@@ -29,7 +29,7 @@ GetDiscoveryModeResponse::GetDiscoveryModeResponse()
     ComplexType::construct(infoGetDiscoveryModeResponse, this);
 }
 
-QString GetDiscoveryModeResponse::serialize(const QString& tagName) const
+QString GetDiscoveryModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDiscoveryModeResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetDiscoveryModeResponse, this, out, tagName);
 }
 
-void GetDiscoveryModeResponse::deserialize(const QDomNode& node)
+void GetDiscoveryModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDiscoveryModeResponse, this, node);
 }

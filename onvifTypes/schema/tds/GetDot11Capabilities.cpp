@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDot11Capabilities = {
 
 } // namespace
 
-QString GetDot11Capabilities::serialize(const QString& tagName) const
+QString GetDot11Capabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot11Capabilities, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDot11Capabilities::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetDot11Capabilities, this, out, tagName);
 }
 
-void GetDot11Capabilities::deserialize(const QDomNode& node)
+void GetDot11Capabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11Capabilities, this, node);
 }

@@ -29,7 +29,7 @@ GetDot11CapabilitiesResponse::GetDot11CapabilitiesResponse()
     ComplexType::construct(infoGetDot11CapabilitiesResponse, this);
 }
 
-QString GetDot11CapabilitiesResponse::serialize(const QString& tagName) const
+QString GetDot11CapabilitiesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot11CapabilitiesResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetDot11CapabilitiesResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetDot11CapabilitiesResponse, this, out, tagName);
 }
 
-void GetDot11CapabilitiesResponse::deserialize(const QDomNode& node)
+void GetDot11CapabilitiesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11CapabilitiesResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetDot11Status::GetDot11Status()
     ComplexType::construct(infoGetDot11Status, this);
 }
 
-QString GetDot11Status::serialize(const QString& tagName) const
+QString GetDot11Status::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot11Status, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetDot11Status::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetDot11Status, this, out, tagName);
 }
 
-void GetDot11Status::deserialize(const QDomNode& node)
+void GetDot11Status::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11Status, this, node);
 }

@@ -29,7 +29,7 @@ GetDot11StatusResponse::GetDot11StatusResponse()
     ComplexType::construct(infoGetDot11StatusResponse, this);
 }
 
-QString GetDot11StatusResponse::serialize(const QString& tagName) const
+QString GetDot11StatusResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot11StatusResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetDot11StatusResponse::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetDot11StatusResponse, this, out, tagName);
 }
 
-void GetDot11StatusResponse::deserialize(const QDomNode& node)
+void GetDot11StatusResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot11StatusResponse, this, node);
 }

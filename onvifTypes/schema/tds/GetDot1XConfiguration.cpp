@@ -28,7 +28,7 @@ GetDot1XConfiguration::GetDot1XConfiguration()
     ComplexType::construct(infoGetDot1XConfiguration, this);
 }
 
-QString GetDot1XConfiguration::serialize(const QString& tagName) const
+QString GetDot1XConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot1XConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetDot1XConfiguration, this, out, tagName);
 }
 
-void GetDot1XConfiguration::deserialize(const QDomNode& node)
+void GetDot1XConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfiguration, this, node);
 }

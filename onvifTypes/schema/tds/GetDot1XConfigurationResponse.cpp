@@ -29,7 +29,7 @@ GetDot1XConfigurationResponse::GetDot1XConfigurationResponse()
     ComplexType::construct(infoGetDot1XConfigurationResponse, this);
 }
 
-QString GetDot1XConfigurationResponse::serialize(const QString& tagName) const
+QString GetDot1XConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot1XConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoGetDot1XConfigurationResponse, this, out, tagName);
 }
 
-void GetDot1XConfigurationResponse::deserialize(const QDomNode& node)
+void GetDot1XConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfigurationResponse, this, node);
 }

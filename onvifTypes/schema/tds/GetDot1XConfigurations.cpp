@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDot1XConfigurations = {
 
 } // namespace
 
-QString GetDot1XConfigurations::serialize(const QString& tagName) const
+QString GetDot1XConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot1XConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDot1XConfigurations::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetDot1XConfigurations, this, out, tagName);
 }
 
-void GetDot1XConfigurations::deserialize(const QDomNode& node)
+void GetDot1XConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfigurations, this, node);
 }

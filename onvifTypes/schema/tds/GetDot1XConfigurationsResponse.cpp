@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetDot1XConfigurationsResponse = {
 
 } // namespace
 
-QString GetDot1XConfigurationsResponse::serialize(const QString& tagName) const
+QString GetDot1XConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDot1XConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetDot1XConfigurationsResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoGetDot1XConfigurationsResponse, this, out, tagName);
 }
 
-void GetDot1XConfigurationsResponse::deserialize(const QDomNode& node)
+void GetDot1XConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDot1XConfigurationsResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetDynamicDNS = {
 
 } // namespace
 
-QString GetDynamicDNS::serialize(const QString& tagName) const
+QString GetDynamicDNS::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDynamicDNS, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetDynamicDNS::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetDynamicDNS, this, out, tagName);
 }
 
-void GetDynamicDNS::deserialize(const QDomNode& node)
+void GetDynamicDNS::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDynamicDNS, this, node);
 }

@@ -29,7 +29,7 @@ GetDynamicDNSResponse::GetDynamicDNSResponse()
     ComplexType::construct(infoGetDynamicDNSResponse, this);
 }
 
-QString GetDynamicDNSResponse::serialize(const QString& tagName) const
+QString GetDynamicDNSResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetDynamicDNSResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetDynamicDNSResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetDynamicDNSResponse, this, out, tagName);
 }
 
-void GetDynamicDNSResponse::deserialize(const QDomNode& node)
+void GetDynamicDNSResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetDynamicDNSResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetEndpointReference = {
 
 } // namespace
 
-QString GetEndpointReference::serialize(const QString& tagName) const
+QString GetEndpointReference::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetEndpointReference, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetEndpointReference::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetEndpointReference, this, out, tagName);
 }
 
-void GetEndpointReference::deserialize(const QDomNode& node)
+void GetEndpointReference::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetEndpointReference, this, node);
 }

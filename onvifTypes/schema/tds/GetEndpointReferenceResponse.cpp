@@ -28,7 +28,7 @@ GetEndpointReferenceResponse::GetEndpointReferenceResponse()
     ComplexType::construct(infoGetEndpointReferenceResponse, this);
 }
 
-QString GetEndpointReferenceResponse::serialize(const QString& tagName) const
+QString GetEndpointReferenceResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetEndpointReferenceResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetEndpointReferenceResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetEndpointReferenceResponse, this, out, tagName);
 }
 
-void GetEndpointReferenceResponse::deserialize(const QDomNode& node)
+void GetEndpointReferenceResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetEndpointReferenceResponse, this, node);
 }

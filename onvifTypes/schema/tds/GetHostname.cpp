@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetHostname = {
 
 } // namespace
 
-QString GetHostname::serialize(const QString& tagName) const
+QString GetHostname::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetHostname, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetHostname::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetHostname, this, out, tagName);
 }
 
-void GetHostname::deserialize(const QDomNode& node)
+void GetHostname::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetHostname, this, node);
 }

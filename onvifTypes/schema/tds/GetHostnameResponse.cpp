@@ -29,7 +29,7 @@ GetHostnameResponse::GetHostnameResponse()
     ComplexType::construct(infoGetHostnameResponse, this);
 }
 
-QString GetHostnameResponse::serialize(const QString& tagName) const
+QString GetHostnameResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetHostnameResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetHostnameResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetHostnameResponse, this, out, tagName);
 }
 
-void GetHostnameResponse::deserialize(const QDomNode& node)
+void GetHostnameResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetHostnameResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetIPAddressFilter = {
 
 } // namespace
 
-QString GetIPAddressFilter::serialize(const QString& tagName) const
+QString GetIPAddressFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetIPAddressFilter, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetIPAddressFilter, this, out, tagName);
 }
 
-void GetIPAddressFilter::deserialize(const QDomNode& node)
+void GetIPAddressFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetIPAddressFilter, this, node);
 }

@@ -29,7 +29,7 @@ GetIPAddressFilterResponse::GetIPAddressFilterResponse()
     ComplexType::construct(infoGetIPAddressFilterResponse, this);
 }
 
-QString GetIPAddressFilterResponse::serialize(const QString& tagName) const
+QString GetIPAddressFilterResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetIPAddressFilterResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoGetIPAddressFilterResponse, this, out, tagName);
 }
 
-void GetIPAddressFilterResponse::deserialize(const QDomNode& node)
+void GetIPAddressFilterResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetIPAddressFilterResponse, this, node);
 }

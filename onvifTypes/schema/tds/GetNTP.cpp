@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetNTP = {
 
 } // namespace
 
-QString GetNTP::serialize(const QString& tagName) const
+QString GetNTP::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNTP, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetNTP::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNTP, this, out, tagName);
 }
 
-void GetNTP::deserialize(const QDomNode& node)
+void GetNTP::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNTP, this, node);
 }

@@ -29,7 +29,7 @@ GetNTPResponse::GetNTPResponse()
     ComplexType::construct(infoGetNTPResponse, this);
 }
 
-QString GetNTPResponse::serialize(const QString& tagName) const
+QString GetNTPResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNTPResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetNTPResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNTPResponse, this, out, tagName);
 }
 
-void GetNTPResponse::deserialize(const QDomNode& node)
+void GetNTPResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNTPResponse, this, node);
 }

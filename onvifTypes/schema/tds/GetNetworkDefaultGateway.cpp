@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetNetworkDefaultGateway = {
 
 } // namespace
 
-QString GetNetworkDefaultGateway::serialize(const QString& tagName) const
+QString GetNetworkDefaultGateway::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNetworkDefaultGateway, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetNetworkDefaultGateway::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetNetworkDefaultGateway, this, out, tagName);
 }
 
-void GetNetworkDefaultGateway::deserialize(const QDomNode& node)
+void GetNetworkDefaultGateway::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkDefaultGateway, this, node);
 }

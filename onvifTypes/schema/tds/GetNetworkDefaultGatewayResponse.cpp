@@ -29,7 +29,7 @@ GetNetworkDefaultGatewayResponse::GetNetworkDefaultGatewayResponse()
     ComplexType::construct(infoGetNetworkDefaultGatewayResponse, this);
 }
 
-QString GetNetworkDefaultGatewayResponse::serialize(const QString& tagName) const
+QString GetNetworkDefaultGatewayResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNetworkDefaultGatewayResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetNetworkDefaultGatewayResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoGetNetworkDefaultGatewayResponse, this, out, tagName);
 }
 
-void GetNetworkDefaultGatewayResponse::deserialize(const QDomNode& node)
+void GetNetworkDefaultGatewayResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkDefaultGatewayResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetNetworkInterfaces = {
 
 } // namespace
 
-QString GetNetworkInterfaces::serialize(const QString& tagName) const
+QString GetNetworkInterfaces::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNetworkInterfaces, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetNetworkInterfaces::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetNetworkInterfaces, this, out, tagName);
 }
 
-void GetNetworkInterfaces::deserialize(const QDomNode& node)
+void GetNetworkInterfaces::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkInterfaces, this, node);
 }

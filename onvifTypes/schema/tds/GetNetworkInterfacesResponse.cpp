@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetNetworkInterfacesResponse = {
 
 } // namespace
 
-QString GetNetworkInterfacesResponse::serialize(const QString& tagName) const
+QString GetNetworkInterfacesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNetworkInterfacesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetNetworkInterfacesResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetNetworkInterfacesResponse, this, out, tagName);
 }
 
-void GetNetworkInterfacesResponse::deserialize(const QDomNode& node)
+void GetNetworkInterfacesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkInterfacesResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetNetworkProtocols = {
 
 } // namespace
 
-QString GetNetworkProtocols::serialize(const QString& tagName) const
+QString GetNetworkProtocols::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNetworkProtocols, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetNetworkProtocols::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNetworkProtocols, this, out, tagName);
 }
 
-void GetNetworkProtocols::deserialize(const QDomNode& node)
+void GetNetworkProtocols::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkProtocols, this, node);
 }

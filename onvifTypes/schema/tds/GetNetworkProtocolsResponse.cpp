@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetNetworkProtocolsResponse = {
 
 } // namespace
 
-QString GetNetworkProtocolsResponse::serialize(const QString& tagName) const
+QString GetNetworkProtocolsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNetworkProtocolsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetNetworkProtocolsResponse::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetNetworkProtocolsResponse, this, out, tagName);
 }
 
-void GetNetworkProtocolsResponse::deserialize(const QDomNode& node)
+void GetNetworkProtocolsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNetworkProtocolsResponse, this, node);
 }

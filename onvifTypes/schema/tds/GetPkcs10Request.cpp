@@ -33,7 +33,7 @@ GetPkcs10Request::GetPkcs10Request()
     ComplexType::construct(infoGetPkcs10Request, this);
 }
 
-QString GetPkcs10Request::serialize(const QString& tagName) const
+QString GetPkcs10Request::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPkcs10Request, this, tagName);
 }
@@ -43,7 +43,7 @@ void GetPkcs10Request::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetPkcs10Request, this, out, tagName);
 }
 
-void GetPkcs10Request::deserialize(const QDomNode& node)
+void GetPkcs10Request::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPkcs10Request, this, node);
 }

@@ -29,7 +29,7 @@ GetPkcs10RequestResponse::GetPkcs10RequestResponse()
     ComplexType::construct(infoGetPkcs10RequestResponse, this);
 }
 
-QString GetPkcs10RequestResponse::serialize(const QString& tagName) const
+QString GetPkcs10RequestResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPkcs10RequestResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetPkcs10RequestResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetPkcs10RequestResponse, this, out, tagName);
 }
 
-void GetPkcs10RequestResponse::deserialize(const QDomNode& node)
+void GetPkcs10RequestResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPkcs10RequestResponse, this, node);
 }

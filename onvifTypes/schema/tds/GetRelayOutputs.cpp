@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetRelayOutputs = {
 
 } // namespace
 
-QString GetRelayOutputs::serialize(const QString& tagName) const
+QString GetRelayOutputs::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRelayOutputs, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetRelayOutputs::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetRelayOutputs, this, out, tagName);
 }
 
-void GetRelayOutputs::deserialize(const QDomNode& node)
+void GetRelayOutputs::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRelayOutputs, this, node);
 }

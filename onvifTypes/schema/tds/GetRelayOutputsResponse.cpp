@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetRelayOutputsResponse = {
 
 } // namespace
 
-QString GetRelayOutputsResponse::serialize(const QString& tagName) const
+QString GetRelayOutputsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRelayOutputsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetRelayOutputsResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetRelayOutputsResponse, this, out, tagName);
 }
 
-void GetRelayOutputsResponse::deserialize(const QDomNode& node)
+void GetRelayOutputsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRelayOutputsResponse, this, node);
 }

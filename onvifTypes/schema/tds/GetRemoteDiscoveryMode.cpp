@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetRemoteDiscoveryMode = {
 
 } // namespace
 
-QString GetRemoteDiscoveryMode::serialize(const QString& tagName) const
+QString GetRemoteDiscoveryMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRemoteDiscoveryMode, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetRemoteDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetRemoteDiscoveryMode, this, out, tagName);
 }
 
-void GetRemoteDiscoveryMode::deserialize(const QDomNode& node)
+void GetRemoteDiscoveryMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteDiscoveryMode, this, node);
 }

@@ -29,7 +29,7 @@ GetRemoteDiscoveryModeResponse::GetRemoteDiscoveryModeResponse()
     ComplexType::construct(infoGetRemoteDiscoveryModeResponse, this);
 }
 
-QString GetRemoteDiscoveryModeResponse::serialize(const QString& tagName) const
+QString GetRemoteDiscoveryModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRemoteDiscoveryModeResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetRemoteDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoGetRemoteDiscoveryModeResponse, this, out, tagName);
 }
 
-void GetRemoteDiscoveryModeResponse::deserialize(const QDomNode& node)
+void GetRemoteDiscoveryModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteDiscoveryModeResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetRemoteUser = {
 
 } // namespace
 
-QString GetRemoteUser::serialize(const QString& tagName) const
+QString GetRemoteUser::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRemoteUser, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetRemoteUser::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetRemoteUser, this, out, tagName);
 }
 
-void GetRemoteUser::deserialize(const QDomNode& node)
+void GetRemoteUser::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteUser, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetRemoteUserResponse = {
 
 } // namespace
 
-QString GetRemoteUserResponse::serialize(const QString& tagName) const
+QString GetRemoteUserResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRemoteUserResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetRemoteUserResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetRemoteUserResponse, this, out, tagName);
 }
 
-void GetRemoteUserResponse::deserialize(const QDomNode& node)
+void GetRemoteUserResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRemoteUserResponse, this, node);
 }

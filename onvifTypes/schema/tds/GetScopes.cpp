@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetScopes = {
 
 } // namespace
 
-QString GetScopes::serialize(const QString& tagName) const
+QString GetScopes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetScopes, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetScopes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetScopes, this, out, tagName);
 }
 
-void GetScopes::deserialize(const QDomNode& node)
+void GetScopes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetScopes, this, node);
 }

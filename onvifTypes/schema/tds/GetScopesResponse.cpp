@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetScopesResponse = {
 
 } // namespace
 
-QString GetScopesResponse::serialize(const QString& tagName) const
+QString GetScopesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetScopesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetScopesResponse, this, out, tagName);
 }
 
-void GetScopesResponse::deserialize(const QDomNode& node)
+void GetScopesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetScopesResponse, this, node);
 }

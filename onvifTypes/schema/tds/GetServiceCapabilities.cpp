@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetServiceCapabilities = {
 
 } // namespace
 
-QString GetServiceCapabilities::serialize(const QString& tagName) const
+QString GetServiceCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetServiceCapabilities, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetServiceCapabilities::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetServiceCapabilities, this, out, tagName);
 }
 
-void GetServiceCapabilities::deserialize(const QDomNode& node)
+void GetServiceCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetServiceCapabilities, this, node);
 }

@@ -28,7 +28,7 @@ GetServices::GetServices()
     ComplexType::construct(infoGetServices, this);
 }
 
-QString GetServices::serialize(const QString& tagName) const
+QString GetServices::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetServices, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetServices::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetServices, this, out, tagName);
 }
 
-void GetServices::deserialize(const QDomNode& node)
+void GetServices::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetServices, this, node);
 }

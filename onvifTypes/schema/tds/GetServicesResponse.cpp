@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetServicesResponse = {
 
 } // namespace
 
-QString GetServicesResponse::serialize(const QString& tagName) const
+QString GetServicesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetServicesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetServicesResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetServicesResponse, this, out, tagName);
 }
 
-void GetServicesResponse::deserialize(const QDomNode& node)
+void GetServicesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetServicesResponse, this, node);
 }

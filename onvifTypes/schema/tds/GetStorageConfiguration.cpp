@@ -28,7 +28,7 @@ GetStorageConfiguration::GetStorageConfiguration()
     ComplexType::construct(infoGetStorageConfiguration, this);
 }
 
-QString GetStorageConfiguration::serialize(const QString& tagName) const
+QString GetStorageConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStorageConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetStorageConfiguration::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetStorageConfiguration, this, out, tagName);
 }
 
-void GetStorageConfiguration::deserialize(const QDomNode& node)
+void GetStorageConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfiguration, this, node);
 }

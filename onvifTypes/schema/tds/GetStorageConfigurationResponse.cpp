@@ -29,7 +29,7 @@ GetStorageConfigurationResponse::GetStorageConfigurationResponse()
     ComplexType::construct(infoGetStorageConfigurationResponse, this);
 }
 
-QString GetStorageConfigurationResponse::serialize(const QString& tagName) const
+QString GetStorageConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStorageConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetStorageConfigurationResponse::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoGetStorageConfigurationResponse, this, out, tagName);
 }
 
-void GetStorageConfigurationResponse::deserialize(const QDomNode& node)
+void GetStorageConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfigurationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetStorageConfigurations = {
 
 } // namespace
 
-QString GetStorageConfigurations::serialize(const QString& tagName) const
+QString GetStorageConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStorageConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetStorageConfigurations::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetStorageConfigurations, this, out, tagName);
 }
 
-void GetStorageConfigurations::deserialize(const QDomNode& node)
+void GetStorageConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfigurations, this, node);
 }

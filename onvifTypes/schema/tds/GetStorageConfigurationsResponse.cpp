@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetStorageConfigurationsResponse = {
 
 } // namespace
 
-QString GetStorageConfigurationsResponse::serialize(const QString& tagName) const
+QString GetStorageConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStorageConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetStorageConfigurationsResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoGetStorageConfigurationsResponse, this, out, tagName);
 }
 
-void GetStorageConfigurationsResponse::deserialize(const QDomNode& node)
+void GetStorageConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStorageConfigurationsResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetSystemBackup = {
 
 } // namespace
 
-QString GetSystemBackup::serialize(const QString& tagName) const
+QString GetSystemBackup::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemBackup, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetSystemBackup::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetSystemBackup, this, out, tagName);
 }
 
-void GetSystemBackup::deserialize(const QDomNode& node)
+void GetSystemBackup::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemBackup, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetSystemBackupResponse = {
 
 } // namespace
 
-QString GetSystemBackupResponse::serialize(const QString& tagName) const
+QString GetSystemBackupResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemBackupResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetSystemBackupResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetSystemBackupResponse, this, out, tagName);
 }
 
-void GetSystemBackupResponse::deserialize(const QDomNode& node)
+void GetSystemBackupResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemBackupResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetSystemDateAndTime = {
 
 } // namespace
 
-QString GetSystemDateAndTime::serialize(const QString& tagName) const
+QString GetSystemDateAndTime::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemDateAndTime, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetSystemDateAndTime::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetSystemDateAndTime, this, out, tagName);
 }
 
-void GetSystemDateAndTime::deserialize(const QDomNode& node)
+void GetSystemDateAndTime::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemDateAndTime, this, node);
 }

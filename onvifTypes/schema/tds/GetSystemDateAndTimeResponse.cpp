@@ -29,7 +29,7 @@ GetSystemDateAndTimeResponse::GetSystemDateAndTimeResponse()
     ComplexType::construct(infoGetSystemDateAndTimeResponse, this);
 }
 
-QString GetSystemDateAndTimeResponse::serialize(const QString& tagName) const
+QString GetSystemDateAndTimeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemDateAndTimeResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetSystemDateAndTimeResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetSystemDateAndTimeResponse, this, out, tagName);
 }
 
-void GetSystemDateAndTimeResponse::deserialize(const QDomNode& node)
+void GetSystemDateAndTimeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemDateAndTimeResponse, this, node);
 }

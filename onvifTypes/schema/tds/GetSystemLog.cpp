@@ -29,7 +29,7 @@ GetSystemLog::GetSystemLog()
     ComplexType::construct(infoGetSystemLog, this);
 }
 
-QString GetSystemLog::serialize(const QString& tagName) const
+QString GetSystemLog::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemLog, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetSystemLog::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetSystemLog, this, out, tagName);
 }
 
-void GetSystemLog::deserialize(const QDomNode& node)
+void GetSystemLog::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemLog, this, node);
 }

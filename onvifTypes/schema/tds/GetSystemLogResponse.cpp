@@ -29,7 +29,7 @@ GetSystemLogResponse::GetSystemLogResponse()
     ComplexType::construct(infoGetSystemLogResponse, this);
 }
 
-QString GetSystemLogResponse::serialize(const QString& tagName) const
+QString GetSystemLogResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemLogResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetSystemLogResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetSystemLogResponse, this, out, tagName);
 }
 
-void GetSystemLogResponse::deserialize(const QDomNode& node)
+void GetSystemLogResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemLogResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetSystemSupportInformation = {
 
 } // namespace
 
-QString GetSystemSupportInformation::serialize(const QString& tagName) const
+QString GetSystemSupportInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemSupportInformation, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetSystemSupportInformation::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetSystemSupportInformation, this, out, tagName);
 }
 
-void GetSystemSupportInformation::deserialize(const QDomNode& node)
+void GetSystemSupportInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemSupportInformation, this, node);
 }

@@ -29,7 +29,7 @@ GetSystemSupportInformationResponse::GetSystemSupportInformationResponse()
     ComplexType::construct(infoGetSystemSupportInformationResponse, this);
 }
 
-QString GetSystemSupportInformationResponse::serialize(const QString& tagName) const
+QString GetSystemSupportInformationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemSupportInformationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetSystemSupportInformationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetSystemSupportInformationResponse, this, out, tagName);
 }
 
-void GetSystemSupportInformationResponse::deserialize(const QDomNode& node)
+void GetSystemSupportInformationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemSupportInformationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetSystemUris = {
 
 } // namespace
 
-QString GetSystemUris::serialize(const QString& tagName) const
+QString GetSystemUris::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemUris, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetSystemUris::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetSystemUris, this, out, tagName);
 }
 
-void GetSystemUris::deserialize(const QDomNode& node)
+void GetSystemUris::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemUris, this, node);
 }

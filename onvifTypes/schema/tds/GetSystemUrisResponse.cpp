@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoGetSystemUrisResponse = {
 
 } // namespace
 
-QString GetSystemUrisResponse::serialize(const QString& tagName) const
+QString GetSystemUrisResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSystemUrisResponse, this, tagName);
 }
@@ -40,7 +40,7 @@ void GetSystemUrisResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetSystemUrisResponse, this, out, tagName);
 }
 
-void GetSystemUrisResponse::deserialize(const QDomNode& node)
+void GetSystemUrisResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSystemUrisResponse, this, node);
 }

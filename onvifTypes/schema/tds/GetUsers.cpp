@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetUsers = {
 
 } // namespace
 
-QString GetUsers::serialize(const QString& tagName) const
+QString GetUsers::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetUsers, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetUsers::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetUsers, this, out, tagName);
 }
 
-void GetUsers::deserialize(const QDomNode& node)
+void GetUsers::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetUsers, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetUsersResponse = {
 
 } // namespace
 
-QString GetUsersResponse::serialize(const QString& tagName) const
+QString GetUsersResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetUsersResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetUsersResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetUsersResponse, this, out, tagName);
 }
 
-void GetUsersResponse::deserialize(const QDomNode& node)
+void GetUsersResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetUsersResponse, this, node);
 }

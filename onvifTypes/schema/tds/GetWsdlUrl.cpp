@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetWsdlUrl = {
 
 } // namespace
 
-QString GetWsdlUrl::serialize(const QString& tagName) const
+QString GetWsdlUrl::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetWsdlUrl, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetWsdlUrl::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetWsdlUrl, this, out, tagName);
 }
 
-void GetWsdlUrl::deserialize(const QDomNode& node)
+void GetWsdlUrl::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetWsdlUrl, this, node);
 }

@@ -28,7 +28,7 @@ GetWsdlUrlResponse::GetWsdlUrlResponse()
     ComplexType::construct(infoGetWsdlUrlResponse, this);
 }
 
-QString GetWsdlUrlResponse::serialize(const QString& tagName) const
+QString GetWsdlUrlResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetWsdlUrlResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetWsdlUrlResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetWsdlUrlResponse, this, out, tagName);
 }
 
-void GetWsdlUrlResponse::deserialize(const QDomNode& node)
+void GetWsdlUrlResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetWsdlUrlResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetZeroConfiguration = {
 
 } // namespace
 
-QString GetZeroConfiguration::serialize(const QString& tagName) const
+QString GetZeroConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetZeroConfiguration, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetZeroConfiguration::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetZeroConfiguration, this, out, tagName);
 }
 
-void GetZeroConfiguration::deserialize(const QDomNode& node)
+void GetZeroConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetZeroConfiguration, this, node);
 }

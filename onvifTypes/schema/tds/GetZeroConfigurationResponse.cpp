@@ -29,7 +29,7 @@ GetZeroConfigurationResponse::GetZeroConfigurationResponse()
     ComplexType::construct(infoGetZeroConfigurationResponse, this);
 }
 
-QString GetZeroConfigurationResponse::serialize(const QString& tagName) const
+QString GetZeroConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetZeroConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetZeroConfigurationResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetZeroConfigurationResponse, this, out, tagName);
 }
 
-void GetZeroConfigurationResponse::deserialize(const QDomNode& node)
+void GetZeroConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetZeroConfigurationResponse, this, node);
 }

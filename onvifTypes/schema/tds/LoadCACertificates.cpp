@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoLoadCACertificates = {
 
 } // namespace
 
-QString LoadCACertificates::serialize(const QString& tagName) const
+QString LoadCACertificates::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLoadCACertificates, this, tagName);
 }
@@ -34,7 +34,7 @@ void LoadCACertificates::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLoadCACertificates, this, out, tagName);
 }
 
-void LoadCACertificates::deserialize(const QDomNode& node)
+void LoadCACertificates::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCACertificates, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoLoadCACertificatesResponse = {
 
 } // namespace
 
-QString LoadCACertificatesResponse::serialize(const QString& tagName) const
+QString LoadCACertificatesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLoadCACertificatesResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void LoadCACertificatesResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoLoadCACertificatesResponse, this, out, tagName);
 }
 
-void LoadCACertificatesResponse::deserialize(const QDomNode& node)
+void LoadCACertificatesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCACertificatesResponse, this, node);
 }

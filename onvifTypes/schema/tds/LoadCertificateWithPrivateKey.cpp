@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoLoadCertificateWithPrivateKey = {
 
 } // namespace
 
-QString LoadCertificateWithPrivateKey::serialize(const QString& tagName) const
+QString LoadCertificateWithPrivateKey::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLoadCertificateWithPrivateKey, this, tagName);
 }
@@ -34,7 +34,7 @@ void LoadCertificateWithPrivateKey::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoLoadCertificateWithPrivateKey, this, out, tagName);
 }
 
-void LoadCertificateWithPrivateKey::deserialize(const QDomNode& node)
+void LoadCertificateWithPrivateKey::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificateWithPrivateKey, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoLoadCertificateWithPrivateKeyResponse = {
 
 } // namespace
 
-QString LoadCertificateWithPrivateKeyResponse::serialize(const QString& tagName) const
+QString LoadCertificateWithPrivateKeyResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLoadCertificateWithPrivateKeyResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void LoadCertificateWithPrivateKeyResponse::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoLoadCertificateWithPrivateKeyResponse, this, out, tagName);
 }
 
-void LoadCertificateWithPrivateKeyResponse::deserialize(const QDomNode& node)
+void LoadCertificateWithPrivateKeyResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificateWithPrivateKeyResponse, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoLoadCertificates = {
 
 } // namespace
 
-QString LoadCertificates::serialize(const QString& tagName) const
+QString LoadCertificates::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLoadCertificates, this, tagName);
 }
@@ -34,7 +34,7 @@ void LoadCertificates::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLoadCertificates, this, out, tagName);
 }
 
-void LoadCertificates::deserialize(const QDomNode& node)
+void LoadCertificates::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificates, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoLoadCertificatesResponse = {
 
 } // namespace
 
-QString LoadCertificatesResponse::serialize(const QString& tagName) const
+QString LoadCertificatesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLoadCertificatesResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void LoadCertificatesResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoLoadCertificatesResponse, this, out, tagName);
 }
 
-void LoadCertificatesResponse::deserialize(const QDomNode& node)
+void LoadCertificatesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLoadCertificatesResponse, this, node);
 }

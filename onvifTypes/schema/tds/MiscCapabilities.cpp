@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoMiscCapabilities = {
 
 } // namespace
 
-QString MiscCapabilities::serialize(const QString& tagName) const
+QString MiscCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMiscCapabilities, this, tagName);
 }
@@ -33,7 +33,7 @@ void MiscCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMiscCapabilities, this, out, tagName);
 }
 
-void MiscCapabilities::deserialize(const QDomNode& node)
+void MiscCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMiscCapabilities, this, node);
 }

@@ -39,7 +39,7 @@ const ComplexType::ClassInfo infoNetworkCapabilities = {
 
 } // namespace
 
-QString NetworkCapabilities::serialize(const QString& tagName) const
+QString NetworkCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkCapabilities, this, tagName);
 }
@@ -49,7 +49,7 @@ void NetworkCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoNetworkCapabilities, this, out, tagName);
 }
 
-void NetworkCapabilities::deserialize(const QDomNode& node)
+void NetworkCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkCapabilities, this, node);
 }

@@ -29,7 +29,7 @@ RemoveIPAddressFilter::RemoveIPAddressFilter()
     ComplexType::construct(infoRemoveIPAddressFilter, this);
 }
 
-QString RemoveIPAddressFilter::serialize(const QString& tagName) const
+QString RemoveIPAddressFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveIPAddressFilter, this, tagName);
 }
@@ -39,7 +39,7 @@ void RemoveIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoRemoveIPAddressFilter, this, out, tagName);
 }
 
-void RemoveIPAddressFilter::deserialize(const QDomNode& node)
+void RemoveIPAddressFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveIPAddressFilter, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveIPAddressFilterResponse = {
 
 } // namespace
 
-QString RemoveIPAddressFilterResponse::serialize(const QString& tagName) const
+QString RemoveIPAddressFilterResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveIPAddressFilterResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoRemoveIPAddressFilterResponse, this, out, tagName);
 }
 
-void RemoveIPAddressFilterResponse::deserialize(const QDomNode& node)
+void RemoveIPAddressFilterResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveIPAddressFilterResponse, this, node);
 }

@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoRemoveScopes = {
 
 } // namespace
 
-QString RemoveScopes::serialize(const QString& tagName) const
+QString RemoveScopes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveScopes, this, tagName);
 }
@@ -33,7 +33,7 @@ void RemoveScopes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRemoveScopes, this, out, tagName);
 }
 
-void RemoveScopes::deserialize(const QDomNode& node)
+void RemoveScopes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveScopes, this, node);
 }

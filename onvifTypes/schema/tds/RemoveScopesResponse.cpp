@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoRemoveScopesResponse = {
 
 } // namespace
 
-QString RemoveScopesResponse::serialize(const QString& tagName) const
+QString RemoveScopesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveScopesResponse, this, tagName);
 }
@@ -33,7 +33,7 @@ void RemoveScopesResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoRemoveScopesResponse, this, out, tagName);
 }
 
-void RemoveScopesResponse::deserialize(const QDomNode& node)
+void RemoveScopesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveScopesResponse, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoRestoreSystem = {
 
 } // namespace
 
-QString RestoreSystem::serialize(const QString& tagName) const
+QString RestoreSystem::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRestoreSystem, this, tagName);
 }
@@ -34,7 +34,7 @@ void RestoreSystem::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRestoreSystem, this, out, tagName);
 }
 
-void RestoreSystem::deserialize(const QDomNode& node)
+void RestoreSystem::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRestoreSystem, this, node);
 }

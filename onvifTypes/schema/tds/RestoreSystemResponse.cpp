@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRestoreSystemResponse = {
 
 } // namespace
 
-QString RestoreSystemResponse::serialize(const QString& tagName) const
+QString RestoreSystemResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRestoreSystemResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RestoreSystemResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoRestoreSystemResponse, this, out, tagName);
 }
 
-void RestoreSystemResponse::deserialize(const QDomNode& node)
+void RestoreSystemResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRestoreSystemResponse, this, node);
 }

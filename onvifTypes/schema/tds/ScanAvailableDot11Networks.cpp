@@ -28,7 +28,7 @@ ScanAvailableDot11Networks::ScanAvailableDot11Networks()
     ComplexType::construct(infoScanAvailableDot11Networks, this);
 }
 
-QString ScanAvailableDot11Networks::serialize(const QString& tagName) const
+QString ScanAvailableDot11Networks::serialize(QString tagName)
 {
     return ComplexType::serialize(infoScanAvailableDot11Networks, this, tagName);
 }
@@ -38,7 +38,7 @@ void ScanAvailableDot11Networks::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoScanAvailableDot11Networks, this, out, tagName);
 }
 
-void ScanAvailableDot11Networks::deserialize(const QDomNode& node)
+void ScanAvailableDot11Networks::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoScanAvailableDot11Networks, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoScanAvailableDot11NetworksResponse = {
 
 } // namespace
 
-QString ScanAvailableDot11NetworksResponse::serialize(const QString& tagName) const
+QString ScanAvailableDot11NetworksResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoScanAvailableDot11NetworksResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void ScanAvailableDot11NetworksResponse::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoScanAvailableDot11NetworksResponse, this, out, tagName);
 }
 
-void ScanAvailableDot11NetworksResponse::deserialize(const QDomNode& node)
+void ScanAvailableDot11NetworksResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoScanAvailableDot11NetworksResponse, this, node);
 }

@@ -57,7 +57,7 @@ const ComplexType::ClassInfo infoSecurityCapabilities = {
 
 } // namespace
 
-QString SecurityCapabilities::serialize(const QString& tagName) const
+QString SecurityCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSecurityCapabilities, this, tagName);
 }
@@ -67,7 +67,7 @@ void SecurityCapabilities::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSecurityCapabilities, this, out, tagName);
 }
 
-void SecurityCapabilities::deserialize(const QDomNode& node)
+void SecurityCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilities, this, node);
 }

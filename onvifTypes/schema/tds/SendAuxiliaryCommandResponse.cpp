@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoSendAuxiliaryCommandResponse = {
 
 } // namespace
 
-QString SendAuxiliaryCommandResponse::serialize(const QString& tagName) const
+QString SendAuxiliaryCommandResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSendAuxiliaryCommandResponse, this, tagName);
 }
@@ -33,7 +33,7 @@ void SendAuxiliaryCommandResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSendAuxiliaryCommandResponse, this, out, tagName);
 }
 
-void SendAuxiliaryCommandResponse::deserialize(const QDomNode& node)
+void SendAuxiliaryCommandResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSendAuxiliaryCommandResponse, this, node);
 }

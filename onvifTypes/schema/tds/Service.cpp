@@ -35,7 +35,7 @@ Service::Service()
     ComplexType::construct(infoService, this);
 }
 
-QString Service::serialize(const QString& tagName) const
+QString Service::serialize(QString tagName)
 {
     return ComplexType::serialize(infoService, this, tagName);
 }
@@ -45,7 +45,7 @@ void Service::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoService, this, out, tagName);
 }
 
-void Service::deserialize(const QDomNode& node)
+void Service::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoService, this, node);
 }

@@ -29,7 +29,7 @@ SetAccessPolicy::SetAccessPolicy()
     ComplexType::construct(infoSetAccessPolicy, this);
 }
 
-QString SetAccessPolicy::serialize(const QString& tagName) const
+QString SetAccessPolicy::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAccessPolicy, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetAccessPolicy::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetAccessPolicy, this, out, tagName);
 }
 
-void SetAccessPolicy::deserialize(const QDomNode& node)
+void SetAccessPolicy::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAccessPolicy, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetAccessPolicyResponse = {
 
 } // namespace
 
-QString SetAccessPolicyResponse::serialize(const QString& tagName) const
+QString SetAccessPolicyResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAccessPolicyResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetAccessPolicyResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSetAccessPolicyResponse, this, out, tagName);
 }
 
-void SetAccessPolicyResponse::deserialize(const QDomNode& node)
+void SetAccessPolicyResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAccessPolicyResponse, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoSetCertificatesStatus = {
 
 } // namespace
 
-QString SetCertificatesStatus::serialize(const QString& tagName) const
+QString SetCertificatesStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetCertificatesStatus, this, tagName);
 }
@@ -34,7 +34,7 @@ void SetCertificatesStatus::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoSetCertificatesStatus, this, out, tagName);
 }
 
-void SetCertificatesStatus::deserialize(const QDomNode& node)
+void SetCertificatesStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetCertificatesStatus, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetCertificatesStatusResponse = {
 
 } // namespace
 
-QString SetCertificatesStatusResponse::serialize(const QString& tagName) const
+QString SetCertificatesStatusResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetCertificatesStatusResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetCertificatesStatusResponse::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoSetCertificatesStatusResponse, this, out, tagName);
 }
 
-void SetCertificatesStatusResponse::deserialize(const QDomNode& node)
+void SetCertificatesStatusResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetCertificatesStatusResponse, this, node);
 }

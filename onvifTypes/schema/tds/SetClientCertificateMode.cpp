@@ -28,7 +28,7 @@ SetClientCertificateMode::SetClientCertificateMode()
     ComplexType::construct(infoSetClientCertificateMode, this);
 }
 
-QString SetClientCertificateMode::serialize(const QString& tagName) const
+QString SetClientCertificateMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetClientCertificateMode, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetClientCertificateMode::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoSetClientCertificateMode, this, out, tagName);
 }
 
-void SetClientCertificateMode::deserialize(const QDomNode& node)
+void SetClientCertificateMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetClientCertificateMode, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetClientCertificateModeResponse = {
 
 } // namespace
 
-QString SetClientCertificateModeResponse::serialize(const QString& tagName) const
+QString SetClientCertificateModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetClientCertificateModeResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetClientCertificateModeResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoSetClientCertificateModeResponse, this, out, tagName);
 }
 
-void SetClientCertificateModeResponse::deserialize(const QDomNode& node)
+void SetClientCertificateModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetClientCertificateModeResponse, this, node);
 }

@@ -33,7 +33,7 @@ SetDNS::SetDNS()
     ComplexType::construct(infoSetDNS, this);
 }
 
-QString SetDNS::serialize(const QString& tagName) const
+QString SetDNS::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDNS, this, tagName);
 }
@@ -43,7 +43,7 @@ void SetDNS::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetDNS, this, out, tagName);
 }
 
-void SetDNS::deserialize(const QDomNode& node)
+void SetDNS::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDNS, this, node);
 }

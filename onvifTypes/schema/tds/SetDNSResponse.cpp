@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetDNSResponse = {
 
 } // namespace
 
-QString SetDNSResponse::serialize(const QString& tagName) const
+QString SetDNSResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDNSResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetDNSResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetDNSResponse, this, out, tagName);
 }
 
-void SetDNSResponse::deserialize(const QDomNode& node)
+void SetDNSResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDNSResponse, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoSetDPAddresses = {
 
 } // namespace
 
-QString SetDPAddresses::serialize(const QString& tagName) const
+QString SetDPAddresses::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDPAddresses, this, tagName);
 }
@@ -34,7 +34,7 @@ void SetDPAddresses::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetDPAddresses, this, out, tagName);
 }
 
-void SetDPAddresses::deserialize(const QDomNode& node)
+void SetDPAddresses::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDPAddresses, this, node);
 }

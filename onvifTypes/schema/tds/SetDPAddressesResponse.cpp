@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetDPAddressesResponse = {
 
 } // namespace
 
-QString SetDPAddressesResponse::serialize(const QString& tagName) const
+QString SetDPAddressesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDPAddressesResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetDPAddressesResponse::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoSetDPAddressesResponse, this, out, tagName);
 }
 
-void SetDPAddressesResponse::deserialize(const QDomNode& node)
+void SetDPAddressesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDPAddressesResponse, this, node);
 }

@@ -29,7 +29,7 @@ SetDiscoveryMode::SetDiscoveryMode()
     ComplexType::construct(infoSetDiscoveryMode, this);
 }
 
-QString SetDiscoveryMode::serialize(const QString& tagName) const
+QString SetDiscoveryMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDiscoveryMode, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetDiscoveryMode, this, out, tagName);
 }
 
-void SetDiscoveryMode::deserialize(const QDomNode& node)
+void SetDiscoveryMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDiscoveryMode, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetDiscoveryModeResponse = {
 
 } // namespace
 
-QString SetDiscoveryModeResponse::serialize(const QString& tagName) const
+QString SetDiscoveryModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDiscoveryModeResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoSetDiscoveryModeResponse, this, out, tagName);
 }
 
-void SetDiscoveryModeResponse::deserialize(const QDomNode& node)
+void SetDiscoveryModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDiscoveryModeResponse, this, node);
 }

@@ -29,7 +29,7 @@ SetDot1XConfiguration::SetDot1XConfiguration()
     ComplexType::construct(infoSetDot1XConfiguration, this);
 }
 
-QString SetDot1XConfiguration::serialize(const QString& tagName) const
+QString SetDot1XConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDot1XConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetDot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoSetDot1XConfiguration, this, out, tagName);
 }
 
-void SetDot1XConfiguration::deserialize(const QDomNode& node)
+void SetDot1XConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDot1XConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetDot1XConfigurationResponse = {
 
 } // namespace
 
-QString SetDot1XConfigurationResponse::serialize(const QString& tagName) const
+QString SetDot1XConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDot1XConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetDot1XConfigurationResponse::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoSetDot1XConfigurationResponse, this, out, tagName);
 }
 
-void SetDot1XConfigurationResponse::deserialize(const QDomNode& node)
+void SetDot1XConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDot1XConfigurationResponse, this, node);
 }

@@ -33,7 +33,7 @@ SetDynamicDNS::SetDynamicDNS()
     ComplexType::construct(infoSetDynamicDNS, this);
 }
 
-QString SetDynamicDNS::serialize(const QString& tagName) const
+QString SetDynamicDNS::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDynamicDNS, this, tagName);
 }
@@ -43,7 +43,7 @@ void SetDynamicDNS::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetDynamicDNS, this, out, tagName);
 }
 
-void SetDynamicDNS::deserialize(const QDomNode& node)
+void SetDynamicDNS::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDynamicDNS, this, node);
 }

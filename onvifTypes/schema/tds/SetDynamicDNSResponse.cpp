@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetDynamicDNSResponse = {
 
 } // namespace
 
-QString SetDynamicDNSResponse::serialize(const QString& tagName) const
+QString SetDynamicDNSResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetDynamicDNSResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetDynamicDNSResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoSetDynamicDNSResponse, this, out, tagName);
 }
 
-void SetDynamicDNSResponse::deserialize(const QDomNode& node)
+void SetDynamicDNSResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetDynamicDNSResponse, this, node);
 }

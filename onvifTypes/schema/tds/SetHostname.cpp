@@ -28,7 +28,7 @@ SetHostname::SetHostname()
     ComplexType::construct(infoSetHostname, this);
 }
 
-QString SetHostname::serialize(const QString& tagName) const
+QString SetHostname::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetHostname, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetHostname::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetHostname, this, out, tagName);
 }
 
-void SetHostname::deserialize(const QDomNode& node)
+void SetHostname::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostname, this, node);
 }

@@ -28,7 +28,7 @@ SetHostnameFromDHCP::SetHostnameFromDHCP()
     ComplexType::construct(infoSetHostnameFromDHCP, this);
 }
 
-QString SetHostnameFromDHCP::serialize(const QString& tagName) const
+QString SetHostnameFromDHCP::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetHostnameFromDHCP, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetHostnameFromDHCP::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetHostnameFromDHCP, this, out, tagName);
 }
 
-void SetHostnameFromDHCP::deserialize(const QDomNode& node)
+void SetHostnameFromDHCP::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostnameFromDHCP, this, node);
 }

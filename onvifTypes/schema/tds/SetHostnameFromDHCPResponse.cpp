@@ -28,7 +28,7 @@ SetHostnameFromDHCPResponse::SetHostnameFromDHCPResponse()
     ComplexType::construct(infoSetHostnameFromDHCPResponse, this);
 }
 
-QString SetHostnameFromDHCPResponse::serialize(const QString& tagName) const
+QString SetHostnameFromDHCPResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetHostnameFromDHCPResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetHostnameFromDHCPResponse::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSetHostnameFromDHCPResponse, this, out, tagName);
 }
 
-void SetHostnameFromDHCPResponse::deserialize(const QDomNode& node)
+void SetHostnameFromDHCPResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostnameFromDHCPResponse, this, node);
 }

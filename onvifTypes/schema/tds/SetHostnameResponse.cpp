@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetHostnameResponse = {
 
 } // namespace
 
-QString SetHostnameResponse::serialize(const QString& tagName) const
+QString SetHostnameResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetHostnameResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetHostnameResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetHostnameResponse, this, out, tagName);
 }
 
-void SetHostnameResponse::deserialize(const QDomNode& node)
+void SetHostnameResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetHostnameResponse, this, node);
 }

@@ -29,7 +29,7 @@ SetIPAddressFilter::SetIPAddressFilter()
     ComplexType::construct(infoSetIPAddressFilter, this);
 }
 
-QString SetIPAddressFilter::serialize(const QString& tagName) const
+QString SetIPAddressFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetIPAddressFilter, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetIPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetIPAddressFilter, this, out, tagName);
 }
 
-void SetIPAddressFilter::deserialize(const QDomNode& node)
+void SetIPAddressFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetIPAddressFilter, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetIPAddressFilterResponse = {
 
 } // namespace
 
-QString SetIPAddressFilterResponse::serialize(const QString& tagName) const
+QString SetIPAddressFilterResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetIPAddressFilterResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetIPAddressFilterResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoSetIPAddressFilterResponse, this, out, tagName);
 }
 
-void SetIPAddressFilterResponse::deserialize(const QDomNode& node)
+void SetIPAddressFilterResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetIPAddressFilterResponse, this, node);
 }

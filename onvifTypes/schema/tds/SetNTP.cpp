@@ -31,7 +31,7 @@ SetNTP::SetNTP()
     ComplexType::construct(infoSetNTP, this);
 }
 
-QString SetNTP::serialize(const QString& tagName) const
+QString SetNTP::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNTP, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetNTP::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetNTP, this, out, tagName);
 }
 
-void SetNTP::deserialize(const QDomNode& node)
+void SetNTP::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNTP, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetNTPResponse = {
 
 } // namespace
 
-QString SetNTPResponse::serialize(const QString& tagName) const
+QString SetNTPResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNTPResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetNTPResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetNTPResponse, this, out, tagName);
 }
 
-void SetNTPResponse::deserialize(const QDomNode& node)
+void SetNTPResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNTPResponse, this, node);
 }

@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoSetNetworkDefaultGateway = {
 
 } // namespace
 
-QString SetNetworkDefaultGateway::serialize(const QString& tagName) const
+QString SetNetworkDefaultGateway::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNetworkDefaultGateway, this, tagName);
 }
@@ -35,7 +35,7 @@ void SetNetworkDefaultGateway::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoSetNetworkDefaultGateway, this, out, tagName);
 }
 
-void SetNetworkDefaultGateway::deserialize(const QDomNode& node)
+void SetNetworkDefaultGateway::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkDefaultGateway, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetNetworkDefaultGatewayResponse = {
 
 } // namespace
 
-QString SetNetworkDefaultGatewayResponse::serialize(const QString& tagName) const
+QString SetNetworkDefaultGatewayResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNetworkDefaultGatewayResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetNetworkDefaultGatewayResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoSetNetworkDefaultGatewayResponse, this, out, tagName);
 }
 
-void SetNetworkDefaultGatewayResponse::deserialize(const QDomNode& node)
+void SetNetworkDefaultGatewayResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkDefaultGatewayResponse, this, node);
 }

@@ -31,7 +31,7 @@ SetNetworkInterfaces::SetNetworkInterfaces()
     ComplexType::construct(infoSetNetworkInterfaces, this);
 }
 
-QString SetNetworkInterfaces::serialize(const QString& tagName) const
+QString SetNetworkInterfaces::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNetworkInterfaces, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetNetworkInterfaces::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSetNetworkInterfaces, this, out, tagName);
 }
 
-void SetNetworkInterfaces::deserialize(const QDomNode& node)
+void SetNetworkInterfaces::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkInterfaces, this, node);
 }

@@ -28,7 +28,7 @@ SetNetworkInterfacesResponse::SetNetworkInterfacesResponse()
     ComplexType::construct(infoSetNetworkInterfacesResponse, this);
 }
 
-QString SetNetworkInterfacesResponse::serialize(const QString& tagName) const
+QString SetNetworkInterfacesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNetworkInterfacesResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetNetworkInterfacesResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSetNetworkInterfacesResponse, this, out, tagName);
 }
 
-void SetNetworkInterfacesResponse::deserialize(const QDomNode& node)
+void SetNetworkInterfacesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkInterfacesResponse, this, node);
 }

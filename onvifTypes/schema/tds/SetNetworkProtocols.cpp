@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoSetNetworkProtocols = {
 
 } // namespace
 
-QString SetNetworkProtocols::serialize(const QString& tagName) const
+QString SetNetworkProtocols::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNetworkProtocols, this, tagName);
 }
@@ -34,7 +34,7 @@ void SetNetworkProtocols::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetNetworkProtocols, this, out, tagName);
 }
 
-void SetNetworkProtocols::deserialize(const QDomNode& node)
+void SetNetworkProtocols::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkProtocols, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetNetworkProtocolsResponse = {
 
 } // namespace
 
-QString SetNetworkProtocolsResponse::serialize(const QString& tagName) const
+QString SetNetworkProtocolsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetNetworkProtocolsResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetNetworkProtocolsResponse::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSetNetworkProtocolsResponse, this, out, tagName);
 }
 
-void SetNetworkProtocolsResponse::deserialize(const QDomNode& node)
+void SetNetworkProtocolsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetNetworkProtocolsResponse, this, node);
 }

@@ -31,7 +31,7 @@ SetRelayOutputSettings::SetRelayOutputSettings()
     ComplexType::construct(infoSetRelayOutputSettings, this);
 }
 
-QString SetRelayOutputSettings::serialize(const QString& tagName) const
+QString SetRelayOutputSettings::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRelayOutputSettings, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetRelayOutputSettings::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoSetRelayOutputSettings, this, out, tagName);
 }
 
-void SetRelayOutputSettings::deserialize(const QDomNode& node)
+void SetRelayOutputSettings::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputSettings, this, node);
 }

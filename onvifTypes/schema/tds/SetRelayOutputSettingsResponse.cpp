@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetRelayOutputSettingsResponse = {
 
 } // namespace
 
-QString SetRelayOutputSettingsResponse::serialize(const QString& tagName) const
+QString SetRelayOutputSettingsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRelayOutputSettingsResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetRelayOutputSettingsResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoSetRelayOutputSettingsResponse, this, out, tagName);
 }
 
-void SetRelayOutputSettingsResponse::deserialize(const QDomNode& node)
+void SetRelayOutputSettingsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputSettingsResponse, this, node);
 }

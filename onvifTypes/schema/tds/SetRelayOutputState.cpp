@@ -31,7 +31,7 @@ SetRelayOutputState::SetRelayOutputState()
     ComplexType::construct(infoSetRelayOutputState, this);
 }
 
-QString SetRelayOutputState::serialize(const QString& tagName) const
+QString SetRelayOutputState::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRelayOutputState, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetRelayOutputState::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetRelayOutputState, this, out, tagName);
 }
 
-void SetRelayOutputState::deserialize(const QDomNode& node)
+void SetRelayOutputState::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputState, this, node);
 }

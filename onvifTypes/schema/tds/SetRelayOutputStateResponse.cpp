@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetRelayOutputStateResponse = {
 
 } // namespace
 
-QString SetRelayOutputStateResponse::serialize(const QString& tagName) const
+QString SetRelayOutputStateResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRelayOutputStateResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetRelayOutputStateResponse::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSetRelayOutputStateResponse, this, out, tagName);
 }
 
-void SetRelayOutputStateResponse::deserialize(const QDomNode& node)
+void SetRelayOutputStateResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRelayOutputStateResponse, this, node);
 }

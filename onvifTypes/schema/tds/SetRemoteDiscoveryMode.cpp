@@ -29,7 +29,7 @@ SetRemoteDiscoveryMode::SetRemoteDiscoveryMode()
     ComplexType::construct(infoSetRemoteDiscoveryMode, this);
 }
 
-QString SetRemoteDiscoveryMode::serialize(const QString& tagName) const
+QString SetRemoteDiscoveryMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRemoteDiscoveryMode, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetRemoteDiscoveryMode::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoSetRemoteDiscoveryMode, this, out, tagName);
 }
 
-void SetRemoteDiscoveryMode::deserialize(const QDomNode& node)
+void SetRemoteDiscoveryMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteDiscoveryMode, this, node);
 }

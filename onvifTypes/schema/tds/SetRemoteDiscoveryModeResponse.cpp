@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetRemoteDiscoveryModeResponse = {
 
 } // namespace
 
-QString SetRemoteDiscoveryModeResponse::serialize(const QString& tagName) const
+QString SetRemoteDiscoveryModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRemoteDiscoveryModeResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetRemoteDiscoveryModeResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoSetRemoteDiscoveryModeResponse, this, out, tagName);
 }
 
-void SetRemoteDiscoveryModeResponse::deserialize(const QDomNode& node)
+void SetRemoteDiscoveryModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteDiscoveryModeResponse, this, node);
 }

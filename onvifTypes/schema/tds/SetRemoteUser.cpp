@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoSetRemoteUser = {
 
 } // namespace
 
-QString SetRemoteUser::serialize(const QString& tagName) const
+QString SetRemoteUser::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRemoteUser, this, tagName);
 }
@@ -34,7 +34,7 @@ void SetRemoteUser::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetRemoteUser, this, out, tagName);
 }
 
-void SetRemoteUser::deserialize(const QDomNode& node)
+void SetRemoteUser::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteUser, this, node);
 }

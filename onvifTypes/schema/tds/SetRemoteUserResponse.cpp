@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetRemoteUserResponse = {
 
 } // namespace
 
-QString SetRemoteUserResponse::serialize(const QString& tagName) const
+QString SetRemoteUserResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetRemoteUserResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetRemoteUserResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoSetRemoteUserResponse, this, out, tagName);
 }
 
-void SetRemoteUserResponse::deserialize(const QDomNode& node)
+void SetRemoteUserResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetRemoteUserResponse, this, node);
 }

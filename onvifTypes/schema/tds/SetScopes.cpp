@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoSetScopes = {
 
 } // namespace
 
-QString SetScopes::serialize(const QString& tagName) const
+QString SetScopes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetScopes, this, tagName);
 }
@@ -33,7 +33,7 @@ void SetScopes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetScopes, this, out, tagName);
 }
 
-void SetScopes::deserialize(const QDomNode& node)
+void SetScopes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetScopes, this, node);
 }

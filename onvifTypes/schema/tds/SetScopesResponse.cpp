@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetScopesResponse = {
 
 } // namespace
 
-QString SetScopesResponse::serialize(const QString& tagName) const
+QString SetScopesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetScopesResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetScopesResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetScopesResponse, this, out, tagName);
 }
 
-void SetScopesResponse::deserialize(const QDomNode& node)
+void SetScopesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetScopesResponse, this, node);
 }

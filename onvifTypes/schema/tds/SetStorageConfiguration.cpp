@@ -29,7 +29,7 @@ SetStorageConfiguration::SetStorageConfiguration()
     ComplexType::construct(infoSetStorageConfiguration, this);
 }
 
-QString SetStorageConfiguration::serialize(const QString& tagName) const
+QString SetStorageConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetStorageConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetStorageConfiguration::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSetStorageConfiguration, this, out, tagName);
 }
 
-void SetStorageConfiguration::deserialize(const QDomNode& node)
+void SetStorageConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetStorageConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetStorageConfigurationResponse = {
 
 } // namespace
 
-QString SetStorageConfigurationResponse::serialize(const QString& tagName) const
+QString SetStorageConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetStorageConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetStorageConfigurationResponse::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoSetStorageConfigurationResponse, this, out, tagName);
 }
 
-void SetStorageConfigurationResponse::deserialize(const QDomNode& node)
+void SetStorageConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetStorageConfigurationResponse, this, node);
 }

@@ -37,7 +37,7 @@ SetSystemDateAndTime::SetSystemDateAndTime()
     ComplexType::construct(infoSetSystemDateAndTime, this);
 }
 
-QString SetSystemDateAndTime::serialize(const QString& tagName) const
+QString SetSystemDateAndTime::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetSystemDateAndTime, this, tagName);
 }
@@ -47,7 +47,7 @@ void SetSystemDateAndTime::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSetSystemDateAndTime, this, out, tagName);
 }
 
-void SetSystemDateAndTime::deserialize(const QDomNode& node)
+void SetSystemDateAndTime::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemDateAndTime, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetSystemDateAndTimeResponse = {
 
 } // namespace
 
-QString SetSystemDateAndTimeResponse::serialize(const QString& tagName) const
+QString SetSystemDateAndTimeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetSystemDateAndTimeResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetSystemDateAndTimeResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSetSystemDateAndTimeResponse, this, out, tagName);
 }
 
-void SetSystemDateAndTimeResponse::deserialize(const QDomNode& node)
+void SetSystemDateAndTimeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemDateAndTimeResponse, this, node);
 }

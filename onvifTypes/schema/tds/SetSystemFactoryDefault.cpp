@@ -29,7 +29,7 @@ SetSystemFactoryDefault::SetSystemFactoryDefault()
     ComplexType::construct(infoSetSystemFactoryDefault, this);
 }
 
-QString SetSystemFactoryDefault::serialize(const QString& tagName) const
+QString SetSystemFactoryDefault::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetSystemFactoryDefault, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetSystemFactoryDefault::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSetSystemFactoryDefault, this, out, tagName);
 }
 
-void SetSystemFactoryDefault::deserialize(const QDomNode& node)
+void SetSystemFactoryDefault::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemFactoryDefault, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetSystemFactoryDefaultResponse = {
 
 } // namespace
 
-QString SetSystemFactoryDefaultResponse::serialize(const QString& tagName) const
+QString SetSystemFactoryDefaultResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetSystemFactoryDefaultResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetSystemFactoryDefaultResponse::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoSetSystemFactoryDefaultResponse, this, out, tagName);
 }
 
-void SetSystemFactoryDefaultResponse::deserialize(const QDomNode& node)
+void SetSystemFactoryDefaultResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetSystemFactoryDefaultResponse, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoSetUser = {
 
 } // namespace
 
-QString SetUser::serialize(const QString& tagName) const
+QString SetUser::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetUser, this, tagName);
 }
@@ -34,7 +34,7 @@ void SetUser::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetUser, this, out, tagName);
 }
 
-void SetUser::deserialize(const QDomNode& node)
+void SetUser::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetUser, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetUserResponse = {
 
 } // namespace
 
-QString SetUserResponse::serialize(const QString& tagName) const
+QString SetUserResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetUserResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetUserResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetUserResponse, this, out, tagName);
 }
 
-void SetUserResponse::deserialize(const QDomNode& node)
+void SetUserResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetUserResponse, this, node);
 }

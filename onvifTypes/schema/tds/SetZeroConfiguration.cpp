@@ -30,7 +30,7 @@ SetZeroConfiguration::SetZeroConfiguration()
     ComplexType::construct(infoSetZeroConfiguration, this);
 }
 
-QString SetZeroConfiguration::serialize(const QString& tagName) const
+QString SetZeroConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetZeroConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void SetZeroConfiguration::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSetZeroConfiguration, this, out, tagName);
 }
 
-void SetZeroConfiguration::deserialize(const QDomNode& node)
+void SetZeroConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetZeroConfiguration, this, node);
 }

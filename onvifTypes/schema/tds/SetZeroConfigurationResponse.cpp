@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetZeroConfigurationResponse = {
 
 } // namespace
 
-QString SetZeroConfigurationResponse::serialize(const QString& tagName) const
+QString SetZeroConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetZeroConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetZeroConfigurationResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSetZeroConfigurationResponse, this, out, tagName);
 }
 
-void SetZeroConfigurationResponse::deserialize(const QDomNode& node)
+void SetZeroConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetZeroConfigurationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoStartFirmwareUpgrade = {
 
 } // namespace
 
-QString StartFirmwareUpgrade::serialize(const QString& tagName) const
+QString StartFirmwareUpgrade::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStartFirmwareUpgrade, this, tagName);
 }
@@ -28,7 +28,7 @@ void StartFirmwareUpgrade::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoStartFirmwareUpgrade, this, out, tagName);
 }
 
-void StartFirmwareUpgrade::deserialize(const QDomNode& node)
+void StartFirmwareUpgrade::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStartFirmwareUpgrade, this, node);
 }

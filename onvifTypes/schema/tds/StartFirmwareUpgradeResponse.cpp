@@ -32,7 +32,7 @@ StartFirmwareUpgradeResponse::StartFirmwareUpgradeResponse()
     ComplexType::construct(infoStartFirmwareUpgradeResponse, this);
 }
 
-QString StartFirmwareUpgradeResponse::serialize(const QString& tagName) const
+QString StartFirmwareUpgradeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStartFirmwareUpgradeResponse, this, tagName);
 }
@@ -42,7 +42,7 @@ void StartFirmwareUpgradeResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoStartFirmwareUpgradeResponse, this, out, tagName);
 }
 
-void StartFirmwareUpgradeResponse::deserialize(const QDomNode& node)
+void StartFirmwareUpgradeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStartFirmwareUpgradeResponse, this, node);
 }

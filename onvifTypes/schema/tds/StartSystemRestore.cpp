@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoStartSystemRestore = {
 
 } // namespace
 
-QString StartSystemRestore::serialize(const QString& tagName) const
+QString StartSystemRestore::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStartSystemRestore, this, tagName);
 }
@@ -28,7 +28,7 @@ void StartSystemRestore::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoStartSystemRestore, this, out, tagName);
 }
 
-void StartSystemRestore::deserialize(const QDomNode& node)
+void StartSystemRestore::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStartSystemRestore, this, node);
 }

@@ -30,7 +30,7 @@ StartSystemRestoreResponse::StartSystemRestoreResponse()
     ComplexType::construct(infoStartSystemRestoreResponse, this);
 }
 
-QString StartSystemRestoreResponse::serialize(const QString& tagName) const
+QString StartSystemRestoreResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStartSystemRestoreResponse, this, tagName);
 }
@@ -40,7 +40,7 @@ void StartSystemRestoreResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoStartSystemRestoreResponse, this, out, tagName);
 }
 
-void StartSystemRestoreResponse::deserialize(const QDomNode& node)
+void StartSystemRestoreResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStartSystemRestoreResponse, this, node);
 }

@@ -30,19 +30,21 @@ StorageConfiguration::StorageConfiguration()
     ComplexType::construct(infoStorageConfiguration, this);
 }
 
-QString StorageConfiguration::serialize(const QString& tagName) const
+QString StorageConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoStorageConfiguration, this, tagName, baseText);
 }
 
 void StorageConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoStorageConfiguration, this, out, tagName, baseText);
 }
 
-void StorageConfiguration::deserialize(const QDomNode& node)
+void StorageConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

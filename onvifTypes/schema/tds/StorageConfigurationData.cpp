@@ -37,7 +37,7 @@ StorageConfigurationData::StorageConfigurationData()
     ComplexType::construct(infoStorageConfigurationData, this);
 }
 
-QString StorageConfigurationData::serialize(const QString& tagName) const
+QString StorageConfigurationData::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStorageConfigurationData, this, tagName);
 }
@@ -47,7 +47,7 @@ void StorageConfigurationData::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoStorageConfigurationData, this, out, tagName);
 }
 
-void StorageConfigurationData::deserialize(const QDomNode& node)
+void StorageConfigurationData::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStorageConfigurationData, this, node);
 }

@@ -45,7 +45,7 @@ const ComplexType::ClassInfo infoSystemCapabilities = {
 
 } // namespace
 
-QString SystemCapabilities::serialize(const QString& tagName) const
+QString SystemCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemCapabilities, this, tagName);
 }
@@ -55,7 +55,7 @@ void SystemCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemCapabilities, this, out, tagName);
 }
 
-void SystemCapabilities::deserialize(const QDomNode& node)
+void SystemCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilities, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSystemReboot = {
 
 } // namespace
 
-QString SystemReboot::serialize(const QString& tagName) const
+QString SystemReboot::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemReboot, this, tagName);
 }
@@ -28,7 +28,7 @@ void SystemReboot::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemReboot, this, out, tagName);
 }
 
-void SystemReboot::deserialize(const QDomNode& node)
+void SystemReboot::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemReboot, this, node);
 }

@@ -28,7 +28,7 @@ SystemRebootResponse::SystemRebootResponse()
     ComplexType::construct(infoSystemRebootResponse, this);
 }
 
-QString SystemRebootResponse::serialize(const QString& tagName) const
+QString SystemRebootResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemRebootResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void SystemRebootResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSystemRebootResponse, this, out, tagName);
 }
 
-void SystemRebootResponse::deserialize(const QDomNode& node)
+void SystemRebootResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemRebootResponse, this, node);
 }

@@ -29,7 +29,7 @@ UpgradeSystemFirmware::UpgradeSystemFirmware()
     ComplexType::construct(infoUpgradeSystemFirmware, this);
 }
 
-QString UpgradeSystemFirmware::serialize(const QString& tagName) const
+QString UpgradeSystemFirmware::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUpgradeSystemFirmware, this, tagName);
 }
@@ -39,7 +39,7 @@ void UpgradeSystemFirmware::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoUpgradeSystemFirmware, this, out, tagName);
 }
 
-void UpgradeSystemFirmware::deserialize(const QDomNode& node)
+void UpgradeSystemFirmware::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUpgradeSystemFirmware, this, node);
 }

@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoUpgradeSystemFirmwareResponse = {
 
 } // namespace
 
-QString UpgradeSystemFirmwareResponse::serialize(const QString& tagName) const
+QString UpgradeSystemFirmwareResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUpgradeSystemFirmwareResponse, this, tagName);
 }
@@ -33,7 +33,7 @@ void UpgradeSystemFirmwareResponse::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoUpgradeSystemFirmwareResponse, this, out, tagName);
 }
 
-void UpgradeSystemFirmwareResponse::deserialize(const QDomNode& node)
+void UpgradeSystemFirmwareResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUpgradeSystemFirmwareResponse, this, node);
 }

@@ -32,7 +32,7 @@ UserCredential::UserCredential()
     ComplexType::construct(infoUserCredential, this);
 }
 
-QString UserCredential::serialize(const QString& tagName) const
+QString UserCredential::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUserCredential, this, tagName);
 }
@@ -42,7 +42,7 @@ void UserCredential::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoUserCredential, this, out, tagName);
 }
 
-void UserCredential::deserialize(const QDomNode& node)
+void UserCredential::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUserCredential, this, node);
 }

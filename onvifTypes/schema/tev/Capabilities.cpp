@@ -42,12 +42,17 @@ Capabilities::Capabilities()
     ComplexType::construct(infoCapabilities, this);
 }
 
-QString Capabilities::serialize(const QString& tagName) const
+QString Capabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCapabilities, this, tagName);
 }
 
-void Capabilities::deserialize(const QDomNode& node)
+void Capabilities::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoCapabilities, this, out, tagName);
+}
+
+void Capabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilities, this, node);
 }

@@ -32,12 +32,12 @@ CreatePullPointSubscription::CreatePullPointSubscription()
     ComplexType::construct(infoCreatePullPointSubscription, this);
 }
 
-QString CreatePullPointSubscription::serialize(const QString& tagName) const
+QString CreatePullPointSubscription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreatePullPointSubscription, this, tagName);
 }
 
-void CreatePullPointSubscription::deserialize(const QDomNode& node)
+void CreatePullPointSubscription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreatePullPointSubscription, this, node);
 }

@@ -21,8 +21,8 @@ public:
     QSharedPointer<universalSimpleType<QString>> InitialTerminationTime;
     QSharedPointer<universalSimpleType<QString>> SubscriptionPolicy;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace tev

@@ -7,12 +7,12 @@ CreatePullPointSubscriptionHeader::CreatePullPointSubscriptionHeader(const QStri
     : address(address)
 { }
 
-QString CreatePullPointSubscriptionHeader::serialize(const QString&) const
+QString CreatePullPointSubscriptionHeader::serialize(QString)
 {
     return Addressing::headerText(
         "http://www.onvif.org/ver10/events/wsdl/EventPortType/CreatePullPointSubscriptionRequest", address);
 }
 
-void CreatePullPointSubscriptionHeader::deserialize(const QDomNode&) { }
+void CreatePullPointSubscriptionHeader::deserialize(QDomNode&) { }
 
 } // namespace tev

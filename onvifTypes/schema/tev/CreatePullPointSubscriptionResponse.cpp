@@ -32,12 +32,12 @@ CreatePullPointSubscriptionResponse::CreatePullPointSubscriptionResponse()
     ComplexType::construct(infoCreatePullPointSubscriptionResponse, this);
 }
 
-QString CreatePullPointSubscriptionResponse::serialize(const QString& tagName) const
+QString CreatePullPointSubscriptionResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreatePullPointSubscriptionResponse, this, tagName);
 }
 
-void CreatePullPointSubscriptionResponse::deserialize(const QDomNode& node)
+void CreatePullPointSubscriptionResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreatePullPointSubscriptionResponse, this, node);
 }

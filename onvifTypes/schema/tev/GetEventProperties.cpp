@@ -22,12 +22,12 @@ GetEventProperties::GetEventProperties()
     ComplexType::construct(infoGetEventProperties, this);
 }
 
-QString GetEventProperties::serialize(const QString& tagName) const
+QString GetEventProperties::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetEventProperties, this, tagName);
 }
 
-void GetEventProperties::deserialize(const QDomNode& node)
+void GetEventProperties::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetEventProperties, this, node);
 }

@@ -22,12 +22,12 @@ GetServiceCapabilities::GetServiceCapabilities()
     ComplexType::construct(infoGetServiceCapabilities, this);
 }
 
-QString GetServiceCapabilities::serialize(const QString& tagName) const
+QString GetServiceCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetServiceCapabilities, this, tagName);
 }
 
-void GetServiceCapabilities::deserialize(const QDomNode& node)
+void GetServiceCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetServiceCapabilities, this, node);
 }

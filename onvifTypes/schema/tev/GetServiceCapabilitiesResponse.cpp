@@ -27,12 +27,12 @@ GetServiceCapabilitiesResponse::GetServiceCapabilitiesResponse()
     ComplexType::construct(infoGetServiceCapabilitiesResponse, this);
 }
 
-QString GetServiceCapabilitiesResponse::serialize(const QString& tagName) const
+QString GetServiceCapabilitiesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetServiceCapabilitiesResponse, this, tagName);
 }
 
-void GetServiceCapabilitiesResponse::deserialize(const QDomNode& node)
+void GetServiceCapabilitiesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetServiceCapabilitiesResponse, this, node);
 }

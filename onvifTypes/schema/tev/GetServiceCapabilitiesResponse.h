@@ -17,8 +17,8 @@ public:
     QString unmatchedAttributes;
     QSharedPointer<tev::Capabilities> Capabilities;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace tev

@@ -29,12 +29,12 @@ PullMessages::PullMessages()
     ComplexType::construct(infoPullMessages, this);
 }
 
-QString PullMessages::serialize(const QString& tagName) const
+QString PullMessages::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPullMessages, this, tagName);
 }
 
-void PullMessages::deserialize(const QDomNode& node)
+void PullMessages::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPullMessages, this, node);
 }

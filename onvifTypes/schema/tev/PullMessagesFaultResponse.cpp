@@ -29,12 +29,12 @@ PullMessagesFaultResponse::PullMessagesFaultResponse()
     ComplexType::construct(infoPullMessagesFaultResponse, this);
 }
 
-QString PullMessagesFaultResponse::serialize(const QString& tagName) const
+QString PullMessagesFaultResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPullMessagesFaultResponse, this, tagName);
 }
 
-void PullMessagesFaultResponse::deserialize(const QDomNode& node)
+void PullMessagesFaultResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPullMessagesFaultResponse, this, node);
 }

@@ -7,12 +7,12 @@ PullMessagesHeader::PullMessagesHeader(const QString& address)
     : address(address)
 { }
 
-QString PullMessagesHeader::serialize(const QString&) const
+QString PullMessagesHeader::serialize(QString)
 {
     return Addressing::headerText(
         "http://www.onvif.org/ver10/events/wsdl/PullPointSubscription/PullMessagesRequest", address);
 }
 
-void PullMessagesHeader::deserialize(const QDomNode&) { }
+void PullMessagesHeader::deserialize(QDomNode&) { }
 
 } // namespace tev

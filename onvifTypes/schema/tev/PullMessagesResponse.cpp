@@ -11,7 +11,7 @@ PullMessagesResponse::PullMessagesResponse()
     , TerminationTime(new universalSimpleType<QString>)
 { }
 
-QString PullMessagesResponse::serialize(const QString& tagName) const
+QString PullMessagesResponse::serialize(QString tagName)
 {
     const QString tag = tagName.isEmpty() ? QStringLiteral("tev:PullMessagesResponse") : tagName;
     QString text = QLatin1Char('<') + tag + QLatin1String(" >");
@@ -28,7 +28,7 @@ QString PullMessagesResponse::serialize(const QString& tagName) const
     return text + QLatin1String("</") + tag + QLatin1Char('>');
 }
 
-void PullMessagesResponse::deserialize(const QDomNode& node)
+void PullMessagesResponse::deserialize(QDomNode& node)
 {
     for (QDomElement child = node.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
         const QString name = Utilites::delNameSpacePrefix(child.nodeName());

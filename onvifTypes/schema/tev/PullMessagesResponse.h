@@ -23,8 +23,8 @@ public:
     QSharedPointer<universalSimpleType<QString>> TerminationTime;
     QSharedPointer<QVector<tt::Message>> Message;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace tev

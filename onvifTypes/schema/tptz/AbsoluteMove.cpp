@@ -34,7 +34,7 @@ AbsoluteMove::AbsoluteMove()
     ComplexType::construct(infoAbsoluteMove, this);
 }
 
-QString AbsoluteMove::serialize(const QString& tagName) const
+QString AbsoluteMove::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAbsoluteMove, this, tagName);
 }
@@ -44,7 +44,7 @@ void AbsoluteMove::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAbsoluteMove, this, out, tagName);
 }
 
-void AbsoluteMove::deserialize(const QDomNode& node)
+void AbsoluteMove::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteMove, this, node);
 }

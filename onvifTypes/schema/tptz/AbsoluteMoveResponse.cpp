@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAbsoluteMoveResponse = {
 
 } // namespace
 
-QString AbsoluteMoveResponse::serialize(const QString& tagName) const
+QString AbsoluteMoveResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAbsoluteMoveResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AbsoluteMoveResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoAbsoluteMoveResponse, this, out, tagName);
 }
 
-void AbsoluteMoveResponse::deserialize(const QDomNode& node)
+void AbsoluteMoveResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteMoveResponse, this, node);
 }

@@ -31,7 +31,7 @@ const ComplexType::ClassInfo infoCapabilities = {
 
 } // namespace
 
-QString Capabilities::serialize(const QString& tagName) const
+QString Capabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCapabilities, this, tagName);
 }
@@ -41,7 +41,7 @@ void Capabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCapabilities, this, out, tagName);
 }
 
-void Capabilities::deserialize(const QDomNode& node)
+void Capabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilities, this, node);
 }

@@ -33,7 +33,7 @@ ContinuousMove::ContinuousMove()
     ComplexType::construct(infoContinuousMove, this);
 }
 
-QString ContinuousMove::serialize(const QString& tagName) const
+QString ContinuousMove::serialize(QString tagName)
 {
     return ComplexType::serialize(infoContinuousMove, this, tagName);
 }
@@ -43,7 +43,7 @@ void ContinuousMove::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoContinuousMove, this, out, tagName);
 }
 
-void ContinuousMove::deserialize(const QDomNode& node)
+void ContinuousMove::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousMove, this, node);
 }

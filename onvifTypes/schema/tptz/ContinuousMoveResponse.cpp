@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoContinuousMoveResponse = {
 
 } // namespace
 
-QString ContinuousMoveResponse::serialize(const QString& tagName) const
+QString ContinuousMoveResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoContinuousMoveResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void ContinuousMoveResponse::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoContinuousMoveResponse, this, out, tagName);
 }
 
-void ContinuousMoveResponse::deserialize(const QDomNode& node)
+void ContinuousMoveResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousMoveResponse, this, node);
 }

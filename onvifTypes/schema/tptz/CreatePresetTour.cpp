@@ -28,7 +28,7 @@ CreatePresetTour::CreatePresetTour()
     ComplexType::construct(infoCreatePresetTour, this);
 }
 
-QString CreatePresetTour::serialize(const QString& tagName) const
+QString CreatePresetTour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreatePresetTour, this, tagName);
 }
@@ -38,7 +38,7 @@ void CreatePresetTour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreatePresetTour, this, out, tagName);
 }
 
-void CreatePresetTour::deserialize(const QDomNode& node)
+void CreatePresetTour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreatePresetTour, this, node);
 }

@@ -28,7 +28,7 @@ CreatePresetTourResponse::CreatePresetTourResponse()
     ComplexType::construct(infoCreatePresetTourResponse, this);
 }
 
-QString CreatePresetTourResponse::serialize(const QString& tagName) const
+QString CreatePresetTourResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreatePresetTourResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void CreatePresetTourResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoCreatePresetTourResponse, this, out, tagName);
 }
 
-void CreatePresetTourResponse::deserialize(const QDomNode& node)
+void CreatePresetTourResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreatePresetTourResponse, this, node);
 }

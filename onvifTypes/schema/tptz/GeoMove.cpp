@@ -37,7 +37,7 @@ GeoMove::GeoMove()
     ComplexType::construct(infoGeoMove, this);
 }
 
-QString GeoMove::serialize(const QString& tagName) const
+QString GeoMove::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGeoMove, this, tagName);
 }
@@ -47,7 +47,7 @@ void GeoMove::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGeoMove, this, out, tagName);
 }
 
-void GeoMove::deserialize(const QDomNode& node)
+void GeoMove::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGeoMove, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGeoMoveResponse = {
 
 } // namespace
 
-QString GeoMoveResponse::serialize(const QString& tagName) const
+QString GeoMoveResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGeoMoveResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void GeoMoveResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGeoMoveResponse, this, out, tagName);
 }
 
-void GeoMoveResponse::deserialize(const QDomNode& node)
+void GeoMoveResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGeoMoveResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCompatibleConfigurations::GetCompatibleConfigurations()
     ComplexType::construct(infoGetCompatibleConfigurations, this);
 }
 
-QString GetCompatibleConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleConfigurations::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetCompatibleConfigurations, this, out, tagName);
 }
 
-void GetCompatibleConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleConfigurationsResponse = {
 
 } // namespace
 
-QString GetCompatibleConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleConfigurationsResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetCompatibleConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleConfigurationsResponse, this, node);
 }

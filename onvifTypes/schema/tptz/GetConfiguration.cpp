@@ -28,7 +28,7 @@ GetConfiguration::GetConfiguration()
     ComplexType::construct(infoGetConfiguration, this);
 }
 
-QString GetConfiguration::serialize(const QString& tagName) const
+QString GetConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetConfiguration, this, out, tagName);
 }
 
-void GetConfiguration::deserialize(const QDomNode& node)
+void GetConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfiguration, this, node);
 }

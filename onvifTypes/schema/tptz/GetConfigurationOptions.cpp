@@ -28,7 +28,7 @@ GetConfigurationOptions::GetConfigurationOptions()
     ComplexType::construct(infoGetConfigurationOptions, this);
 }
 
-QString GetConfigurationOptions::serialize(const QString& tagName) const
+QString GetConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetConfigurationOptions, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetConfigurationOptions, this, out, tagName);
 }
 
-void GetConfigurationOptions::deserialize(const QDomNode& node)
+void GetConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationOptions, this, node);
 }

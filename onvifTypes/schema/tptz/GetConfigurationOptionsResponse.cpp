@@ -29,7 +29,7 @@ GetConfigurationOptionsResponse::GetConfigurationOptionsResponse()
     ComplexType::construct(infoGetConfigurationOptionsResponse, this);
 }
 
-QString GetConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetConfigurationOptionsResponse::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoGetConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetConfigurationResponse::GetConfigurationResponse()
     ComplexType::construct(infoGetConfigurationResponse, this);
 }
 
-QString GetConfigurationResponse::serialize(const QString& tagName) const
+QString GetConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetConfigurationResponse, this, out, tagName);
 }
 
-void GetConfigurationResponse::deserialize(const QDomNode& node)
+void GetConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetConfigurations = {
 
 } // namespace
 
-QString GetConfigurations::serialize(const QString& tagName) const
+QString GetConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetConfigurations::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetConfigurations, this, out, tagName);
 }
 
-void GetConfigurations::deserialize(const QDomNode& node)
+void GetConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetConfigurationsResponse = {
 
 } // namespace
 
-QString GetConfigurationsResponse::serialize(const QString& tagName) const
+QString GetConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetConfigurationsResponse::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoGetConfigurationsResponse, this, out, tagName);
 }
 
-void GetConfigurationsResponse::deserialize(const QDomNode& node)
+void GetConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetNode::GetNode()
     ComplexType::construct(infoGetNode, this);
 }
 
-QString GetNode::serialize(const QString& tagName) const
+QString GetNode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNode, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetNode::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNode, this, out, tagName);
 }
 
-void GetNode::deserialize(const QDomNode& node)
+void GetNode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNode, this, node);
 }

@@ -29,7 +29,7 @@ GetNodeResponse::GetNodeResponse()
     ComplexType::construct(infoGetNodeResponse, this);
 }
 
-QString GetNodeResponse::serialize(const QString& tagName) const
+QString GetNodeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNodeResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetNodeResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNodeResponse, this, out, tagName);
 }
 
-void GetNodeResponse::deserialize(const QDomNode& node)
+void GetNodeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNodeResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetNodes = {
 
 } // namespace
 
-QString GetNodes::serialize(const QString& tagName) const
+QString GetNodes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNodes, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetNodes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNodes, this, out, tagName);
 }
 
-void GetNodes::deserialize(const QDomNode& node)
+void GetNodes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNodes, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetNodesResponse = {
 
 } // namespace
 
-QString GetNodesResponse::serialize(const QString& tagName) const
+QString GetNodesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetNodesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetNodesResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetNodesResponse, this, out, tagName);
 }
 
-void GetNodesResponse::deserialize(const QDomNode& node)
+void GetNodesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetNodesResponse, this, node);
 }

@@ -30,7 +30,7 @@ GetPresetTour::GetPresetTour()
     ComplexType::construct(infoGetPresetTour, this);
 }
 
-QString GetPresetTour::serialize(const QString& tagName) const
+QString GetPresetTour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetTour, this, tagName);
 }
@@ -40,7 +40,7 @@ void GetPresetTour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetPresetTour, this, out, tagName);
 }
 
-void GetPresetTour::deserialize(const QDomNode& node)
+void GetPresetTour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTour, this, node);
 }

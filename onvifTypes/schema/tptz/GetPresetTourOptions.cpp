@@ -30,7 +30,7 @@ GetPresetTourOptions::GetPresetTourOptions()
     ComplexType::construct(infoGetPresetTourOptions, this);
 }
 
-QString GetPresetTourOptions::serialize(const QString& tagName) const
+QString GetPresetTourOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetTourOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void GetPresetTourOptions::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetPresetTourOptions, this, out, tagName);
 }
 
-void GetPresetTourOptions::deserialize(const QDomNode& node)
+void GetPresetTourOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTourOptions, this, node);
 }

@@ -29,7 +29,7 @@ GetPresetTourOptionsResponse::GetPresetTourOptionsResponse()
     ComplexType::construct(infoGetPresetTourOptionsResponse, this);
 }
 
-QString GetPresetTourOptionsResponse::serialize(const QString& tagName) const
+QString GetPresetTourOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetTourOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetPresetTourOptionsResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetPresetTourOptionsResponse, this, out, tagName);
 }
 
-void GetPresetTourOptionsResponse::deserialize(const QDomNode& node)
+void GetPresetTourOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTourOptionsResponse, this, node);
 }

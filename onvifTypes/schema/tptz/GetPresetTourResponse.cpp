@@ -29,7 +29,7 @@ GetPresetTourResponse::GetPresetTourResponse()
     ComplexType::construct(infoGetPresetTourResponse, this);
 }
 
-QString GetPresetTourResponse::serialize(const QString& tagName) const
+QString GetPresetTourResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetTourResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetPresetTourResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetPresetTourResponse, this, out, tagName);
 }
 
-void GetPresetTourResponse::deserialize(const QDomNode& node)
+void GetPresetTourResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTourResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetPresetTours::GetPresetTours()
     ComplexType::construct(infoGetPresetTours, this);
 }
 
-QString GetPresetTours::serialize(const QString& tagName) const
+QString GetPresetTours::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetTours, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetPresetTours::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetPresetTours, this, out, tagName);
 }
 
-void GetPresetTours::deserialize(const QDomNode& node)
+void GetPresetTours::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetTours, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetPresetToursResponse = {
 
 } // namespace
 
-QString GetPresetToursResponse::serialize(const QString& tagName) const
+QString GetPresetToursResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetToursResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetPresetToursResponse::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetPresetToursResponse, this, out, tagName);
 }
 
-void GetPresetToursResponse::deserialize(const QDomNode& node)
+void GetPresetToursResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetToursResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetPresets::GetPresets()
     ComplexType::construct(infoGetPresets, this);
 }
 
-QString GetPresets::serialize(const QString& tagName) const
+QString GetPresets::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresets, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetPresets::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetPresets, this, out, tagName);
 }
 
-void GetPresets::deserialize(const QDomNode& node)
+void GetPresets::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresets, this, node);
 }

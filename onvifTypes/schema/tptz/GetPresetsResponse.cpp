@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetPresetsResponse = {
 
 } // namespace
 
-QString GetPresetsResponse::serialize(const QString& tagName) const
+QString GetPresetsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetPresetsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetPresetsResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetPresetsResponse, this, out, tagName);
 }
 
-void GetPresetsResponse::deserialize(const QDomNode& node)
+void GetPresetsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetPresetsResponse, this, node);
 }

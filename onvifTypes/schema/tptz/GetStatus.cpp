@@ -28,7 +28,7 @@ GetStatus::GetStatus()
     ComplexType::construct(infoGetStatus, this);
 }
 
-QString GetStatus::serialize(const QString& tagName) const
+QString GetStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStatus, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetStatus, this, out, tagName);
 }
 
-void GetStatus::deserialize(const QDomNode& node)
+void GetStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStatus, this, node);
 }

@@ -29,7 +29,7 @@ GetStatusResponse::GetStatusResponse()
     ComplexType::construct(infoGetStatusResponse, this);
 }
 
-QString GetStatusResponse::serialize(const QString& tagName) const
+QString GetStatusResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStatusResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetStatusResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetStatusResponse, this, out, tagName);
 }
 
-void GetStatusResponse::deserialize(const QDomNode& node)
+void GetStatusResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStatusResponse, this, node);
 }

@@ -31,7 +31,7 @@ GotoHomePosition::GotoHomePosition()
     ComplexType::construct(infoGotoHomePosition, this);
 }
 
-QString GotoHomePosition::serialize(const QString& tagName) const
+QString GotoHomePosition::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGotoHomePosition, this, tagName);
 }
@@ -41,7 +41,7 @@ void GotoHomePosition::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGotoHomePosition, this, out, tagName);
 }
 
-void GotoHomePosition::deserialize(const QDomNode& node)
+void GotoHomePosition::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGotoHomePosition, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGotoHomePositionResponse = {
 
 } // namespace
 
-QString GotoHomePositionResponse::serialize(const QString& tagName) const
+QString GotoHomePositionResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGotoHomePositionResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void GotoHomePositionResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGotoHomePositionResponse, this, out, tagName);
 }
 
-void GotoHomePositionResponse::deserialize(const QDomNode& node)
+void GotoHomePositionResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGotoHomePositionResponse, this, node);
 }

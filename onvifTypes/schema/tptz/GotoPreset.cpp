@@ -33,7 +33,7 @@ GotoPreset::GotoPreset()
     ComplexType::construct(infoGotoPreset, this);
 }
 
-QString GotoPreset::serialize(const QString& tagName) const
+QString GotoPreset::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGotoPreset, this, tagName);
 }
@@ -43,7 +43,7 @@ void GotoPreset::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGotoPreset, this, out, tagName);
 }
 
-void GotoPreset::deserialize(const QDomNode& node)
+void GotoPreset::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGotoPreset, this, node);
 }

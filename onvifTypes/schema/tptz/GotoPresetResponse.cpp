@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGotoPresetResponse = {
 
 } // namespace
 
-QString GotoPresetResponse::serialize(const QString& tagName) const
+QString GotoPresetResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGotoPresetResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void GotoPresetResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGotoPresetResponse, this, out, tagName);
 }
 
-void GotoPresetResponse::deserialize(const QDomNode& node)
+void GotoPresetResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGotoPresetResponse, this, node);
 }

@@ -31,7 +31,7 @@ ModifyPresetTour::ModifyPresetTour()
     ComplexType::construct(infoModifyPresetTour, this);
 }
 
-QString ModifyPresetTour::serialize(const QString& tagName) const
+QString ModifyPresetTour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoModifyPresetTour, this, tagName);
 }
@@ -41,7 +41,7 @@ void ModifyPresetTour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoModifyPresetTour, this, out, tagName);
 }
 
-void ModifyPresetTour::deserialize(const QDomNode& node)
+void ModifyPresetTour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoModifyPresetTour, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoModifyPresetTourResponse = {
 
 } // namespace
 
-QString ModifyPresetTourResponse::serialize(const QString& tagName) const
+QString ModifyPresetTourResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoModifyPresetTourResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void ModifyPresetTourResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoModifyPresetTourResponse, this, out, tagName);
 }
 
-void ModifyPresetTourResponse::deserialize(const QDomNode& node)
+void ModifyPresetTourResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoModifyPresetTourResponse, this, node);
 }

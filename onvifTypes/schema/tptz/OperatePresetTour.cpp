@@ -33,7 +33,7 @@ OperatePresetTour::OperatePresetTour()
     ComplexType::construct(infoOperatePresetTour, this);
 }
 
-QString OperatePresetTour::serialize(const QString& tagName) const
+QString OperatePresetTour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOperatePresetTour, this, tagName);
 }
@@ -43,7 +43,7 @@ void OperatePresetTour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOperatePresetTour, this, out, tagName);
 }
 
-void OperatePresetTour::deserialize(const QDomNode& node)
+void OperatePresetTour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOperatePresetTour, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOperatePresetTourResponse = {
 
 } // namespace
 
-QString OperatePresetTourResponse::serialize(const QString& tagName) const
+QString OperatePresetTourResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOperatePresetTourResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void OperatePresetTourResponse::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoOperatePresetTourResponse, this, out, tagName);
 }
 
-void OperatePresetTourResponse::deserialize(const QDomNode& node)
+void OperatePresetTourResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOperatePresetTourResponse, this, node);
 }

@@ -34,7 +34,7 @@ RelativeMove::RelativeMove()
     ComplexType::construct(infoRelativeMove, this);
 }
 
-QString RelativeMove::serialize(const QString& tagName) const
+QString RelativeMove::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRelativeMove, this, tagName);
 }
@@ -44,7 +44,7 @@ void RelativeMove::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRelativeMove, this, out, tagName);
 }
 
-void RelativeMove::deserialize(const QDomNode& node)
+void RelativeMove::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeMove, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRelativeMoveResponse = {
 
 } // namespace
 
-QString RelativeMoveResponse::serialize(const QString& tagName) const
+QString RelativeMoveResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRelativeMoveResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RelativeMoveResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoRelativeMoveResponse, this, out, tagName);
 }
 
-void RelativeMoveResponse::deserialize(const QDomNode& node)
+void RelativeMoveResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeMoveResponse, this, node);
 }

@@ -30,7 +30,7 @@ RemovePreset::RemovePreset()
     ComplexType::construct(infoRemovePreset, this);
 }
 
-QString RemovePreset::serialize(const QString& tagName) const
+QString RemovePreset::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemovePreset, this, tagName);
 }
@@ -40,7 +40,7 @@ void RemovePreset::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRemovePreset, this, out, tagName);
 }
 
-void RemovePreset::deserialize(const QDomNode& node)
+void RemovePreset::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePreset, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemovePresetResponse = {
 
 } // namespace
 
-QString RemovePresetResponse::serialize(const QString& tagName) const
+QString RemovePresetResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemovePresetResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemovePresetResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoRemovePresetResponse, this, out, tagName);
 }
 
-void RemovePresetResponse::deserialize(const QDomNode& node)
+void RemovePresetResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePresetResponse, this, node);
 }

@@ -30,7 +30,7 @@ RemovePresetTour::RemovePresetTour()
     ComplexType::construct(infoRemovePresetTour, this);
 }
 
-QString RemovePresetTour::serialize(const QString& tagName) const
+QString RemovePresetTour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemovePresetTour, this, tagName);
 }
@@ -40,7 +40,7 @@ void RemovePresetTour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRemovePresetTour, this, out, tagName);
 }
 
-void RemovePresetTour::deserialize(const QDomNode& node)
+void RemovePresetTour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePresetTour, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemovePresetTourResponse = {
 
 } // namespace
 
-QString RemovePresetTourResponse::serialize(const QString& tagName) const
+QString RemovePresetTourResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemovePresetTourResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemovePresetTourResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoRemovePresetTourResponse, this, out, tagName);
 }
 
-void RemovePresetTourResponse::deserialize(const QDomNode& node)
+void RemovePresetTourResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePresetTourResponse, this, node);
 }

@@ -30,7 +30,7 @@ SendAuxiliaryCommand::SendAuxiliaryCommand()
     ComplexType::construct(infoSendAuxiliaryCommand, this);
 }
 
-QString SendAuxiliaryCommand::serialize(const QString& tagName) const
+QString SendAuxiliaryCommand::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSendAuxiliaryCommand, this, tagName);
 }
@@ -40,7 +40,7 @@ void SendAuxiliaryCommand::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSendAuxiliaryCommand, this, out, tagName);
 }
 
-void SendAuxiliaryCommand::deserialize(const QDomNode& node)
+void SendAuxiliaryCommand::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSendAuxiliaryCommand, this, node);
 }

@@ -28,7 +28,7 @@ SendAuxiliaryCommandResponse::SendAuxiliaryCommandResponse()
     ComplexType::construct(infoSendAuxiliaryCommandResponse, this);
 }
 
-QString SendAuxiliaryCommandResponse::serialize(const QString& tagName) const
+QString SendAuxiliaryCommandResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSendAuxiliaryCommandResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void SendAuxiliaryCommandResponse::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSendAuxiliaryCommandResponse, this, out, tagName);
 }
 
-void SendAuxiliaryCommandResponse::deserialize(const QDomNode& node)
+void SendAuxiliaryCommandResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSendAuxiliaryCommandResponse, this, node);
 }

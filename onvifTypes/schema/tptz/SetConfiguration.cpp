@@ -31,7 +31,7 @@ SetConfiguration::SetConfiguration()
     ComplexType::construct(infoSetConfiguration, this);
 }
 
-QString SetConfiguration::serialize(const QString& tagName) const
+QString SetConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetConfiguration, this, out, tagName);
 }
 
-void SetConfiguration::deserialize(const QDomNode& node)
+void SetConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetConfiguration, this, node);
 }

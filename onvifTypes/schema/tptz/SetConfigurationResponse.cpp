@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetConfigurationResponse = {
 
 } // namespace
 
-QString SetConfigurationResponse::serialize(const QString& tagName) const
+QString SetConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetConfigurationResponse::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoSetConfigurationResponse, this, out, tagName);
 }
 
-void SetConfigurationResponse::deserialize(const QDomNode& node)
+void SetConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetConfigurationResponse, this, node);
 }

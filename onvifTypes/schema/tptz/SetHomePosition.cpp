@@ -28,7 +28,7 @@ SetHomePosition::SetHomePosition()
     ComplexType::construct(infoSetHomePosition, this);
 }
 
-QString SetHomePosition::serialize(const QString& tagName) const
+QString SetHomePosition::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetHomePosition, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetHomePosition::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetHomePosition, this, out, tagName);
 }
 
-void SetHomePosition::deserialize(const QDomNode& node)
+void SetHomePosition::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetHomePosition, this, node);
 }

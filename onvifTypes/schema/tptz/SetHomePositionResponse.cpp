@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetHomePositionResponse = {
 
 } // namespace
 
-QString SetHomePositionResponse::serialize(const QString& tagName) const
+QString SetHomePositionResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetHomePositionResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetHomePositionResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSetHomePositionResponse, this, out, tagName);
 }
 
-void SetHomePositionResponse::deserialize(const QDomNode& node)
+void SetHomePositionResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetHomePositionResponse, this, node);
 }

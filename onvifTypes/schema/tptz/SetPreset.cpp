@@ -32,7 +32,7 @@ SetPreset::SetPreset()
     ComplexType::construct(infoSetPreset, this);
 }
 
-QString SetPreset::serialize(const QString& tagName) const
+QString SetPreset::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetPreset, this, tagName);
 }
@@ -42,7 +42,7 @@ void SetPreset::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetPreset, this, out, tagName);
 }
 
-void SetPreset::deserialize(const QDomNode& node)
+void SetPreset::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetPreset, this, node);
 }

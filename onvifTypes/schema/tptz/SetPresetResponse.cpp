@@ -28,7 +28,7 @@ SetPresetResponse::SetPresetResponse()
     ComplexType::construct(infoSetPresetResponse, this);
 }
 
-QString SetPresetResponse::serialize(const QString& tagName) const
+QString SetPresetResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetPresetResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetPresetResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetPresetResponse, this, out, tagName);
 }
 
-void SetPresetResponse::deserialize(const QDomNode& node)
+void SetPresetResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetPresetResponse, this, node);
 }

@@ -32,7 +32,7 @@ Stop::Stop()
     ComplexType::construct(infoStop, this);
 }
 
-QString Stop::serialize(const QString& tagName) const
+QString Stop::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStop, this, tagName);
 }
@@ -42,7 +42,7 @@ void Stop::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoStop, this, out, tagName);
 }
 
-void Stop::deserialize(const QDomNode& node)
+void Stop::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStop, this, node);
 }

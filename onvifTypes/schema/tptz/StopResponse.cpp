@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoStopResponse = {
 
 } // namespace
 
-QString StopResponse::serialize(const QString& tagName) const
+QString StopResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStopResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void StopResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoStopResponse, this, out, tagName);
 }
 
-void StopResponse::deserialize(const QDomNode& node)
+void StopResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStopResponse, this, node);
 }

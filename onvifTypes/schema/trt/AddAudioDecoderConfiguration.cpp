@@ -30,7 +30,7 @@ AddAudioDecoderConfiguration::AddAudioDecoderConfiguration()
     ComplexType::construct(infoAddAudioDecoderConfiguration, this);
 }
 
-QString AddAudioDecoderConfiguration::serialize(const QString& tagName) const
+QString AddAudioDecoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioDecoderConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoAddAudioDecoderConfiguration, this, out, tagName);
 }
 
-void AddAudioDecoderConfiguration::deserialize(const QDomNode& node)
+void AddAudioDecoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioDecoderConfiguration, this, node);
 }

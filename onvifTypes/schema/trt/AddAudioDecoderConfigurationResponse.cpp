@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddAudioDecoderConfigurationResponse = {
 
 } // namespace
 
-QString AddAudioDecoderConfigurationResponse::serialize(const QString& tagName) const
+QString AddAudioDecoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioDecoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoAddAudioDecoderConfigurationResponse, this, out, tagName);
 }
 
-void AddAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
+void AddAudioDecoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioDecoderConfigurationResponse, this, node);
 }

@@ -30,7 +30,7 @@ AddAudioEncoderConfiguration::AddAudioEncoderConfiguration()
     ComplexType::construct(infoAddAudioEncoderConfiguration, this);
 }
 
-QString AddAudioEncoderConfiguration::serialize(const QString& tagName) const
+QString AddAudioEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioEncoderConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoAddAudioEncoderConfiguration, this, out, tagName);
 }
 
-void AddAudioEncoderConfiguration::deserialize(const QDomNode& node)
+void AddAudioEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioEncoderConfiguration, this, node);
 }

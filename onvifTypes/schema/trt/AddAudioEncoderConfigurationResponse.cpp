@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddAudioEncoderConfigurationResponse = {
 
 } // namespace
 
-QString AddAudioEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString AddAudioEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioEncoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoAddAudioEncoderConfigurationResponse, this, out, tagName);
 }
 
-void AddAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void AddAudioEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioEncoderConfigurationResponse, this, node);
 }

@@ -30,7 +30,7 @@ AddAudioOutputConfiguration::AddAudioOutputConfiguration()
     ComplexType::construct(infoAddAudioOutputConfiguration, this);
 }
 
-QString AddAudioOutputConfiguration::serialize(const QString& tagName) const
+QString AddAudioOutputConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioOutputConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoAddAudioOutputConfiguration, this, out, tagName);
 }
 
-void AddAudioOutputConfiguration::deserialize(const QDomNode& node)
+void AddAudioOutputConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioOutputConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddAudioOutputConfigurationResponse = {
 
 } // namespace
 
-QString AddAudioOutputConfigurationResponse::serialize(const QString& tagName) const
+QString AddAudioOutputConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioOutputConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoAddAudioOutputConfigurationResponse, this, out, tagName);
 }
 
-void AddAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
+void AddAudioOutputConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioOutputConfigurationResponse, this, node);
 }

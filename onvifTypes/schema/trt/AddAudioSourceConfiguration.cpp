@@ -30,7 +30,7 @@ AddAudioSourceConfiguration::AddAudioSourceConfiguration()
     ComplexType::construct(infoAddAudioSourceConfiguration, this);
 }
 
-QString AddAudioSourceConfiguration::serialize(const QString& tagName) const
+QString AddAudioSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioSourceConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoAddAudioSourceConfiguration, this, out, tagName);
 }
 
-void AddAudioSourceConfiguration::deserialize(const QDomNode& node)
+void AddAudioSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioSourceConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddAudioSourceConfigurationResponse = {
 
 } // namespace
 
-QString AddAudioSourceConfigurationResponse::serialize(const QString& tagName) const
+QString AddAudioSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddAudioSourceConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoAddAudioSourceConfigurationResponse, this, out, tagName);
 }
 
-void AddAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
+void AddAudioSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddAudioSourceConfigurationResponse, this, node);
 }

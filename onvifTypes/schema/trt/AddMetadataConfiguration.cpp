@@ -30,7 +30,7 @@ AddMetadataConfiguration::AddMetadataConfiguration()
     ComplexType::construct(infoAddMetadataConfiguration, this);
 }
 
-QString AddMetadataConfiguration::serialize(const QString& tagName) const
+QString AddMetadataConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddMetadataConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoAddMetadataConfiguration, this, out, tagName);
 }
 
-void AddMetadataConfiguration::deserialize(const QDomNode& node)
+void AddMetadataConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddMetadataConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddMetadataConfigurationResponse = {
 
 } // namespace
 
-QString AddMetadataConfigurationResponse::serialize(const QString& tagName) const
+QString AddMetadataConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddMetadataConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoAddMetadataConfigurationResponse, this, out, tagName);
 }
 
-void AddMetadataConfigurationResponse::deserialize(const QDomNode& node)
+void AddMetadataConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddMetadataConfigurationResponse, this, node);
 }

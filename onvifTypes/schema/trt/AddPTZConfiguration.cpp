@@ -30,7 +30,7 @@ AddPTZConfiguration::AddPTZConfiguration()
     ComplexType::construct(infoAddPTZConfiguration, this);
 }
 
-QString AddPTZConfiguration::serialize(const QString& tagName) const
+QString AddPTZConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddPTZConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddPTZConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAddPTZConfiguration, this, out, tagName);
 }
 
-void AddPTZConfiguration::deserialize(const QDomNode& node)
+void AddPTZConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddPTZConfiguration, this, node);
 }

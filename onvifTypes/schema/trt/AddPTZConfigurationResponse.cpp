@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddPTZConfigurationResponse = {
 
 } // namespace
 
-QString AddPTZConfigurationResponse::serialize(const QString& tagName) const
+QString AddPTZConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddPTZConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddPTZConfigurationResponse::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoAddPTZConfigurationResponse, this, out, tagName);
 }
 
-void AddPTZConfigurationResponse::deserialize(const QDomNode& node)
+void AddPTZConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddPTZConfigurationResponse, this, node);
 }

@@ -30,7 +30,7 @@ AddVideoAnalyticsConfiguration::AddVideoAnalyticsConfiguration()
     ComplexType::construct(infoAddVideoAnalyticsConfiguration, this);
 }
 
-QString AddVideoAnalyticsConfiguration::serialize(const QString& tagName) const
+QString AddVideoAnalyticsConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddVideoAnalyticsConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoAddVideoAnalyticsConfiguration, this, out, tagName);
 }
 
-void AddVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
+void AddVideoAnalyticsConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoAnalyticsConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddVideoAnalyticsConfigurationResponse = {
 
 } // namespace
 
-QString AddVideoAnalyticsConfigurationResponse::serialize(const QString& tagName) const
+QString AddVideoAnalyticsConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddVideoAnalyticsConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoAddVideoAnalyticsConfigurationResponse, this, out, tagName);
 }
 
-void AddVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
+void AddVideoAnalyticsConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoAnalyticsConfigurationResponse, this, node);
 }

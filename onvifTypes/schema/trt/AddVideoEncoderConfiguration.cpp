@@ -30,7 +30,7 @@ AddVideoEncoderConfiguration::AddVideoEncoderConfiguration()
     ComplexType::construct(infoAddVideoEncoderConfiguration, this);
 }
 
-QString AddVideoEncoderConfiguration::serialize(const QString& tagName) const
+QString AddVideoEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddVideoEncoderConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoAddVideoEncoderConfiguration, this, out, tagName);
 }
 
-void AddVideoEncoderConfiguration::deserialize(const QDomNode& node)
+void AddVideoEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoEncoderConfiguration, this, node);
 }

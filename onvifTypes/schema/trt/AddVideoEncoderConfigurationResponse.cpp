@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddVideoEncoderConfigurationResponse = {
 
 } // namespace
 
-QString AddVideoEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString AddVideoEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddVideoEncoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoAddVideoEncoderConfigurationResponse, this, out, tagName);
 }
 
-void AddVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void AddVideoEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoEncoderConfigurationResponse, this, node);
 }

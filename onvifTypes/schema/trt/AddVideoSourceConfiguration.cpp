@@ -30,7 +30,7 @@ AddVideoSourceConfiguration::AddVideoSourceConfiguration()
     ComplexType::construct(infoAddVideoSourceConfiguration, this);
 }
 
-QString AddVideoSourceConfiguration::serialize(const QString& tagName) const
+QString AddVideoSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddVideoSourceConfiguration, this, tagName);
 }
@@ -40,7 +40,7 @@ void AddVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoAddVideoSourceConfiguration, this, out, tagName);
 }
 
-void AddVideoSourceConfiguration::deserialize(const QDomNode& node)
+void AddVideoSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoSourceConfiguration, this, node);
 }

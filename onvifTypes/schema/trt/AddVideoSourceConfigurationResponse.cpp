@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAddVideoSourceConfigurationResponse = {
 
 } // namespace
 
-QString AddVideoSourceConfigurationResponse::serialize(const QString& tagName) const
+QString AddVideoSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAddVideoSourceConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void AddVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoAddVideoSourceConfigurationResponse, this, out, tagName);
 }
 
-void AddVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
+void AddVideoSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAddVideoSourceConfigurationResponse, this, node);
 }

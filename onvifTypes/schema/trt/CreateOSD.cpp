@@ -29,7 +29,7 @@ CreateOSD::CreateOSD()
     ComplexType::construct(infoCreateOSD, this);
 }
 
-QString CreateOSD::serialize(const QString& tagName) const
+QString CreateOSD::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateOSD, this, tagName);
 }
@@ -39,7 +39,7 @@ void CreateOSD::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreateOSD, this, out, tagName);
 }
 
-void CreateOSD::deserialize(const QDomNode& node)
+void CreateOSD::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateOSD, this, node);
 }

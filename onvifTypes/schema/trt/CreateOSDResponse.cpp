@@ -28,7 +28,7 @@ CreateOSDResponse::CreateOSDResponse()
     ComplexType::construct(infoCreateOSDResponse, this);
 }
 
-QString CreateOSDResponse::serialize(const QString& tagName) const
+QString CreateOSDResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateOSDResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void CreateOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreateOSDResponse, this, out, tagName);
 }
 
-void CreateOSDResponse::deserialize(const QDomNode& node)
+void CreateOSDResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateOSDResponse, this, node);
 }

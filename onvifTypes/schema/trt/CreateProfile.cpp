@@ -30,7 +30,7 @@ CreateProfile::CreateProfile()
     ComplexType::construct(infoCreateProfile, this);
 }
 
-QString CreateProfile::serialize(const QString& tagName) const
+QString CreateProfile::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateProfile, this, tagName);
 }
@@ -40,7 +40,7 @@ void CreateProfile::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCreateProfile, this, out, tagName);
 }
 
-void CreateProfile::deserialize(const QDomNode& node)
+void CreateProfile::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateProfile, this, node);
 }

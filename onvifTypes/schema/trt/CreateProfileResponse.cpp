@@ -29,7 +29,7 @@ CreateProfileResponse::CreateProfileResponse()
     ComplexType::construct(infoCreateProfileResponse, this);
 }
 
-QString CreateProfileResponse::serialize(const QString& tagName) const
+QString CreateProfileResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCreateProfileResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void CreateProfileResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoCreateProfileResponse, this, out, tagName);
 }
 
-void CreateProfileResponse::deserialize(const QDomNode& node)
+void CreateProfileResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCreateProfileResponse, this, node);
 }

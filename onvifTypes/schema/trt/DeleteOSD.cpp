@@ -28,7 +28,7 @@ DeleteOSD::DeleteOSD()
     ComplexType::construct(infoDeleteOSD, this);
 }
 
-QString DeleteOSD::serialize(const QString& tagName) const
+QString DeleteOSD::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteOSD, this, tagName);
 }
@@ -38,7 +38,7 @@ void DeleteOSD::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeleteOSD, this, out, tagName);
 }
 
-void DeleteOSD::deserialize(const QDomNode& node)
+void DeleteOSD::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteOSD, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeleteOSDResponse = {
 
 } // namespace
 
-QString DeleteOSDResponse::serialize(const QString& tagName) const
+QString DeleteOSDResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteOSDResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeleteOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeleteOSDResponse, this, out, tagName);
 }
 
-void DeleteOSDResponse::deserialize(const QDomNode& node)
+void DeleteOSDResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteOSDResponse, this, node);
 }

@@ -28,7 +28,7 @@ DeleteProfile::DeleteProfile()
     ComplexType::construct(infoDeleteProfile, this);
 }
 
-QString DeleteProfile::serialize(const QString& tagName) const
+QString DeleteProfile::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteProfile, this, tagName);
 }
@@ -38,7 +38,7 @@ void DeleteProfile::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeleteProfile, this, out, tagName);
 }
 
-void DeleteProfile::deserialize(const QDomNode& node)
+void DeleteProfile::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteProfile, this, node);
 }

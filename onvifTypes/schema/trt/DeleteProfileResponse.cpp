@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeleteProfileResponse = {
 
 } // namespace
 
-QString DeleteProfileResponse::serialize(const QString& tagName) const
+QString DeleteProfileResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeleteProfileResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeleteProfileResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoDeleteProfileResponse, this, out, tagName);
 }
 
-void DeleteProfileResponse::deserialize(const QDomNode& node)
+void DeleteProfileResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeleteProfileResponse, this, node);
 }

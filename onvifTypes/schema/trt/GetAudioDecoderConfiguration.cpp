@@ -28,7 +28,7 @@ GetAudioDecoderConfiguration::GetAudioDecoderConfiguration()
     ComplexType::construct(infoGetAudioDecoderConfiguration, this);
 }
 
-QString GetAudioDecoderConfiguration::serialize(const QString& tagName) const
+QString GetAudioDecoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioDecoderConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetAudioDecoderConfiguration, this, out, tagName);
 }
 
-void GetAudioDecoderConfiguration::deserialize(const QDomNode& node)
+void GetAudioDecoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfiguration, this, node);
 }

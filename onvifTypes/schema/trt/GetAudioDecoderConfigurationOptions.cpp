@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetAudioDecoderConfigurationOptions = {
 
 } // namespace
 
-QString GetAudioDecoderConfigurationOptions::serialize(const QString& tagName) const
+QString GetAudioDecoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioDecoderConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetAudioDecoderConfigurationOptions::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetAudioDecoderConfigurationOptions, this, out, tagName);
 }
 
-void GetAudioDecoderConfigurationOptions::deserialize(const QDomNode& node)
+void GetAudioDecoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationOptions, this, node);
 }

@@ -29,7 +29,7 @@ GetAudioDecoderConfigurationOptionsResponse::GetAudioDecoderConfigurationOptions
     ComplexType::construct(infoGetAudioDecoderConfigurationOptionsResponse, this);
 }
 
-QString GetAudioDecoderConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetAudioDecoderConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioDecoderConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioDecoderConfigurationOptionsResponse::serializeTo(QString& out, QLat
     ComplexType::serializeTo(infoGetAudioDecoderConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetAudioDecoderConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetAudioDecoderConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetAudioDecoderConfigurationResponse::GetAudioDecoderConfigurationResponse()
     ComplexType::construct(infoGetAudioDecoderConfigurationResponse, this);
 }
 
-QString GetAudioDecoderConfigurationResponse::serialize(const QString& tagName) const
+QString GetAudioDecoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioDecoderConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoGetAudioDecoderConfigurationResponse, this, out, tagName);
 }
 
-void GetAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
+void GetAudioDecoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationResponse, this, node);
 }

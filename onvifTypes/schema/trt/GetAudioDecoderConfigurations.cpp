@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAudioDecoderConfigurations = {
 
 } // namespace
 
-QString GetAudioDecoderConfigurations::serialize(const QString& tagName) const
+QString GetAudioDecoderConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioDecoderConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAudioDecoderConfigurations::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoGetAudioDecoderConfigurations, this, out, tagName);
 }
 
-void GetAudioDecoderConfigurations::deserialize(const QDomNode& node)
+void GetAudioDecoderConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetAudioDecoderConfigurationsResponse = {
 
 } // namespace
 
-QString GetAudioDecoderConfigurationsResponse::serialize(const QString& tagName) const
+QString GetAudioDecoderConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioDecoderConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetAudioDecoderConfigurationsResponse::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoGetAudioDecoderConfigurationsResponse, this, out, tagName);
 }
 
-void GetAudioDecoderConfigurationsResponse::deserialize(const QDomNode& node)
+void GetAudioDecoderConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioDecoderConfigurationsResponse, this, node);
 }

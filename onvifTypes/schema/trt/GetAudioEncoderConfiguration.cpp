@@ -28,7 +28,7 @@ GetAudioEncoderConfiguration::GetAudioEncoderConfiguration()
     ComplexType::construct(infoGetAudioEncoderConfiguration, this);
 }
 
-QString GetAudioEncoderConfiguration::serialize(const QString& tagName) const
+QString GetAudioEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioEncoderConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetAudioEncoderConfiguration, this, out, tagName);
 }
 
-void GetAudioEncoderConfiguration::deserialize(const QDomNode& node)
+void GetAudioEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfiguration, this, node);
 }

@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetAudioEncoderConfigurationOptions = {
 
 } // namespace
 
-QString GetAudioEncoderConfigurationOptions::serialize(const QString& tagName) const
+QString GetAudioEncoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioEncoderConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetAudioEncoderConfigurationOptions::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetAudioEncoderConfigurationOptions, this, out, tagName);
 }
 
-void GetAudioEncoderConfigurationOptions::deserialize(const QDomNode& node)
+void GetAudioEncoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationOptions, this, node);
 }

@@ -29,7 +29,7 @@ GetAudioEncoderConfigurationOptionsResponse::GetAudioEncoderConfigurationOptions
     ComplexType::construct(infoGetAudioEncoderConfigurationOptionsResponse, this);
 }
 
-QString GetAudioEncoderConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetAudioEncoderConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioEncoderConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioEncoderConfigurationOptionsResponse::serializeTo(QString& out, QLat
     ComplexType::serializeTo(infoGetAudioEncoderConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetAudioEncoderConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetAudioEncoderConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetAudioEncoderConfigurationResponse::GetAudioEncoderConfigurationResponse()
     ComplexType::construct(infoGetAudioEncoderConfigurationResponse, this);
 }
 
-QString GetAudioEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString GetAudioEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioEncoderConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoGetAudioEncoderConfigurationResponse, this, out, tagName);
 }
 
-void GetAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void GetAudioEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAudioEncoderConfigurations = {
 
 } // namespace
 
-QString GetAudioEncoderConfigurations::serialize(const QString& tagName) const
+QString GetAudioEncoderConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioEncoderConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAudioEncoderConfigurations::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoGetAudioEncoderConfigurations, this, out, tagName);
 }
 
-void GetAudioEncoderConfigurations::deserialize(const QDomNode& node)
+void GetAudioEncoderConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurations, this, node);
 }

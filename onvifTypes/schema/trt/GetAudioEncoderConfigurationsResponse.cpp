@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetAudioEncoderConfigurationsResponse = {
 
 } // namespace
 
-QString GetAudioEncoderConfigurationsResponse::serialize(const QString& tagName) const
+QString GetAudioEncoderConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioEncoderConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetAudioEncoderConfigurationsResponse::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoGetAudioEncoderConfigurationsResponse, this, out, tagName);
 }
 
-void GetAudioEncoderConfigurationsResponse::deserialize(const QDomNode& node)
+void GetAudioEncoderConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioEncoderConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetAudioOutputConfiguration::GetAudioOutputConfiguration()
     ComplexType::construct(infoGetAudioOutputConfiguration, this);
 }
 
-QString GetAudioOutputConfiguration::serialize(const QString& tagName) const
+QString GetAudioOutputConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetAudioOutputConfiguration, this, out, tagName);
 }
 
-void GetAudioOutputConfiguration::deserialize(const QDomNode& node)
+void GetAudioOutputConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfiguration, this, node);
 }

@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetAudioOutputConfigurationOptions = {
 
 } // namespace
 
-QString GetAudioOutputConfigurationOptions::serialize(const QString& tagName) const
+QString GetAudioOutputConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetAudioOutputConfigurationOptions::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoGetAudioOutputConfigurationOptions, this, out, tagName);
 }
 
-void GetAudioOutputConfigurationOptions::deserialize(const QDomNode& node)
+void GetAudioOutputConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationOptions, this, node);
 }

@@ -29,7 +29,7 @@ GetAudioOutputConfigurationOptionsResponse::GetAudioOutputConfigurationOptionsRe
     ComplexType::construct(infoGetAudioOutputConfigurationOptionsResponse, this);
 }
 
-QString GetAudioOutputConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetAudioOutputConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioOutputConfigurationOptionsResponse::serializeTo(QString& out, QLati
     ComplexType::serializeTo(infoGetAudioOutputConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetAudioOutputConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetAudioOutputConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationOptionsResponse, this, node);
 }

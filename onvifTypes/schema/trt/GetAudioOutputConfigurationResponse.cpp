@@ -29,7 +29,7 @@ GetAudioOutputConfigurationResponse::GetAudioOutputConfigurationResponse()
     ComplexType::construct(infoGetAudioOutputConfigurationResponse, this);
 }
 
-QString GetAudioOutputConfigurationResponse::serialize(const QString& tagName) const
+QString GetAudioOutputConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetAudioOutputConfigurationResponse, this, out, tagName);
 }
 
-void GetAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
+void GetAudioOutputConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationResponse, this, node);
 }

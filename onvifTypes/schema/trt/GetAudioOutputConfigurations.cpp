@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAudioOutputConfigurations = {
 
 } // namespace
 
-QString GetAudioOutputConfigurations::serialize(const QString& tagName) const
+QString GetAudioOutputConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAudioOutputConfigurations::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetAudioOutputConfigurations, this, out, tagName);
 }
 
-void GetAudioOutputConfigurations::deserialize(const QDomNode& node)
+void GetAudioOutputConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetAudioOutputConfigurationsResponse = {
 
 } // namespace
 
-QString GetAudioOutputConfigurationsResponse::serialize(const QString& tagName) const
+QString GetAudioOutputConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetAudioOutputConfigurationsResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoGetAudioOutputConfigurationsResponse, this, out, tagName);
 }
 
-void GetAudioOutputConfigurationsResponse::deserialize(const QDomNode& node)
+void GetAudioOutputConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputConfigurationsResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAudioOutputs = {
 
 } // namespace
 
-QString GetAudioOutputs::serialize(const QString& tagName) const
+QString GetAudioOutputs::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputs, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAudioOutputs::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetAudioOutputs, this, out, tagName);
 }
 
-void GetAudioOutputs::deserialize(const QDomNode& node)
+void GetAudioOutputs::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputs, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetAudioOutputsResponse = {
 
 } // namespace
 
-QString GetAudioOutputsResponse::serialize(const QString& tagName) const
+QString GetAudioOutputsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioOutputsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetAudioOutputsResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetAudioOutputsResponse, this, out, tagName);
 }
 
-void GetAudioOutputsResponse::deserialize(const QDomNode& node)
+void GetAudioOutputsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioOutputsResponse, this, node);
 }

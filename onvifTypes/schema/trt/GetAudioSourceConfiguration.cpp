@@ -28,7 +28,7 @@ GetAudioSourceConfiguration::GetAudioSourceConfiguration()
     ComplexType::construct(infoGetAudioSourceConfiguration, this);
 }
 
-QString GetAudioSourceConfiguration::serialize(const QString& tagName) const
+QString GetAudioSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourceConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetAudioSourceConfiguration, this, out, tagName);
 }
 
-void GetAudioSourceConfiguration::deserialize(const QDomNode& node)
+void GetAudioSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfiguration, this, node);
 }

@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetAudioSourceConfigurationOptions = {
 
 } // namespace
 
-QString GetAudioSourceConfigurationOptions::serialize(const QString& tagName) const
+QString GetAudioSourceConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourceConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetAudioSourceConfigurationOptions::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoGetAudioSourceConfigurationOptions, this, out, tagName);
 }
 
-void GetAudioSourceConfigurationOptions::deserialize(const QDomNode& node)
+void GetAudioSourceConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationOptions, this, node);
 }

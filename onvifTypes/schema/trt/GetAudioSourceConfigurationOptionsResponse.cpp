@@ -29,7 +29,7 @@ GetAudioSourceConfigurationOptionsResponse::GetAudioSourceConfigurationOptionsRe
     ComplexType::construct(infoGetAudioSourceConfigurationOptionsResponse, this);
 }
 
-QString GetAudioSourceConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetAudioSourceConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourceConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioSourceConfigurationOptionsResponse::serializeTo(QString& out, QLati
     ComplexType::serializeTo(infoGetAudioSourceConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetAudioSourceConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetAudioSourceConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetAudioSourceConfigurationResponse::GetAudioSourceConfigurationResponse()
     ComplexType::construct(infoGetAudioSourceConfigurationResponse, this);
 }
 
-QString GetAudioSourceConfigurationResponse::serialize(const QString& tagName) const
+QString GetAudioSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourceConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetAudioSourceConfigurationResponse, this, out, tagName);
 }
 
-void GetAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
+void GetAudioSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationResponse, this, node);
 }

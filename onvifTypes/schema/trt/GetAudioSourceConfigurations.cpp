@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAudioSourceConfigurations = {
 
 } // namespace
 
-QString GetAudioSourceConfigurations::serialize(const QString& tagName) const
+QString GetAudioSourceConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourceConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAudioSourceConfigurations::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetAudioSourceConfigurations, this, out, tagName);
 }
 
-void GetAudioSourceConfigurations::deserialize(const QDomNode& node)
+void GetAudioSourceConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetAudioSourceConfigurationsResponse = {
 
 } // namespace
 
-QString GetAudioSourceConfigurationsResponse::serialize(const QString& tagName) const
+QString GetAudioSourceConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourceConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetAudioSourceConfigurationsResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoGetAudioSourceConfigurationsResponse, this, out, tagName);
 }
 
-void GetAudioSourceConfigurationsResponse::deserialize(const QDomNode& node)
+void GetAudioSourceConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourceConfigurationsResponse, this, node);
 }

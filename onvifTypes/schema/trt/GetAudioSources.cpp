@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetAudioSources = {
 
 } // namespace
 
-QString GetAudioSources::serialize(const QString& tagName) const
+QString GetAudioSources::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSources, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetAudioSources::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetAudioSources, this, out, tagName);
 }
 
-void GetAudioSources::deserialize(const QDomNode& node)
+void GetAudioSources::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSources, this, node);
 }

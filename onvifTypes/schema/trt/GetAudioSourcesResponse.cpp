@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetAudioSourcesResponse = {
 
 } // namespace
 
-QString GetAudioSourcesResponse::serialize(const QString& tagName) const
+QString GetAudioSourcesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetAudioSourcesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetAudioSourcesResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetAudioSourcesResponse, this, out, tagName);
 }
 
-void GetAudioSourcesResponse::deserialize(const QDomNode& node)
+void GetAudioSourcesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetAudioSourcesResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCompatibleAudioDecoderConfigurations::GetCompatibleAudioDecoderConfigurations
     ComplexType::construct(infoGetCompatibleAudioDecoderConfigurations, this);
 }
 
-QString GetCompatibleAudioDecoderConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleAudioDecoderConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioDecoderConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleAudioDecoderConfigurations::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoGetCompatibleAudioDecoderConfigurations, this, out, tagName);
 }
 
-void GetCompatibleAudioDecoderConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleAudioDecoderConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioDecoderConfigurations, this, node);
 }

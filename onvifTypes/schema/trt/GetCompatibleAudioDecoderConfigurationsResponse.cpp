@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleAudioDecoderConfigurationsResponse
 
 } // namespace
 
-QString GetCompatibleAudioDecoderConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleAudioDecoderConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioDecoderConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleAudioDecoderConfigurationsResponse::serializeTo(QString& out, 
     ComplexType::serializeTo(infoGetCompatibleAudioDecoderConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleAudioDecoderConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleAudioDecoderConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioDecoderConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCompatibleAudioEncoderConfigurations::GetCompatibleAudioEncoderConfigurations
     ComplexType::construct(infoGetCompatibleAudioEncoderConfigurations, this);
 }
 
-QString GetCompatibleAudioEncoderConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleAudioEncoderConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioEncoderConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleAudioEncoderConfigurations::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoGetCompatibleAudioEncoderConfigurations, this, out, tagName);
 }
 
-void GetCompatibleAudioEncoderConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleAudioEncoderConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioEncoderConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleAudioEncoderConfigurationsResponse
 
 } // namespace
 
-QString GetCompatibleAudioEncoderConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleAudioEncoderConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioEncoderConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleAudioEncoderConfigurationsResponse::serializeTo(QString& out, 
     ComplexType::serializeTo(infoGetCompatibleAudioEncoderConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleAudioEncoderConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleAudioEncoderConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioEncoderConfigurationsResponse, this, node);
 }

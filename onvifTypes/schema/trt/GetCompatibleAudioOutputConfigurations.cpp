@@ -28,7 +28,7 @@ GetCompatibleAudioOutputConfigurations::GetCompatibleAudioOutputConfigurations()
     ComplexType::construct(infoGetCompatibleAudioOutputConfigurations, this);
 }
 
-QString GetCompatibleAudioOutputConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleAudioOutputConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioOutputConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleAudioOutputConfigurations::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoGetCompatibleAudioOutputConfigurations, this, out, tagName);
 }
 
-void GetCompatibleAudioOutputConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleAudioOutputConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioOutputConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleAudioOutputConfigurationsResponse 
 
 } // namespace
 
-QString GetCompatibleAudioOutputConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleAudioOutputConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioOutputConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleAudioOutputConfigurationsResponse::serializeTo(QString& out, Q
     ComplexType::serializeTo(infoGetCompatibleAudioOutputConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleAudioOutputConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleAudioOutputConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioOutputConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCompatibleAudioSourceConfigurations::GetCompatibleAudioSourceConfigurations()
     ComplexType::construct(infoGetCompatibleAudioSourceConfigurations, this);
 }
 
-QString GetCompatibleAudioSourceConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleAudioSourceConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioSourceConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleAudioSourceConfigurations::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoGetCompatibleAudioSourceConfigurations, this, out, tagName);
 }
 
-void GetCompatibleAudioSourceConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleAudioSourceConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioSourceConfigurations, this, node);
 }

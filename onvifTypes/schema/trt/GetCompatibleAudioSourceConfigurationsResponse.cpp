@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleAudioSourceConfigurationsResponse 
 
 } // namespace
 
-QString GetCompatibleAudioSourceConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleAudioSourceConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleAudioSourceConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleAudioSourceConfigurationsResponse::serializeTo(QString& out, Q
     ComplexType::serializeTo(infoGetCompatibleAudioSourceConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleAudioSourceConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleAudioSourceConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleAudioSourceConfigurationsResponse, this, node);
 }

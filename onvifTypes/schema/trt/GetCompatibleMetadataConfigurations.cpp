@@ -28,7 +28,7 @@ GetCompatibleMetadataConfigurations::GetCompatibleMetadataConfigurations()
     ComplexType::construct(infoGetCompatibleMetadataConfigurations, this);
 }
 
-QString GetCompatibleMetadataConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleMetadataConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleMetadataConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleMetadataConfigurations::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetCompatibleMetadataConfigurations, this, out, tagName);
 }
 
-void GetCompatibleMetadataConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleMetadataConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleMetadataConfigurations, this, node);
 }

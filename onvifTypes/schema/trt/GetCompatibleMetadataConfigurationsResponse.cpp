@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleMetadataConfigurationsResponse = {
 
 } // namespace
 
-QString GetCompatibleMetadataConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleMetadataConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleMetadataConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleMetadataConfigurationsResponse::serializeTo(QString& out, QLat
     ComplexType::serializeTo(infoGetCompatibleMetadataConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleMetadataConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleMetadataConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleMetadataConfigurationsResponse, this, node);
 }

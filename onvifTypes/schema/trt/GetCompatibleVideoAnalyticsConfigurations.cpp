@@ -28,7 +28,7 @@ GetCompatibleVideoAnalyticsConfigurations::GetCompatibleVideoAnalyticsConfigurat
     ComplexType::construct(infoGetCompatibleVideoAnalyticsConfigurations, this);
 }
 
-QString GetCompatibleVideoAnalyticsConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleVideoAnalyticsConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleVideoAnalyticsConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleVideoAnalyticsConfigurations::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoGetCompatibleVideoAnalyticsConfigurations, this, out, tagName);
 }
 
-void GetCompatibleVideoAnalyticsConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleVideoAnalyticsConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoAnalyticsConfigurations, this, node);
 }

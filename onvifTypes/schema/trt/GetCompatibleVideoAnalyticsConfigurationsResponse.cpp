@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleVideoAnalyticsConfigurationsRespon
 
 } // namespace
 
-QString GetCompatibleVideoAnalyticsConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleVideoAnalyticsConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleVideoAnalyticsConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleVideoAnalyticsConfigurationsResponse::serializeTo(QString& out
     ComplexType::serializeTo(infoGetCompatibleVideoAnalyticsConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleVideoAnalyticsConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleVideoAnalyticsConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoAnalyticsConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCompatibleVideoEncoderConfigurations::GetCompatibleVideoEncoderConfigurations
     ComplexType::construct(infoGetCompatibleVideoEncoderConfigurations, this);
 }
 
-QString GetCompatibleVideoEncoderConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleVideoEncoderConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleVideoEncoderConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleVideoEncoderConfigurations::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoGetCompatibleVideoEncoderConfigurations, this, out, tagName);
 }
 
-void GetCompatibleVideoEncoderConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleVideoEncoderConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoEncoderConfigurations, this, node);
 }

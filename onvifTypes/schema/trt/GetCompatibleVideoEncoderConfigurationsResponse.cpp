@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleVideoEncoderConfigurationsResponse
 
 } // namespace
 
-QString GetCompatibleVideoEncoderConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleVideoEncoderConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleVideoEncoderConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleVideoEncoderConfigurationsResponse::serializeTo(QString& out, 
     ComplexType::serializeTo(infoGetCompatibleVideoEncoderConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleVideoEncoderConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleVideoEncoderConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoEncoderConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetCompatibleVideoSourceConfigurations::GetCompatibleVideoSourceConfigurations()
     ComplexType::construct(infoGetCompatibleVideoSourceConfigurations, this);
 }
 
-QString GetCompatibleVideoSourceConfigurations::serialize(const QString& tagName) const
+QString GetCompatibleVideoSourceConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleVideoSourceConfigurations, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetCompatibleVideoSourceConfigurations::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoGetCompatibleVideoSourceConfigurations, this, out, tagName);
 }
 
-void GetCompatibleVideoSourceConfigurations::deserialize(const QDomNode& node)
+void GetCompatibleVideoSourceConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoSourceConfigurations, this, node);
 }

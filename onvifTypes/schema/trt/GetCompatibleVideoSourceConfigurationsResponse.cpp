@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetCompatibleVideoSourceConfigurationsResponse 
 
 } // namespace
 
-QString GetCompatibleVideoSourceConfigurationsResponse::serialize(const QString& tagName) const
+QString GetCompatibleVideoSourceConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetCompatibleVideoSourceConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetCompatibleVideoSourceConfigurationsResponse::serializeTo(QString& out, Q
     ComplexType::serializeTo(infoGetCompatibleVideoSourceConfigurationsResponse, this, out, tagName);
 }
 
-void GetCompatibleVideoSourceConfigurationsResponse::deserialize(const QDomNode& node)
+void GetCompatibleVideoSourceConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetCompatibleVideoSourceConfigurationsResponse, this, node);
 }

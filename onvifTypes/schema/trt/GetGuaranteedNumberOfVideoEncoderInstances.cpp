@@ -28,7 +28,7 @@ GetGuaranteedNumberOfVideoEncoderInstances::GetGuaranteedNumberOfVideoEncoderIns
     ComplexType::construct(infoGetGuaranteedNumberOfVideoEncoderInstances, this);
 }
 
-QString GetGuaranteedNumberOfVideoEncoderInstances::serialize(const QString& tagName) const
+QString GetGuaranteedNumberOfVideoEncoderInstances::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetGuaranteedNumberOfVideoEncoderInstances, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetGuaranteedNumberOfVideoEncoderInstances::serializeTo(QString& out, QLati
     ComplexType::serializeTo(infoGetGuaranteedNumberOfVideoEncoderInstances, this, out, tagName);
 }
 
-void GetGuaranteedNumberOfVideoEncoderInstances::deserialize(const QDomNode& node)
+void GetGuaranteedNumberOfVideoEncoderInstances::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetGuaranteedNumberOfVideoEncoderInstances, this, node);
 }

@@ -34,7 +34,7 @@ GetGuaranteedNumberOfVideoEncoderInstancesResponse::GetGuaranteedNumberOfVideoEn
     ComplexType::construct(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this);
 }
 
-QString GetGuaranteedNumberOfVideoEncoderInstancesResponse::serialize(const QString& tagName) const
+QString GetGuaranteedNumberOfVideoEncoderInstancesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this, tagName);
 }
@@ -44,7 +44,7 @@ void GetGuaranteedNumberOfVideoEncoderInstancesResponse::serializeTo(QString& ou
     ComplexType::serializeTo(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this, out, tagName);
 }
 
-void GetGuaranteedNumberOfVideoEncoderInstancesResponse::deserialize(const QDomNode& node)
+void GetGuaranteedNumberOfVideoEncoderInstancesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetGuaranteedNumberOfVideoEncoderInstancesResponse, this, node);
 }

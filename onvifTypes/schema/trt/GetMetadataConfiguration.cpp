@@ -28,7 +28,7 @@ GetMetadataConfiguration::GetMetadataConfiguration()
     ComplexType::construct(infoGetMetadataConfiguration, this);
 }
 
-QString GetMetadataConfiguration::serialize(const QString& tagName) const
+QString GetMetadataConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetMetadataConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoGetMetadataConfiguration, this, out, tagName);
 }
 
-void GetMetadataConfiguration::deserialize(const QDomNode& node)
+void GetMetadataConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfiguration, this, node);
 }

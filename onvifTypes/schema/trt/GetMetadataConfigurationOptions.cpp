@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetMetadataConfigurationOptions = {
 
 } // namespace
 
-QString GetMetadataConfigurationOptions::serialize(const QString& tagName) const
+QString GetMetadataConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetMetadataConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetMetadataConfigurationOptions::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoGetMetadataConfigurationOptions, this, out, tagName);
 }
 
-void GetMetadataConfigurationOptions::deserialize(const QDomNode& node)
+void GetMetadataConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationOptions, this, node);
 }

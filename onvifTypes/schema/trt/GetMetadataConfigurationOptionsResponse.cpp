@@ -29,7 +29,7 @@ GetMetadataConfigurationOptionsResponse::GetMetadataConfigurationOptionsResponse
     ComplexType::construct(infoGetMetadataConfigurationOptionsResponse, this);
 }
 
-QString GetMetadataConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetMetadataConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetMetadataConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetMetadataConfigurationOptionsResponse::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoGetMetadataConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetMetadataConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetMetadataConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetMetadataConfigurationResponse::GetMetadataConfigurationResponse()
     ComplexType::construct(infoGetMetadataConfigurationResponse, this);
 }
 
-QString GetMetadataConfigurationResponse::serialize(const QString& tagName) const
+QString GetMetadataConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetMetadataConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoGetMetadataConfigurationResponse, this, out, tagName);
 }
 
-void GetMetadataConfigurationResponse::deserialize(const QDomNode& node)
+void GetMetadataConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetMetadataConfigurations = {
 
 } // namespace
 
-QString GetMetadataConfigurations::serialize(const QString& tagName) const
+QString GetMetadataConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetMetadataConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetMetadataConfigurations::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoGetMetadataConfigurations, this, out, tagName);
 }
 
-void GetMetadataConfigurations::deserialize(const QDomNode& node)
+void GetMetadataConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetMetadataConfigurationsResponse = {
 
 } // namespace
 
-QString GetMetadataConfigurationsResponse::serialize(const QString& tagName) const
+QString GetMetadataConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetMetadataConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetMetadataConfigurationsResponse::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoGetMetadataConfigurationsResponse, this, out, tagName);
 }
 
-void GetMetadataConfigurationsResponse::deserialize(const QDomNode& node)
+void GetMetadataConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetMetadataConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetOSD::GetOSD()
     ComplexType::construct(infoGetOSD, this);
 }
 
-QString GetOSD::serialize(const QString& tagName) const
+QString GetOSD::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetOSD, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetOSD::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetOSD, this, out, tagName);
 }
 
-void GetOSD::deserialize(const QDomNode& node)
+void GetOSD::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSD, this, node);
 }

@@ -28,7 +28,7 @@ GetOSDOptions::GetOSDOptions()
     ComplexType::construct(infoGetOSDOptions, this);
 }
 
-QString GetOSDOptions::serialize(const QString& tagName) const
+QString GetOSDOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetOSDOptions, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetOSDOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetOSDOptions, this, out, tagName);
 }
 
-void GetOSDOptions::deserialize(const QDomNode& node)
+void GetOSDOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDOptions, this, node);
 }

@@ -29,7 +29,7 @@ GetOSDOptionsResponse::GetOSDOptionsResponse()
     ComplexType::construct(infoGetOSDOptionsResponse, this);
 }
 
-QString GetOSDOptionsResponse::serialize(const QString& tagName) const
+QString GetOSDOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetOSDOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetOSDOptionsResponse::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetOSDOptionsResponse, this, out, tagName);
 }
 
-void GetOSDOptionsResponse::deserialize(const QDomNode& node)
+void GetOSDOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetOSDResponse::GetOSDResponse()
     ComplexType::construct(infoGetOSDResponse, this);
 }
 
-QString GetOSDResponse::serialize(const QString& tagName) const
+QString GetOSDResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetOSDResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetOSDResponse, this, out, tagName);
 }
 
-void GetOSDResponse::deserialize(const QDomNode& node)
+void GetOSDResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDResponse, this, node);
 }

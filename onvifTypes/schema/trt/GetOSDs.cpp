@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoGetOSDs = {
 
 } // namespace
 
-QString GetOSDs::serialize(const QString& tagName) const
+QString GetOSDs::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetOSDs, this, tagName);
 }
@@ -33,7 +33,7 @@ void GetOSDs::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetOSDs, this, out, tagName);
 }
 
-void GetOSDs::deserialize(const QDomNode& node)
+void GetOSDs::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDs, this, node);
 }

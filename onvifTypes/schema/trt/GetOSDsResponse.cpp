@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetOSDsResponse = {
 
 } // namespace
 
-QString GetOSDsResponse::serialize(const QString& tagName) const
+QString GetOSDsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetOSDsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetOSDsResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetOSDsResponse, this, out, tagName);
 }
 
-void GetOSDsResponse::deserialize(const QDomNode& node)
+void GetOSDsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetOSDsResponse, this, node);
 }

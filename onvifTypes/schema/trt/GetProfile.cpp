@@ -28,7 +28,7 @@ GetProfile::GetProfile()
     ComplexType::construct(infoGetProfile, this);
 }
 
-QString GetProfile::serialize(const QString& tagName) const
+QString GetProfile::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetProfile, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetProfile::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetProfile, this, out, tagName);
 }
 
-void GetProfile::deserialize(const QDomNode& node)
+void GetProfile::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfile, this, node);
 }

@@ -29,7 +29,7 @@ GetProfileResponse::GetProfileResponse()
     ComplexType::construct(infoGetProfileResponse, this);
 }
 
-QString GetProfileResponse::serialize(const QString& tagName) const
+QString GetProfileResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetProfileResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetProfileResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetProfileResponse, this, out, tagName);
 }
 
-void GetProfileResponse::deserialize(const QDomNode& node)
+void GetProfileResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfileResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetProfiles = {
 
 } // namespace
 
-QString GetProfiles::serialize(const QString& tagName) const
+QString GetProfiles::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetProfiles, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetProfiles::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetProfiles, this, out, tagName);
 }
 
-void GetProfiles::deserialize(const QDomNode& node)
+void GetProfiles::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfiles, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetProfilesResponse = {
 
 } // namespace
 
-QString GetProfilesResponse::serialize(const QString& tagName) const
+QString GetProfilesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetProfilesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetProfilesResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetProfilesResponse, this, out, tagName);
 }
 
-void GetProfilesResponse::deserialize(const QDomNode& node)
+void GetProfilesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetProfilesResponse, this, node);
 }

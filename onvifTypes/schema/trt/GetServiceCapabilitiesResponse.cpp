@@ -29,7 +29,7 @@ GetServiceCapabilitiesResponse::GetServiceCapabilitiesResponse()
     ComplexType::construct(infoGetServiceCapabilitiesResponse, this);
 }
 
-QString GetServiceCapabilitiesResponse::serialize(const QString& tagName) const
+QString GetServiceCapabilitiesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetServiceCapabilitiesResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetServiceCapabilitiesResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoGetServiceCapabilitiesResponse, this, out, tagName);
 }
 
-void GetServiceCapabilitiesResponse::deserialize(const QDomNode& node)
+void GetServiceCapabilitiesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetServiceCapabilitiesResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetSnapshotUri::GetSnapshotUri()
     ComplexType::construct(infoGetSnapshotUri, this);
 }
 
-QString GetSnapshotUri::serialize(const QString& tagName) const
+QString GetSnapshotUri::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSnapshotUri, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetSnapshotUri::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetSnapshotUri, this, out, tagName);
 }
 
-void GetSnapshotUri::deserialize(const QDomNode& node)
+void GetSnapshotUri::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSnapshotUri, this, node);
 }

@@ -29,7 +29,7 @@ GetSnapshotUriResponse::GetSnapshotUriResponse()
     ComplexType::construct(infoGetSnapshotUriResponse, this);
 }
 
-QString GetSnapshotUriResponse::serialize(const QString& tagName) const
+QString GetSnapshotUriResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetSnapshotUriResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetSnapshotUriResponse::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoGetSnapshotUriResponse, this, out, tagName);
 }
 
-void GetSnapshotUriResponse::deserialize(const QDomNode& node)
+void GetSnapshotUriResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetSnapshotUriResponse, this, node);
 }

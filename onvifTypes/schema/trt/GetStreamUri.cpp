@@ -31,7 +31,7 @@ GetStreamUri::GetStreamUri()
     ComplexType::construct(infoGetStreamUri, this);
 }
 
-QString GetStreamUri::serialize(const QString& tagName) const
+QString GetStreamUri::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStreamUri, this, tagName);
 }
@@ -41,7 +41,7 @@ void GetStreamUri::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetStreamUri, this, out, tagName);
 }
 
-void GetStreamUri::deserialize(const QDomNode& node)
+void GetStreamUri::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStreamUri, this, node);
 }

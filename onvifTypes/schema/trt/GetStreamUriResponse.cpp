@@ -29,7 +29,7 @@ GetStreamUriResponse::GetStreamUriResponse()
     ComplexType::construct(infoGetStreamUriResponse, this);
 }
 
-QString GetStreamUriResponse::serialize(const QString& tagName) const
+QString GetStreamUriResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetStreamUriResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetStreamUriResponse::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoGetStreamUriResponse, this, out, tagName);
 }
 
-void GetStreamUriResponse::deserialize(const QDomNode& node)
+void GetStreamUriResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetStreamUriResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetVideoAnalyticsConfiguration::GetVideoAnalyticsConfiguration()
     ComplexType::construct(infoGetVideoAnalyticsConfiguration, this);
 }
 
-QString GetVideoAnalyticsConfiguration::serialize(const QString& tagName) const
+QString GetVideoAnalyticsConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoAnalyticsConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoGetVideoAnalyticsConfiguration, this, out, tagName);
 }
 
-void GetVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
+void GetVideoAnalyticsConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfiguration, this, node);
 }

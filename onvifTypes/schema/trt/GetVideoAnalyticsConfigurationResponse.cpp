@@ -29,7 +29,7 @@ GetVideoAnalyticsConfigurationResponse::GetVideoAnalyticsConfigurationResponse()
     ComplexType::construct(infoGetVideoAnalyticsConfigurationResponse, this);
 }
 
-QString GetVideoAnalyticsConfigurationResponse::serialize(const QString& tagName) const
+QString GetVideoAnalyticsConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoAnalyticsConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoGetVideoAnalyticsConfigurationResponse, this, out, tagName);
 }
 
-void GetVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
+void GetVideoAnalyticsConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfigurationResponse, this, node);
 }

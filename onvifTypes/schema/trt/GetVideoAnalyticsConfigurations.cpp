@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurations = {
 
 } // namespace
 
-QString GetVideoAnalyticsConfigurations::serialize(const QString& tagName) const
+QString GetVideoAnalyticsConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoAnalyticsConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetVideoAnalyticsConfigurations::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoGetVideoAnalyticsConfigurations, this, out, tagName);
 }
 
-void GetVideoAnalyticsConfigurations::deserialize(const QDomNode& node)
+void GetVideoAnalyticsConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetVideoAnalyticsConfigurationsResponse = {
 
 } // namespace
 
-QString GetVideoAnalyticsConfigurationsResponse::serialize(const QString& tagName) const
+QString GetVideoAnalyticsConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoAnalyticsConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetVideoAnalyticsConfigurationsResponse::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoGetVideoAnalyticsConfigurationsResponse, this, out, tagName);
 }
 
-void GetVideoAnalyticsConfigurationsResponse::deserialize(const QDomNode& node)
+void GetVideoAnalyticsConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoAnalyticsConfigurationsResponse, this, node);
 }

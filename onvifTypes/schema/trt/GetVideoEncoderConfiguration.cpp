@@ -28,7 +28,7 @@ GetVideoEncoderConfiguration::GetVideoEncoderConfiguration()
     ComplexType::construct(infoGetVideoEncoderConfiguration, this);
 }
 
-QString GetVideoEncoderConfiguration::serialize(const QString& tagName) const
+QString GetVideoEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoEncoderConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetVideoEncoderConfiguration, this, out, tagName);
 }
 
-void GetVideoEncoderConfiguration::deserialize(const QDomNode& node)
+void GetVideoEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfiguration, this, node);
 }

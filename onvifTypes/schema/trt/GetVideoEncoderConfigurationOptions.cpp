@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetVideoEncoderConfigurationOptions = {
 
 } // namespace
 
-QString GetVideoEncoderConfigurationOptions::serialize(const QString& tagName) const
+QString GetVideoEncoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoEncoderConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetVideoEncoderConfigurationOptions::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetVideoEncoderConfigurationOptions, this, out, tagName);
 }
 
-void GetVideoEncoderConfigurationOptions::deserialize(const QDomNode& node)
+void GetVideoEncoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationOptions, this, node);
 }

@@ -29,7 +29,7 @@ GetVideoEncoderConfigurationOptionsResponse::GetVideoEncoderConfigurationOptions
     ComplexType::construct(infoGetVideoEncoderConfigurationOptionsResponse, this);
 }
 
-QString GetVideoEncoderConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetVideoEncoderConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoEncoderConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetVideoEncoderConfigurationOptionsResponse::serializeTo(QString& out, QLat
     ComplexType::serializeTo(infoGetVideoEncoderConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetVideoEncoderConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetVideoEncoderConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationOptionsResponse, this, node);
 }

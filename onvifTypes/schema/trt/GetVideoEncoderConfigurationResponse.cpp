@@ -29,7 +29,7 @@ GetVideoEncoderConfigurationResponse::GetVideoEncoderConfigurationResponse()
     ComplexType::construct(infoGetVideoEncoderConfigurationResponse, this);
 }
 
-QString GetVideoEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString GetVideoEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoEncoderConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoGetVideoEncoderConfigurationResponse, this, out, tagName);
 }
 
-void GetVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void GetVideoEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationResponse, this, node);
 }

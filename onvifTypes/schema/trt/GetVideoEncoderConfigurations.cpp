@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetVideoEncoderConfigurations = {
 
 } // namespace
 
-QString GetVideoEncoderConfigurations::serialize(const QString& tagName) const
+QString GetVideoEncoderConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoEncoderConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetVideoEncoderConfigurations::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoGetVideoEncoderConfigurations, this, out, tagName);
 }
 
-void GetVideoEncoderConfigurations::deserialize(const QDomNode& node)
+void GetVideoEncoderConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurations, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetVideoEncoderConfigurationsResponse = {
 
 } // namespace
 
-QString GetVideoEncoderConfigurationsResponse::serialize(const QString& tagName) const
+QString GetVideoEncoderConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoEncoderConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetVideoEncoderConfigurationsResponse::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoGetVideoEncoderConfigurationsResponse, this, out, tagName);
 }
 
-void GetVideoEncoderConfigurationsResponse::deserialize(const QDomNode& node)
+void GetVideoEncoderConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoEncoderConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetVideoSourceConfiguration::GetVideoSourceConfiguration()
     ComplexType::construct(infoGetVideoSourceConfiguration, this);
 }
 
-QString GetVideoSourceConfiguration::serialize(const QString& tagName) const
+QString GetVideoSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetVideoSourceConfiguration, this, out, tagName);
 }
 
-void GetVideoSourceConfiguration::deserialize(const QDomNode& node)
+void GetVideoSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfiguration, this, node);
 }

@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoGetVideoSourceConfigurationOptions = {
 
 } // namespace
 
-QString GetVideoSourceConfigurationOptions::serialize(const QString& tagName) const
+QString GetVideoSourceConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceConfigurationOptions, this, tagName);
 }
@@ -35,7 +35,7 @@ void GetVideoSourceConfigurationOptions::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoGetVideoSourceConfigurationOptions, this, out, tagName);
 }
 
-void GetVideoSourceConfigurationOptions::deserialize(const QDomNode& node)
+void GetVideoSourceConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationOptions, this, node);
 }

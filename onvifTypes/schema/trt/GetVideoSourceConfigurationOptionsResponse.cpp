@@ -29,7 +29,7 @@ GetVideoSourceConfigurationOptionsResponse::GetVideoSourceConfigurationOptionsRe
     ComplexType::construct(infoGetVideoSourceConfigurationOptionsResponse, this);
 }
 
-QString GetVideoSourceConfigurationOptionsResponse::serialize(const QString& tagName) const
+QString GetVideoSourceConfigurationOptionsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceConfigurationOptionsResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetVideoSourceConfigurationOptionsResponse::serializeTo(QString& out, QLati
     ComplexType::serializeTo(infoGetVideoSourceConfigurationOptionsResponse, this, out, tagName);
 }
 
-void GetVideoSourceConfigurationOptionsResponse::deserialize(const QDomNode& node)
+void GetVideoSourceConfigurationOptionsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationOptionsResponse, this, node);
 }

@@ -29,7 +29,7 @@ GetVideoSourceConfigurationResponse::GetVideoSourceConfigurationResponse()
     ComplexType::construct(infoGetVideoSourceConfigurationResponse, this);
 }
 
-QString GetVideoSourceConfigurationResponse::serialize(const QString& tagName) const
+QString GetVideoSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceConfigurationResponse, this, tagName);
 }
@@ -39,7 +39,7 @@ void GetVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGetVideoSourceConfigurationResponse, this, out, tagName);
 }
 
-void GetVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
+void GetVideoSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationResponse, this, node);
 }

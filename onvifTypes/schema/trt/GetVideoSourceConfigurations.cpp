@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetVideoSourceConfigurations = {
 
 } // namespace
 
-QString GetVideoSourceConfigurations::serialize(const QString& tagName) const
+QString GetVideoSourceConfigurations::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceConfigurations, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetVideoSourceConfigurations::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetVideoSourceConfigurations, this, out, tagName);
 }
 
-void GetVideoSourceConfigurations::deserialize(const QDomNode& node)
+void GetVideoSourceConfigurations::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurations, this, node);
 }

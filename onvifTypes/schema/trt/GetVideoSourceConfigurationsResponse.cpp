@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetVideoSourceConfigurationsResponse = {
 
 } // namespace
 
-QString GetVideoSourceConfigurationsResponse::serialize(const QString& tagName) const
+QString GetVideoSourceConfigurationsResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceConfigurationsResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetVideoSourceConfigurationsResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoGetVideoSourceConfigurationsResponse, this, out, tagName);
 }
 
-void GetVideoSourceConfigurationsResponse::deserialize(const QDomNode& node)
+void GetVideoSourceConfigurationsResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceConfigurationsResponse, this, node);
 }

@@ -28,7 +28,7 @@ GetVideoSourceModes::GetVideoSourceModes()
     ComplexType::construct(infoGetVideoSourceModes, this);
 }
 
-QString GetVideoSourceModes::serialize(const QString& tagName) const
+QString GetVideoSourceModes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceModes, this, tagName);
 }
@@ -38,7 +38,7 @@ void GetVideoSourceModes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetVideoSourceModes, this, out, tagName);
 }
 
-void GetVideoSourceModes::deserialize(const QDomNode& node)
+void GetVideoSourceModes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceModes, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetVideoSourceModesResponse = {
 
 } // namespace
 
-QString GetVideoSourceModesResponse::serialize(const QString& tagName) const
+QString GetVideoSourceModesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourceModesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetVideoSourceModesResponse::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoGetVideoSourceModesResponse, this, out, tagName);
 }
 
-void GetVideoSourceModesResponse::deserialize(const QDomNode& node)
+void GetVideoSourceModesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourceModesResponse, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGetVideoSources = {
 
 } // namespace
 
-QString GetVideoSources::serialize(const QString& tagName) const
+QString GetVideoSources::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSources, this, tagName);
 }
@@ -28,7 +28,7 @@ void GetVideoSources::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoGetVideoSources, this, out, tagName);
 }
 
-void GetVideoSources::deserialize(const QDomNode& node)
+void GetVideoSources::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSources, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetVideoSourcesResponse = {
 
 } // namespace
 
-QString GetVideoSourcesResponse::serialize(const QString& tagName) const
+QString GetVideoSourcesResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetVideoSourcesResponse, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetVideoSourcesResponse::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoGetVideoSourcesResponse, this, out, tagName);
 }
 
-void GetVideoSourcesResponse::deserialize(const QDomNode& node)
+void GetVideoSourcesResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetVideoSourcesResponse, this, node);
 }

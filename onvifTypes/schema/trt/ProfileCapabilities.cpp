@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoProfileCapabilities = {
 
 } // namespace
 
-QString ProfileCapabilities::serialize(const QString& tagName) const
+QString ProfileCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfileCapabilities, this, tagName);
 }
@@ -33,7 +33,7 @@ void ProfileCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoProfileCapabilities, this, out, tagName);
 }
 
-void ProfileCapabilities::deserialize(const QDomNode& node)
+void ProfileCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfileCapabilities, this, node);
 }

@@ -28,7 +28,7 @@ RemoveAudioDecoderConfiguration::RemoveAudioDecoderConfiguration()
     ComplexType::construct(infoRemoveAudioDecoderConfiguration, this);
 }
 
-QString RemoveAudioDecoderConfiguration::serialize(const QString& tagName) const
+QString RemoveAudioDecoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioDecoderConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoRemoveAudioDecoderConfiguration, this, out, tagName);
 }
 
-void RemoveAudioDecoderConfiguration::deserialize(const QDomNode& node)
+void RemoveAudioDecoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioDecoderConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveAudioDecoderConfigurationResponse = {
 
 } // namespace
 
-QString RemoveAudioDecoderConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveAudioDecoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioDecoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoRemoveAudioDecoderConfigurationResponse, this, out, tagName);
 }
 
-void RemoveAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveAudioDecoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioDecoderConfigurationResponse, this, node);
 }

@@ -28,7 +28,7 @@ RemoveAudioEncoderConfiguration::RemoveAudioEncoderConfiguration()
     ComplexType::construct(infoRemoveAudioEncoderConfiguration, this);
 }
 
-QString RemoveAudioEncoderConfiguration::serialize(const QString& tagName) const
+QString RemoveAudioEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioEncoderConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoRemoveAudioEncoderConfiguration, this, out, tagName);
 }
 
-void RemoveAudioEncoderConfiguration::deserialize(const QDomNode& node)
+void RemoveAudioEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioEncoderConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveAudioEncoderConfigurationResponse = {
 
 } // namespace
 
-QString RemoveAudioEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveAudioEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioEncoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoRemoveAudioEncoderConfigurationResponse, this, out, tagName);
 }
 
-void RemoveAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveAudioEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioEncoderConfigurationResponse, this, node);
 }

@@ -28,7 +28,7 @@ RemoveAudioOutputConfiguration::RemoveAudioOutputConfiguration()
     ComplexType::construct(infoRemoveAudioOutputConfiguration, this);
 }
 
-QString RemoveAudioOutputConfiguration::serialize(const QString& tagName) const
+QString RemoveAudioOutputConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioOutputConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoRemoveAudioOutputConfiguration, this, out, tagName);
 }
 
-void RemoveAudioOutputConfiguration::deserialize(const QDomNode& node)
+void RemoveAudioOutputConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioOutputConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveAudioOutputConfigurationResponse = {
 
 } // namespace
 
-QString RemoveAudioOutputConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveAudioOutputConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioOutputConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoRemoveAudioOutputConfigurationResponse, this, out, tagName);
 }
 
-void RemoveAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveAudioOutputConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioOutputConfigurationResponse, this, node);
 }

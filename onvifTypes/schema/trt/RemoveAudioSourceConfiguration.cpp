@@ -28,7 +28,7 @@ RemoveAudioSourceConfiguration::RemoveAudioSourceConfiguration()
     ComplexType::construct(infoRemoveAudioSourceConfiguration, this);
 }
 
-QString RemoveAudioSourceConfiguration::serialize(const QString& tagName) const
+QString RemoveAudioSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioSourceConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoRemoveAudioSourceConfiguration, this, out, tagName);
 }
 
-void RemoveAudioSourceConfiguration::deserialize(const QDomNode& node)
+void RemoveAudioSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioSourceConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveAudioSourceConfigurationResponse = {
 
 } // namespace
 
-QString RemoveAudioSourceConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveAudioSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveAudioSourceConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoRemoveAudioSourceConfigurationResponse, this, out, tagName);
 }
 
-void RemoveAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveAudioSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveAudioSourceConfigurationResponse, this, node);
 }

@@ -28,7 +28,7 @@ RemoveMetadataConfiguration::RemoveMetadataConfiguration()
     ComplexType::construct(infoRemoveMetadataConfiguration, this);
 }
 
-QString RemoveMetadataConfiguration::serialize(const QString& tagName) const
+QString RemoveMetadataConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveMetadataConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveMetadataConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoRemoveMetadataConfiguration, this, out, tagName);
 }
 
-void RemoveMetadataConfiguration::deserialize(const QDomNode& node)
+void RemoveMetadataConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveMetadataConfiguration, this, node);
 }

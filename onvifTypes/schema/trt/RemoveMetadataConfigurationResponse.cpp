@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveMetadataConfigurationResponse = {
 
 } // namespace
 
-QString RemoveMetadataConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveMetadataConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveMetadataConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveMetadataConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoRemoveMetadataConfigurationResponse, this, out, tagName);
 }
 
-void RemoveMetadataConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveMetadataConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveMetadataConfigurationResponse, this, node);
 }

@@ -28,7 +28,7 @@ RemovePTZConfiguration::RemovePTZConfiguration()
     ComplexType::construct(infoRemovePTZConfiguration, this);
 }
 
-QString RemovePTZConfiguration::serialize(const QString& tagName) const
+QString RemovePTZConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemovePTZConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemovePTZConfiguration::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoRemovePTZConfiguration, this, out, tagName);
 }
 
-void RemovePTZConfiguration::deserialize(const QDomNode& node)
+void RemovePTZConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePTZConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemovePTZConfigurationResponse = {
 
 } // namespace
 
-QString RemovePTZConfigurationResponse::serialize(const QString& tagName) const
+QString RemovePTZConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemovePTZConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemovePTZConfigurationResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoRemovePTZConfigurationResponse, this, out, tagName);
 }
 
-void RemovePTZConfigurationResponse::deserialize(const QDomNode& node)
+void RemovePTZConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemovePTZConfigurationResponse, this, node);
 }

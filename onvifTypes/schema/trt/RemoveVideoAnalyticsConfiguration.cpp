@@ -28,7 +28,7 @@ RemoveVideoAnalyticsConfiguration::RemoveVideoAnalyticsConfiguration()
     ComplexType::construct(infoRemoveVideoAnalyticsConfiguration, this);
 }
 
-QString RemoveVideoAnalyticsConfiguration::serialize(const QString& tagName) const
+QString RemoveVideoAnalyticsConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveVideoAnalyticsConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoRemoveVideoAnalyticsConfiguration, this, out, tagName);
 }
 
-void RemoveVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
+void RemoveVideoAnalyticsConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoAnalyticsConfiguration, this, node);
 }

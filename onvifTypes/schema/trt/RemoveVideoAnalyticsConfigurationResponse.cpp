@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveVideoAnalyticsConfigurationResponse = {
 
 } // namespace
 
-QString RemoveVideoAnalyticsConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveVideoAnalyticsConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveVideoAnalyticsConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoRemoveVideoAnalyticsConfigurationResponse, this, out, tagName);
 }
 
-void RemoveVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveVideoAnalyticsConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoAnalyticsConfigurationResponse, this, node);
 }

@@ -28,7 +28,7 @@ RemoveVideoEncoderConfiguration::RemoveVideoEncoderConfiguration()
     ComplexType::construct(infoRemoveVideoEncoderConfiguration, this);
 }
 
-QString RemoveVideoEncoderConfiguration::serialize(const QString& tagName) const
+QString RemoveVideoEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveVideoEncoderConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoRemoveVideoEncoderConfiguration, this, out, tagName);
 }
 
-void RemoveVideoEncoderConfiguration::deserialize(const QDomNode& node)
+void RemoveVideoEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoEncoderConfiguration, this, node);
 }

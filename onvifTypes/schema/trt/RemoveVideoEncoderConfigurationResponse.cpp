@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveVideoEncoderConfigurationResponse = {
 
 } // namespace
 
-QString RemoveVideoEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveVideoEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveVideoEncoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoRemoveVideoEncoderConfigurationResponse, this, out, tagName);
 }
 
-void RemoveVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveVideoEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoEncoderConfigurationResponse, this, node);
 }

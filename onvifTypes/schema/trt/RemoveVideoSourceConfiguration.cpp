@@ -28,7 +28,7 @@ RemoveVideoSourceConfiguration::RemoveVideoSourceConfiguration()
     ComplexType::construct(infoRemoveVideoSourceConfiguration, this);
 }
 
-QString RemoveVideoSourceConfiguration::serialize(const QString& tagName) const
+QString RemoveVideoSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveVideoSourceConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void RemoveVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoRemoveVideoSourceConfiguration, this, out, tagName);
 }
 
-void RemoveVideoSourceConfiguration::deserialize(const QDomNode& node)
+void RemoveVideoSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoSourceConfiguration, this, node);
 }

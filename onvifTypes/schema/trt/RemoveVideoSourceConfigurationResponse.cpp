@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRemoveVideoSourceConfigurationResponse = {
 
 } // namespace
 
-QString RemoveVideoSourceConfigurationResponse::serialize(const QString& tagName) const
+QString RemoveVideoSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoveVideoSourceConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void RemoveVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoRemoveVideoSourceConfigurationResponse, this, out, tagName);
 }
 
-void RemoveVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
+void RemoveVideoSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoveVideoSourceConfigurationResponse, this, node);
 }

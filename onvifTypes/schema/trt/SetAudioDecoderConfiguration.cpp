@@ -31,7 +31,7 @@ SetAudioDecoderConfiguration::SetAudioDecoderConfiguration()
     ComplexType::construct(infoSetAudioDecoderConfiguration, this);
 }
 
-QString SetAudioDecoderConfiguration::serialize(const QString& tagName) const
+QString SetAudioDecoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioDecoderConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetAudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSetAudioDecoderConfiguration, this, out, tagName);
 }
 
-void SetAudioDecoderConfiguration::deserialize(const QDomNode& node)
+void SetAudioDecoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioDecoderConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetAudioDecoderConfigurationResponse = {
 
 } // namespace
 
-QString SetAudioDecoderConfigurationResponse::serialize(const QString& tagName) const
+QString SetAudioDecoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioDecoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetAudioDecoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoSetAudioDecoderConfigurationResponse, this, out, tagName);
 }
 
-void SetAudioDecoderConfigurationResponse::deserialize(const QDomNode& node)
+void SetAudioDecoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioDecoderConfigurationResponse, this, node);
 }

@@ -31,7 +31,7 @@ SetAudioEncoderConfiguration::SetAudioEncoderConfiguration()
     ComplexType::construct(infoSetAudioEncoderConfiguration, this);
 }
 
-QString SetAudioEncoderConfiguration::serialize(const QString& tagName) const
+QString SetAudioEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioEncoderConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetAudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSetAudioEncoderConfiguration, this, out, tagName);
 }
 
-void SetAudioEncoderConfiguration::deserialize(const QDomNode& node)
+void SetAudioEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioEncoderConfiguration, this, node);
 }

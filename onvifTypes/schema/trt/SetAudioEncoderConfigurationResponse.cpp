@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetAudioEncoderConfigurationResponse = {
 
 } // namespace
 
-QString SetAudioEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString SetAudioEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioEncoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetAudioEncoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoSetAudioEncoderConfigurationResponse, this, out, tagName);
 }
 
-void SetAudioEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void SetAudioEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioEncoderConfigurationResponse, this, node);
 }

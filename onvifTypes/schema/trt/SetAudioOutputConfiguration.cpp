@@ -31,7 +31,7 @@ SetAudioOutputConfiguration::SetAudioOutputConfiguration()
     ComplexType::construct(infoSetAudioOutputConfiguration, this);
 }
 
-QString SetAudioOutputConfiguration::serialize(const QString& tagName) const
+QString SetAudioOutputConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioOutputConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetAudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSetAudioOutputConfiguration, this, out, tagName);
 }
 
-void SetAudioOutputConfiguration::deserialize(const QDomNode& node)
+void SetAudioOutputConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioOutputConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetAudioOutputConfigurationResponse = {
 
 } // namespace
 
-QString SetAudioOutputConfigurationResponse::serialize(const QString& tagName) const
+QString SetAudioOutputConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioOutputConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetAudioOutputConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoSetAudioOutputConfigurationResponse, this, out, tagName);
 }
 
-void SetAudioOutputConfigurationResponse::deserialize(const QDomNode& node)
+void SetAudioOutputConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioOutputConfigurationResponse, this, node);
 }

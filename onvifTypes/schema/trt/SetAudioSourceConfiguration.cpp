@@ -31,7 +31,7 @@ SetAudioSourceConfiguration::SetAudioSourceConfiguration()
     ComplexType::construct(infoSetAudioSourceConfiguration, this);
 }
 
-QString SetAudioSourceConfiguration::serialize(const QString& tagName) const
+QString SetAudioSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioSourceConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetAudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSetAudioSourceConfiguration, this, out, tagName);
 }
 
-void SetAudioSourceConfiguration::deserialize(const QDomNode& node)
+void SetAudioSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioSourceConfiguration, this, node);
 }

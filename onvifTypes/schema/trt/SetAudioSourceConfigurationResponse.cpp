@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetAudioSourceConfigurationResponse = {
 
 } // namespace
 
-QString SetAudioSourceConfigurationResponse::serialize(const QString& tagName) const
+QString SetAudioSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetAudioSourceConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetAudioSourceConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoSetAudioSourceConfigurationResponse, this, out, tagName);
 }
 
-void SetAudioSourceConfigurationResponse::deserialize(const QDomNode& node)
+void SetAudioSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetAudioSourceConfigurationResponse, this, node);
 }

@@ -31,7 +31,7 @@ SetMetadataConfiguration::SetMetadataConfiguration()
     ComplexType::construct(infoSetMetadataConfiguration, this);
 }
 
-QString SetMetadataConfiguration::serialize(const QString& tagName) const
+QString SetMetadataConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetMetadataConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetMetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoSetMetadataConfiguration, this, out, tagName);
 }
 
-void SetMetadataConfiguration::deserialize(const QDomNode& node)
+void SetMetadataConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetMetadataConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetMetadataConfigurationResponse = {
 
 } // namespace
 
-QString SetMetadataConfigurationResponse::serialize(const QString& tagName) const
+QString SetMetadataConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetMetadataConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetMetadataConfigurationResponse::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoSetMetadataConfigurationResponse, this, out, tagName);
 }
 
-void SetMetadataConfigurationResponse::deserialize(const QDomNode& node)
+void SetMetadataConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetMetadataConfigurationResponse, this, node);
 }

@@ -29,7 +29,7 @@ SetOSD::SetOSD()
     ComplexType::construct(infoSetOSD, this);
 }
 
-QString SetOSD::serialize(const QString& tagName) const
+QString SetOSD::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetOSD, this, tagName);
 }
@@ -39,7 +39,7 @@ void SetOSD::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetOSD, this, out, tagName);
 }
 
-void SetOSD::deserialize(const QDomNode& node)
+void SetOSD::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetOSD, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetOSDResponse = {
 
 } // namespace
 
-QString SetOSDResponse::serialize(const QString& tagName) const
+QString SetOSDResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetOSDResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetOSDResponse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetOSDResponse, this, out, tagName);
 }
 
-void SetOSDResponse::deserialize(const QDomNode& node)
+void SetOSDResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetOSDResponse, this, node);
 }

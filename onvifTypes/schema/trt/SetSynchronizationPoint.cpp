@@ -28,7 +28,7 @@ SetSynchronizationPoint::SetSynchronizationPoint()
     ComplexType::construct(infoSetSynchronizationPoint, this);
 }
 
-QString SetSynchronizationPoint::serialize(const QString& tagName) const
+QString SetSynchronizationPoint::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetSynchronizationPoint, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetSynchronizationPoint::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSetSynchronizationPoint, this, out, tagName);
 }
 
-void SetSynchronizationPoint::deserialize(const QDomNode& node)
+void SetSynchronizationPoint::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetSynchronizationPoint, this, node);
 }

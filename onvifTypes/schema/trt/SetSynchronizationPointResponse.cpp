@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetSynchronizationPointResponse = {
 
 } // namespace
 
-QString SetSynchronizationPointResponse::serialize(const QString& tagName) const
+QString SetSynchronizationPointResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetSynchronizationPointResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetSynchronizationPointResponse::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoSetSynchronizationPointResponse, this, out, tagName);
 }
 
-void SetSynchronizationPointResponse::deserialize(const QDomNode& node)
+void SetSynchronizationPointResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetSynchronizationPointResponse, this, node);
 }

@@ -31,7 +31,7 @@ SetVideoAnalyticsConfiguration::SetVideoAnalyticsConfiguration()
     ComplexType::construct(infoSetVideoAnalyticsConfiguration, this);
 }
 
-QString SetVideoAnalyticsConfiguration::serialize(const QString& tagName) const
+QString SetVideoAnalyticsConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoAnalyticsConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetVideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoSetVideoAnalyticsConfiguration, this, out, tagName);
 }
 
-void SetVideoAnalyticsConfiguration::deserialize(const QDomNode& node)
+void SetVideoAnalyticsConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoAnalyticsConfiguration, this, node);
 }

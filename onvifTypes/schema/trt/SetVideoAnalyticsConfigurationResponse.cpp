@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetVideoAnalyticsConfigurationResponse = {
 
 } // namespace
 
-QString SetVideoAnalyticsConfigurationResponse::serialize(const QString& tagName) const
+QString SetVideoAnalyticsConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoAnalyticsConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetVideoAnalyticsConfigurationResponse::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoSetVideoAnalyticsConfigurationResponse, this, out, tagName);
 }
 
-void SetVideoAnalyticsConfigurationResponse::deserialize(const QDomNode& node)
+void SetVideoAnalyticsConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoAnalyticsConfigurationResponse, this, node);
 }

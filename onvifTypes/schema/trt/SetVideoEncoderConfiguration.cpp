@@ -31,7 +31,7 @@ SetVideoEncoderConfiguration::SetVideoEncoderConfiguration()
     ComplexType::construct(infoSetVideoEncoderConfiguration, this);
 }
 
-QString SetVideoEncoderConfiguration::serialize(const QString& tagName) const
+QString SetVideoEncoderConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoEncoderConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetVideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSetVideoEncoderConfiguration, this, out, tagName);
 }
 
-void SetVideoEncoderConfiguration::deserialize(const QDomNode& node)
+void SetVideoEncoderConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoEncoderConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetVideoEncoderConfigurationResponse = {
 
 } // namespace
 
-QString SetVideoEncoderConfigurationResponse::serialize(const QString& tagName) const
+QString SetVideoEncoderConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoEncoderConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetVideoEncoderConfigurationResponse::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoSetVideoEncoderConfigurationResponse, this, out, tagName);
 }
 
-void SetVideoEncoderConfigurationResponse::deserialize(const QDomNode& node)
+void SetVideoEncoderConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoEncoderConfigurationResponse, this, node);
 }

@@ -31,7 +31,7 @@ SetVideoSourceConfiguration::SetVideoSourceConfiguration()
     ComplexType::construct(infoSetVideoSourceConfiguration, this);
 }
 
-QString SetVideoSourceConfiguration::serialize(const QString& tagName) const
+QString SetVideoSourceConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoSourceConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void SetVideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSetVideoSourceConfiguration, this, out, tagName);
 }
 
-void SetVideoSourceConfiguration::deserialize(const QDomNode& node)
+void SetVideoSourceConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSetVideoSourceConfigurationResponse = {
 
 } // namespace
 
-QString SetVideoSourceConfigurationResponse::serialize(const QString& tagName) const
+QString SetVideoSourceConfigurationResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoSourceConfigurationResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void SetVideoSourceConfigurationResponse::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoSetVideoSourceConfigurationResponse, this, out, tagName);
 }
 
-void SetVideoSourceConfigurationResponse::deserialize(const QDomNode& node)
+void SetVideoSourceConfigurationResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceConfigurationResponse, this, node);
 }

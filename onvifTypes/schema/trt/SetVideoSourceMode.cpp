@@ -30,7 +30,7 @@ SetVideoSourceMode::SetVideoSourceMode()
     ComplexType::construct(infoSetVideoSourceMode, this);
 }
 
-QString SetVideoSourceMode::serialize(const QString& tagName) const
+QString SetVideoSourceMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoSourceMode, this, tagName);
 }
@@ -40,7 +40,7 @@ void SetVideoSourceMode::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSetVideoSourceMode, this, out, tagName);
 }
 
-void SetVideoSourceMode::deserialize(const QDomNode& node)
+void SetVideoSourceMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceMode, this, node);
 }

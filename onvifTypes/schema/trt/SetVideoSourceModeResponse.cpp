@@ -28,7 +28,7 @@ SetVideoSourceModeResponse::SetVideoSourceModeResponse()
     ComplexType::construct(infoSetVideoSourceModeResponse, this);
 }
 
-QString SetVideoSourceModeResponse::serialize(const QString& tagName) const
+QString SetVideoSourceModeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSetVideoSourceModeResponse, this, tagName);
 }
@@ -38,7 +38,7 @@ void SetVideoSourceModeResponse::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoSetVideoSourceModeResponse, this, out, tagName);
 }
 
-void SetVideoSourceModeResponse::deserialize(const QDomNode& node)
+void SetVideoSourceModeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSetVideoSourceModeResponse, this, node);
 }

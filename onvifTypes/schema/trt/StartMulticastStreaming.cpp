@@ -28,7 +28,7 @@ StartMulticastStreaming::StartMulticastStreaming()
     ComplexType::construct(infoStartMulticastStreaming, this);
 }
 
-QString StartMulticastStreaming::serialize(const QString& tagName) const
+QString StartMulticastStreaming::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStartMulticastStreaming, this, tagName);
 }
@@ -38,7 +38,7 @@ void StartMulticastStreaming::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoStartMulticastStreaming, this, out, tagName);
 }
 
-void StartMulticastStreaming::deserialize(const QDomNode& node)
+void StartMulticastStreaming::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStartMulticastStreaming, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoStartMulticastStreamingResponse = {
 
 } // namespace
 
-QString StartMulticastStreamingResponse::serialize(const QString& tagName) const
+QString StartMulticastStreamingResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStartMulticastStreamingResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void StartMulticastStreamingResponse::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoStartMulticastStreamingResponse, this, out, tagName);
 }
 
-void StartMulticastStreamingResponse::deserialize(const QDomNode& node)
+void StartMulticastStreamingResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStartMulticastStreamingResponse, this, node);
 }

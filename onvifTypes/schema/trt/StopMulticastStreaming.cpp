@@ -28,7 +28,7 @@ StopMulticastStreaming::StopMulticastStreaming()
     ComplexType::construct(infoStopMulticastStreaming, this);
 }
 
-QString StopMulticastStreaming::serialize(const QString& tagName) const
+QString StopMulticastStreaming::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStopMulticastStreaming, this, tagName);
 }
@@ -38,7 +38,7 @@ void StopMulticastStreaming::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoStopMulticastStreaming, this, out, tagName);
 }
 
-void StopMulticastStreaming::deserialize(const QDomNode& node)
+void StopMulticastStreaming::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStopMulticastStreaming, this, node);
 }

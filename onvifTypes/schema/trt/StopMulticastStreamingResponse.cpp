@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoStopMulticastStreamingResponse = {
 
 } // namespace
 
-QString StopMulticastStreamingResponse::serialize(const QString& tagName) const
+QString StopMulticastStreamingResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStopMulticastStreamingResponse, this, tagName);
 }
@@ -28,7 +28,7 @@ void StopMulticastStreamingResponse::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoStopMulticastStreamingResponse, this, out, tagName);
 }
 
-void StopMulticastStreamingResponse::deserialize(const QDomNode& node)
+void StopMulticastStreamingResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStopMulticastStreamingResponse, this, node);
 }

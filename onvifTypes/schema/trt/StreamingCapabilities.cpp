@@ -31,7 +31,7 @@ const ComplexType::ClassInfo infoStreamingCapabilities = {
 
 } // namespace
 
-QString StreamingCapabilities::serialize(const QString& tagName) const
+QString StreamingCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStreamingCapabilities, this, tagName);
 }
@@ -41,7 +41,7 @@ void StreamingCapabilities::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoStreamingCapabilities, this, out, tagName);
 }
 
-void StreamingCapabilities::deserialize(const QDomNode& node)
+void StreamingCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStreamingCapabilities, this, node);
 }

@@ -44,7 +44,7 @@ VideoSourceMode::VideoSourceMode()
     ComplexType::construct(infoVideoSourceMode, this);
 }
 
-QString VideoSourceMode::serialize(const QString& tagName) const
+QString VideoSourceMode::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceMode, this, tagName);
 }
@@ -54,7 +54,7 @@ void VideoSourceMode::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVideoSourceMode, this, out, tagName);
 }
 
-void VideoSourceMode::deserialize(const QDomNode& node)
+void VideoSourceMode::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceMode, this, node);
 }

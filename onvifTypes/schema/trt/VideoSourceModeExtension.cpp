@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoSourceModeExtension = {
 
 } // namespace
 
-QString VideoSourceModeExtension::serialize(const QString& tagName) const
+QString VideoSourceModeExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceModeExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoSourceModeExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoVideoSourceModeExtension, this, out, tagName);
 }
 
-void VideoSourceModeExtension::deserialize(const QDomNode& node)
+void VideoSourceModeExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceModeExtension, this, node);
 }

@@ -31,7 +31,7 @@ AACDecOptions::AACDecOptions()
     ComplexType::construct(infoAACDecOptions, this);
 }
 
-QString AACDecOptions::serialize(const QString& tagName) const
+QString AACDecOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAACDecOptions, this, tagName);
 }
@@ -41,7 +41,7 @@ void AACDecOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAACDecOptions, this, out, tagName);
 }
 
-void AACDecOptions::deserialize(const QDomNode& node)
+void AACDecOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAACDecOptions, this, node);
 }

@@ -30,7 +30,7 @@ AbsoluteFocus::AbsoluteFocus()
     ComplexType::construct(infoAbsoluteFocus, this);
 }
 
-QString AbsoluteFocus::serialize(const QString& tagName) const
+QString AbsoluteFocus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAbsoluteFocus, this, tagName);
 }
@@ -40,7 +40,7 @@ void AbsoluteFocus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAbsoluteFocus, this, out, tagName);
 }
 
-void AbsoluteFocus::deserialize(const QDomNode& node)
+void AbsoluteFocus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteFocus, this, node);
 }

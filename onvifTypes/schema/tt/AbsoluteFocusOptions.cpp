@@ -31,7 +31,7 @@ AbsoluteFocusOptions::AbsoluteFocusOptions()
     ComplexType::construct(infoAbsoluteFocusOptions, this);
 }
 
-QString AbsoluteFocusOptions::serialize(const QString& tagName) const
+QString AbsoluteFocusOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAbsoluteFocusOptions, this, tagName);
 }
@@ -41,7 +41,7 @@ void AbsoluteFocusOptions::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoAbsoluteFocusOptions, this, out, tagName);
 }
 
-void AbsoluteFocusOptions::deserialize(const QDomNode& node)
+void AbsoluteFocusOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAbsoluteFocusOptions, this, node);
 }

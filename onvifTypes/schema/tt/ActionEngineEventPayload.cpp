@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoActionEngineEventPayload = {
 
 } // namespace
 
-QString ActionEngineEventPayload::serialize(const QString& tagName) const
+QString ActionEngineEventPayload::serialize(QString tagName)
 {
     return ComplexType::serialize(infoActionEngineEventPayload, this, tagName);
 }
@@ -40,7 +40,7 @@ void ActionEngineEventPayload::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoActionEngineEventPayload, this, out, tagName);
 }
 
-void ActionEngineEventPayload::deserialize(const QDomNode& node)
+void ActionEngineEventPayload::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoActionEngineEventPayload, this, node);
 }

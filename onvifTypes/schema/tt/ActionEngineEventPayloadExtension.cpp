@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoActionEngineEventPayloadExtension = {
 
 } // namespace
 
-QString ActionEngineEventPayloadExtension::serialize(const QString& tagName) const
+QString ActionEngineEventPayloadExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoActionEngineEventPayloadExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ActionEngineEventPayloadExtension::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoActionEngineEventPayloadExtension, this, out, tagName);
 }
 
-void ActionEngineEventPayloadExtension::deserialize(const QDomNode& node)
+void ActionEngineEventPayloadExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoActionEngineEventPayloadExtension, this, node);
 }

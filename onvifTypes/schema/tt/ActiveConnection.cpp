@@ -30,7 +30,7 @@ ActiveConnection::ActiveConnection()
     ComplexType::construct(infoActiveConnection, this);
 }
 
-QString ActiveConnection::serialize(const QString& tagName) const
+QString ActiveConnection::serialize(QString tagName)
 {
     return ComplexType::serialize(infoActiveConnection, this, tagName);
 }
@@ -40,7 +40,7 @@ void ActiveConnection::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoActiveConnection, this, out, tagName);
 }
 
-void ActiveConnection::deserialize(const QDomNode& node)
+void ActiveConnection::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoActiveConnection, this, node);
 }

@@ -32,7 +32,7 @@ AnalyticsCapabilities::AnalyticsCapabilities()
     ComplexType::construct(infoAnalyticsCapabilities, this);
 }
 
-QString AnalyticsCapabilities::serialize(const QString& tagName) const
+QString AnalyticsCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsCapabilities, this, tagName);
 }
@@ -42,7 +42,7 @@ void AnalyticsCapabilities::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoAnalyticsCapabilities, this, out, tagName);
 }
 
-void AnalyticsCapabilities::deserialize(const QDomNode& node)
+void AnalyticsCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsCapabilities, this, node);
 }

@@ -33,7 +33,7 @@ AnalyticsDeviceCapabilities::AnalyticsDeviceCapabilities()
     ComplexType::construct(infoAnalyticsDeviceCapabilities, this);
 }
 
-QString AnalyticsDeviceCapabilities::serialize(const QString& tagName) const
+QString AnalyticsDeviceCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsDeviceCapabilities, this, tagName);
 }
@@ -43,7 +43,7 @@ void AnalyticsDeviceCapabilities::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoAnalyticsDeviceCapabilities, this, out, tagName);
 }
 
-void AnalyticsDeviceCapabilities::deserialize(const QDomNode& node)
+void AnalyticsDeviceCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceCapabilities, this, node);
 }

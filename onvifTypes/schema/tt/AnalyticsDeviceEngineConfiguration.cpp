@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoAnalyticsDeviceEngineConfiguration = {
 
 } // namespace
 
-QString AnalyticsDeviceEngineConfiguration::serialize(const QString& tagName) const
+QString AnalyticsDeviceEngineConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsDeviceEngineConfiguration, this, tagName);
 }
@@ -37,7 +37,7 @@ void AnalyticsDeviceEngineConfiguration::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoAnalyticsDeviceEngineConfiguration, this, out, tagName);
 }
 
-void AnalyticsDeviceEngineConfiguration::deserialize(const QDomNode& node)
+void AnalyticsDeviceEngineConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceEngineConfiguration, this, node);
 }

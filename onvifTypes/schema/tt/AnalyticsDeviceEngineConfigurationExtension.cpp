@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAnalyticsDeviceEngineConfigurationExtension = {
 
 } // namespace
 
-QString AnalyticsDeviceEngineConfigurationExtension::serialize(const QString& tagName) const
+QString AnalyticsDeviceEngineConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsDeviceEngineConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AnalyticsDeviceEngineConfigurationExtension::serializeTo(QString& out, QLat
     ComplexType::serializeTo(infoAnalyticsDeviceEngineConfigurationExtension, this, out, tagName);
 }
 
-void AnalyticsDeviceEngineConfigurationExtension::deserialize(const QDomNode& node)
+void AnalyticsDeviceEngineConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceEngineConfigurationExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAnalyticsDeviceExtension = {
 
 } // namespace
 
-QString AnalyticsDeviceExtension::serialize(const QString& tagName) const
+QString AnalyticsDeviceExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsDeviceExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AnalyticsDeviceExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoAnalyticsDeviceExtension, this, out, tagName);
 }
 
-void AnalyticsDeviceExtension::deserialize(const QDomNode& node)
+void AnalyticsDeviceExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsDeviceExtension, this, node);
 }

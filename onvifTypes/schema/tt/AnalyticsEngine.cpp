@@ -32,19 +32,21 @@ AnalyticsEngine::AnalyticsEngine()
     ComplexType::construct(infoAnalyticsEngine, this);
 }
 
-QString AnalyticsEngine::serialize(const QString& tagName) const
+QString AnalyticsEngine::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAnalyticsEngine, this, tagName, baseText);
 }
 
 void AnalyticsEngine::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAnalyticsEngine, this, out, tagName, baseText);
 }
 
-void AnalyticsEngine::deserialize(const QDomNode& node)
+void AnalyticsEngine::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

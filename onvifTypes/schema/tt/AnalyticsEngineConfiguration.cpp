@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoAnalyticsEngineConfiguration = {
 
 } // namespace
 
-QString AnalyticsEngineConfiguration::serialize(const QString& tagName) const
+QString AnalyticsEngineConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsEngineConfiguration, this, tagName);
 }
@@ -37,7 +37,7 @@ void AnalyticsEngineConfiguration::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoAnalyticsEngineConfiguration, this, out, tagName);
 }
 
-void AnalyticsEngineConfiguration::deserialize(const QDomNode& node)
+void AnalyticsEngineConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAnalyticsEngineConfigurationExtension = {
 
 } // namespace
 
-QString AnalyticsEngineConfigurationExtension::serialize(const QString& tagName) const
+QString AnalyticsEngineConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsEngineConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AnalyticsEngineConfigurationExtension::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoAnalyticsEngineConfigurationExtension, this, out, tagName);
 }
 
-void AnalyticsEngineConfigurationExtension::deserialize(const QDomNode& node)
+void AnalyticsEngineConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineConfigurationExtension, this, node);
 }

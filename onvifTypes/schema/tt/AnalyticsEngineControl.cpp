@@ -46,19 +46,21 @@ AnalyticsEngineControl::AnalyticsEngineControl()
     ComplexType::construct(infoAnalyticsEngineControl, this);
 }
 
-QString AnalyticsEngineControl::serialize(const QString& tagName) const
+QString AnalyticsEngineControl::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAnalyticsEngineControl, this, tagName, baseText);
 }
 
 void AnalyticsEngineControl::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAnalyticsEngineControl, this, out, tagName, baseText);
 }
 
-void AnalyticsEngineControl::deserialize(const QDomNode& node)
+void AnalyticsEngineControl::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

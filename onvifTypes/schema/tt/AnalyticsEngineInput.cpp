@@ -38,19 +38,21 @@ AnalyticsEngineInput::AnalyticsEngineInput()
     ComplexType::construct(infoAnalyticsEngineInput, this);
 }
 
-QString AnalyticsEngineInput::serialize(const QString& tagName) const
+QString AnalyticsEngineInput::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAnalyticsEngineInput, this, tagName, baseText);
 }
 
 void AnalyticsEngineInput::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAnalyticsEngineInput, this, out, tagName, baseText);
 }
 
-void AnalyticsEngineInput::deserialize(const QDomNode& node)
+void AnalyticsEngineInput::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

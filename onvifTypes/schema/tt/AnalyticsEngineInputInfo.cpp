@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoAnalyticsEngineInputInfo = {
 
 } // namespace
 
-QString AnalyticsEngineInputInfo::serialize(const QString& tagName) const
+QString AnalyticsEngineInputInfo::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsEngineInputInfo, this, tagName);
 }
@@ -37,7 +37,7 @@ void AnalyticsEngineInputInfo::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoAnalyticsEngineInputInfo, this, out, tagName);
 }
 
-void AnalyticsEngineInputInfo::deserialize(const QDomNode& node)
+void AnalyticsEngineInputInfo::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineInputInfo, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAnalyticsEngineInputInfoExtension = {
 
 } // namespace
 
-QString AnalyticsEngineInputInfoExtension::serialize(const QString& tagName) const
+QString AnalyticsEngineInputInfoExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsEngineInputInfoExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AnalyticsEngineInputInfoExtension::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoAnalyticsEngineInputInfoExtension, this, out, tagName);
 }
 
-void AnalyticsEngineInputInfoExtension::deserialize(const QDomNode& node)
+void AnalyticsEngineInputInfoExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsEngineInputInfoExtension, this, node);
 }

@@ -30,7 +30,7 @@ AnalyticsState::AnalyticsState()
     ComplexType::construct(infoAnalyticsState, this);
 }
 
-QString AnalyticsState::serialize(const QString& tagName) const
+QString AnalyticsState::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsState, this, tagName);
 }
@@ -40,7 +40,7 @@ void AnalyticsState::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAnalyticsState, this, out, tagName);
 }
 
-void AnalyticsState::deserialize(const QDomNode& node)
+void AnalyticsState::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsState, this, node);
 }

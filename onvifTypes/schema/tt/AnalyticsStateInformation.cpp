@@ -31,7 +31,7 @@ AnalyticsStateInformation::AnalyticsStateInformation()
     ComplexType::construct(infoAnalyticsStateInformation, this);
 }
 
-QString AnalyticsStateInformation::serialize(const QString& tagName) const
+QString AnalyticsStateInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnalyticsStateInformation, this, tagName);
 }
@@ -41,7 +41,7 @@ void AnalyticsStateInformation::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoAnalyticsStateInformation, this, out, tagName);
 }
 
-void AnalyticsStateInformation::deserialize(const QDomNode& node)
+void AnalyticsStateInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnalyticsStateInformation, this, node);
 }

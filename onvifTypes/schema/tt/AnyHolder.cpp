@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAnyHolder = {
 
 } // namespace
 
-QString AnyHolder::serialize(const QString& tagName) const
+QString AnyHolder::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAnyHolder, this, tagName);
 }
@@ -28,7 +28,7 @@ void AnyHolder::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAnyHolder, this, out, tagName);
 }
 
-void AnyHolder::deserialize(const QDomNode& node)
+void AnyHolder::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAnyHolder, this, node);
 }

@@ -36,7 +36,7 @@ const ComplexType::ClassInfo infoAppearance = {
 
 } // namespace
 
-QString Appearance::serialize(const QString& tagName) const
+QString Appearance::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAppearance, this, tagName);
 }
@@ -46,7 +46,7 @@ void Appearance::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAppearance, this, out, tagName);
 }
 
-void Appearance::deserialize(const QDomNode& node)
+void Appearance::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAppearance, this, node);
 }

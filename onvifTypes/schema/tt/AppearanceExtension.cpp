@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAppearanceExtension = {
 
 } // namespace
 
-QString AppearanceExtension::serialize(const QString& tagName) const
+QString AppearanceExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAppearanceExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AppearanceExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAppearanceExtension, this, out, tagName);
 }
 
-void AppearanceExtension::deserialize(const QDomNode& node)
+void AppearanceExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAppearanceExtension, this, node);
 }

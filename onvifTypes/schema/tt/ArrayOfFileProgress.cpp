@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoArrayOfFileProgress = {
 
 } // namespace
 
-QString ArrayOfFileProgress::serialize(const QString& tagName) const
+QString ArrayOfFileProgress::serialize(QString tagName)
 {
     return ComplexType::serialize(infoArrayOfFileProgress, this, tagName);
 }
@@ -37,7 +37,7 @@ void ArrayOfFileProgress::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoArrayOfFileProgress, this, out, tagName);
 }
 
-void ArrayOfFileProgress::deserialize(const QDomNode& node)
+void ArrayOfFileProgress::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoArrayOfFileProgress, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoArrayOfFileProgressExtension = {
 
 } // namespace
 
-QString ArrayOfFileProgressExtension::serialize(const QString& tagName) const
+QString ArrayOfFileProgressExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoArrayOfFileProgressExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ArrayOfFileProgressExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoArrayOfFileProgressExtension, this, out, tagName);
 }
 
-void ArrayOfFileProgressExtension::deserialize(const QDomNode& node)
+void ArrayOfFileProgressExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoArrayOfFileProgressExtension, this, node);
 }

@@ -30,7 +30,7 @@ AttachmentData::AttachmentData()
     ComplexType::construct(infoAttachmentData, this);
 }
 
-QString AttachmentData::serialize(const QString& tagName) const
+QString AttachmentData::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAttachmentData, this, tagName);
 }
@@ -40,7 +40,7 @@ void AttachmentData::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAttachmentData, this, out, tagName);
 }
 
-void AttachmentData::deserialize(const QDomNode& node)
+void AttachmentData::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAttachmentData, this, node);
 }

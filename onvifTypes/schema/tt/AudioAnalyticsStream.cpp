@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoAudioAnalyticsStream = {
 
 } // namespace
 
-QString AudioAnalyticsStream::serialize(const QString& tagName) const
+QString AudioAnalyticsStream::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioAnalyticsStream, this, tagName);
 }
@@ -37,7 +37,7 @@ void AudioAnalyticsStream::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoAudioAnalyticsStream, this, out, tagName);
 }
 
-void AudioAnalyticsStream::deserialize(const QDomNode& node)
+void AudioAnalyticsStream::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioAnalyticsStream, this, node);
 }

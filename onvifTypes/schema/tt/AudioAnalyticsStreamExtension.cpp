@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAudioAnalyticsStreamExtension = {
 
 } // namespace
 
-QString AudioAnalyticsStreamExtension::serialize(const QString& tagName) const
+QString AudioAnalyticsStreamExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioAnalyticsStreamExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AudioAnalyticsStreamExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoAudioAnalyticsStreamExtension, this, out, tagName);
 }
 
-void AudioAnalyticsStreamExtension::deserialize(const QDomNode& node)
+void AudioAnalyticsStreamExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioAnalyticsStreamExtension, this, node);
 }

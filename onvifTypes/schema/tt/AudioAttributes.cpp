@@ -33,7 +33,7 @@ AudioAttributes::AudioAttributes()
     ComplexType::construct(infoAudioAttributes, this);
 }
 
-QString AudioAttributes::serialize(const QString& tagName) const
+QString AudioAttributes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioAttributes, this, tagName);
 }
@@ -43,7 +43,7 @@ void AudioAttributes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAudioAttributes, this, out, tagName);
 }
 
-void AudioAttributes::deserialize(const QDomNode& node)
+void AudioAttributes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioAttributes, this, node);
 }

@@ -30,7 +30,7 @@ AudioClassCandidate::AudioClassCandidate()
     ComplexType::construct(infoAudioClassCandidate, this);
 }
 
-QString AudioClassCandidate::serialize(const QString& tagName) const
+QString AudioClassCandidate::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioClassCandidate, this, tagName);
 }
@@ -40,7 +40,7 @@ void AudioClassCandidate::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAudioClassCandidate, this, out, tagName);
 }
 
-void AudioClassCandidate::deserialize(const QDomNode& node)
+void AudioClassCandidate::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioClassCandidate, this, node);
 }

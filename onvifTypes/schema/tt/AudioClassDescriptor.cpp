@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoAudioClassDescriptor = {
 
 } // namespace
 
-QString AudioClassDescriptor::serialize(const QString& tagName) const
+QString AudioClassDescriptor::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioClassDescriptor, this, tagName);
 }
@@ -37,7 +37,7 @@ void AudioClassDescriptor::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoAudioClassDescriptor, this, out, tagName);
 }
 
-void AudioClassDescriptor::deserialize(const QDomNode& node)
+void AudioClassDescriptor::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioClassDescriptor, this, node);
 }

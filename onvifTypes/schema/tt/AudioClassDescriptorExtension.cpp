@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAudioClassDescriptorExtension = {
 
 } // namespace
 
-QString AudioClassDescriptorExtension::serialize(const QString& tagName) const
+QString AudioClassDescriptorExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioClassDescriptorExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AudioClassDescriptorExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoAudioClassDescriptorExtension, this, out, tagName);
 }
 
-void AudioClassDescriptorExtension::deserialize(const QDomNode& node)
+void AudioClassDescriptorExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioClassDescriptorExtension, this, node);
 }

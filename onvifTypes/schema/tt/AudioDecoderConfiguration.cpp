@@ -24,19 +24,21 @@ const ComplexType::ClassInfo infoAudioDecoderConfiguration = {
 
 } // namespace
 
-QString AudioDecoderConfiguration::serialize(const QString& tagName) const
+QString AudioDecoderConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioDecoderConfiguration, this, tagName, baseText);
 }
 
 void AudioDecoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioDecoderConfiguration, this, out, tagName, baseText);
 }
 
-void AudioDecoderConfiguration::deserialize(const QDomNode& node)
+void AudioDecoderConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

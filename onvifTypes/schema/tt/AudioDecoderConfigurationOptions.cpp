@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoAudioDecoderConfigurationOptions = {
 
 } // namespace
 
-QString AudioDecoderConfigurationOptions::serialize(const QString& tagName) const
+QString AudioDecoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioDecoderConfigurationOptions, this, tagName);
 }
@@ -43,7 +43,7 @@ void AudioDecoderConfigurationOptions::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoAudioDecoderConfigurationOptions, this, out, tagName);
 }
 
-void AudioDecoderConfigurationOptions::deserialize(const QDomNode& node)
+void AudioDecoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioDecoderConfigurationOptions, this, node);
 }

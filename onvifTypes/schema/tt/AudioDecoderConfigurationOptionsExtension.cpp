@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAudioDecoderConfigurationOptionsExtension = {
 
 } // namespace
 
-QString AudioDecoderConfigurationOptionsExtension::serialize(const QString& tagName) const
+QString AudioDecoderConfigurationOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioDecoderConfigurationOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AudioDecoderConfigurationOptionsExtension::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoAudioDecoderConfigurationOptionsExtension, this, out, tagName);
 }
 
-void AudioDecoderConfigurationOptionsExtension::deserialize(const QDomNode& node)
+void AudioDecoderConfigurationOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioDecoderConfigurationOptionsExtension, this, node);
 }

@@ -28,7 +28,7 @@ AudioDescriptor::AudioDescriptor()
     ComplexType::construct(infoAudioDescriptor, this);
 }
 
-QString AudioDescriptor::serialize(const QString& tagName) const
+QString AudioDescriptor::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioDescriptor, this, tagName);
 }
@@ -38,7 +38,7 @@ void AudioDescriptor::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoAudioDescriptor, this, out, tagName);
 }
 
-void AudioDescriptor::deserialize(const QDomNode& node)
+void AudioDescriptor::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioDescriptor, this, node);
 }

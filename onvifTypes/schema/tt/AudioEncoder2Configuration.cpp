@@ -38,19 +38,21 @@ AudioEncoder2Configuration::AudioEncoder2Configuration()
     ComplexType::construct(infoAudioEncoder2Configuration, this);
 }
 
-QString AudioEncoder2Configuration::serialize(const QString& tagName) const
+QString AudioEncoder2Configuration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioEncoder2Configuration, this, tagName, baseText);
 }
 
 void AudioEncoder2Configuration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioEncoder2Configuration, this, out, tagName, baseText);
 }
 
-void AudioEncoder2Configuration::deserialize(const QDomNode& node)
+void AudioEncoder2Configuration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

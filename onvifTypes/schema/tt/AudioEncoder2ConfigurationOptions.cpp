@@ -33,7 +33,7 @@ AudioEncoder2ConfigurationOptions::AudioEncoder2ConfigurationOptions()
     ComplexType::construct(infoAudioEncoder2ConfigurationOptions, this);
 }
 
-QString AudioEncoder2ConfigurationOptions::serialize(const QString& tagName) const
+QString AudioEncoder2ConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioEncoder2ConfigurationOptions, this, tagName);
 }
@@ -43,7 +43,7 @@ void AudioEncoder2ConfigurationOptions::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoAudioEncoder2ConfigurationOptions, this, out, tagName);
 }
 
-void AudioEncoder2ConfigurationOptions::deserialize(const QDomNode& node)
+void AudioEncoder2ConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioEncoder2ConfigurationOptions, this, node);
 }

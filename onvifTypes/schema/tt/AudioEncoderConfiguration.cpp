@@ -41,19 +41,21 @@ AudioEncoderConfiguration::AudioEncoderConfiguration()
     ComplexType::construct(infoAudioEncoderConfiguration, this);
 }
 
-QString AudioEncoderConfiguration::serialize(const QString& tagName) const
+QString AudioEncoderConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioEncoderConfiguration, this, tagName, baseText);
 }
 
 void AudioEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioEncoderConfiguration, this, out, tagName, baseText);
 }
 
-void AudioEncoderConfiguration::deserialize(const QDomNode& node)
+void AudioEncoderConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

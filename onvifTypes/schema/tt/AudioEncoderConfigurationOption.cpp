@@ -34,7 +34,7 @@ AudioEncoderConfigurationOption::AudioEncoderConfigurationOption()
     ComplexType::construct(infoAudioEncoderConfigurationOption, this);
 }
 
-QString AudioEncoderConfigurationOption::serialize(const QString& tagName) const
+QString AudioEncoderConfigurationOption::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioEncoderConfigurationOption, this, tagName);
 }
@@ -44,7 +44,7 @@ void AudioEncoderConfigurationOption::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoAudioEncoderConfigurationOption, this, out, tagName);
 }
 
-void AudioEncoderConfigurationOption::deserialize(const QDomNode& node)
+void AudioEncoderConfigurationOption::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioEncoderConfigurationOption, this, node);
 }

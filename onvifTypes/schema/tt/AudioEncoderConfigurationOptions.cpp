@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoAudioEncoderConfigurationOptions = {
 
 } // namespace
 
-QString AudioEncoderConfigurationOptions::serialize(const QString& tagName) const
+QString AudioEncoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioEncoderConfigurationOptions, this, tagName);
 }
@@ -34,7 +34,7 @@ void AudioEncoderConfigurationOptions::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoAudioEncoderConfigurationOptions, this, out, tagName);
 }
 
-void AudioEncoderConfigurationOptions::deserialize(const QDomNode& node)
+void AudioEncoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioEncoderConfigurationOptions, this, node);
 }

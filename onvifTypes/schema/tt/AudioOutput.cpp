@@ -22,19 +22,21 @@ const ComplexType::ClassInfo infoAudioOutput = {
 
 } // namespace
 
-QString AudioOutput::serialize(const QString& tagName) const
+QString AudioOutput::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioOutput, this, tagName, baseText);
 }
 
 void AudioOutput::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioOutput, this, out, tagName, baseText);
 }
 
-void AudioOutput::deserialize(const QDomNode& node)
+void AudioOutput::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -35,19 +35,21 @@ AudioOutputConfiguration::AudioOutputConfiguration()
     ComplexType::construct(infoAudioOutputConfiguration, this);
 }
 
-QString AudioOutputConfiguration::serialize(const QString& tagName) const
+QString AudioOutputConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioOutputConfiguration, this, tagName, baseText);
 }
 
 void AudioOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioOutputConfiguration, this, out, tagName, baseText);
 }
 
-void AudioOutputConfiguration::deserialize(const QDomNode& node)
+void AudioOutputConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

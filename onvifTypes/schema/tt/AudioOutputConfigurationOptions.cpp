@@ -33,7 +33,7 @@ AudioOutputConfigurationOptions::AudioOutputConfigurationOptions()
     ComplexType::construct(infoAudioOutputConfigurationOptions, this);
 }
 
-QString AudioOutputConfigurationOptions::serialize(const QString& tagName) const
+QString AudioOutputConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioOutputConfigurationOptions, this, tagName);
 }
@@ -43,7 +43,7 @@ void AudioOutputConfigurationOptions::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoAudioOutputConfigurationOptions, this, out, tagName);
 }
 
-void AudioOutputConfigurationOptions::deserialize(const QDomNode& node)
+void AudioOutputConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioOutputConfigurationOptions, this, node);
 }

@@ -29,19 +29,21 @@ AudioSource::AudioSource()
     ComplexType::construct(infoAudioSource, this);
 }
 
-QString AudioSource::serialize(const QString& tagName) const
+QString AudioSource::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioSource, this, tagName, baseText);
 }
 
 void AudioSource::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioSource, this, out, tagName, baseText);
 }
 
-void AudioSource::deserialize(const QDomNode& node)
+void AudioSource::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -31,19 +31,21 @@ AudioSourceConfiguration::AudioSourceConfiguration()
     ComplexType::construct(infoAudioSourceConfiguration, this);
 }
 
-QString AudioSourceConfiguration::serialize(const QString& tagName) const
+QString AudioSourceConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoAudioSourceConfiguration, this, tagName, baseText);
 }
 
 void AudioSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoAudioSourceConfiguration, this, out, tagName, baseText);
 }
 
-void AudioSourceConfiguration::deserialize(const QDomNode& node)
+void AudioSourceConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

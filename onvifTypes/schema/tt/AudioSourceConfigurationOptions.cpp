@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoAudioSourceConfigurationOptions = {
 
 } // namespace
 
-QString AudioSourceConfigurationOptions::serialize(const QString& tagName) const
+QString AudioSourceConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioSourceConfigurationOptions, this, tagName);
 }
@@ -36,7 +36,7 @@ void AudioSourceConfigurationOptions::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoAudioSourceConfigurationOptions, this, out, tagName);
 }
 
-void AudioSourceConfigurationOptions::deserialize(const QDomNode& node)
+void AudioSourceConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioSourceConfigurationOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoAudioSourceOptionsExtension = {
 
 } // namespace
 
-QString AudioSourceOptionsExtension::serialize(const QString& tagName) const
+QString AudioSourceOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoAudioSourceOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void AudioSourceOptionsExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoAudioSourceOptionsExtension, this, out, tagName);
 }
 
-void AudioSourceOptionsExtension::deserialize(const QDomNode& node)
+void AudioSourceOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoAudioSourceOptionsExtension, this, node);
 }

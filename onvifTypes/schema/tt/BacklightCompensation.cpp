@@ -31,7 +31,7 @@ BacklightCompensation::BacklightCompensation()
     ComplexType::construct(infoBacklightCompensation, this);
 }
 
-QString BacklightCompensation::serialize(const QString& tagName) const
+QString BacklightCompensation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBacklightCompensation, this, tagName);
 }
@@ -41,7 +41,7 @@ void BacklightCompensation::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoBacklightCompensation, this, out, tagName);
 }
 
-void BacklightCompensation::deserialize(const QDomNode& node)
+void BacklightCompensation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensation, this, node);
 }

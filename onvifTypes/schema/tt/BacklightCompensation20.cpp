@@ -31,7 +31,7 @@ BacklightCompensation20::BacklightCompensation20()
     ComplexType::construct(infoBacklightCompensation20, this);
 }
 
-QString BacklightCompensation20::serialize(const QString& tagName) const
+QString BacklightCompensation20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBacklightCompensation20, this, tagName);
 }
@@ -41,7 +41,7 @@ void BacklightCompensation20::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoBacklightCompensation20, this, out, tagName);
 }
 
-void BacklightCompensation20::deserialize(const QDomNode& node)
+void BacklightCompensation20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensation20, this, node);
 }

@@ -32,7 +32,7 @@ BacklightCompensationOptions::BacklightCompensationOptions()
     ComplexType::construct(infoBacklightCompensationOptions, this);
 }
 
-QString BacklightCompensationOptions::serialize(const QString& tagName) const
+QString BacklightCompensationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBacklightCompensationOptions, this, tagName);
 }
@@ -42,7 +42,7 @@ void BacklightCompensationOptions::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoBacklightCompensationOptions, this, out, tagName);
 }
 
-void BacklightCompensationOptions::deserialize(const QDomNode& node)
+void BacklightCompensationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensationOptions, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoBacklightCompensationOptions20 = {
 
 } // namespace
 
-QString BacklightCompensationOptions20::serialize(const QString& tagName) const
+QString BacklightCompensationOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBacklightCompensationOptions20, this, tagName);
 }
@@ -37,7 +37,7 @@ void BacklightCompensationOptions20::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoBacklightCompensationOptions20, this, out, tagName);
 }
 
-void BacklightCompensationOptions20::deserialize(const QDomNode& node)
+void BacklightCompensationOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBacklightCompensationOptions20, this, node);
 }

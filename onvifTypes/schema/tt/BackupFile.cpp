@@ -31,7 +31,7 @@ BackupFile::BackupFile()
     ComplexType::construct(infoBackupFile, this);
 }
 
-QString BackupFile::serialize(const QString& tagName) const
+QString BackupFile::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBackupFile, this, tagName);
 }
@@ -41,7 +41,7 @@ void BackupFile::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoBackupFile, this, out, tagName);
 }
 
-void BackupFile::deserialize(const QDomNode& node)
+void BackupFile::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBackupFile, this, node);
 }

@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoBehaviour = {
 
 } // namespace
 
-QString Behaviour::serialize(const QString& tagName) const
+QString Behaviour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBehaviour, this, tagName);
 }
@@ -38,7 +38,7 @@ void Behaviour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoBehaviour, this, out, tagName);
 }
 
-void Behaviour::deserialize(const QDomNode& node)
+void Behaviour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBehaviour, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoBehaviourExtension = {
 
 } // namespace
 
-QString BehaviourExtension::serialize(const QString& tagName) const
+QString BehaviourExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBehaviourExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void BehaviourExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoBehaviourExtension, this, out, tagName);
 }
 
-void BehaviourExtension::deserialize(const QDomNode& node)
+void BehaviourExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBehaviourExtension, this, node);
 }

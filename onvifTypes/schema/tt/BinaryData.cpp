@@ -30,7 +30,7 @@ BinaryData::BinaryData()
     ComplexType::construct(infoBinaryData, this);
 }
 
-QString BinaryData::serialize(const QString& tagName) const
+QString BinaryData::serialize(QString tagName)
 {
     return ComplexType::serialize(infoBinaryData, this, tagName);
 }
@@ -40,7 +40,7 @@ void BinaryData::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoBinaryData, this, out, tagName);
 }
 
-void BinaryData::deserialize(const QDomNode& node)
+void BinaryData::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoBinaryData, this, node);
 }

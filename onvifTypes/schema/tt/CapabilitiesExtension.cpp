@@ -45,7 +45,7 @@ const ComplexType::ClassInfo infoCapabilitiesExtension = {
 
 } // namespace
 
-QString CapabilitiesExtension::serialize(const QString& tagName) const
+QString CapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCapabilitiesExtension, this, tagName);
 }
@@ -55,7 +55,7 @@ void CapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoCapabilitiesExtension, this, out, tagName);
 }
 
-void CapabilitiesExtension::deserialize(const QDomNode& node)
+void CapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilitiesExtension, this, node);
 }

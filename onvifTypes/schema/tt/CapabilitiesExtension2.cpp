@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoCapabilitiesExtension2 = {
 
 } // namespace
 
-QString CapabilitiesExtension2::serialize(const QString& tagName) const
+QString CapabilitiesExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCapabilitiesExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void CapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoCapabilitiesExtension2, this, out, tagName);
 }
 
-void CapabilitiesExtension2::deserialize(const QDomNode& node)
+void CapabilitiesExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCapabilitiesExtension2, this, node);
 }

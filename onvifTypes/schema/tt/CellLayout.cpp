@@ -33,7 +33,7 @@ CellLayout::CellLayout()
     ComplexType::construct(infoCellLayout, this);
 }
 
-QString CellLayout::serialize(const QString& tagName) const
+QString CellLayout::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCellLayout, this, tagName);
 }
@@ -43,7 +43,7 @@ void CellLayout::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCellLayout, this, out, tagName);
 }
 
-void CellLayout::deserialize(const QDomNode& node)
+void CellLayout::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCellLayout, this, node);
 }

@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoCertificate = {
 
 } // namespace
 
-QString Certificate::serialize(const QString& tagName) const
+QString Certificate::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificate, this, tagName);
 }
@@ -36,7 +36,7 @@ void Certificate::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCertificate, this, out, tagName);
 }
 
-void Certificate::deserialize(const QDomNode& node)
+void Certificate::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificate, this, node);
 }

@@ -32,7 +32,7 @@ const ComplexType::ClassInfo infoCertificateGenerationParameters = {
 
 } // namespace
 
-QString CertificateGenerationParameters::serialize(const QString& tagName) const
+QString CertificateGenerationParameters::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateGenerationParameters, this, tagName);
 }
@@ -42,7 +42,7 @@ void CertificateGenerationParameters::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoCertificateGenerationParameters, this, out, tagName);
 }
 
-void CertificateGenerationParameters::deserialize(const QDomNode& node)
+void CertificateGenerationParameters::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateGenerationParameters, this, node);
 }

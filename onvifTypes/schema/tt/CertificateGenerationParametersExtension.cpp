@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoCertificateGenerationParametersExtension = {
 
 } // namespace
 
-QString CertificateGenerationParametersExtension::serialize(const QString& tagName) const
+QString CertificateGenerationParametersExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateGenerationParametersExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void CertificateGenerationParametersExtension::serializeTo(QString& out, QLatin1
     ComplexType::serializeTo(infoCertificateGenerationParametersExtension, this, out, tagName);
 }
 
-void CertificateGenerationParametersExtension::deserialize(const QDomNode& node)
+void CertificateGenerationParametersExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateGenerationParametersExtension, this, node);
 }

@@ -51,7 +51,7 @@ CertificateInformation::CertificateInformation()
     ComplexType::construct(infoCertificateInformation, this);
 }
 
-QString CertificateInformation::serialize(const QString& tagName) const
+QString CertificateInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateInformation, this, tagName);
 }
@@ -61,7 +61,7 @@ void CertificateInformation::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoCertificateInformation, this, out, tagName);
 }
 
-void CertificateInformation::deserialize(const QDomNode& node)
+void CertificateInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateInformation, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoCertificateInformationExtension = {
 
 } // namespace
 
-QString CertificateInformationExtension::serialize(const QString& tagName) const
+QString CertificateInformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateInformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void CertificateInformationExtension::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoCertificateInformationExtension, this, out, tagName);
 }
 
-void CertificateInformationExtension::deserialize(const QDomNode& node)
+void CertificateInformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateInformationExtension, this, node);
 }

@@ -30,7 +30,7 @@ CertificateStatus::CertificateStatus()
     ComplexType::construct(infoCertificateStatus, this);
 }
 
-QString CertificateStatus::serialize(const QString& tagName) const
+QString CertificateStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateStatus, this, tagName);
 }
@@ -40,7 +40,7 @@ void CertificateStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCertificateStatus, this, out, tagName);
 }
 
-void CertificateStatus::deserialize(const QDomNode& node)
+void CertificateStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateStatus, this, node);
 }

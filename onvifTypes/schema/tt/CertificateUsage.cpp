@@ -30,7 +30,7 @@ CertificateUsage::CertificateUsage()
     ComplexType::construct(infoCertificateUsage, this);
 }
 
-QString CertificateUsage::serialize(const QString& tagName) const
+QString CertificateUsage::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateUsage, this, tagName);
 }
@@ -40,7 +40,7 @@ void CertificateUsage::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCertificateUsage, this, out, tagName);
 }
 
-void CertificateUsage::deserialize(const QDomNode& node)
+void CertificateUsage::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateUsage, this, node);
 }

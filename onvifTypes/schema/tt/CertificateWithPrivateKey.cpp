@@ -33,7 +33,7 @@ CertificateWithPrivateKey::CertificateWithPrivateKey()
     ComplexType::construct(infoCertificateWithPrivateKey, this);
 }
 
-QString CertificateWithPrivateKey::serialize(const QString& tagName) const
+QString CertificateWithPrivateKey::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCertificateWithPrivateKey, this, tagName);
 }
@@ -43,7 +43,7 @@ void CertificateWithPrivateKey::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoCertificateWithPrivateKey, this, out, tagName);
 }
 
-void CertificateWithPrivateKey::deserialize(const QDomNode& node)
+void CertificateWithPrivateKey::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCertificateWithPrivateKey, this, node);
 }

@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoClassDescriptor = {
 
 } // namespace
 
-QString ClassDescriptor::serialize(const QString& tagName) const
+QString ClassDescriptor::serialize(QString tagName)
 {
     return ComplexType::serialize(infoClassDescriptor, this, tagName);
 }
@@ -36,7 +36,7 @@ void ClassDescriptor::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoClassDescriptor, this, out, tagName);
 }
 
-void ClassDescriptor::deserialize(const QDomNode& node)
+void ClassDescriptor::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoClassDescriptor, this, node);
 }

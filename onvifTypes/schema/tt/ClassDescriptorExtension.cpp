@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoClassDescriptorExtension = {
 
 } // namespace
 
-QString ClassDescriptorExtension::serialize(const QString& tagName) const
+QString ClassDescriptorExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoClassDescriptorExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void ClassDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoClassDescriptorExtension, this, out, tagName);
 }
 
-void ClassDescriptorExtension::deserialize(const QDomNode& node)
+void ClassDescriptorExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoClassDescriptorExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoClassDescriptorExtension2 = {
 
 } // namespace
 
-QString ClassDescriptorExtension2::serialize(const QString& tagName) const
+QString ClassDescriptorExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoClassDescriptorExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void ClassDescriptorExtension2::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoClassDescriptorExtension2, this, out, tagName);
 }
 
-void ClassDescriptorExtension2::deserialize(const QDomNode& node)
+void ClassDescriptorExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoClassDescriptorExtension2, this, node);
 }

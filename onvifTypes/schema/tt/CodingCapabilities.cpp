@@ -35,7 +35,7 @@ CodingCapabilities::CodingCapabilities()
     ComplexType::construct(infoCodingCapabilities, this);
 }
 
-QString CodingCapabilities::serialize(const QString& tagName) const
+QString CodingCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoCodingCapabilities, this, tagName);
 }
@@ -45,7 +45,7 @@ void CodingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoCodingCapabilities, this, out, tagName);
 }
 
-void CodingCapabilities::deserialize(const QDomNode& node)
+void CodingCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoCodingCapabilities, this, node);
 }

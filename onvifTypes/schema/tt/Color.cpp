@@ -34,7 +34,7 @@ Color::Color()
     ComplexType::construct(infoColor, this);
 }
 
-QString Color::serialize(const QString& tagName) const
+QString Color::serialize(QString tagName)
 {
     return ComplexType::serialize(infoColor, this, tagName);
 }
@@ -44,7 +44,7 @@ void Color::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoColor, this, out, tagName);
 }
 
-void Color::deserialize(const QDomNode& node)
+void Color::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoColor, this, node);
 }

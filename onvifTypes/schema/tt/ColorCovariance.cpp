@@ -40,7 +40,7 @@ ColorCovariance::ColorCovariance()
     ComplexType::construct(infoColorCovariance, this);
 }
 
-QString ColorCovariance::serialize(const QString& tagName) const
+QString ColorCovariance::serialize(QString tagName)
 {
     return ComplexType::serialize(infoColorCovariance, this, tagName);
 }
@@ -50,7 +50,7 @@ void ColorCovariance::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoColorCovariance, this, out, tagName);
 }
 
-void ColorCovariance::deserialize(const QDomNode& node)
+void ColorCovariance::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoColorCovariance, this, node);
 }

@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoColorDescriptor = {
 
 } // namespace
 
-QString ColorDescriptor::serialize(const QString& tagName) const
+QString ColorDescriptor::serialize(QString tagName)
 {
     return ComplexType::serialize(infoColorDescriptor, this, tagName);
 }
@@ -36,7 +36,7 @@ void ColorDescriptor::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoColorDescriptor, this, out, tagName);
 }
 
-void ColorDescriptor::deserialize(const QDomNode& node)
+void ColorDescriptor::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoColorDescriptor, this, node);
 }

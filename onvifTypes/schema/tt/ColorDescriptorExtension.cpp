@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoColorDescriptorExtension = {
 
 } // namespace
 
-QString ColorDescriptorExtension::serialize(const QString& tagName) const
+QString ColorDescriptorExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoColorDescriptorExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ColorDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoColorDescriptorExtension, this, out, tagName);
 }
 
-void ColorDescriptorExtension::deserialize(const QDomNode& node)
+void ColorDescriptorExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoColorDescriptorExtension, this, node);
 }

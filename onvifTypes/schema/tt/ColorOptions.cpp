@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoColorOptions = {
 
 } // namespace
 
-QString ColorOptions::serialize(const QString& tagName) const
+QString ColorOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoColorOptions, this, tagName);
 }
@@ -37,7 +37,7 @@ void ColorOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoColorOptions, this, out, tagName);
 }
 
-void ColorOptions::deserialize(const QDomNode& node)
+void ColorOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoColorOptions, this, node);
 }

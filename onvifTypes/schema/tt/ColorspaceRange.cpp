@@ -35,7 +35,7 @@ ColorspaceRange::ColorspaceRange()
     ComplexType::construct(infoColorspaceRange, this);
 }
 
-QString ColorspaceRange::serialize(const QString& tagName) const
+QString ColorspaceRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoColorspaceRange, this, tagName);
 }
@@ -45,7 +45,7 @@ void ColorspaceRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoColorspaceRange, this, out, tagName);
 }
 
-void ColorspaceRange::deserialize(const QDomNode& node)
+void ColorspaceRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoColorspaceRange, this, node);
 }

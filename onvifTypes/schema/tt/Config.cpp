@@ -33,7 +33,7 @@ Config::Config()
     ComplexType::construct(infoConfig, this);
 }
 
-QString Config::serialize(const QString& tagName) const
+QString Config::serialize(QString tagName)
 {
     return ComplexType::serialize(infoConfig, this, tagName);
 }
@@ -43,7 +43,7 @@ void Config::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoConfig, this, out, tagName);
 }
 
-void Config::deserialize(const QDomNode& node)
+void Config::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoConfig, this, node);
 }

@@ -36,7 +36,7 @@ ConfigDescription::ConfigDescription()
     ComplexType::construct(infoConfigDescription, this);
 }
 
-QString ConfigDescription::serialize(const QString& tagName) const
+QString ConfigDescription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoConfigDescription, this, tagName);
 }
@@ -46,7 +46,7 @@ void ConfigDescription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoConfigDescription, this, out, tagName);
 }
 
-void ConfigDescription::deserialize(const QDomNode& node)
+void ConfigDescription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoConfigDescription, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoConfigDescriptionExtension = {
 
 } // namespace
 
-QString ConfigDescriptionExtension::serialize(const QString& tagName) const
+QString ConfigDescriptionExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoConfigDescriptionExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ConfigDescriptionExtension::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoConfigDescriptionExtension, this, out, tagName);
 }
 
-void ConfigDescriptionExtension::deserialize(const QDomNode& node)
+void ConfigDescriptionExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoConfigDescriptionExtension, this, node);
 }

@@ -32,7 +32,7 @@ ConfigurationEntity::ConfigurationEntity()
     ComplexType::construct(infoConfigurationEntity, this);
 }
 
-QString ConfigurationEntity::serialize(const QString& tagName) const
+QString ConfigurationEntity::serialize(QString tagName)
 {
     return ComplexType::serialize(infoConfigurationEntity, this, tagName);
 }
@@ -42,7 +42,7 @@ void ConfigurationEntity::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoConfigurationEntity, this, out, tagName);
 }
 
-void ConfigurationEntity::deserialize(const QDomNode& node)
+void ConfigurationEntity::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoConfigurationEntity, this, node);
 }

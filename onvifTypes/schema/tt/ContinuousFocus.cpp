@@ -28,7 +28,7 @@ ContinuousFocus::ContinuousFocus()
     ComplexType::construct(infoContinuousFocus, this);
 }
 
-QString ContinuousFocus::serialize(const QString& tagName) const
+QString ContinuousFocus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoContinuousFocus, this, tagName);
 }
@@ -38,7 +38,7 @@ void ContinuousFocus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoContinuousFocus, this, out, tagName);
 }
 
-void ContinuousFocus::deserialize(const QDomNode& node)
+void ContinuousFocus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousFocus, this, node);
 }

@@ -29,7 +29,7 @@ ContinuousFocusOptions::ContinuousFocusOptions()
     ComplexType::construct(infoContinuousFocusOptions, this);
 }
 
-QString ContinuousFocusOptions::serialize(const QString& tagName) const
+QString ContinuousFocusOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoContinuousFocusOptions, this, tagName);
 }
@@ -39,7 +39,7 @@ void ContinuousFocusOptions::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoContinuousFocusOptions, this, out, tagName);
 }
 
-void ContinuousFocusOptions::deserialize(const QDomNode& node)
+void ContinuousFocusOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoContinuousFocusOptions, this, node);
 }

@@ -38,7 +38,7 @@ DNSInformation::DNSInformation()
     ComplexType::construct(infoDNSInformation, this);
 }
 
-QString DNSInformation::serialize(const QString& tagName) const
+QString DNSInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDNSInformation, this, tagName);
 }
@@ -48,7 +48,7 @@ void DNSInformation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDNSInformation, this, out, tagName);
 }
 
-void DNSInformation::deserialize(const QDomNode& node)
+void DNSInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDNSInformation, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDNSInformationExtension = {
 
 } // namespace
 
-QString DNSInformationExtension::serialize(const QString& tagName) const
+QString DNSInformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDNSInformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void DNSInformationExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoDNSInformationExtension, this, out, tagName);
 }
 
-void DNSInformationExtension::deserialize(const QDomNode& node)
+void DNSInformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDNSInformationExtension, this, node);
 }

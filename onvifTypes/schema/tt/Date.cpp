@@ -32,7 +32,7 @@ Date::Date()
     ComplexType::construct(infoDate, this);
 }
 
-QString Date::serialize(const QString& tagName) const
+QString Date::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDate, this, tagName);
 }
@@ -42,7 +42,7 @@ void Date::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDate, this, out, tagName);
 }
 
-void Date::deserialize(const QDomNode& node)
+void Date::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDate, this, node);
 }

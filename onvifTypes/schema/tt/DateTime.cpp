@@ -32,7 +32,7 @@ DateTime::DateTime()
     ComplexType::construct(infoDateTime, this);
 }
 
-QString DateTime::serialize(const QString& tagName) const
+QString DateTime::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDateTime, this, tagName);
 }
@@ -42,7 +42,7 @@ void DateTime::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDateTime, this, out, tagName);
 }
 
-void DateTime::deserialize(const QDomNode& node)
+void DateTime::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDateTime, this, node);
 }

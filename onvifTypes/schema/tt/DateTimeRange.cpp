@@ -30,7 +30,7 @@ DateTimeRange::DateTimeRange()
     ComplexType::construct(infoDateTimeRange, this);
 }
 
-QString DateTimeRange::serialize(const QString& tagName) const
+QString DateTimeRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDateTimeRange, this, tagName);
 }
@@ -40,7 +40,7 @@ void DateTimeRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDateTimeRange, this, out, tagName);
 }
 
-void DateTimeRange::deserialize(const QDomNode& node)
+void DateTimeRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDateTimeRange, this, node);
 }

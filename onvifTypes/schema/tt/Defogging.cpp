@@ -33,7 +33,7 @@ Defogging::Defogging()
     ComplexType::construct(infoDefogging, this);
 }
 
-QString Defogging::serialize(const QString& tagName) const
+QString Defogging::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDefogging, this, tagName);
 }
@@ -43,7 +43,7 @@ void Defogging::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDefogging, this, out, tagName);
 }
 
-void Defogging::deserialize(const QDomNode& node)
+void Defogging::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDefogging, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDefoggingExtension = {
 
 } // namespace
 
-QString DefoggingExtension::serialize(const QString& tagName) const
+QString DefoggingExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDefoggingExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void DefoggingExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDefoggingExtension, this, out, tagName);
 }
 
-void DefoggingExtension::deserialize(const QDomNode& node)
+void DefoggingExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDefoggingExtension, this, node);
 }

@@ -30,7 +30,7 @@ DefoggingOptions::DefoggingOptions()
     ComplexType::construct(infoDefoggingOptions, this);
 }
 
-QString DefoggingOptions::serialize(const QString& tagName) const
+QString DefoggingOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDefoggingOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void DefoggingOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDefoggingOptions, this, out, tagName);
 }
 
-void DefoggingOptions::deserialize(const QDomNode& node)
+void DefoggingOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDefoggingOptions, this, node);
 }

@@ -43,7 +43,7 @@ DeviceCapabilities::DeviceCapabilities()
     ComplexType::construct(infoDeviceCapabilities, this);
 }
 
-QString DeviceCapabilities::serialize(const QString& tagName) const
+QString DeviceCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeviceCapabilities, this, tagName);
 }
@@ -53,7 +53,7 @@ void DeviceCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeviceCapabilities, this, out, tagName);
 }
 
-void DeviceCapabilities::deserialize(const QDomNode& node)
+void DeviceCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceCapabilities, this, node);
 }

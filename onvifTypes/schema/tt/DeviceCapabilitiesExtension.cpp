@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDeviceCapabilitiesExtension = {
 
 } // namespace
 
-QString DeviceCapabilitiesExtension::serialize(const QString& tagName) const
+QString DeviceCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeviceCapabilitiesExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void DeviceCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoDeviceCapabilitiesExtension, this, out, tagName);
 }
 
-void DeviceCapabilitiesExtension::deserialize(const QDomNode& node)
+void DeviceCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceCapabilitiesExtension, this, node);
 }

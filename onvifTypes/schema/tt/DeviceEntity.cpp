@@ -28,7 +28,7 @@ DeviceEntity::DeviceEntity()
     ComplexType::construct(infoDeviceEntity, this);
 }
 
-QString DeviceEntity::serialize(const QString& tagName) const
+QString DeviceEntity::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeviceEntity, this, tagName);
 }
@@ -38,7 +38,7 @@ void DeviceEntity::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDeviceEntity, this, out, tagName);
 }
 
-void DeviceEntity::deserialize(const QDomNode& node)
+void DeviceEntity::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceEntity, this, node);
 }

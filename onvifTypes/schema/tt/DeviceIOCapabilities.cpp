@@ -38,7 +38,7 @@ DeviceIOCapabilities::DeviceIOCapabilities()
     ComplexType::construct(infoDeviceIOCapabilities, this);
 }
 
-QString DeviceIOCapabilities::serialize(const QString& tagName) const
+QString DeviceIOCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDeviceIOCapabilities, this, tagName);
 }
@@ -48,7 +48,7 @@ void DeviceIOCapabilities::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoDeviceIOCapabilities, this, out, tagName);
 }
 
-void DeviceIOCapabilities::deserialize(const QDomNode& node)
+void DeviceIOCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDeviceIOCapabilities, this, node);
 }

@@ -25,19 +25,21 @@ const ComplexType::ClassInfo infoDigitalInput = {
 
 } // namespace
 
-QString DigitalInput::serialize(const QString& tagName) const
+QString DigitalInput::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoDigitalInput, this, tagName, baseText);
 }
 
 void DigitalInput::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoDigitalInput, this, out, tagName, baseText);
 }
 
-void DigitalInput::deserialize(const QDomNode& node)
+void DigitalInput::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

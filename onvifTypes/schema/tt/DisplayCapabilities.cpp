@@ -30,7 +30,7 @@ DisplayCapabilities::DisplayCapabilities()
     ComplexType::construct(infoDisplayCapabilities, this);
 }
 
-QString DisplayCapabilities::serialize(const QString& tagName) const
+QString DisplayCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDisplayCapabilities, this, tagName);
 }
@@ -40,7 +40,7 @@ void DisplayCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDisplayCapabilities, this, out, tagName);
 }
 
-void DisplayCapabilities::deserialize(const QDomNode& node)
+void DisplayCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDisplayCapabilities, this, node);
 }

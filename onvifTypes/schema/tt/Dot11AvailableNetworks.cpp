@@ -44,7 +44,7 @@ Dot11AvailableNetworks::Dot11AvailableNetworks()
     ComplexType::construct(infoDot11AvailableNetworks, this);
 }
 
-QString Dot11AvailableNetworks::serialize(const QString& tagName) const
+QString Dot11AvailableNetworks::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11AvailableNetworks, this, tagName);
 }
@@ -54,7 +54,7 @@ void Dot11AvailableNetworks::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoDot11AvailableNetworks, this, out, tagName);
 }
 
-void Dot11AvailableNetworks::deserialize(const QDomNode& node)
+void Dot11AvailableNetworks::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11AvailableNetworks, this, node);
 }

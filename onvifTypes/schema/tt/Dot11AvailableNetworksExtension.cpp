@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDot11AvailableNetworksExtension = {
 
 } // namespace
 
-QString Dot11AvailableNetworksExtension::serialize(const QString& tagName) const
+QString Dot11AvailableNetworksExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11AvailableNetworksExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void Dot11AvailableNetworksExtension::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoDot11AvailableNetworksExtension, this, out, tagName);
 }
 
-void Dot11AvailableNetworksExtension::deserialize(const QDomNode& node)
+void Dot11AvailableNetworksExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11AvailableNetworksExtension, this, node);
 }

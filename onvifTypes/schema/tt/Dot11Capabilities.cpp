@@ -36,7 +36,7 @@ Dot11Capabilities::Dot11Capabilities()
     ComplexType::construct(infoDot11Capabilities, this);
 }
 
-QString Dot11Capabilities::serialize(const QString& tagName) const
+QString Dot11Capabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11Capabilities, this, tagName);
 }
@@ -46,7 +46,7 @@ void Dot11Capabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDot11Capabilities, this, out, tagName);
 }
 
-void Dot11Capabilities::deserialize(const QDomNode& node)
+void Dot11Capabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11Capabilities, this, node);
 }

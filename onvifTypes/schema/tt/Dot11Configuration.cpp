@@ -38,7 +38,7 @@ Dot11Configuration::Dot11Configuration()
     ComplexType::construct(infoDot11Configuration, this);
 }
 
-QString Dot11Configuration::serialize(const QString& tagName) const
+QString Dot11Configuration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11Configuration, this, tagName);
 }
@@ -48,7 +48,7 @@ void Dot11Configuration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDot11Configuration, this, out, tagName);
 }
 
-void Dot11Configuration::deserialize(const QDomNode& node)
+void Dot11Configuration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11Configuration, this, node);
 }

@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoDot11PSKSet = {
 
 } // namespace
 
-QString Dot11PSKSet::serialize(const QString& tagName) const
+QString Dot11PSKSet::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11PSKSet, this, tagName);
 }
@@ -38,7 +38,7 @@ void Dot11PSKSet::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDot11PSKSet, this, out, tagName);
 }
 
-void Dot11PSKSet::deserialize(const QDomNode& node)
+void Dot11PSKSet::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11PSKSet, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDot11PSKSetExtension = {
 
 } // namespace
 
-QString Dot11PSKSetExtension::serialize(const QString& tagName) const
+QString Dot11PSKSetExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11PSKSetExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void Dot11PSKSetExtension::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoDot11PSKSetExtension, this, out, tagName);
 }
 
-void Dot11PSKSetExtension::deserialize(const QDomNode& node)
+void Dot11PSKSetExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11PSKSetExtension, this, node);
 }

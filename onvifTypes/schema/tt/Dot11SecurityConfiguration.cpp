@@ -40,7 +40,7 @@ Dot11SecurityConfiguration::Dot11SecurityConfiguration()
     ComplexType::construct(infoDot11SecurityConfiguration, this);
 }
 
-QString Dot11SecurityConfiguration::serialize(const QString& tagName) const
+QString Dot11SecurityConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11SecurityConfiguration, this, tagName);
 }
@@ -50,7 +50,7 @@ void Dot11SecurityConfiguration::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoDot11SecurityConfiguration, this, out, tagName);
 }
 
-void Dot11SecurityConfiguration::deserialize(const QDomNode& node)
+void Dot11SecurityConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11SecurityConfiguration, this, node);
 }

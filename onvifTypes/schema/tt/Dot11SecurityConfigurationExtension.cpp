@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDot11SecurityConfigurationExtension = {
 
 } // namespace
 
-QString Dot11SecurityConfigurationExtension::serialize(const QString& tagName) const
+QString Dot11SecurityConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11SecurityConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void Dot11SecurityConfigurationExtension::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoDot11SecurityConfigurationExtension, this, out, tagName);
 }
 
-void Dot11SecurityConfigurationExtension::deserialize(const QDomNode& node)
+void Dot11SecurityConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11SecurityConfigurationExtension, this, node);
 }

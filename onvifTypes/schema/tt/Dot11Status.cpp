@@ -40,7 +40,7 @@ Dot11Status::Dot11Status()
     ComplexType::construct(infoDot11Status, this);
 }
 
-QString Dot11Status::serialize(const QString& tagName) const
+QString Dot11Status::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot11Status, this, tagName);
 }
@@ -50,7 +50,7 @@ void Dot11Status::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDot11Status, this, out, tagName);
 }
 
-void Dot11Status::deserialize(const QDomNode& node)
+void Dot11Status::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot11Status, this, node);
 }

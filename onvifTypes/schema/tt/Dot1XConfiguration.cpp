@@ -42,7 +42,7 @@ Dot1XConfiguration::Dot1XConfiguration()
     ComplexType::construct(infoDot1XConfiguration, this);
 }
 
-QString Dot1XConfiguration::serialize(const QString& tagName) const
+QString Dot1XConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot1XConfiguration, this, tagName);
 }
@@ -52,7 +52,7 @@ void Dot1XConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDot1XConfiguration, this, out, tagName);
 }
 
-void Dot1XConfiguration::deserialize(const QDomNode& node)
+void Dot1XConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot1XConfiguration, this, node);
 }

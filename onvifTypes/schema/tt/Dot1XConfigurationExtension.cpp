@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDot1XConfigurationExtension = {
 
 } // namespace
 
-QString Dot1XConfigurationExtension::serialize(const QString& tagName) const
+QString Dot1XConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot1XConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void Dot1XConfigurationExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoDot1XConfigurationExtension, this, out, tagName);
 }
 
-void Dot1XConfigurationExtension::deserialize(const QDomNode& node)
+void Dot1XConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot1XConfigurationExtension, this, node);
 }

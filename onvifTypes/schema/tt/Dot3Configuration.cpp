@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDot3Configuration = {
 
 } // namespace
 
-QString Dot3Configuration::serialize(const QString& tagName) const
+QString Dot3Configuration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDot3Configuration, this, tagName);
 }
@@ -28,7 +28,7 @@ void Dot3Configuration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDot3Configuration, this, out, tagName);
 }
 
-void Dot3Configuration::deserialize(const QDomNode& node)
+void Dot3Configuration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDot3Configuration, this, node);
 }

@@ -30,7 +30,7 @@ DurationRange::DurationRange()
     ComplexType::construct(infoDurationRange, this);
 }
 
-QString DurationRange::serialize(const QString& tagName) const
+QString DurationRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDurationRange, this, tagName);
 }
@@ -40,7 +40,7 @@ void DurationRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoDurationRange, this, out, tagName);
 }
 
-void DurationRange::deserialize(const QDomNode& node)
+void DurationRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDurationRange, this, node);
 }

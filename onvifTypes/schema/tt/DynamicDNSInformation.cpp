@@ -36,7 +36,7 @@ DynamicDNSInformation::DynamicDNSInformation()
     ComplexType::construct(infoDynamicDNSInformation, this);
 }
 
-QString DynamicDNSInformation::serialize(const QString& tagName) const
+QString DynamicDNSInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDynamicDNSInformation, this, tagName);
 }
@@ -46,7 +46,7 @@ void DynamicDNSInformation::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoDynamicDNSInformation, this, out, tagName);
 }
 
-void DynamicDNSInformation::deserialize(const QDomNode& node)
+void DynamicDNSInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDynamicDNSInformation, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoDynamicDNSInformationExtension = {
 
 } // namespace
 
-QString DynamicDNSInformationExtension::serialize(const QString& tagName) const
+QString DynamicDNSInformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoDynamicDNSInformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void DynamicDNSInformationExtension::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoDynamicDNSInformationExtension, this, out, tagName);
 }
 
-void DynamicDNSInformationExtension::deserialize(const QDomNode& node)
+void DynamicDNSInformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoDynamicDNSInformationExtension, this, node);
 }

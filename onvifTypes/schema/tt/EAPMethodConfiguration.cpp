@@ -29,7 +29,7 @@ const ComplexType::ClassInfo infoEAPMethodConfiguration = {
 
 } // namespace
 
-QString EAPMethodConfiguration::serialize(const QString& tagName) const
+QString EAPMethodConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEAPMethodConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void EAPMethodConfiguration::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoEAPMethodConfiguration, this, out, tagName);
 }
 
-void EAPMethodConfiguration::deserialize(const QDomNode& node)
+void EAPMethodConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEAPMethodConfiguration, this, node);
 }

@@ -29,7 +29,7 @@ EFlip::EFlip()
     ComplexType::construct(infoEFlip, this);
 }
 
-QString EFlip::serialize(const QString& tagName) const
+QString EFlip::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEFlip, this, tagName);
 }
@@ -39,7 +39,7 @@ void EFlip::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEFlip, this, out, tagName);
 }
 
-void EFlip::deserialize(const QDomNode& node)
+void EFlip::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEFlip, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoEFlipOptions = {
 
 } // namespace
 
-QString EFlipOptions::serialize(const QString& tagName) const
+QString EFlipOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEFlipOptions, this, tagName);
 }
@@ -37,7 +37,7 @@ void EFlipOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEFlipOptions, this, out, tagName);
 }
 
-void EFlipOptions::deserialize(const QDomNode& node)
+void EFlipOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEFlipOptions, this, node);
 }

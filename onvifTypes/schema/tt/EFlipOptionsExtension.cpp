@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoEFlipOptionsExtension = {
 
 } // namespace
 
-QString EFlipOptionsExtension::serialize(const QString& tagName) const
+QString EFlipOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEFlipOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void EFlipOptionsExtension::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoEFlipOptionsExtension, this, out, tagName);
 }
 
-void EFlipOptionsExtension::deserialize(const QDomNode& node)
+void EFlipOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEFlipOptionsExtension, this, node);
 }

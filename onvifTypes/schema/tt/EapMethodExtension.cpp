@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoEapMethodExtension = {
 
 } // namespace
 
-QString EapMethodExtension::serialize(const QString& tagName) const
+QString EapMethodExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEapMethodExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void EapMethodExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEapMethodExtension, this, out, tagName);
 }
 
-void EapMethodExtension::deserialize(const QDomNode& node)
+void EapMethodExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEapMethodExtension, this, node);
 }

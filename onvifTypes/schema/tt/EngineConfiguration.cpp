@@ -32,7 +32,7 @@ EngineConfiguration::EngineConfiguration()
     ComplexType::construct(infoEngineConfiguration, this);
 }
 
-QString EngineConfiguration::serialize(const QString& tagName) const
+QString EngineConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEngineConfiguration, this, tagName);
 }
@@ -42,7 +42,7 @@ void EngineConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEngineConfiguration, this, out, tagName);
 }
 
-void EngineConfiguration::deserialize(const QDomNode& node)
+void EngineConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEngineConfiguration, this, node);
 }

@@ -34,7 +34,7 @@ EventCapabilities::EventCapabilities()
     ComplexType::construct(infoEventCapabilities, this);
 }
 
-QString EventCapabilities::serialize(const QString& tagName) const
+QString EventCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEventCapabilities, this, tagName);
 }
@@ -44,7 +44,7 @@ void EventCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEventCapabilities, this, out, tagName);
 }
 
-void EventCapabilities::deserialize(const QDomNode& node)
+void EventCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEventCapabilities, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoEventFilter = {
 
 } // namespace
 
-QString EventFilter::serialize(const QString& tagName) const
+QString EventFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEventFilter, this, tagName);
 }
@@ -28,7 +28,7 @@ void EventFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEventFilter, this, out, tagName);
 }
 
-void EventFilter::deserialize(const QDomNode& node)
+void EventFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEventFilter, this, node);
 }

@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoEventStream = {
 
 } // namespace
 
-QString EventStream::serialize(const QString& tagName) const
+QString EventStream::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEventStream, this, tagName);
 }
@@ -36,7 +36,7 @@ void EventStream::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEventStream, this, out, tagName);
 }
 
-void EventStream::deserialize(const QDomNode& node)
+void EventStream::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEventStream, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoEventStreamExtension = {
 
 } // namespace
 
-QString EventStreamExtension::serialize(const QString& tagName) const
+QString EventStreamExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEventStreamExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void EventStreamExtension::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoEventStreamExtension, this, out, tagName);
 }
 
-void EventStreamExtension::deserialize(const QDomNode& node)
+void EventStreamExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEventStreamExtension, this, node);
 }

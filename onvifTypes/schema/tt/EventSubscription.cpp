@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoEventSubscription = {
 
 } // namespace
 
-QString EventSubscription::serialize(const QString& tagName) const
+QString EventSubscription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoEventSubscription, this, tagName);
 }
@@ -35,7 +35,7 @@ void EventSubscription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoEventSubscription, this, out, tagName);
 }
 
-void EventSubscription::deserialize(const QDomNode& node)
+void EventSubscription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoEventSubscription, this, node);
 }

@@ -53,7 +53,7 @@ Exposure::Exposure()
     ComplexType::construct(infoExposure, this);
 }
 
-QString Exposure::serialize(const QString& tagName) const
+QString Exposure::serialize(QString tagName)
 {
     return ComplexType::serialize(infoExposure, this, tagName);
 }
@@ -63,7 +63,7 @@ void Exposure::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoExposure, this, out, tagName);
 }
 
-void Exposure::deserialize(const QDomNode& node)
+void Exposure::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoExposure, this, node);
 }

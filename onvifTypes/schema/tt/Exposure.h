@@ -31,9 +31,10 @@ public:
     QSharedPointer<universalSimpleType<float>> Gain;
     QSharedPointer<universalSimpleType<float>> Iris;
 
-    QString serialize(const QString& tagName) const override;
-    void serializeTo(QString& out, QLatin1String tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
+    // The text of serialize() appended to out, as the library writes members.
+    void serializeTo(QString& out, QLatin1String tagName) const;
 };
 
 } // namespace tt

@@ -53,7 +53,7 @@ Exposure20::Exposure20()
     ComplexType::construct(infoExposure20, this);
 }
 
-QString Exposure20::serialize(const QString& tagName) const
+QString Exposure20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoExposure20, this, tagName);
 }
@@ -63,7 +63,7 @@ void Exposure20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoExposure20, this, out, tagName);
 }
 
-void Exposure20::deserialize(const QDomNode& node)
+void Exposure20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoExposure20, this, node);
 }

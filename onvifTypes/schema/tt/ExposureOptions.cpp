@@ -51,7 +51,7 @@ ExposureOptions::ExposureOptions()
     ComplexType::construct(infoExposureOptions, this);
 }
 
-QString ExposureOptions::serialize(const QString& tagName) const
+QString ExposureOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoExposureOptions, this, tagName);
 }
@@ -61,7 +61,7 @@ void ExposureOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoExposureOptions, this, out, tagName);
 }
 
-void ExposureOptions::deserialize(const QDomNode& node)
+void ExposureOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoExposureOptions, this, node);
 }

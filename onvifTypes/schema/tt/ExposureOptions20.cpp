@@ -46,7 +46,7 @@ const ComplexType::ClassInfo infoExposureOptions20 = {
 
 } // namespace
 
-QString ExposureOptions20::serialize(const QString& tagName) const
+QString ExposureOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoExposureOptions20, this, tagName);
 }
@@ -56,7 +56,7 @@ void ExposureOptions20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoExposureOptions20, this, out, tagName);
 }
 
-void ExposureOptions20::deserialize(const QDomNode& node)
+void ExposureOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoExposureOptions20, this, node);
 }

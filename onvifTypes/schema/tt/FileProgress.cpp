@@ -30,7 +30,7 @@ FileProgress::FileProgress()
     ComplexType::construct(infoFileProgress, this);
 }
 
-QString FileProgress::serialize(const QString& tagName) const
+QString FileProgress::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFileProgress, this, tagName);
 }
@@ -40,7 +40,7 @@ void FileProgress::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFileProgress, this, out, tagName);
 }
 
-void FileProgress::deserialize(const QDomNode& node)
+void FileProgress::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFileProgress, this, node);
 }

@@ -36,7 +36,7 @@ FindEventResult::FindEventResult()
     ComplexType::construct(infoFindEventResult, this);
 }
 
-QString FindEventResult::serialize(const QString& tagName) const
+QString FindEventResult::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindEventResult, this, tagName);
 }
@@ -46,7 +46,7 @@ void FindEventResult::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFindEventResult, this, out, tagName);
 }
 
-void FindEventResult::deserialize(const QDomNode& node)
+void FindEventResult::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindEventResult, this, node);
 }

@@ -32,7 +32,7 @@ FindEventResultList::FindEventResultList()
     ComplexType::construct(infoFindEventResultList, this);
 }
 
-QString FindEventResultList::serialize(const QString& tagName) const
+QString FindEventResultList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindEventResultList, this, tagName);
 }
@@ -42,7 +42,7 @@ void FindEventResultList::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFindEventResultList, this, out, tagName);
 }
 
-void FindEventResultList::deserialize(const QDomNode& node)
+void FindEventResultList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindEventResultList, this, node);
 }

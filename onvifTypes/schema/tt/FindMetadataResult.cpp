@@ -32,7 +32,7 @@ FindMetadataResult::FindMetadataResult()
     ComplexType::construct(infoFindMetadataResult, this);
 }
 
-QString FindMetadataResult::serialize(const QString& tagName) const
+QString FindMetadataResult::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindMetadataResult, this, tagName);
 }
@@ -42,7 +42,7 @@ void FindMetadataResult::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFindMetadataResult, this, out, tagName);
 }
 
-void FindMetadataResult::deserialize(const QDomNode& node)
+void FindMetadataResult::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindMetadataResult, this, node);
 }

@@ -32,7 +32,7 @@ FindMetadataResultList::FindMetadataResultList()
     ComplexType::construct(infoFindMetadataResultList, this);
 }
 
-QString FindMetadataResultList::serialize(const QString& tagName) const
+QString FindMetadataResultList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindMetadataResultList, this, tagName);
 }
@@ -42,7 +42,7 @@ void FindMetadataResultList::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoFindMetadataResultList, this, out, tagName);
 }
 
-void FindMetadataResultList::deserialize(const QDomNode& node)
+void FindMetadataResultList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindMetadataResultList, this, node);
 }

@@ -35,7 +35,7 @@ FindPTZPositionResult::FindPTZPositionResult()
     ComplexType::construct(infoFindPTZPositionResult, this);
 }
 
-QString FindPTZPositionResult::serialize(const QString& tagName) const
+QString FindPTZPositionResult::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindPTZPositionResult, this, tagName);
 }
@@ -45,7 +45,7 @@ void FindPTZPositionResult::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoFindPTZPositionResult, this, out, tagName);
 }
 
-void FindPTZPositionResult::deserialize(const QDomNode& node)
+void FindPTZPositionResult::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindPTZPositionResult, this, node);
 }

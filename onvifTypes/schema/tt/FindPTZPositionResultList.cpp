@@ -32,7 +32,7 @@ FindPTZPositionResultList::FindPTZPositionResultList()
     ComplexType::construct(infoFindPTZPositionResultList, this);
 }
 
-QString FindPTZPositionResultList::serialize(const QString& tagName) const
+QString FindPTZPositionResultList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindPTZPositionResultList, this, tagName);
 }
@@ -42,7 +42,7 @@ void FindPTZPositionResultList::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoFindPTZPositionResultList, this, out, tagName);
 }
 
-void FindPTZPositionResultList::deserialize(const QDomNode& node)
+void FindPTZPositionResultList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindPTZPositionResultList, this, node);
 }

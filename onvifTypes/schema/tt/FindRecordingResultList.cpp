@@ -32,7 +32,7 @@ FindRecordingResultList::FindRecordingResultList()
     ComplexType::construct(infoFindRecordingResultList, this);
 }
 
-QString FindRecordingResultList::serialize(const QString& tagName) const
+QString FindRecordingResultList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFindRecordingResultList, this, tagName);
 }
@@ -42,7 +42,7 @@ void FindRecordingResultList::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoFindRecordingResultList, this, out, tagName);
 }
 
-void FindRecordingResultList::deserialize(const QDomNode& node)
+void FindRecordingResultList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFindRecordingResultList, this, node);
 }

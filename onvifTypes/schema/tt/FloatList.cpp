@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoFloatList = {
 
 } // namespace
 
-QString FloatList::serialize(const QString& tagName) const
+QString FloatList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFloatList, this, tagName);
 }
@@ -33,7 +33,7 @@ void FloatList::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFloatList, this, out, tagName);
 }
 
-void FloatList::deserialize(const QDomNode& node)
+void FloatList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFloatList, this, node);
 }

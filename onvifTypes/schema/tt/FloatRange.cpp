@@ -30,7 +30,7 @@ FloatRange::FloatRange()
     ComplexType::construct(infoFloatRange, this);
 }
 
-QString FloatRange::serialize(const QString& tagName) const
+QString FloatRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFloatRange, this, tagName);
 }
@@ -40,7 +40,7 @@ void FloatRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFloatRange, this, out, tagName);
 }
 
-void FloatRange::deserialize(const QDomNode& node)
+void FloatRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFloatRange, this, node);
 }

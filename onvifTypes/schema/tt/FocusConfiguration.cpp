@@ -35,7 +35,7 @@ FocusConfiguration::FocusConfiguration()
     ComplexType::construct(infoFocusConfiguration, this);
 }
 
-QString FocusConfiguration::serialize(const QString& tagName) const
+QString FocusConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusConfiguration, this, tagName);
 }
@@ -45,7 +45,7 @@ void FocusConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFocusConfiguration, this, out, tagName);
 }
 
-void FocusConfiguration::deserialize(const QDomNode& node)
+void FocusConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusConfiguration, this, node);
 }

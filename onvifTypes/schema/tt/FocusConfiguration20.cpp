@@ -38,7 +38,7 @@ FocusConfiguration20::FocusConfiguration20()
     ComplexType::construct(infoFocusConfiguration20, this);
 }
 
-QString FocusConfiguration20::serialize(const QString& tagName) const
+QString FocusConfiguration20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusConfiguration20, this, tagName);
 }
@@ -48,7 +48,7 @@ void FocusConfiguration20::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoFocusConfiguration20, this, out, tagName);
 }
 
-void FocusConfiguration20::deserialize(const QDomNode& node)
+void FocusConfiguration20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusConfiguration20, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoFocusConfiguration20Extension = {
 
 } // namespace
 
-QString FocusConfiguration20Extension::serialize(const QString& tagName) const
+QString FocusConfiguration20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusConfiguration20Extension, this, tagName);
 }
@@ -28,7 +28,7 @@ void FocusConfiguration20Extension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoFocusConfiguration20Extension, this, out, tagName);
 }
 
-void FocusConfiguration20Extension::deserialize(const QDomNode& node)
+void FocusConfiguration20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusConfiguration20Extension, this, node);
 }

@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoFocusMove = {
 
 } // namespace
 
-QString FocusMove::serialize(const QString& tagName) const
+QString FocusMove::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusMove, this, tagName);
 }
@@ -40,7 +40,7 @@ void FocusMove::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFocusMove, this, out, tagName);
 }
 
-void FocusMove::deserialize(const QDomNode& node)
+void FocusMove::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusMove, this, node);
 }

@@ -36,7 +36,7 @@ FocusOptions::FocusOptions()
     ComplexType::construct(infoFocusOptions, this);
 }
 
-QString FocusOptions::serialize(const QString& tagName) const
+QString FocusOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusOptions, this, tagName);
 }
@@ -46,7 +46,7 @@ void FocusOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFocusOptions, this, out, tagName);
 }
 
-void FocusOptions::deserialize(const QDomNode& node)
+void FocusOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusOptions, this, node);
 }

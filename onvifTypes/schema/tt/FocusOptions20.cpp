@@ -34,7 +34,7 @@ const ComplexType::ClassInfo infoFocusOptions20 = {
 
 } // namespace
 
-QString FocusOptions20::serialize(const QString& tagName) const
+QString FocusOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusOptions20, this, tagName);
 }
@@ -44,7 +44,7 @@ void FocusOptions20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFocusOptions20, this, out, tagName);
 }
 
-void FocusOptions20::deserialize(const QDomNode& node)
+void FocusOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusOptions20, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoFocusOptions20Extension = {
 
 } // namespace
 
-QString FocusOptions20Extension::serialize(const QString& tagName) const
+QString FocusOptions20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusOptions20Extension, this, tagName);
 }
@@ -28,7 +28,7 @@ void FocusOptions20Extension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoFocusOptions20Extension, this, out, tagName);
 }
 
-void FocusOptions20Extension::deserialize(const QDomNode& node)
+void FocusOptions20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusOptions20Extension, this, node);
 }

@@ -33,7 +33,7 @@ FocusStatus::FocusStatus()
     ComplexType::construct(infoFocusStatus, this);
 }
 
-QString FocusStatus::serialize(const QString& tagName) const
+QString FocusStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusStatus, this, tagName);
 }
@@ -43,7 +43,7 @@ void FocusStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFocusStatus, this, out, tagName);
 }
 
-void FocusStatus::deserialize(const QDomNode& node)
+void FocusStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusStatus, this, node);
 }

@@ -36,7 +36,7 @@ FocusStatus20::FocusStatus20()
     ComplexType::construct(infoFocusStatus20, this);
 }
 
-QString FocusStatus20::serialize(const QString& tagName) const
+QString FocusStatus20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusStatus20, this, tagName);
 }
@@ -46,7 +46,7 @@ void FocusStatus20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFocusStatus20, this, out, tagName);
 }
 
-void FocusStatus20::deserialize(const QDomNode& node)
+void FocusStatus20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusStatus20, this, node);
 }

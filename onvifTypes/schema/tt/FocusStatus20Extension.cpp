@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoFocusStatus20Extension = {
 
 } // namespace
 
-QString FocusStatus20Extension::serialize(const QString& tagName) const
+QString FocusStatus20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFocusStatus20Extension, this, tagName);
 }
@@ -28,7 +28,7 @@ void FocusStatus20Extension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoFocusStatus20Extension, this, out, tagName);
 }
 
-void FocusStatus20Extension::deserialize(const QDomNode& node)
+void FocusStatus20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFocusStatus20Extension, this, node);
 }

@@ -43,7 +43,7 @@ Frame::Frame()
     ComplexType::construct(infoFrame, this);
 }
 
-QString Frame::serialize(const QString& tagName) const
+QString Frame::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFrame, this, tagName);
 }
@@ -53,7 +53,7 @@ void Frame::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFrame, this, out, tagName);
 }
 
-void Frame::deserialize(const QDomNode& node)
+void Frame::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFrame, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoFrameExtension = {
 
 } // namespace
 
-QString FrameExtension::serialize(const QString& tagName) const
+QString FrameExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFrameExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void FrameExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFrameExtension, this, out, tagName);
 }
 
-void FrameExtension::deserialize(const QDomNode& node)
+void FrameExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFrameExtension, this, node);
 }

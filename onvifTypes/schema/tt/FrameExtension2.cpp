@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoFrameExtension2 = {
 
 } // namespace
 
-QString FrameExtension2::serialize(const QString& tagName) const
+QString FrameExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFrameExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void FrameExtension2::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoFrameExtension2, this, out, tagName);
 }
 
-void FrameExtension2::deserialize(const QDomNode& node)
+void FrameExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFrameExtension2, this, node);
 }

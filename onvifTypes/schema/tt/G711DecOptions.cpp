@@ -31,7 +31,7 @@ G711DecOptions::G711DecOptions()
     ComplexType::construct(infoG711DecOptions, this);
 }
 
-QString G711DecOptions::serialize(const QString& tagName) const
+QString G711DecOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoG711DecOptions, this, tagName);
 }
@@ -41,7 +41,7 @@ void G711DecOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoG711DecOptions, this, out, tagName);
 }
 
-void G711DecOptions::deserialize(const QDomNode& node)
+void G711DecOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoG711DecOptions, this, node);
 }

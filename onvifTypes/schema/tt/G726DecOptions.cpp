@@ -31,7 +31,7 @@ G726DecOptions::G726DecOptions()
     ComplexType::construct(infoG726DecOptions, this);
 }
 
-QString G726DecOptions::serialize(const QString& tagName) const
+QString G726DecOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoG726DecOptions, this, tagName);
 }
@@ -41,7 +41,7 @@ void G726DecOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoG726DecOptions, this, out, tagName);
 }
 
-void G726DecOptions::deserialize(const QDomNode& node)
+void G726DecOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoG726DecOptions, this, node);
 }

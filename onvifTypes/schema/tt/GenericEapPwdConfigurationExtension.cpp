@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoGenericEapPwdConfigurationExtension = {
 
 } // namespace
 
-QString GenericEapPwdConfigurationExtension::serialize(const QString& tagName) const
+QString GenericEapPwdConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGenericEapPwdConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void GenericEapPwdConfigurationExtension::serializeTo(QString& out, QLatin1Strin
     ComplexType::serializeTo(infoGenericEapPwdConfigurationExtension, this, out, tagName);
 }
 
-void GenericEapPwdConfigurationExtension::deserialize(const QDomNode& node)
+void GenericEapPwdConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGenericEapPwdConfigurationExtension, this, node);
 }

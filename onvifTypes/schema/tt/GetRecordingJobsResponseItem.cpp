@@ -31,7 +31,7 @@ GetRecordingJobsResponseItem::GetRecordingJobsResponseItem()
     ComplexType::construct(infoGetRecordingJobsResponseItem, this);
 }
 
-QString GetRecordingJobsResponseItem::serialize(const QString& tagName) const
+QString GetRecordingJobsResponseItem::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRecordingJobsResponseItem, this, tagName);
 }
@@ -41,7 +41,7 @@ void GetRecordingJobsResponseItem::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoGetRecordingJobsResponseItem, this, out, tagName);
 }
 
-void GetRecordingJobsResponseItem::deserialize(const QDomNode& node)
+void GetRecordingJobsResponseItem::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRecordingJobsResponseItem, this, node);
 }

@@ -34,7 +34,7 @@ GetRecordingsResponseItem::GetRecordingsResponseItem()
     ComplexType::construct(infoGetRecordingsResponseItem, this);
 }
 
-QString GetRecordingsResponseItem::serialize(const QString& tagName) const
+QString GetRecordingsResponseItem::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetRecordingsResponseItem, this, tagName);
 }
@@ -44,7 +44,7 @@ void GetRecordingsResponseItem::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoGetRecordingsResponseItem, this, out, tagName);
 }
 
-void GetRecordingsResponseItem::deserialize(const QDomNode& node)
+void GetRecordingsResponseItem::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetRecordingsResponseItem, this, node);
 }

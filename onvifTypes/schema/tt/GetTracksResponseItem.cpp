@@ -31,7 +31,7 @@ GetTracksResponseItem::GetTracksResponseItem()
     ComplexType::construct(infoGetTracksResponseItem, this);
 }
 
-QString GetTracksResponseItem::serialize(const QString& tagName) const
+QString GetTracksResponseItem::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetTracksResponseItem, this, tagName);
 }
@@ -41,7 +41,7 @@ void GetTracksResponseItem::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetTracksResponseItem, this, out, tagName);
 }
 
-void GetTracksResponseItem::deserialize(const QDomNode& node)
+void GetTracksResponseItem::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetTracksResponseItem, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoGetTracksResponseList = {
 
 } // namespace
 
-QString GetTracksResponseList::serialize(const QString& tagName) const
+QString GetTracksResponseList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoGetTracksResponseList, this, tagName);
 }
@@ -34,7 +34,7 @@ void GetTracksResponseList::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoGetTracksResponseList, this, out, tagName);
 }
 
-void GetTracksResponseList::deserialize(const QDomNode& node)
+void GetTracksResponseList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoGetTracksResponseList, this, node);
 }

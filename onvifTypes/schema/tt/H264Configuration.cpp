@@ -31,7 +31,7 @@ H264Configuration::H264Configuration()
     ComplexType::construct(infoH264Configuration, this);
 }
 
-QString H264Configuration::serialize(const QString& tagName) const
+QString H264Configuration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoH264Configuration, this, tagName);
 }
@@ -41,7 +41,7 @@ void H264Configuration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoH264Configuration, this, out, tagName);
 }
 
-void H264Configuration::deserialize(const QDomNode& node)
+void H264Configuration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoH264Configuration, this, node);
 }

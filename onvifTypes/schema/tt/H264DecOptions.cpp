@@ -37,7 +37,7 @@ H264DecOptions::H264DecOptions()
     ComplexType::construct(infoH264DecOptions, this);
 }
 
-QString H264DecOptions::serialize(const QString& tagName) const
+QString H264DecOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoH264DecOptions, this, tagName);
 }
@@ -47,7 +47,7 @@ void H264DecOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoH264DecOptions, this, out, tagName);
 }
 
-void H264DecOptions::deserialize(const QDomNode& node)
+void H264DecOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoH264DecOptions, this, node);
 }

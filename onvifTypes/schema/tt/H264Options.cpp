@@ -39,7 +39,7 @@ H264Options::H264Options()
     ComplexType::construct(infoH264Options, this);
 }
 
-QString H264Options::serialize(const QString& tagName) const
+QString H264Options::serialize(QString tagName)
 {
     return ComplexType::serialize(infoH264Options, this, tagName);
 }
@@ -49,7 +49,7 @@ void H264Options::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoH264Options, this, out, tagName);
 }
 
-void H264Options::deserialize(const QDomNode& node)
+void H264Options::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoH264Options, this, node);
 }

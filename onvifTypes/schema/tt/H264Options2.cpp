@@ -34,19 +34,21 @@ H264Options2::H264Options2()
     ComplexType::construct(infoH264Options2, this);
 }
 
-QString H264Options2::serialize(const QString& tagName) const
+QString H264Options2::serialize(QString tagName)
 {
-    const QString baseText = tt::H264Options::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::H264Options::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoH264Options2, this, tagName, baseText);
 }
 
 void H264Options2::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::H264Options::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::H264Options::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoH264Options2, this, out, tagName, baseText);
 }
 
-void H264Options2::deserialize(const QDomNode& node)
+void H264Options2::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -33,7 +33,7 @@ HostnameInformation::HostnameInformation()
     ComplexType::construct(infoHostnameInformation, this);
 }
 
-QString HostnameInformation::serialize(const QString& tagName) const
+QString HostnameInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoHostnameInformation, this, tagName);
 }
@@ -43,7 +43,7 @@ void HostnameInformation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoHostnameInformation, this, out, tagName);
 }
 
-void HostnameInformation::deserialize(const QDomNode& node)
+void HostnameInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoHostnameInformation, this, node);
 }

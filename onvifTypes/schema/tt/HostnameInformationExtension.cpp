@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoHostnameInformationExtension = {
 
 } // namespace
 
-QString HostnameInformationExtension::serialize(const QString& tagName) const
+QString HostnameInformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoHostnameInformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void HostnameInformationExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoHostnameInformationExtension, this, out, tagName);
 }
 
-void HostnameInformationExtension::deserialize(const QDomNode& node)
+void HostnameInformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoHostnameInformationExtension, this, node);
 }

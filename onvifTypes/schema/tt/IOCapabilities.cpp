@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoIOCapabilities = {
 
 } // namespace
 
-QString IOCapabilities::serialize(const QString& tagName) const
+QString IOCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIOCapabilities, this, tagName);
 }
@@ -38,7 +38,7 @@ void IOCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIOCapabilities, this, out, tagName);
 }
 
-void IOCapabilities::deserialize(const QDomNode& node)
+void IOCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIOCapabilities, this, node);
 }

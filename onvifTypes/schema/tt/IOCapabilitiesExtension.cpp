@@ -33,7 +33,7 @@ IOCapabilitiesExtension::IOCapabilitiesExtension()
     ComplexType::construct(infoIOCapabilitiesExtension, this);
 }
 
-QString IOCapabilitiesExtension::serialize(const QString& tagName) const
+QString IOCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIOCapabilitiesExtension, this, tagName);
 }
@@ -43,7 +43,7 @@ void IOCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoIOCapabilitiesExtension, this, out, tagName);
 }
 
-void IOCapabilitiesExtension::deserialize(const QDomNode& node)
+void IOCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIOCapabilitiesExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoIOCapabilitiesExtension2 = {
 
 } // namespace
 
-QString IOCapabilitiesExtension2::serialize(const QString& tagName) const
+QString IOCapabilitiesExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIOCapabilitiesExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void IOCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoIOCapabilitiesExtension2, this, out, tagName);
 }
 
-void IOCapabilitiesExtension2::deserialize(const QDomNode& node)
+void IOCapabilitiesExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIOCapabilitiesExtension2, this, node);
 }

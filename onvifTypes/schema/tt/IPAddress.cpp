@@ -33,7 +33,7 @@ IPAddress::IPAddress()
     ComplexType::construct(infoIPAddress, this);
 }
 
-QString IPAddress::serialize(const QString& tagName) const
+QString IPAddress::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPAddress, this, tagName);
 }
@@ -43,7 +43,7 @@ void IPAddress::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIPAddress, this, out, tagName);
 }
 
-void IPAddress::deserialize(const QDomNode& node)
+void IPAddress::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPAddress, this, node);
 }

@@ -38,7 +38,7 @@ IPAddressFilter::IPAddressFilter()
     ComplexType::construct(infoIPAddressFilter, this);
 }
 
-QString IPAddressFilter::serialize(const QString& tagName) const
+QString IPAddressFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPAddressFilter, this, tagName);
 }
@@ -48,7 +48,7 @@ void IPAddressFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIPAddressFilter, this, out, tagName);
 }
 
-void IPAddressFilter::deserialize(const QDomNode& node)
+void IPAddressFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPAddressFilter, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoIPAddressFilterExtension = {
 
 } // namespace
 
-QString IPAddressFilterExtension::serialize(const QString& tagName) const
+QString IPAddressFilterExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPAddressFilterExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void IPAddressFilterExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoIPAddressFilterExtension, this, out, tagName);
 }
 
-void IPAddressFilterExtension::deserialize(const QDomNode& node)
+void IPAddressFilterExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPAddressFilterExtension, this, node);
 }

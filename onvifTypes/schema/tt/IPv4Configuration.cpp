@@ -35,7 +35,7 @@ IPv4Configuration::IPv4Configuration()
     ComplexType::construct(infoIPv4Configuration, this);
 }
 
-QString IPv4Configuration::serialize(const QString& tagName) const
+QString IPv4Configuration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv4Configuration, this, tagName);
 }
@@ -45,7 +45,7 @@ void IPv4Configuration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIPv4Configuration, this, out, tagName);
 }
 
-void IPv4Configuration::deserialize(const QDomNode& node)
+void IPv4Configuration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv4Configuration, this, node);
 }

@@ -31,7 +31,7 @@ IPv4NetworkInterface::IPv4NetworkInterface()
     ComplexType::construct(infoIPv4NetworkInterface, this);
 }
 
-QString IPv4NetworkInterface::serialize(const QString& tagName) const
+QString IPv4NetworkInterface::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv4NetworkInterface, this, tagName);
 }
@@ -41,7 +41,7 @@ void IPv4NetworkInterface::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoIPv4NetworkInterface, this, out, tagName);
 }
 
-void IPv4NetworkInterface::deserialize(const QDomNode& node)
+void IPv4NetworkInterface::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv4NetworkInterface, this, node);
 }

@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoIPv4NetworkInterfaceSetConfiguration = {
 
 } // namespace
 
-QString IPv4NetworkInterfaceSetConfiguration::serialize(const QString& tagName) const
+QString IPv4NetworkInterfaceSetConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv4NetworkInterfaceSetConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void IPv4NetworkInterfaceSetConfiguration::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoIPv4NetworkInterfaceSetConfiguration, this, out, tagName);
 }
 
-void IPv4NetworkInterfaceSetConfiguration::deserialize(const QDomNode& node)
+void IPv4NetworkInterfaceSetConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv4NetworkInterfaceSetConfiguration, this, node);
 }

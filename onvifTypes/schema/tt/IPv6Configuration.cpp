@@ -43,7 +43,7 @@ IPv6Configuration::IPv6Configuration()
     ComplexType::construct(infoIPv6Configuration, this);
 }
 
-QString IPv6Configuration::serialize(const QString& tagName) const
+QString IPv6Configuration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv6Configuration, this, tagName);
 }
@@ -53,7 +53,7 @@ void IPv6Configuration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIPv6Configuration, this, out, tagName);
 }
 
-void IPv6Configuration::deserialize(const QDomNode& node)
+void IPv6Configuration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6Configuration, this, node);
 }

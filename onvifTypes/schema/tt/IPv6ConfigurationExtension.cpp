@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoIPv6ConfigurationExtension = {
 
 } // namespace
 
-QString IPv6ConfigurationExtension::serialize(const QString& tagName) const
+QString IPv6ConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv6ConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void IPv6ConfigurationExtension::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoIPv6ConfigurationExtension, this, out, tagName);
 }
 
-void IPv6ConfigurationExtension::deserialize(const QDomNode& node)
+void IPv6ConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6ConfigurationExtension, this, node);
 }

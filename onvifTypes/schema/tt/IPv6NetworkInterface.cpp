@@ -31,7 +31,7 @@ IPv6NetworkInterface::IPv6NetworkInterface()
     ComplexType::construct(infoIPv6NetworkInterface, this);
 }
 
-QString IPv6NetworkInterface::serialize(const QString& tagName) const
+QString IPv6NetworkInterface::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv6NetworkInterface, this, tagName);
 }
@@ -41,7 +41,7 @@ void IPv6NetworkInterface::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoIPv6NetworkInterface, this, out, tagName);
 }
 
-void IPv6NetworkInterface::deserialize(const QDomNode& node)
+void IPv6NetworkInterface::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6NetworkInterface, this, node);
 }

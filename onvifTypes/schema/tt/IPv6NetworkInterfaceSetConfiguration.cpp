@@ -31,7 +31,7 @@ const ComplexType::ClassInfo infoIPv6NetworkInterfaceSetConfiguration = {
 
 } // namespace
 
-QString IPv6NetworkInterfaceSetConfiguration::serialize(const QString& tagName) const
+QString IPv6NetworkInterfaceSetConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIPv6NetworkInterfaceSetConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void IPv6NetworkInterfaceSetConfiguration::serializeTo(QString& out, QLatin1Stri
     ComplexType::serializeTo(infoIPv6NetworkInterfaceSetConfiguration, this, out, tagName);
 }
 
-void IPv6NetworkInterfaceSetConfiguration::deserialize(const QDomNode& node)
+void IPv6NetworkInterfaceSetConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIPv6NetworkInterfaceSetConfiguration, this, node);
 }

@@ -34,7 +34,7 @@ ImageStabilization::ImageStabilization()
     ComplexType::construct(infoImageStabilization, this);
 }
 
-QString ImageStabilization::serialize(const QString& tagName) const
+QString ImageStabilization::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImageStabilization, this, tagName);
 }
@@ -44,7 +44,7 @@ void ImageStabilization::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImageStabilization, this, out, tagName);
 }
 
-void ImageStabilization::deserialize(const QDomNode& node)
+void ImageStabilization::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilization, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoImageStabilizationExtension = {
 
 } // namespace
 
-QString ImageStabilizationExtension::serialize(const QString& tagName) const
+QString ImageStabilizationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImageStabilizationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ImageStabilizationExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoImageStabilizationExtension, this, out, tagName);
 }
 
-void ImageStabilizationExtension::deserialize(const QDomNode& node)
+void ImageStabilizationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilizationExtension, this, node);
 }

@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoImageStabilizationOptions = {
 
 } // namespace
 
-QString ImageStabilizationOptions::serialize(const QString& tagName) const
+QString ImageStabilizationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImageStabilizationOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void ImageStabilizationOptions::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoImageStabilizationOptions, this, out, tagName);
 }
 
-void ImageStabilizationOptions::deserialize(const QDomNode& node)
+void ImageStabilizationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilizationOptions, this, node);
 }

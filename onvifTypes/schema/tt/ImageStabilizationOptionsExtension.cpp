@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoImageStabilizationOptionsExtension = {
 
 } // namespace
 
-QString ImageStabilizationOptionsExtension::serialize(const QString& tagName) const
+QString ImageStabilizationOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImageStabilizationOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ImageStabilizationOptionsExtension::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoImageStabilizationOptionsExtension, this, out, tagName);
 }
 
-void ImageStabilizationOptionsExtension::deserialize(const QDomNode& node)
+void ImageStabilizationOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImageStabilizationOptionsExtension, this, node);
 }

@@ -28,7 +28,7 @@ ImagingCapabilities::ImagingCapabilities()
     ComplexType::construct(infoImagingCapabilities, this);
 }
 
-QString ImagingCapabilities::serialize(const QString& tagName) const
+QString ImagingCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingCapabilities, this, tagName);
 }
@@ -38,7 +38,7 @@ void ImagingCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingCapabilities, this, out, tagName);
 }
 
-void ImagingCapabilities::deserialize(const QDomNode& node)
+void ImagingCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingCapabilities, this, node);
 }

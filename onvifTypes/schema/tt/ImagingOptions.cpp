@@ -53,7 +53,7 @@ ImagingOptions::ImagingOptions()
     ComplexType::construct(infoImagingOptions, this);
 }
 
-QString ImagingOptions::serialize(const QString& tagName) const
+QString ImagingOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingOptions, this, tagName);
 }
@@ -63,7 +63,7 @@ void ImagingOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingOptions, this, out, tagName);
 }
 
-void ImagingOptions::deserialize(const QDomNode& node)
+void ImagingOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions, this, node);
 }

@@ -51,7 +51,7 @@ const ComplexType::ClassInfo infoImagingOptions20 = {
 
 } // namespace
 
-QString ImagingOptions20::serialize(const QString& tagName) const
+QString ImagingOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingOptions20, this, tagName);
 }
@@ -61,7 +61,7 @@ void ImagingOptions20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingOptions20, this, out, tagName);
 }
 
-void ImagingOptions20::deserialize(const QDomNode& node)
+void ImagingOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoImagingOptions20Extension = {
 
 } // namespace
 
-QString ImagingOptions20Extension::serialize(const QString& tagName) const
+QString ImagingOptions20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingOptions20Extension, this, tagName);
 }
@@ -37,7 +37,7 @@ void ImagingOptions20Extension::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoImagingOptions20Extension, this, out, tagName);
 }
 
-void ImagingOptions20Extension::deserialize(const QDomNode& node)
+void ImagingOptions20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoImagingOptions20Extension2 = {
 
 } // namespace
 
-QString ImagingOptions20Extension2::serialize(const QString& tagName) const
+QString ImagingOptions20Extension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingOptions20Extension2, this, tagName);
 }
@@ -37,7 +37,7 @@ void ImagingOptions20Extension2::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoImagingOptions20Extension2, this, out, tagName);
 }
 
-void ImagingOptions20Extension2::deserialize(const QDomNode& node)
+void ImagingOptions20Extension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension2, this, node);
 }

@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoImagingOptions20Extension3 = {
 
 } // namespace
 
-QString ImagingOptions20Extension3::serialize(const QString& tagName) const
+QString ImagingOptions20Extension3::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingOptions20Extension3, this, tagName);
 }
@@ -43,7 +43,7 @@ void ImagingOptions20Extension3::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoImagingOptions20Extension3, this, out, tagName);
 }
 
-void ImagingOptions20Extension3::deserialize(const QDomNode& node)
+void ImagingOptions20Extension3::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension3, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoImagingOptions20Extension4 = {
 
 } // namespace
 
-QString ImagingOptions20Extension4::serialize(const QString& tagName) const
+QString ImagingOptions20Extension4::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingOptions20Extension4, this, tagName);
 }
@@ -28,7 +28,7 @@ void ImagingOptions20Extension4::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoImagingOptions20Extension4, this, out, tagName);
 }
 
-void ImagingOptions20Extension4::deserialize(const QDomNode& node)
+void ImagingOptions20Extension4::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingOptions20Extension4, this, node);
 }

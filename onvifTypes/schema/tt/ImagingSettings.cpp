@@ -50,7 +50,7 @@ const ComplexType::ClassInfo infoImagingSettings = {
 
 } // namespace
 
-QString ImagingSettings::serialize(const QString& tagName) const
+QString ImagingSettings::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettings, this, tagName);
 }
@@ -60,7 +60,7 @@ void ImagingSettings::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingSettings, this, out, tagName);
 }
 
-void ImagingSettings::deserialize(const QDomNode& node)
+void ImagingSettings::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettings, this, node);
 }

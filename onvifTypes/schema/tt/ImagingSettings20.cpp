@@ -50,7 +50,7 @@ const ComplexType::ClassInfo infoImagingSettings20 = {
 
 } // namespace
 
-QString ImagingSettings20::serialize(const QString& tagName) const
+QString ImagingSettings20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettings20, this, tagName);
 }
@@ -60,7 +60,7 @@ void ImagingSettings20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingSettings20, this, out, tagName);
 }
 
-void ImagingSettings20::deserialize(const QDomNode& node)
+void ImagingSettings20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettings20, this, node);
 }

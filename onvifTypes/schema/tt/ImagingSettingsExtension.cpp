@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoImagingSettingsExtension = {
 
 } // namespace
 
-QString ImagingSettingsExtension::serialize(const QString& tagName) const
+QString ImagingSettingsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettingsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ImagingSettingsExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoImagingSettingsExtension, this, out, tagName);
 }
 
-void ImagingSettingsExtension::deserialize(const QDomNode& node)
+void ImagingSettingsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoImagingSettingsExtension20 = {
 
 } // namespace
 
-QString ImagingSettingsExtension20::serialize(const QString& tagName) const
+QString ImagingSettingsExtension20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettingsExtension20, this, tagName);
 }
@@ -37,7 +37,7 @@ void ImagingSettingsExtension20::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoImagingSettingsExtension20, this, out, tagName);
 }
 
-void ImagingSettingsExtension20::deserialize(const QDomNode& node)
+void ImagingSettingsExtension20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension20, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoImagingSettingsExtension202 = {
 
 } // namespace
 
-QString ImagingSettingsExtension202::serialize(const QString& tagName) const
+QString ImagingSettingsExtension202::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettingsExtension202, this, tagName);
 }
@@ -37,7 +37,7 @@ void ImagingSettingsExtension202::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoImagingSettingsExtension202, this, out, tagName);
 }
 
-void ImagingSettingsExtension202::deserialize(const QDomNode& node)
+void ImagingSettingsExtension202::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension202, this, node);
 }

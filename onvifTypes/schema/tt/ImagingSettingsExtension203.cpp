@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoImagingSettingsExtension203 = {
 
 } // namespace
 
-QString ImagingSettingsExtension203::serialize(const QString& tagName) const
+QString ImagingSettingsExtension203::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettingsExtension203, this, tagName);
 }
@@ -43,7 +43,7 @@ void ImagingSettingsExtension203::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoImagingSettingsExtension203, this, out, tagName);
 }
 
-void ImagingSettingsExtension203::deserialize(const QDomNode& node)
+void ImagingSettingsExtension203::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension203, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoImagingSettingsExtension204 = {
 
 } // namespace
 
-QString ImagingSettingsExtension204::serialize(const QString& tagName) const
+QString ImagingSettingsExtension204::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingSettingsExtension204, this, tagName);
 }
@@ -28,7 +28,7 @@ void ImagingSettingsExtension204::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoImagingSettingsExtension204, this, out, tagName);
 }
 
-void ImagingSettingsExtension204::deserialize(const QDomNode& node)
+void ImagingSettingsExtension204::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingSettingsExtension204, this, node);
 }

@@ -29,7 +29,7 @@ ImagingStatus::ImagingStatus()
     ComplexType::construct(infoImagingStatus, this);
 }
 
-QString ImagingStatus::serialize(const QString& tagName) const
+QString ImagingStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingStatus, this, tagName);
 }
@@ -39,7 +39,7 @@ void ImagingStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingStatus, this, out, tagName);
 }
 
-void ImagingStatus::deserialize(const QDomNode& node)
+void ImagingStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingStatus, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoImagingStatus20 = {
 
 } // namespace
 
-QString ImagingStatus20::serialize(const QString& tagName) const
+QString ImagingStatus20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingStatus20, this, tagName);
 }
@@ -37,7 +37,7 @@ void ImagingStatus20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoImagingStatus20, this, out, tagName);
 }
 
-void ImagingStatus20::deserialize(const QDomNode& node)
+void ImagingStatus20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingStatus20, this, node);
 }

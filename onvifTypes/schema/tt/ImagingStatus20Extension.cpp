@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoImagingStatus20Extension = {
 
 } // namespace
 
-QString ImagingStatus20Extension::serialize(const QString& tagName) const
+QString ImagingStatus20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoImagingStatus20Extension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ImagingStatus20Extension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoImagingStatus20Extension, this, out, tagName);
 }
 
-void ImagingStatus20Extension::deserialize(const QDomNode& node)
+void ImagingStatus20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoImagingStatus20Extension, this, node);
 }

@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoIntList = {
 
 } // namespace
 
-QString IntList::serialize(const QString& tagName) const
+QString IntList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIntList, this, tagName);
 }
@@ -33,7 +33,7 @@ void IntList::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIntList, this, out, tagName);
 }
 
-void IntList::deserialize(const QDomNode& node)
+void IntList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIntList, this, node);
 }

@@ -30,7 +30,7 @@ IntRange::IntRange()
     ComplexType::construct(infoIntRange, this);
 }
 
-QString IntRange::serialize(const QString& tagName) const
+QString IntRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIntRange, this, tagName);
 }
@@ -40,7 +40,7 @@ void IntRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIntRange, this, out, tagName);
 }
 
-void IntRange::deserialize(const QDomNode& node)
+void IntRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIntRange, this, node);
 }

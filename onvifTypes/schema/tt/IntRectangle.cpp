@@ -34,7 +34,7 @@ IntRectangle::IntRectangle()
     ComplexType::construct(infoIntRectangle, this);
 }
 
-QString IntRectangle::serialize(const QString& tagName) const
+QString IntRectangle::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIntRectangle, this, tagName);
 }
@@ -44,7 +44,7 @@ void IntRectangle::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIntRectangle, this, out, tagName);
 }
 
-void IntRectangle::deserialize(const QDomNode& node)
+void IntRectangle::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIntRectangle, this, node);
 }

@@ -35,7 +35,7 @@ IntRectangleRange::IntRectangleRange()
     ComplexType::construct(infoIntRectangleRange, this);
 }
 
-QString IntRectangleRange::serialize(const QString& tagName) const
+QString IntRectangleRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIntRectangleRange, this, tagName);
 }
@@ -45,7 +45,7 @@ void IntRectangleRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoIntRectangleRange, this, out, tagName);
 }
 
-void IntRectangleRange::deserialize(const QDomNode& node)
+void IntRectangleRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIntRectangleRange, this, node);
 }

@@ -35,7 +35,7 @@ IrCutFilterAutoAdjustment::IrCutFilterAutoAdjustment()
     ComplexType::construct(infoIrCutFilterAutoAdjustment, this);
 }
 
-QString IrCutFilterAutoAdjustment::serialize(const QString& tagName) const
+QString IrCutFilterAutoAdjustment::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIrCutFilterAutoAdjustment, this, tagName);
 }
@@ -45,7 +45,7 @@ void IrCutFilterAutoAdjustment::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoIrCutFilterAutoAdjustment, this, out, tagName);
 }
 
-void IrCutFilterAutoAdjustment::deserialize(const QDomNode& node)
+void IrCutFilterAutoAdjustment::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustment, this, node);
 }

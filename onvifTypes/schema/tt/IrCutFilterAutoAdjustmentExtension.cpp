@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentExtension = {
 
 } // namespace
 
-QString IrCutFilterAutoAdjustmentExtension::serialize(const QString& tagName) const
+QString IrCutFilterAutoAdjustmentExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIrCutFilterAutoAdjustmentExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void IrCutFilterAutoAdjustmentExtension::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoIrCutFilterAutoAdjustmentExtension, this, out, tagName);
 }
 
-void IrCutFilterAutoAdjustmentExtension::deserialize(const QDomNode& node)
+void IrCutFilterAutoAdjustmentExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustmentExtension, this, node);
 }

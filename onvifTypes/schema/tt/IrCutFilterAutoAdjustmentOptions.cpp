@@ -31,7 +31,7 @@ const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentOptions = {
 
 } // namespace
 
-QString IrCutFilterAutoAdjustmentOptions::serialize(const QString& tagName) const
+QString IrCutFilterAutoAdjustmentOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIrCutFilterAutoAdjustmentOptions, this, tagName);
 }
@@ -41,7 +41,7 @@ void IrCutFilterAutoAdjustmentOptions::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoIrCutFilterAutoAdjustmentOptions, this, out, tagName);
 }
 
-void IrCutFilterAutoAdjustmentOptions::deserialize(const QDomNode& node)
+void IrCutFilterAutoAdjustmentOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustmentOptions, this, node);
 }

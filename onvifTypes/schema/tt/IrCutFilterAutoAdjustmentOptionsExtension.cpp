@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoIrCutFilterAutoAdjustmentOptionsExtension = {
 
 } // namespace
 
-QString IrCutFilterAutoAdjustmentOptionsExtension::serialize(const QString& tagName) const
+QString IrCutFilterAutoAdjustmentOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoIrCutFilterAutoAdjustmentOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void IrCutFilterAutoAdjustmentOptionsExtension::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoIrCutFilterAutoAdjustmentOptionsExtension, this, out, tagName);
 }
 
-void IrCutFilterAutoAdjustmentOptionsExtension::deserialize(const QDomNode& node)
+void IrCutFilterAutoAdjustmentOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoIrCutFilterAutoAdjustmentOptionsExtension, this, node);
 }

@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoItemList = {
 
 } // namespace
 
-QString ItemList::serialize(const QString& tagName) const
+QString ItemList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoItemList, this, tagName);
 }
@@ -38,7 +38,7 @@ void ItemList::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoItemList, this, out, tagName);
 }
 
-void ItemList::deserialize(const QDomNode& node)
+void ItemList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoItemList, this, node);
 }

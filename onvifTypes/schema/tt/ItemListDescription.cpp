@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoItemListDescription = {
 
 } // namespace
 
-QString ItemListDescription::serialize(const QString& tagName) const
+QString ItemListDescription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoItemListDescription, this, tagName);
 }
@@ -38,7 +38,7 @@ void ItemListDescription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoItemListDescription, this, out, tagName);
 }
 
-void ItemListDescription::deserialize(const QDomNode& node)
+void ItemListDescription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoItemListDescription, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoItemListDescriptionExtension = {
 
 } // namespace
 
-QString ItemListDescriptionExtension::serialize(const QString& tagName) const
+QString ItemListDescriptionExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoItemListDescriptionExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ItemListDescriptionExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoItemListDescriptionExtension, this, out, tagName);
 }
 
-void ItemListDescriptionExtension::deserialize(const QDomNode& node)
+void ItemListDescriptionExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoItemListDescriptionExtension, this, node);
 }

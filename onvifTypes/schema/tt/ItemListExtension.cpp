@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoItemListExtension = {
 
 } // namespace
 
-QString ItemListExtension::serialize(const QString& tagName) const
+QString ItemListExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoItemListExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ItemListExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoItemListExtension, this, out, tagName);
 }
 
-void ItemListExtension::deserialize(const QDomNode& node)
+void ItemListExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoItemListExtension, this, node);
 }

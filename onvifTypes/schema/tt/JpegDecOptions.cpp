@@ -34,7 +34,7 @@ JpegDecOptions::JpegDecOptions()
     ComplexType::construct(infoJpegDecOptions, this);
 }
 
-QString JpegDecOptions::serialize(const QString& tagName) const
+QString JpegDecOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoJpegDecOptions, this, tagName);
 }
@@ -44,7 +44,7 @@ void JpegDecOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoJpegDecOptions, this, out, tagName);
 }
 
-void JpegDecOptions::deserialize(const QDomNode& node)
+void JpegDecOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoJpegDecOptions, this, node);
 }

@@ -34,7 +34,7 @@ JpegOptions::JpegOptions()
     ComplexType::construct(infoJpegOptions, this);
 }
 
-QString JpegOptions::serialize(const QString& tagName) const
+QString JpegOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoJpegOptions, this, tagName);
 }
@@ -44,7 +44,7 @@ void JpegOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoJpegOptions, this, out, tagName);
 }
 
-void JpegOptions::deserialize(const QDomNode& node)
+void JpegOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoJpegOptions, this, node);
 }

@@ -32,19 +32,21 @@ JpegOptions2::JpegOptions2()
     ComplexType::construct(infoJpegOptions2, this);
 }
 
-QString JpegOptions2::serialize(const QString& tagName) const
+QString JpegOptions2::serialize(QString tagName)
 {
-    const QString baseText = tt::JpegOptions::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::JpegOptions::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoJpegOptions2, this, tagName, baseText);
 }
 
 void JpegOptions2::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::JpegOptions::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::JpegOptions::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoJpegOptions2, this, out, tagName, baseText);
 }
 
-void JpegOptions2::deserialize(const QDomNode& node)
+void JpegOptions2::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoLayout = {
 
 } // namespace
 
-QString Layout::serialize(const QString& tagName) const
+QString Layout::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLayout, this, tagName);
 }
@@ -37,7 +37,7 @@ void Layout::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLayout, this, out, tagName);
 }
 
-void Layout::deserialize(const QDomNode& node)
+void Layout::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLayout, this, node);
 }

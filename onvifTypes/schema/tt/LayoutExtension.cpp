@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoLayoutExtension = {
 
 } // namespace
 
-QString LayoutExtension::serialize(const QString& tagName) const
+QString LayoutExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLayoutExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void LayoutExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLayoutExtension, this, out, tagName);
 }
 
-void LayoutExtension::deserialize(const QDomNode& node)
+void LayoutExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLayoutExtension, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoLayoutOptions = {
 
 } // namespace
 
-QString LayoutOptions::serialize(const QString& tagName) const
+QString LayoutOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLayoutOptions, this, tagName);
 }
@@ -37,7 +37,7 @@ void LayoutOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLayoutOptions, this, out, tagName);
 }
 
-void LayoutOptions::deserialize(const QDomNode& node)
+void LayoutOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLayoutOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoLayoutOptionsExtension = {
 
 } // namespace
 
-QString LayoutOptionsExtension::serialize(const QString& tagName) const
+QString LayoutOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLayoutOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void LayoutOptionsExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoLayoutOptionsExtension, this, out, tagName);
 }
 
-void LayoutOptionsExtension::deserialize(const QDomNode& node)
+void LayoutOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLayoutOptionsExtension, this, node);
 }

@@ -36,7 +36,7 @@ LensDescription::LensDescription()
     ComplexType::construct(infoLensDescription, this);
 }
 
-QString LensDescription::serialize(const QString& tagName) const
+QString LensDescription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLensDescription, this, tagName);
 }
@@ -46,7 +46,7 @@ void LensDescription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLensDescription, this, out, tagName);
 }
 
-void LensDescription::deserialize(const QDomNode& node)
+void LensDescription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLensDescription, this, node);
 }

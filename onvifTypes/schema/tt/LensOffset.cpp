@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoLensOffset = {
 
 } // namespace
 
-QString LensOffset::serialize(const QString& tagName) const
+QString LensOffset::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLensOffset, this, tagName);
 }
@@ -35,7 +35,7 @@ void LensOffset::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLensOffset, this, out, tagName);
 }
 
-void LensOffset::deserialize(const QDomNode& node)
+void LensOffset::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLensOffset, this, node);
 }

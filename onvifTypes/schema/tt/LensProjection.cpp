@@ -32,7 +32,7 @@ LensProjection::LensProjection()
     ComplexType::construct(infoLensProjection, this);
 }
 
-QString LensProjection::serialize(const QString& tagName) const
+QString LensProjection::serialize(QString tagName)
 {
     return ComplexType::serialize(infoLensProjection, this, tagName);
 }
@@ -42,7 +42,7 @@ void LensProjection::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoLensProjection, this, out, tagName);
 }
 
-void LensProjection::deserialize(const QDomNode& node)
+void LensProjection::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoLensProjection, this, node);
 }

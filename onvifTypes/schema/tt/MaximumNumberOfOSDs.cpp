@@ -38,7 +38,7 @@ MaximumNumberOfOSDs::MaximumNumberOfOSDs()
     ComplexType::construct(infoMaximumNumberOfOSDs, this);
 }
 
-QString MaximumNumberOfOSDs::serialize(const QString& tagName) const
+QString MaximumNumberOfOSDs::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMaximumNumberOfOSDs, this, tagName);
 }
@@ -48,7 +48,7 @@ void MaximumNumberOfOSDs::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMaximumNumberOfOSDs, this, out, tagName);
 }
 
-void MaximumNumberOfOSDs::deserialize(const QDomNode& node)
+void MaximumNumberOfOSDs::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMaximumNumberOfOSDs, this, node);
 }

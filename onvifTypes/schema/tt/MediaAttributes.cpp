@@ -35,7 +35,7 @@ MediaAttributes::MediaAttributes()
     ComplexType::construct(infoMediaAttributes, this);
 }
 
-QString MediaAttributes::serialize(const QString& tagName) const
+QString MediaAttributes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMediaAttributes, this, tagName);
 }
@@ -45,7 +45,7 @@ void MediaAttributes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMediaAttributes, this, out, tagName);
 }
 
-void MediaAttributes::deserialize(const QDomNode& node)
+void MediaAttributes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMediaAttributes, this, node);
 }

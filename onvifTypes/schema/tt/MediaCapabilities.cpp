@@ -34,7 +34,7 @@ MediaCapabilities::MediaCapabilities()
     ComplexType::construct(infoMediaCapabilities, this);
 }
 
-QString MediaCapabilities::serialize(const QString& tagName) const
+QString MediaCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMediaCapabilities, this, tagName);
 }
@@ -44,7 +44,7 @@ void MediaCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMediaCapabilities, this, out, tagName);
 }
 
-void MediaCapabilities::deserialize(const QDomNode& node)
+void MediaCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMediaCapabilities, this, node);
 }

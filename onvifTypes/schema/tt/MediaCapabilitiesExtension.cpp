@@ -29,7 +29,7 @@ MediaCapabilitiesExtension::MediaCapabilitiesExtension()
     ComplexType::construct(infoMediaCapabilitiesExtension, this);
 }
 
-QString MediaCapabilitiesExtension::serialize(const QString& tagName) const
+QString MediaCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMediaCapabilitiesExtension, this, tagName);
 }
@@ -39,7 +39,7 @@ void MediaCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoMediaCapabilitiesExtension, this, out, tagName);
 }
 
-void MediaCapabilitiesExtension::deserialize(const QDomNode& node)
+void MediaCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMediaCapabilitiesExtension, this, node);
 }

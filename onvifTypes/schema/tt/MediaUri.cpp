@@ -34,7 +34,7 @@ MediaUri::MediaUri()
     ComplexType::construct(infoMediaUri, this);
 }
 
-QString MediaUri::serialize(const QString& tagName) const
+QString MediaUri::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMediaUri, this, tagName);
 }
@@ -44,7 +44,7 @@ void MediaUri::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMediaUri, this, out, tagName);
 }
 
-void MediaUri::deserialize(const QDomNode& node)
+void MediaUri::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMediaUri, this, node);
 }

@@ -31,7 +31,7 @@ Merge::Merge()
     ComplexType::construct(infoMerge, this);
 }
 
-QString Merge::serialize(const QString& tagName) const
+QString Merge::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMerge, this, tagName);
 }
@@ -41,7 +41,7 @@ void Merge::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMerge, this, out, tagName);
 }
 
-void Merge::deserialize(const QDomNode& node)
+void Merge::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMerge, this, node);
 }

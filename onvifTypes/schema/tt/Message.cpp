@@ -41,7 +41,7 @@ Message::Message()
     ComplexType::construct(infoMessage, this);
 }
 
-QString Message::serialize(const QString& tagName) const
+QString Message::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMessage, this, tagName);
 }
@@ -51,7 +51,7 @@ void Message::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMessage, this, out, tagName);
 }
 
-void Message::deserialize(const QDomNode& node)
+void Message::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMessage, this, node);
 }

@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoMessageDescription = {
 
 } // namespace
 
-QString MessageDescription::serialize(const QString& tagName) const
+QString MessageDescription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMessageDescription, this, tagName);
 }
@@ -43,7 +43,7 @@ void MessageDescription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMessageDescription, this, out, tagName);
 }
 
-void MessageDescription::deserialize(const QDomNode& node)
+void MessageDescription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMessageDescription, this, node);
 }

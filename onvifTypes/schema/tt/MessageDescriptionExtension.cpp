@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoMessageDescriptionExtension = {
 
 } // namespace
 
-QString MessageDescriptionExtension::serialize(const QString& tagName) const
+QString MessageDescriptionExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMessageDescriptionExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void MessageDescriptionExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoMessageDescriptionExtension, this, out, tagName);
 }
 
-void MessageDescriptionExtension::deserialize(const QDomNode& node)
+void MessageDescriptionExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMessageDescriptionExtension, this, node);
 }

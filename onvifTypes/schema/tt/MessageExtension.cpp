@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoMessageExtension = {
 
 } // namespace
 
-QString MessageExtension::serialize(const QString& tagName) const
+QString MessageExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMessageExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void MessageExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMessageExtension, this, out, tagName);
 }
 
-void MessageExtension::deserialize(const QDomNode& node)
+void MessageExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMessageExtension, this, node);
 }

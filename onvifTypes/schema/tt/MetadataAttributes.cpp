@@ -34,7 +34,7 @@ MetadataAttributes::MetadataAttributes()
     ComplexType::construct(infoMetadataAttributes, this);
 }
 
-QString MetadataAttributes::serialize(const QString& tagName) const
+QString MetadataAttributes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataAttributes, this, tagName);
 }
@@ -44,7 +44,7 @@ void MetadataAttributes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMetadataAttributes, this, out, tagName);
 }
 
-void MetadataAttributes::deserialize(const QDomNode& node)
+void MetadataAttributes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataAttributes, this, node);
 }

@@ -50,19 +50,21 @@ MetadataConfiguration::MetadataConfiguration()
     ComplexType::construct(infoMetadataConfiguration, this);
 }
 
-QString MetadataConfiguration::serialize(const QString& tagName) const
+QString MetadataConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoMetadataConfiguration, this, tagName, baseText);
 }
 
 void MetadataConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoMetadataConfiguration, this, out, tagName, baseText);
 }
 
-void MetadataConfiguration::deserialize(const QDomNode& node)
+void MetadataConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

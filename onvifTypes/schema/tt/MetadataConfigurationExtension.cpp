@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoMetadataConfigurationExtension = {
 
 } // namespace
 
-QString MetadataConfigurationExtension::serialize(const QString& tagName) const
+QString MetadataConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void MetadataConfigurationExtension::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoMetadataConfigurationExtension, this, out, tagName);
 }
 
-void MetadataConfigurationExtension::deserialize(const QDomNode& node)
+void MetadataConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationExtension, this, node);
 }

@@ -32,7 +32,7 @@ MetadataConfigurationOptions::MetadataConfigurationOptions()
     ComplexType::construct(infoMetadataConfigurationOptions, this);
 }
 
-QString MetadataConfigurationOptions::serialize(const QString& tagName) const
+QString MetadataConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataConfigurationOptions, this, tagName);
 }
@@ -42,7 +42,7 @@ void MetadataConfigurationOptions::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoMetadataConfigurationOptions, this, out, tagName);
 }
 
-void MetadataConfigurationOptions::deserialize(const QDomNode& node)
+void MetadataConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationOptions, this, node);
 }

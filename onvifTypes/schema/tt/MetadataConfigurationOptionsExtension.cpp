@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoMetadataConfigurationOptionsExtension = {
 
 } // namespace
 
-QString MetadataConfigurationOptionsExtension::serialize(const QString& tagName) const
+QString MetadataConfigurationOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataConfigurationOptionsExtension, this, tagName);
 }
@@ -36,7 +36,7 @@ void MetadataConfigurationOptionsExtension::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoMetadataConfigurationOptionsExtension, this, out, tagName);
 }
 
-void MetadataConfigurationOptionsExtension::deserialize(const QDomNode& node)
+void MetadataConfigurationOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationOptionsExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoMetadataConfigurationOptionsExtension2 = {
 
 } // namespace
 
-QString MetadataConfigurationOptionsExtension2::serialize(const QString& tagName) const
+QString MetadataConfigurationOptionsExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataConfigurationOptionsExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void MetadataConfigurationOptionsExtension2::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoMetadataConfigurationOptionsExtension2, this, out, tagName);
 }
 
-void MetadataConfigurationOptionsExtension2::deserialize(const QDomNode& node)
+void MetadataConfigurationOptionsExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataConfigurationOptionsExtension2, this, node);
 }

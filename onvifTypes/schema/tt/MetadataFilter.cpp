@@ -28,7 +28,7 @@ MetadataFilter::MetadataFilter()
     ComplexType::construct(infoMetadataFilter, this);
 }
 
-QString MetadataFilter::serialize(const QString& tagName) const
+QString MetadataFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataFilter, this, tagName);
 }
@@ -38,7 +38,7 @@ void MetadataFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMetadataFilter, this, out, tagName);
 }
 
-void MetadataFilter::deserialize(const QDomNode& node)
+void MetadataFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataFilter, this, node);
 }

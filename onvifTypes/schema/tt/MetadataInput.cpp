@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoMetadataInput = {
 
 } // namespace
 
-QString MetadataInput::serialize(const QString& tagName) const
+QString MetadataInput::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataInput, this, tagName);
 }
@@ -37,7 +37,7 @@ void MetadataInput::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMetadataInput, this, out, tagName);
 }
 
-void MetadataInput::deserialize(const QDomNode& node)
+void MetadataInput::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataInput, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoMetadataInputExtension = {
 
 } // namespace
 
-QString MetadataInputExtension::serialize(const QString& tagName) const
+QString MetadataInputExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataInputExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void MetadataInputExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoMetadataInputExtension, this, out, tagName);
 }
 
-void MetadataInputExtension::deserialize(const QDomNode& node)
+void MetadataInputExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataInputExtension, this, node);
 }

@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoMetadataStream = {
 
 } // namespace
 
-QString MetadataStream::serialize(const QString& tagName) const
+QString MetadataStream::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataStream, this, tagName);
 }
@@ -43,7 +43,7 @@ void MetadataStream::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMetadataStream, this, out, tagName);
 }
 
-void MetadataStream::deserialize(const QDomNode& node)
+void MetadataStream::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataStream, this, node);
 }

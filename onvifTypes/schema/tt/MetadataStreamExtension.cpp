@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoMetadataStreamExtension = {
 
 } // namespace
 
-QString MetadataStreamExtension::serialize(const QString& tagName) const
+QString MetadataStreamExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataStreamExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void MetadataStreamExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoMetadataStreamExtension, this, out, tagName);
 }
 
-void MetadataStreamExtension::deserialize(const QDomNode& node)
+void MetadataStreamExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataStreamExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoMetadataStreamExtension2 = {
 
 } // namespace
 
-QString MetadataStreamExtension2::serialize(const QString& tagName) const
+QString MetadataStreamExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMetadataStreamExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void MetadataStreamExtension2::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoMetadataStreamExtension2, this, out, tagName);
 }
 
-void MetadataStreamExtension2::deserialize(const QDomNode& node)
+void MetadataStreamExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMetadataStreamExtension2, this, node);
 }

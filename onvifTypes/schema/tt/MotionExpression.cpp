@@ -30,7 +30,7 @@ MotionExpression::MotionExpression()
     ComplexType::construct(infoMotionExpression, this);
 }
 
-QString MotionExpression::serialize(const QString& tagName) const
+QString MotionExpression::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMotionExpression, this, tagName);
 }
@@ -40,7 +40,7 @@ void MotionExpression::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMotionExpression, this, out, tagName);
 }
 
-void MotionExpression::deserialize(const QDomNode& node)
+void MotionExpression::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMotionExpression, this, node);
 }

@@ -29,7 +29,7 @@ MotionExpressionConfiguration::MotionExpressionConfiguration()
     ComplexType::construct(infoMotionExpressionConfiguration, this);
 }
 
-QString MotionExpressionConfiguration::serialize(const QString& tagName) const
+QString MotionExpressionConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMotionExpressionConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void MotionExpressionConfiguration::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoMotionExpressionConfiguration, this, out, tagName);
 }
 
-void MotionExpressionConfiguration::deserialize(const QDomNode& node)
+void MotionExpressionConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMotionExpressionConfiguration, this, node);
 }

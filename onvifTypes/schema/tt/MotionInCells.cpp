@@ -32,7 +32,7 @@ MotionInCells::MotionInCells()
     ComplexType::construct(infoMotionInCells, this);
 }
 
-QString MotionInCells::serialize(const QString& tagName) const
+QString MotionInCells::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMotionInCells, this, tagName);
 }
@@ -42,7 +42,7 @@ void MotionInCells::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMotionInCells, this, out, tagName);
 }
 
-void MotionInCells::deserialize(const QDomNode& node)
+void MotionInCells::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMotionInCells, this, node);
 }

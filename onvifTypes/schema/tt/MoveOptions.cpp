@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoMoveOptions = {
 
 } // namespace
 
-QString MoveOptions::serialize(const QString& tagName) const
+QString MoveOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMoveOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void MoveOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMoveOptions, this, out, tagName);
 }
 
-void MoveOptions::deserialize(const QDomNode& node)
+void MoveOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMoveOptions, this, node);
 }

@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoMoveOptions20 = {
 
 } // namespace
 
-QString MoveOptions20::serialize(const QString& tagName) const
+QString MoveOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMoveOptions20, this, tagName);
 }
@@ -40,7 +40,7 @@ void MoveOptions20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMoveOptions20, this, out, tagName);
 }
 
-void MoveOptions20::deserialize(const QDomNode& node)
+void MoveOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMoveOptions20, this, node);
 }

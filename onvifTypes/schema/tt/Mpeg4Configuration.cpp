@@ -31,7 +31,7 @@ Mpeg4Configuration::Mpeg4Configuration()
     ComplexType::construct(infoMpeg4Configuration, this);
 }
 
-QString Mpeg4Configuration::serialize(const QString& tagName) const
+QString Mpeg4Configuration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMpeg4Configuration, this, tagName);
 }
@@ -41,7 +41,7 @@ void Mpeg4Configuration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMpeg4Configuration, this, out, tagName);
 }
 
-void Mpeg4Configuration::deserialize(const QDomNode& node)
+void Mpeg4Configuration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMpeg4Configuration, this, node);
 }

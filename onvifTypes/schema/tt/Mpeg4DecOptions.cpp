@@ -37,7 +37,7 @@ Mpeg4DecOptions::Mpeg4DecOptions()
     ComplexType::construct(infoMpeg4DecOptions, this);
 }
 
-QString Mpeg4DecOptions::serialize(const QString& tagName) const
+QString Mpeg4DecOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMpeg4DecOptions, this, tagName);
 }
@@ -47,7 +47,7 @@ void Mpeg4DecOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMpeg4DecOptions, this, out, tagName);
 }
 
-void Mpeg4DecOptions::deserialize(const QDomNode& node)
+void Mpeg4DecOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMpeg4DecOptions, this, node);
 }

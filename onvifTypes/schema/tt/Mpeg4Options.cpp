@@ -39,7 +39,7 @@ Mpeg4Options::Mpeg4Options()
     ComplexType::construct(infoMpeg4Options, this);
 }
 
-QString Mpeg4Options::serialize(const QString& tagName) const
+QString Mpeg4Options::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMpeg4Options, this, tagName);
 }
@@ -49,7 +49,7 @@ void Mpeg4Options::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoMpeg4Options, this, out, tagName);
 }
 
-void Mpeg4Options::deserialize(const QDomNode& node)
+void Mpeg4Options::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMpeg4Options, this, node);
 }

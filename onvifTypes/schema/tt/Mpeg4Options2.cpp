@@ -34,19 +34,21 @@ Mpeg4Options2::Mpeg4Options2()
     ComplexType::construct(infoMpeg4Options2, this);
 }
 
-QString Mpeg4Options2::serialize(const QString& tagName) const
+QString Mpeg4Options2::serialize(QString tagName)
 {
-    const QString baseText = tt::Mpeg4Options::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::Mpeg4Options::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoMpeg4Options2, this, tagName, baseText);
 }
 
 void Mpeg4Options2::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::Mpeg4Options::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::Mpeg4Options::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoMpeg4Options2, this, out, tagName, baseText);
 }
 
-void Mpeg4Options2::deserialize(const QDomNode& node)
+void Mpeg4Options2::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

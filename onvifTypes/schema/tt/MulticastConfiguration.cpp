@@ -35,7 +35,7 @@ MulticastConfiguration::MulticastConfiguration()
     ComplexType::construct(infoMulticastConfiguration, this);
 }
 
-QString MulticastConfiguration::serialize(const QString& tagName) const
+QString MulticastConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoMulticastConfiguration, this, tagName);
 }
@@ -45,7 +45,7 @@ void MulticastConfiguration::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoMulticastConfiguration, this, out, tagName);
 }
 
-void MulticastConfiguration::deserialize(const QDomNode& node)
+void MulticastConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoMulticastConfiguration, this, node);
 }

@@ -36,7 +36,7 @@ NTPInformation::NTPInformation()
     ComplexType::construct(infoNTPInformation, this);
 }
 
-QString NTPInformation::serialize(const QString& tagName) const
+QString NTPInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNTPInformation, this, tagName);
 }
@@ -46,7 +46,7 @@ void NTPInformation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoNTPInformation, this, out, tagName);
 }
 
-void NTPInformation::deserialize(const QDomNode& node)
+void NTPInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNTPInformation, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNTPInformationExtension = {
 
 } // namespace
 
-QString NTPInformationExtension::serialize(const QString& tagName) const
+QString NTPInformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNTPInformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void NTPInformationExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoNTPInformationExtension, this, out, tagName);
 }
 
-void NTPInformationExtension::deserialize(const QDomNode& node)
+void NTPInformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNTPInformationExtension, this, node);
 }

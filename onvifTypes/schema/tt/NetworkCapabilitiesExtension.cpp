@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoNetworkCapabilitiesExtension = {
 
 } // namespace
 
-QString NetworkCapabilitiesExtension::serialize(const QString& tagName) const
+QString NetworkCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkCapabilitiesExtension, this, tagName);
 }
@@ -36,7 +36,7 @@ void NetworkCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoNetworkCapabilitiesExtension, this, out, tagName);
 }
 
-void NetworkCapabilitiesExtension::deserialize(const QDomNode& node)
+void NetworkCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkCapabilitiesExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNetworkCapabilitiesExtension2 = {
 
 } // namespace
 
-QString NetworkCapabilitiesExtension2::serialize(const QString& tagName) const
+QString NetworkCapabilitiesExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkCapabilitiesExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void NetworkCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoNetworkCapabilitiesExtension2, this, out, tagName);
 }
 
-void NetworkCapabilitiesExtension2::deserialize(const QDomNode& node)
+void NetworkCapabilitiesExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkCapabilitiesExtension2, this, node);
 }

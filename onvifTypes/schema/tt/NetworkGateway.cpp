@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoNetworkGateway = {
 
 } // namespace
 
-QString NetworkGateway::serialize(const QString& tagName) const
+QString NetworkGateway::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkGateway, this, tagName);
 }
@@ -35,7 +35,7 @@ void NetworkGateway::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoNetworkGateway, this, out, tagName);
 }
 
-void NetworkGateway::deserialize(const QDomNode& node)
+void NetworkGateway::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkGateway, this, node);
 }

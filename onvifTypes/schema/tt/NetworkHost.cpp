@@ -38,7 +38,7 @@ NetworkHost::NetworkHost()
     ComplexType::construct(infoNetworkHost, this);
 }
 
-QString NetworkHost::serialize(const QString& tagName) const
+QString NetworkHost::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkHost, this, tagName);
 }
@@ -48,7 +48,7 @@ void NetworkHost::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoNetworkHost, this, out, tagName);
 }
 
-void NetworkHost::deserialize(const QDomNode& node)
+void NetworkHost::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkHost, this, node);
 }

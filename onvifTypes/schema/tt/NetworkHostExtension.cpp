@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNetworkHostExtension = {
 
 } // namespace
 
-QString NetworkHostExtension::serialize(const QString& tagName) const
+QString NetworkHostExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkHostExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void NetworkHostExtension::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoNetworkHostExtension, this, out, tagName);
 }
 
-void NetworkHostExtension::deserialize(const QDomNode& node)
+void NetworkHostExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkHostExtension, this, node);
 }

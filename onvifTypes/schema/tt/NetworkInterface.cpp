@@ -44,19 +44,21 @@ NetworkInterface::NetworkInterface()
     ComplexType::construct(infoNetworkInterface, this);
 }
 
-QString NetworkInterface::serialize(const QString& tagName) const
+QString NetworkInterface::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoNetworkInterface, this, tagName, baseText);
 }
 
 void NetworkInterface::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoNetworkInterface, this, out, tagName, baseText);
 }
 
-void NetworkInterface::deserialize(const QDomNode& node)
+void NetworkInterface::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

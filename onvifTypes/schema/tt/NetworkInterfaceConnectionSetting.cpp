@@ -33,7 +33,7 @@ NetworkInterfaceConnectionSetting::NetworkInterfaceConnectionSetting()
     ComplexType::construct(infoNetworkInterfaceConnectionSetting, this);
 }
 
-QString NetworkInterfaceConnectionSetting::serialize(const QString& tagName) const
+QString NetworkInterfaceConnectionSetting::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceConnectionSetting, this, tagName);
 }
@@ -43,7 +43,7 @@ void NetworkInterfaceConnectionSetting::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoNetworkInterfaceConnectionSetting, this, out, tagName);
 }
 
-void NetworkInterfaceConnectionSetting::deserialize(const QDomNode& node)
+void NetworkInterfaceConnectionSetting::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceConnectionSetting, this, node);
 }

@@ -37,7 +37,7 @@ NetworkInterfaceExtension::NetworkInterfaceExtension()
     ComplexType::construct(infoNetworkInterfaceExtension, this);
 }
 
-QString NetworkInterfaceExtension::serialize(const QString& tagName) const
+QString NetworkInterfaceExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceExtension, this, tagName);
 }
@@ -47,7 +47,7 @@ void NetworkInterfaceExtension::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoNetworkInterfaceExtension, this, out, tagName);
 }
 
-void NetworkInterfaceExtension::deserialize(const QDomNode& node)
+void NetworkInterfaceExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceExtension, this, node);
 }

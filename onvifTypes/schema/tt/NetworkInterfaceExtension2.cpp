@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNetworkInterfaceExtension2 = {
 
 } // namespace
 
-QString NetworkInterfaceExtension2::serialize(const QString& tagName) const
+QString NetworkInterfaceExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void NetworkInterfaceExtension2::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoNetworkInterfaceExtension2, this, out, tagName);
 }
 
-void NetworkInterfaceExtension2::deserialize(const QDomNode& node)
+void NetworkInterfaceExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceExtension2, this, node);
 }

@@ -32,7 +32,7 @@ NetworkInterfaceInfo::NetworkInterfaceInfo()
     ComplexType::construct(infoNetworkInterfaceInfo, this);
 }
 
-QString NetworkInterfaceInfo::serialize(const QString& tagName) const
+QString NetworkInterfaceInfo::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceInfo, this, tagName);
 }
@@ -42,7 +42,7 @@ void NetworkInterfaceInfo::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoNetworkInterfaceInfo, this, out, tagName);
 }
 
-void NetworkInterfaceInfo::deserialize(const QDomNode& node)
+void NetworkInterfaceInfo::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceInfo, this, node);
 }

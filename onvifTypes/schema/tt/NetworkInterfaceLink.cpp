@@ -33,7 +33,7 @@ NetworkInterfaceLink::NetworkInterfaceLink()
     ComplexType::construct(infoNetworkInterfaceLink, this);
 }
 
-QString NetworkInterfaceLink::serialize(const QString& tagName) const
+QString NetworkInterfaceLink::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceLink, this, tagName);
 }
@@ -43,7 +43,7 @@ void NetworkInterfaceLink::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoNetworkInterfaceLink, this, out, tagName);
 }
 
-void NetworkInterfaceLink::deserialize(const QDomNode& node)
+void NetworkInterfaceLink::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceLink, this, node);
 }

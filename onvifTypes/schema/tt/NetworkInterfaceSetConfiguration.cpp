@@ -37,7 +37,7 @@ const ComplexType::ClassInfo infoNetworkInterfaceSetConfiguration = {
 
 } // namespace
 
-QString NetworkInterfaceSetConfiguration::serialize(const QString& tagName) const
+QString NetworkInterfaceSetConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceSetConfiguration, this, tagName);
 }
@@ -47,7 +47,7 @@ void NetworkInterfaceSetConfiguration::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoNetworkInterfaceSetConfiguration, this, out, tagName);
 }
 
-void NetworkInterfaceSetConfiguration::deserialize(const QDomNode& node)
+void NetworkInterfaceSetConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceSetConfiguration, this, node);
 }

@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoNetworkInterfaceSetConfigurationExtension = {
 
 } // namespace
 
-QString NetworkInterfaceSetConfigurationExtension::serialize(const QString& tagName) const
+QString NetworkInterfaceSetConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceSetConfigurationExtension, this, tagName);
 }
@@ -40,7 +40,7 @@ void NetworkInterfaceSetConfigurationExtension::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoNetworkInterfaceSetConfigurationExtension, this, out, tagName);
 }
 
-void NetworkInterfaceSetConfigurationExtension::deserialize(const QDomNode& node)
+void NetworkInterfaceSetConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceSetConfigurationExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNetworkInterfaceSetConfigurationExtension2 = {
 
 } // namespace
 
-QString NetworkInterfaceSetConfigurationExtension2::serialize(const QString& tagName) const
+QString NetworkInterfaceSetConfigurationExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkInterfaceSetConfigurationExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void NetworkInterfaceSetConfigurationExtension2::serializeTo(QString& out, QLati
     ComplexType::serializeTo(infoNetworkInterfaceSetConfigurationExtension2, this, out, tagName);
 }
 
-void NetworkInterfaceSetConfigurationExtension2::deserialize(const QDomNode& node)
+void NetworkInterfaceSetConfigurationExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkInterfaceSetConfigurationExtension2, this, node);
 }

@@ -36,7 +36,7 @@ NetworkProtocol::NetworkProtocol()
     ComplexType::construct(infoNetworkProtocol, this);
 }
 
-QString NetworkProtocol::serialize(const QString& tagName) const
+QString NetworkProtocol::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkProtocol, this, tagName);
 }
@@ -46,7 +46,7 @@ void NetworkProtocol::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoNetworkProtocol, this, out, tagName);
 }
 
-void NetworkProtocol::deserialize(const QDomNode& node)
+void NetworkProtocol::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkProtocol, this, node);
 }

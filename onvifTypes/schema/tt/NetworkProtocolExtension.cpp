@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNetworkProtocolExtension = {
 
 } // namespace
 
-QString NetworkProtocolExtension::serialize(const QString& tagName) const
+QString NetworkProtocolExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkProtocolExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void NetworkProtocolExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoNetworkProtocolExtension, this, out, tagName);
 }
 
-void NetworkProtocolExtension::deserialize(const QDomNode& node)
+void NetworkProtocolExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkProtocolExtension, this, node);
 }

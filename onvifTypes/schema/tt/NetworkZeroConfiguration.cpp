@@ -35,7 +35,7 @@ NetworkZeroConfiguration::NetworkZeroConfiguration()
     ComplexType::construct(infoNetworkZeroConfiguration, this);
 }
 
-QString NetworkZeroConfiguration::serialize(const QString& tagName) const
+QString NetworkZeroConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkZeroConfiguration, this, tagName);
 }
@@ -45,7 +45,7 @@ void NetworkZeroConfiguration::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoNetworkZeroConfiguration, this, out, tagName);
 }
 
-void NetworkZeroConfiguration::deserialize(const QDomNode& node)
+void NetworkZeroConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkZeroConfiguration, this, node);
 }

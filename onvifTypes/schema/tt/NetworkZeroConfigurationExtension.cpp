@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoNetworkZeroConfigurationExtension = {
 
 } // namespace
 
-QString NetworkZeroConfigurationExtension::serialize(const QString& tagName) const
+QString NetworkZeroConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkZeroConfigurationExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void NetworkZeroConfigurationExtension::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoNetworkZeroConfigurationExtension, this, out, tagName);
 }
 
-void NetworkZeroConfigurationExtension::deserialize(const QDomNode& node)
+void NetworkZeroConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkZeroConfigurationExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoNetworkZeroConfigurationExtension2 = {
 
 } // namespace
 
-QString NetworkZeroConfigurationExtension2::serialize(const QString& tagName) const
+QString NetworkZeroConfigurationExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNetworkZeroConfigurationExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void NetworkZeroConfigurationExtension2::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoNetworkZeroConfigurationExtension2, this, out, tagName);
 }
 
-void NetworkZeroConfigurationExtension2::deserialize(const QDomNode& node)
+void NetworkZeroConfigurationExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNetworkZeroConfigurationExtension2, this, node);
 }

@@ -28,7 +28,7 @@ NoiseReduction::NoiseReduction()
     ComplexType::construct(infoNoiseReduction, this);
 }
 
-QString NoiseReduction::serialize(const QString& tagName) const
+QString NoiseReduction::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNoiseReduction, this, tagName);
 }
@@ -38,7 +38,7 @@ void NoiseReduction::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoNoiseReduction, this, out, tagName);
 }
 
-void NoiseReduction::deserialize(const QDomNode& node)
+void NoiseReduction::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNoiseReduction, this, node);
 }

@@ -28,7 +28,7 @@ NoiseReductionOptions::NoiseReductionOptions()
     ComplexType::construct(infoNoiseReductionOptions, this);
 }
 
-QString NoiseReductionOptions::serialize(const QString& tagName) const
+QString NoiseReductionOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNoiseReductionOptions, this, tagName);
 }
@@ -38,7 +38,7 @@ void NoiseReductionOptions::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoNoiseReductionOptions, this, out, tagName);
 }
 
-void NoiseReductionOptions::deserialize(const QDomNode& node)
+void NoiseReductionOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNoiseReductionOptions, this, node);
 }

@@ -31,7 +31,7 @@ OSDColor::OSDColor()
     ComplexType::construct(infoOSDColor, this);
 }
 
-QString OSDColor::serialize(const QString& tagName) const
+QString OSDColor::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDColor, this, tagName);
 }
@@ -41,7 +41,7 @@ void OSDColor::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDColor, this, out, tagName);
 }
 
-void OSDColor::deserialize(const QDomNode& node)
+void OSDColor::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDColor, this, node);
 }

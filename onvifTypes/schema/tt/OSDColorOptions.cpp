@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoOSDColorOptions = {
 
 } // namespace
 
-QString OSDColorOptions::serialize(const QString& tagName) const
+QString OSDColorOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDColorOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void OSDColorOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDColorOptions, this, out, tagName);
 }
 
-void OSDColorOptions::deserialize(const QDomNode& node)
+void OSDColorOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDColorOptions, this, node);
 }

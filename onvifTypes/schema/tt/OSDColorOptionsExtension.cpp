@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDColorOptionsExtension = {
 
 } // namespace
 
-QString OSDColorOptionsExtension::serialize(const QString& tagName) const
+QString OSDColorOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDColorOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDColorOptionsExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoOSDColorOptionsExtension, this, out, tagName);
 }
 
-void OSDColorOptionsExtension::deserialize(const QDomNode& node)
+void OSDColorOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDColorOptionsExtension, this, node);
 }

@@ -45,19 +45,21 @@ OSDConfiguration::OSDConfiguration()
     ComplexType::construct(infoOSDConfiguration, this);
 }
 
-QString OSDConfiguration::serialize(const QString& tagName) const
+QString OSDConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoOSDConfiguration, this, tagName, baseText);
 }
 
 void OSDConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoOSDConfiguration, this, out, tagName, baseText);
 }
 
-void OSDConfiguration::deserialize(const QDomNode& node)
+void OSDConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDConfigurationExtension = {
 
 } // namespace
 
-QString OSDConfigurationExtension::serialize(const QString& tagName) const
+QString OSDConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDConfigurationExtension::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoOSDConfigurationExtension, this, out, tagName);
 }
 
-void OSDConfigurationExtension::deserialize(const QDomNode& node)
+void OSDConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDConfigurationExtension, this, node);
 }

@@ -43,7 +43,7 @@ OSDConfigurationOptions::OSDConfigurationOptions()
     ComplexType::construct(infoOSDConfigurationOptions, this);
 }
 
-QString OSDConfigurationOptions::serialize(const QString& tagName) const
+QString OSDConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDConfigurationOptions, this, tagName);
 }
@@ -53,7 +53,7 @@ void OSDConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoOSDConfigurationOptions, this, out, tagName);
 }
 
-void OSDConfigurationOptions::deserialize(const QDomNode& node)
+void OSDConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDConfigurationOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDConfigurationOptionsExtension = {
 
 } // namespace
 
-QString OSDConfigurationOptionsExtension::serialize(const QString& tagName) const
+QString OSDConfigurationOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDConfigurationOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDConfigurationOptionsExtension::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoOSDConfigurationOptionsExtension, this, out, tagName);
 }
 
-void OSDConfigurationOptionsExtension::deserialize(const QDomNode& node)
+void OSDConfigurationOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDConfigurationOptionsExtension, this, node);
 }

@@ -31,7 +31,7 @@ OSDImgConfiguration::OSDImgConfiguration()
     ComplexType::construct(infoOSDImgConfiguration, this);
 }
 
-QString OSDImgConfiguration::serialize(const QString& tagName) const
+QString OSDImgConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDImgConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void OSDImgConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDImgConfiguration, this, out, tagName);
 }
 
-void OSDImgConfiguration::deserialize(const QDomNode& node)
+void OSDImgConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDImgConfigurationExtension = {
 
 } // namespace
 
-QString OSDImgConfigurationExtension::serialize(const QString& tagName) const
+QString OSDImgConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDImgConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDImgConfigurationExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoOSDImgConfigurationExtension, this, out, tagName);
 }
 
-void OSDImgConfigurationExtension::deserialize(const QDomNode& node)
+void OSDImgConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgConfigurationExtension, this, node);
 }

@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoOSDImgOptions = {
 
 } // namespace
 
-QString OSDImgOptions::serialize(const QString& tagName) const
+QString OSDImgOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDImgOptions, this, tagName);
 }
@@ -36,7 +36,7 @@ void OSDImgOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDImgOptions, this, out, tagName);
 }
 
-void OSDImgOptions::deserialize(const QDomNode& node)
+void OSDImgOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDImgOptionsExtension = {
 
 } // namespace
 
-QString OSDImgOptionsExtension::serialize(const QString& tagName) const
+QString OSDImgOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDImgOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDImgOptionsExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoOSDImgOptionsExtension, this, out, tagName);
 }
 
-void OSDImgOptionsExtension::deserialize(const QDomNode& node)
+void OSDImgOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDImgOptionsExtension, this, node);
 }

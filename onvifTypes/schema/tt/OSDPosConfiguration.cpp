@@ -34,7 +34,7 @@ OSDPosConfiguration::OSDPosConfiguration()
     ComplexType::construct(infoOSDPosConfiguration, this);
 }
 
-QString OSDPosConfiguration::serialize(const QString& tagName) const
+QString OSDPosConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDPosConfiguration, this, tagName);
 }
@@ -44,7 +44,7 @@ void OSDPosConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDPosConfiguration, this, out, tagName);
 }
 
-void OSDPosConfiguration::deserialize(const QDomNode& node)
+void OSDPosConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDPosConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDPosConfigurationExtension = {
 
 } // namespace
 
-QString OSDPosConfigurationExtension::serialize(const QString& tagName) const
+QString OSDPosConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDPosConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDPosConfigurationExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoOSDPosConfigurationExtension, this, out, tagName);
 }
 
-void OSDPosConfigurationExtension::deserialize(const QDomNode& node)
+void OSDPosConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDPosConfigurationExtension, this, node);
 }

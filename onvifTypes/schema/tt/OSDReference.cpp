@@ -28,7 +28,7 @@ OSDReference::OSDReference()
     ComplexType::construct(infoOSDReference, this);
 }
 
-QString OSDReference::serialize(const QString& tagName) const
+QString OSDReference::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDReference, this, tagName);
 }
@@ -38,7 +38,7 @@ void OSDReference::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDReference, this, out, tagName);
 }
 
-void OSDReference::deserialize(const QDomNode& node)
+void OSDReference::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDReference, this, node);
 }

@@ -44,7 +44,7 @@ OSDTextConfiguration::OSDTextConfiguration()
     ComplexType::construct(infoOSDTextConfiguration, this);
 }
 
-QString OSDTextConfiguration::serialize(const QString& tagName) const
+QString OSDTextConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDTextConfiguration, this, tagName);
 }
@@ -54,7 +54,7 @@ void OSDTextConfiguration::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoOSDTextConfiguration, this, out, tagName);
 }
 
-void OSDTextConfiguration::deserialize(const QDomNode& node)
+void OSDTextConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDTextConfigurationExtension = {
 
 } // namespace
 
-QString OSDTextConfigurationExtension::serialize(const QString& tagName) const
+QString OSDTextConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDTextConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDTextConfigurationExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoOSDTextConfigurationExtension, this, out, tagName);
 }
 
-void OSDTextConfigurationExtension::deserialize(const QDomNode& node)
+void OSDTextConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextConfigurationExtension, this, node);
 }

@@ -38,7 +38,7 @@ const ComplexType::ClassInfo infoOSDTextOptions = {
 
 } // namespace
 
-QString OSDTextOptions::serialize(const QString& tagName) const
+QString OSDTextOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDTextOptions, this, tagName);
 }
@@ -48,7 +48,7 @@ void OSDTextOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOSDTextOptions, this, out, tagName);
 }
 
-void OSDTextOptions::deserialize(const QDomNode& node)
+void OSDTextOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoOSDTextOptionsExtension = {
 
 } // namespace
 
-QString OSDTextOptionsExtension::serialize(const QString& tagName) const
+QString OSDTextOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOSDTextOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void OSDTextOptionsExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoOSDTextOptionsExtension, this, out, tagName);
 }
 
-void OSDTextOptionsExtension::deserialize(const QDomNode& node)
+void OSDTextOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOSDTextOptionsExtension, this, node);
 }

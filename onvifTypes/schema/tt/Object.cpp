@@ -31,19 +31,21 @@ const ComplexType::ClassInfo infoObject = {
 
 } // namespace
 
-QString Object::serialize(const QString& tagName) const
+QString Object::serialize(QString tagName)
 {
-    const QString baseText = tt::ObjectId::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ObjectId::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoObject, this, tagName, baseText);
 }
 
 void Object::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ObjectId::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ObjectId::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoObject, this, out, tagName, baseText);
 }
 
-void Object::deserialize(const QDomNode& node)
+void Object::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

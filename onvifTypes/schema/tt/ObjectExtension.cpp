@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoObjectExtension = {
 
 } // namespace
 
-QString ObjectExtension::serialize(const QString& tagName) const
+QString ObjectExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoObjectExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ObjectExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoObjectExtension, this, out, tagName);
 }
 
-void ObjectExtension::deserialize(const QDomNode& node)
+void ObjectExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoObjectExtension, this, node);
 }

@@ -23,7 +23,7 @@ const ComplexType::ClassInfo infoObjectId = {
 
 } // namespace
 
-QString ObjectId::serialize(const QString& tagName) const
+QString ObjectId::serialize(QString tagName)
 {
     return ComplexType::serialize(infoObjectId, this, tagName);
 }
@@ -33,7 +33,7 @@ void ObjectId::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoObjectId, this, out, tagName);
 }
 
-void ObjectId::deserialize(const QDomNode& node)
+void ObjectId::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoObjectId, this, node);
 }

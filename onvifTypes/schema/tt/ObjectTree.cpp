@@ -36,7 +36,7 @@ const ComplexType::ClassInfo infoObjectTree = {
 
 } // namespace
 
-QString ObjectTree::serialize(const QString& tagName) const
+QString ObjectTree::serialize(QString tagName)
 {
     return ComplexType::serialize(infoObjectTree, this, tagName);
 }
@@ -46,7 +46,7 @@ void ObjectTree::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoObjectTree, this, out, tagName);
 }
 
-void ObjectTree::deserialize(const QDomNode& node)
+void ObjectTree::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoObjectTree, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoObjectTreeExtension = {
 
 } // namespace
 
-QString ObjectTreeExtension::serialize(const QString& tagName) const
+QString ObjectTreeExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoObjectTreeExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ObjectTreeExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoObjectTreeExtension, this, out, tagName);
 }
 
-void ObjectTreeExtension::deserialize(const QDomNode& node)
+void ObjectTreeExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoObjectTreeExtension, this, node);
 }

@@ -30,7 +30,7 @@ OnvifVersion::OnvifVersion()
     ComplexType::construct(infoOnvifVersion, this);
 }
 
-QString OnvifVersion::serialize(const QString& tagName) const
+QString OnvifVersion::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOnvifVersion, this, tagName);
 }
@@ -40,7 +40,7 @@ void OnvifVersion::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOnvifVersion, this, out, tagName);
 }
 
-void OnvifVersion::deserialize(const QDomNode& node)
+void OnvifVersion::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOnvifVersion, this, node);
 }

@@ -30,7 +30,7 @@ OtherType::OtherType()
     ComplexType::construct(infoOtherType, this);
 }
 
-QString OtherType::serialize(const QString& tagName) const
+QString OtherType::serialize(QString tagName)
 {
     return ComplexType::serialize(infoOtherType, this, tagName);
 }
@@ -40,7 +40,7 @@ void OtherType::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoOtherType, this, out, tagName);
 }
 
-void OtherType::deserialize(const QDomNode& node)
+void OtherType::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoOtherType, this, node);
 }

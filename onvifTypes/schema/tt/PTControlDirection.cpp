@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoPTControlDirection = {
 
 } // namespace
 
-QString PTControlDirection::serialize(const QString& tagName) const
+QString PTControlDirection::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTControlDirection, this, tagName);
 }
@@ -40,7 +40,7 @@ void PTControlDirection::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTControlDirection, this, out, tagName);
 }
 
-void PTControlDirection::deserialize(const QDomNode& node)
+void PTControlDirection::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirection, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTControlDirectionExtension = {
 
 } // namespace
 
-QString PTControlDirectionExtension::serialize(const QString& tagName) const
+QString PTControlDirectionExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTControlDirectionExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTControlDirectionExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoPTControlDirectionExtension, this, out, tagName);
 }
 
-void PTControlDirectionExtension::deserialize(const QDomNode& node)
+void PTControlDirectionExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirectionExtension, this, node);
 }

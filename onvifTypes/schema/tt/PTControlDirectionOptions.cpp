@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoPTControlDirectionOptions = {
 
 } // namespace
 
-QString PTControlDirectionOptions::serialize(const QString& tagName) const
+QString PTControlDirectionOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTControlDirectionOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void PTControlDirectionOptions::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoPTControlDirectionOptions, this, out, tagName);
 }
 
-void PTControlDirectionOptions::deserialize(const QDomNode& node)
+void PTControlDirectionOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirectionOptions, this, node);
 }

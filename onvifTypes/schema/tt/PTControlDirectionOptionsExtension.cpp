@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTControlDirectionOptionsExtension = {
 
 } // namespace
 
-QString PTControlDirectionOptionsExtension::serialize(const QString& tagName) const
+QString PTControlDirectionOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTControlDirectionOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTControlDirectionOptionsExtension::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoPTControlDirectionOptionsExtension, this, out, tagName);
 }
 
-void PTControlDirectionOptionsExtension::deserialize(const QDomNode& node)
+void PTControlDirectionOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTControlDirectionOptionsExtension, this, node);
 }

@@ -28,7 +28,7 @@ PTZCapabilities::PTZCapabilities()
     ComplexType::construct(infoPTZCapabilities, this);
 }
 
-QString PTZCapabilities::serialize(const QString& tagName) const
+QString PTZCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZCapabilities, this, tagName);
 }
@@ -38,7 +38,7 @@ void PTZCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZCapabilities, this, out, tagName);
 }
 
-void PTZCapabilities::deserialize(const QDomNode& node)
+void PTZCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZCapabilities, this, node);
 }

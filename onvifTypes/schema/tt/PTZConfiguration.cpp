@@ -63,19 +63,21 @@ PTZConfiguration::PTZConfiguration()
     ComplexType::construct(infoPTZConfiguration, this);
 }
 
-QString PTZConfiguration::serialize(const QString& tagName) const
+QString PTZConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoPTZConfiguration, this, tagName, baseText);
 }
 
 void PTZConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoPTZConfiguration, this, out, tagName, baseText);
 }
 
-void PTZConfiguration::deserialize(const QDomNode& node)
+void PTZConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPTZConfigurationExtension = {
 
 } // namespace
 
-QString PTZConfigurationExtension::serialize(const QString& tagName) const
+QString PTZConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZConfigurationExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void PTZConfigurationExtension::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoPTZConfigurationExtension, this, out, tagName);
 }
 
-void PTZConfigurationExtension::deserialize(const QDomNode& node)
+void PTZConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZConfigurationExtension2 = {
 
 } // namespace
 
-QString PTZConfigurationExtension2::serialize(const QString& tagName) const
+QString PTZConfigurationExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZConfigurationExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZConfigurationExtension2::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoPTZConfigurationExtension2, this, out, tagName);
 }
 
-void PTZConfigurationExtension2::deserialize(const QDomNode& node)
+void PTZConfigurationExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationExtension2, this, node);
 }

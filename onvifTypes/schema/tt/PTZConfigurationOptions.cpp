@@ -40,7 +40,7 @@ PTZConfigurationOptions::PTZConfigurationOptions()
     ComplexType::construct(infoPTZConfigurationOptions, this);
 }
 
-QString PTZConfigurationOptions::serialize(const QString& tagName) const
+QString PTZConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZConfigurationOptions, this, tagName);
 }
@@ -50,7 +50,7 @@ void PTZConfigurationOptions::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoPTZConfigurationOptions, this, out, tagName);
 }
 
-void PTZConfigurationOptions::deserialize(const QDomNode& node)
+void PTZConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationOptions, this, node);
 }

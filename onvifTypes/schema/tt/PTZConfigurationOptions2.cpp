@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZConfigurationOptions2 = {
 
 } // namespace
 
-QString PTZConfigurationOptions2::serialize(const QString& tagName) const
+QString PTZConfigurationOptions2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZConfigurationOptions2, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZConfigurationOptions2::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoPTZConfigurationOptions2, this, out, tagName);
 }
 
-void PTZConfigurationOptions2::deserialize(const QDomNode& node)
+void PTZConfigurationOptions2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZConfigurationOptions2, this, node);
 }

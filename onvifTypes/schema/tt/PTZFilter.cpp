@@ -30,7 +30,7 @@ PTZFilter::PTZFilter()
     ComplexType::construct(infoPTZFilter, this);
 }
 
-QString PTZFilter::serialize(const QString& tagName) const
+QString PTZFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZFilter, this, tagName);
 }
@@ -40,7 +40,7 @@ void PTZFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZFilter, this, out, tagName);
 }
 
-void PTZFilter::deserialize(const QDomNode& node)
+void PTZFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZFilter, this, node);
 }

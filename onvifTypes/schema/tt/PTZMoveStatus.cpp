@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoPTZMoveStatus = {
 
 } // namespace
 
-QString PTZMoveStatus::serialize(const QString& tagName) const
+QString PTZMoveStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZMoveStatus, this, tagName);
 }
@@ -36,7 +36,7 @@ void PTZMoveStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZMoveStatus, this, out, tagName);
 }
 
-void PTZMoveStatus::deserialize(const QDomNode& node)
+void PTZMoveStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZMoveStatus, this, node);
 }

@@ -43,19 +43,21 @@ PTZNode::PTZNode()
     ComplexType::construct(infoPTZNode, this);
 }
 
-QString PTZNode::serialize(const QString& tagName) const
+QString PTZNode::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoPTZNode, this, tagName, baseText);
 }
 
 void PTZNode::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoPTZNode, this, out, tagName, baseText);
 }
 
-void PTZNode::deserialize(const QDomNode& node)
+void PTZNode::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

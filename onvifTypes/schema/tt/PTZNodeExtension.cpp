@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPTZNodeExtension = {
 
 } // namespace
 
-QString PTZNodeExtension::serialize(const QString& tagName) const
+QString PTZNodeExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZNodeExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void PTZNodeExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZNodeExtension, this, out, tagName);
 }
 
-void PTZNodeExtension::deserialize(const QDomNode& node)
+void PTZNodeExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZNodeExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZNodeExtension2 = {
 
 } // namespace
 
-QString PTZNodeExtension2::serialize(const QString& tagName) const
+QString PTZNodeExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZNodeExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZNodeExtension2::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZNodeExtension2, this, out, tagName);
 }
 
-void PTZNodeExtension2::deserialize(const QDomNode& node)
+void PTZNodeExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZNodeExtension2, this, node);
 }

@@ -33,7 +33,7 @@ PTZPositionFilter::PTZPositionFilter()
     ComplexType::construct(infoPTZPositionFilter, this);
 }
 
-QString PTZPositionFilter::serialize(const QString& tagName) const
+QString PTZPositionFilter::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPositionFilter, this, tagName);
 }
@@ -43,7 +43,7 @@ void PTZPositionFilter::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZPositionFilter, this, out, tagName);
 }
 
-void PTZPositionFilter::deserialize(const QDomNode& node)
+void PTZPositionFilter::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPositionFilter, this, node);
 }

@@ -28,7 +28,7 @@ const ComplexType::ClassInfo infoPTZPreset = {
 
 } // namespace
 
-QString PTZPreset::serialize(const QString& tagName) const
+QString PTZPreset::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPreset, this, tagName);
 }
@@ -38,7 +38,7 @@ void PTZPreset::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZPreset, this, out, tagName);
 }
 
-void PTZPreset::deserialize(const QDomNode& node)
+void PTZPreset::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPreset, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourExtension = {
 
 } // namespace
 
-QString PTZPresetTourExtension::serialize(const QString& tagName) const
+QString PTZPresetTourExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoPTZPresetTourExtension, this, out, tagName);
 }
 
-void PTZPresetTourExtension::deserialize(const QDomNode& node)
+void PTZPresetTourExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourExtension, this, node);
 }

@@ -34,7 +34,7 @@ PTZPresetTourOptions::PTZPresetTourOptions()
     ComplexType::construct(infoPTZPresetTourOptions, this);
 }
 
-QString PTZPresetTourOptions::serialize(const QString& tagName) const
+QString PTZPresetTourOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourOptions, this, tagName);
 }
@@ -44,7 +44,7 @@ void PTZPresetTourOptions::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoPTZPresetTourOptions, this, out, tagName);
 }
 
-void PTZPresetTourOptions::deserialize(const QDomNode& node)
+void PTZPresetTourOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourOptions, this, node);
 }

@@ -31,7 +31,7 @@ const ComplexType::ClassInfo infoPTZPresetTourPresetDetail = {
 
 } // namespace
 
-QString PTZPresetTourPresetDetail::serialize(const QString& tagName) const
+QString PTZPresetTourPresetDetail::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourPresetDetail, this, tagName);
 }
@@ -41,7 +41,7 @@ void PTZPresetTourPresetDetail::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoPTZPresetTourPresetDetail, this, out, tagName);
 }
 
-void PTZPresetTourPresetDetail::deserialize(const QDomNode& node)
+void PTZPresetTourPresetDetail::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourPresetDetail, this, node);
 }

@@ -34,7 +34,7 @@ const ComplexType::ClassInfo infoPTZPresetTourPresetDetailOptions = {
 
 } // namespace
 
-QString PTZPresetTourPresetDetailOptions::serialize(const QString& tagName) const
+QString PTZPresetTourPresetDetailOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourPresetDetailOptions, this, tagName);
 }
@@ -44,7 +44,7 @@ void PTZPresetTourPresetDetailOptions::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoPTZPresetTourPresetDetailOptions, this, out, tagName);
 }
 
-void PTZPresetTourPresetDetailOptions::deserialize(const QDomNode& node)
+void PTZPresetTourPresetDetailOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourPresetDetailOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourPresetDetailOptionsExtension = {
 
 } // namespace
 
-QString PTZPresetTourPresetDetailOptionsExtension::serialize(const QString& tagName) const
+QString PTZPresetTourPresetDetailOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourPresetDetailOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourPresetDetailOptionsExtension::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoPTZPresetTourPresetDetailOptionsExtension, this, out, tagName);
 }
 
-void PTZPresetTourPresetDetailOptionsExtension::deserialize(const QDomNode& node)
+void PTZPresetTourPresetDetailOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourPresetDetailOptionsExtension, this, node);
 }

@@ -37,7 +37,7 @@ PTZPresetTourSpot::PTZPresetTourSpot()
     ComplexType::construct(infoPTZPresetTourSpot, this);
 }
 
-QString PTZPresetTourSpot::serialize(const QString& tagName) const
+QString PTZPresetTourSpot::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourSpot, this, tagName);
 }
@@ -47,7 +47,7 @@ void PTZPresetTourSpot::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZPresetTourSpot, this, out, tagName);
 }
 
-void PTZPresetTourSpot::deserialize(const QDomNode& node)
+void PTZPresetTourSpot::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSpot, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourSpotExtension = {
 
 } // namespace
 
-QString PTZPresetTourSpotExtension::serialize(const QString& tagName) const
+QString PTZPresetTourSpotExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourSpotExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourSpotExtension::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoPTZPresetTourSpotExtension, this, out, tagName);
 }
 
-void PTZPresetTourSpotExtension::deserialize(const QDomNode& node)
+void PTZPresetTourSpotExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSpotExtension, this, node);
 }

@@ -32,7 +32,7 @@ PTZPresetTourSpotOptions::PTZPresetTourSpotOptions()
     ComplexType::construct(infoPTZPresetTourSpotOptions, this);
 }
 
-QString PTZPresetTourSpotOptions::serialize(const QString& tagName) const
+QString PTZPresetTourSpotOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourSpotOptions, this, tagName);
 }
@@ -42,7 +42,7 @@ void PTZPresetTourSpotOptions::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoPTZPresetTourSpotOptions, this, out, tagName);
 }
 
-void PTZPresetTourSpotOptions::deserialize(const QDomNode& node)
+void PTZPresetTourSpotOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSpotOptions, this, node);
 }

@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoPTZPresetTourStartingCondition = {
 
 } // namespace
 
-QString PTZPresetTourStartingCondition::serialize(const QString& tagName) const
+QString PTZPresetTourStartingCondition::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourStartingCondition, this, tagName);
 }
@@ -43,7 +43,7 @@ void PTZPresetTourStartingCondition::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoPTZPresetTourStartingCondition, this, out, tagName);
 }
 
-void PTZPresetTourStartingCondition::deserialize(const QDomNode& node)
+void PTZPresetTourStartingCondition::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingCondition, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourStartingConditionExtension = {
 
 } // namespace
 
-QString PTZPresetTourStartingConditionExtension::serialize(const QString& tagName) const
+QString PTZPresetTourStartingConditionExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourStartingConditionExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourStartingConditionExtension::serializeTo(QString& out, QLatin1S
     ComplexType::serializeTo(infoPTZPresetTourStartingConditionExtension, this, out, tagName);
 }
 
-void PTZPresetTourStartingConditionExtension::deserialize(const QDomNode& node)
+void PTZPresetTourStartingConditionExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingConditionExtension, this, node);
 }

@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoPTZPresetTourStartingConditionOptions = {
 
 } // namespace
 
-QString PTZPresetTourStartingConditionOptions::serialize(const QString& tagName) const
+QString PTZPresetTourStartingConditionOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourStartingConditionOptions, this, tagName);
 }
@@ -43,7 +43,7 @@ void PTZPresetTourStartingConditionOptions::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoPTZPresetTourStartingConditionOptions, this, out, tagName);
 }
 
-void PTZPresetTourStartingConditionOptions::deserialize(const QDomNode& node)
+void PTZPresetTourStartingConditionOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingConditionOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourStartingConditionOptionsExtension 
 
 } // namespace
 
-QString PTZPresetTourStartingConditionOptionsExtension::serialize(const QString& tagName) const
+QString PTZPresetTourStartingConditionOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourStartingConditionOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourStartingConditionOptionsExtension::serializeTo(QString& out, Q
     ComplexType::serializeTo(infoPTZPresetTourStartingConditionOptionsExtension, this, out, tagName);
 }
 
-void PTZPresetTourStartingConditionOptionsExtension::deserialize(const QDomNode& node)
+void PTZPresetTourStartingConditionOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStartingConditionOptionsExtension, this, node);
 }

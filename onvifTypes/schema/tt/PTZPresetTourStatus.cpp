@@ -35,7 +35,7 @@ PTZPresetTourStatus::PTZPresetTourStatus()
     ComplexType::construct(infoPTZPresetTourStatus, this);
 }
 
-QString PTZPresetTourStatus::serialize(const QString& tagName) const
+QString PTZPresetTourStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourStatus, this, tagName);
 }
@@ -45,7 +45,7 @@ void PTZPresetTourStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZPresetTourStatus, this, out, tagName);
 }
 
-void PTZPresetTourStatus::deserialize(const QDomNode& node)
+void PTZPresetTourStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStatus, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourStatusExtension = {
 
 } // namespace
 
-QString PTZPresetTourStatusExtension::serialize(const QString& tagName) const
+QString PTZPresetTourStatusExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourStatusExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourStatusExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoPTZPresetTourStatusExtension, this, out, tagName);
 }
 
-void PTZPresetTourStatusExtension::deserialize(const QDomNode& node)
+void PTZPresetTourStatusExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourStatusExtension, this, node);
 }

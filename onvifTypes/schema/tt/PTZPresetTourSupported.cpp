@@ -34,7 +34,7 @@ PTZPresetTourSupported::PTZPresetTourSupported()
     ComplexType::construct(infoPTZPresetTourSupported, this);
 }
 
-QString PTZPresetTourSupported::serialize(const QString& tagName) const
+QString PTZPresetTourSupported::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourSupported, this, tagName);
 }
@@ -44,7 +44,7 @@ void PTZPresetTourSupported::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoPTZPresetTourSupported, this, out, tagName);
 }
 
-void PTZPresetTourSupported::deserialize(const QDomNode& node)
+void PTZPresetTourSupported::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSupported, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourSupportedExtension = {
 
 } // namespace
 
-QString PTZPresetTourSupportedExtension::serialize(const QString& tagName) const
+QString PTZPresetTourSupportedExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourSupportedExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourSupportedExtension::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoPTZPresetTourSupportedExtension, this, out, tagName);
 }
 
-void PTZPresetTourSupportedExtension::deserialize(const QDomNode& node)
+void PTZPresetTourSupportedExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourSupportedExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZPresetTourTypeExtension = {
 
 } // namespace
 
-QString PTZPresetTourTypeExtension::serialize(const QString& tagName) const
+QString PTZPresetTourTypeExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZPresetTourTypeExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZPresetTourTypeExtension::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoPTZPresetTourTypeExtension, this, out, tagName);
 }
 
-void PTZPresetTourTypeExtension::deserialize(const QDomNode& node)
+void PTZPresetTourTypeExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZPresetTourTypeExtension, this, node);
 }

@@ -42,7 +42,7 @@ const ComplexType::ClassInfo infoPTZSpaces = {
 
 } // namespace
 
-QString PTZSpaces::serialize(const QString& tagName) const
+QString PTZSpaces::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZSpaces, this, tagName);
 }
@@ -52,7 +52,7 @@ void PTZSpaces::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZSpaces, this, out, tagName);
 }
 
-void PTZSpaces::deserialize(const QDomNode& node)
+void PTZSpaces::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZSpaces, this, node);
 }

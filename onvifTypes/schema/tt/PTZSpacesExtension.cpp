@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZSpacesExtension = {
 
 } // namespace
 
-QString PTZSpacesExtension::serialize(const QString& tagName) const
+QString PTZSpacesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZSpacesExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZSpacesExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZSpacesExtension, this, out, tagName);
 }
 
-void PTZSpacesExtension::deserialize(const QDomNode& node)
+void PTZSpacesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZSpacesExtension, this, node);
 }

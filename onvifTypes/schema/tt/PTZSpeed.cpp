@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPTZSpeed = {
 
 } // namespace
 
-QString PTZSpeed::serialize(const QString& tagName) const
+QString PTZSpeed::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZSpeed, this, tagName);
 }
@@ -37,7 +37,7 @@ void PTZSpeed::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZSpeed, this, out, tagName);
 }
 
-void PTZSpeed::deserialize(const QDomNode& node)
+void PTZSpeed::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZSpeed, this, node);
 }

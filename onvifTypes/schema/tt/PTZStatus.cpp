@@ -36,7 +36,7 @@ PTZStatus::PTZStatus()
     ComplexType::construct(infoPTZStatus, this);
 }
 
-QString PTZStatus::serialize(const QString& tagName) const
+QString PTZStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZStatus, this, tagName);
 }
@@ -46,7 +46,7 @@ void PTZStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZStatus, this, out, tagName);
 }
 
-void PTZStatus::deserialize(const QDomNode& node)
+void PTZStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStatus, this, node);
 }

@@ -37,7 +37,7 @@ PTZStatusFilterOptions::PTZStatusFilterOptions()
     ComplexType::construct(infoPTZStatusFilterOptions, this);
 }
 
-QString PTZStatusFilterOptions::serialize(const QString& tagName) const
+QString PTZStatusFilterOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZStatusFilterOptions, this, tagName);
 }
@@ -47,7 +47,7 @@ void PTZStatusFilterOptions::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoPTZStatusFilterOptions, this, out, tagName);
 }
 
-void PTZStatusFilterOptions::deserialize(const QDomNode& node)
+void PTZStatusFilterOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStatusFilterOptions, this, node);
 }

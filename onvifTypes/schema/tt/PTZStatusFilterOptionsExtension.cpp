@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZStatusFilterOptionsExtension = {
 
 } // namespace
 
-QString PTZStatusFilterOptionsExtension::serialize(const QString& tagName) const
+QString PTZStatusFilterOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZStatusFilterOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZStatusFilterOptionsExtension::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoPTZStatusFilterOptionsExtension, this, out, tagName);
 }
 
-void PTZStatusFilterOptionsExtension::deserialize(const QDomNode& node)
+void PTZStatusFilterOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStatusFilterOptionsExtension, this, node);
 }

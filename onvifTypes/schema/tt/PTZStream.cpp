@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPTZStream = {
 
 } // namespace
 
-QString PTZStream::serialize(const QString& tagName) const
+QString PTZStream::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZStream, this, tagName);
 }
@@ -37,7 +37,7 @@ void PTZStream::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZStream, this, out, tagName);
 }
 
-void PTZStream::deserialize(const QDomNode& node)
+void PTZStream::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStream, this, node);
 }

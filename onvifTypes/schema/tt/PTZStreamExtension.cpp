@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPTZStreamExtension = {
 
 } // namespace
 
-QString PTZStreamExtension::serialize(const QString& tagName) const
+QString PTZStreamExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZStreamExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PTZStreamExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZStreamExtension, this, out, tagName);
 }
 
-void PTZStreamExtension::deserialize(const QDomNode& node)
+void PTZStreamExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZStreamExtension, this, node);
 }

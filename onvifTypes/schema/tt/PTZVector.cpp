@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPTZVector = {
 
 } // namespace
 
-QString PTZVector::serialize(const QString& tagName) const
+QString PTZVector::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPTZVector, this, tagName);
 }
@@ -37,7 +37,7 @@ void PTZVector::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPTZVector, this, out, tagName);
 }
 
-void PTZVector::deserialize(const QDomNode& node)
+void PTZVector::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPTZVector, this, node);
 }

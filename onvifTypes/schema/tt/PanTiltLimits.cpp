@@ -29,7 +29,7 @@ PanTiltLimits::PanTiltLimits()
     ComplexType::construct(infoPanTiltLimits, this);
 }
 
-QString PanTiltLimits::serialize(const QString& tagName) const
+QString PanTiltLimits::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPanTiltLimits, this, tagName);
 }
@@ -39,7 +39,7 @@ void PanTiltLimits::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPanTiltLimits, this, out, tagName);
 }
 
-void PanTiltLimits::deserialize(const QDomNode& node)
+void PanTiltLimits::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPanTiltLimits, this, node);
 }

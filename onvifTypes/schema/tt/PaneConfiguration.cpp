@@ -39,7 +39,7 @@ PaneConfiguration::PaneConfiguration()
     ComplexType::construct(infoPaneConfiguration, this);
 }
 
-QString PaneConfiguration::serialize(const QString& tagName) const
+QString PaneConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPaneConfiguration, this, tagName);
 }
@@ -49,7 +49,7 @@ void PaneConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPaneConfiguration, this, out, tagName);
 }
 
-void PaneConfiguration::deserialize(const QDomNode& node)
+void PaneConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPaneConfiguration, this, node);
 }

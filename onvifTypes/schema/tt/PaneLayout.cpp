@@ -31,7 +31,7 @@ PaneLayout::PaneLayout()
     ComplexType::construct(infoPaneLayout, this);
 }
 
-QString PaneLayout::serialize(const QString& tagName) const
+QString PaneLayout::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPaneLayout, this, tagName);
 }
@@ -41,7 +41,7 @@ void PaneLayout::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPaneLayout, this, out, tagName);
 }
 
-void PaneLayout::deserialize(const QDomNode& node)
+void PaneLayout::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPaneLayout, this, node);
 }

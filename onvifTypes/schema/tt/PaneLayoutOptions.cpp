@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPaneLayoutOptions = {
 
 } // namespace
 
-QString PaneLayoutOptions::serialize(const QString& tagName) const
+QString PaneLayoutOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPaneLayoutOptions, this, tagName);
 }
@@ -37,7 +37,7 @@ void PaneLayoutOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPaneLayoutOptions, this, out, tagName);
 }
 
-void PaneLayoutOptions::deserialize(const QDomNode& node)
+void PaneLayoutOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPaneLayoutOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPaneOptionExtension = {
 
 } // namespace
 
-QString PaneOptionExtension::serialize(const QString& tagName) const
+QString PaneOptionExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPaneOptionExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PaneOptionExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPaneOptionExtension, this, out, tagName);
 }
 
-void PaneOptionExtension::deserialize(const QDomNode& node)
+void PaneOptionExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPaneOptionExtension, this, node);
 }

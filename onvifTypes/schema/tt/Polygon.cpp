@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoPolygon = {
 
 } // namespace
 
-QString Polygon::serialize(const QString& tagName) const
+QString Polygon::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPolygon, this, tagName);
 }
@@ -34,7 +34,7 @@ void Polygon::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPolygon, this, out, tagName);
 }
 
-void Polygon::deserialize(const QDomNode& node)
+void Polygon::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPolygon, this, node);
 }

@@ -29,7 +29,7 @@ PolygonConfiguration::PolygonConfiguration()
     ComplexType::construct(infoPolygonConfiguration, this);
 }
 
-QString PolygonConfiguration::serialize(const QString& tagName) const
+QString PolygonConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPolygonConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void PolygonConfiguration::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoPolygonConfiguration, this, out, tagName);
 }
 
-void PolygonConfiguration::deserialize(const QDomNode& node)
+void PolygonConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPolygonConfiguration, this, node);
 }

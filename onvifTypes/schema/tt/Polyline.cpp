@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoPolyline = {
 
 } // namespace
 
-QString Polyline::serialize(const QString& tagName) const
+QString Polyline::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPolyline, this, tagName);
 }
@@ -34,7 +34,7 @@ void Polyline::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPolyline, this, out, tagName);
 }
 
-void Polyline::deserialize(const QDomNode& node)
+void Polyline::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPolyline, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoPolylineArray = {
 
 } // namespace
 
-QString PolylineArray::serialize(const QString& tagName) const
+QString PolylineArray::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPolylineArray, this, tagName);
 }
@@ -37,7 +37,7 @@ void PolylineArray::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPolylineArray, this, out, tagName);
 }
 
-void PolylineArray::deserialize(const QDomNode& node)
+void PolylineArray::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPolylineArray, this, node);
 }

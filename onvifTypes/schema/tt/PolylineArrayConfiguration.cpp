@@ -29,7 +29,7 @@ PolylineArrayConfiguration::PolylineArrayConfiguration()
     ComplexType::construct(infoPolylineArrayConfiguration, this);
 }
 
-QString PolylineArrayConfiguration::serialize(const QString& tagName) const
+QString PolylineArrayConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPolylineArrayConfiguration, this, tagName);
 }
@@ -39,7 +39,7 @@ void PolylineArrayConfiguration::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoPolylineArrayConfiguration, this, out, tagName);
 }
 
-void PolylineArrayConfiguration::deserialize(const QDomNode& node)
+void PolylineArrayConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPolylineArrayConfiguration, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoPolylineArrayExtension = {
 
 } // namespace
 
-QString PolylineArrayExtension::serialize(const QString& tagName) const
+QString PolylineArrayExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPolylineArrayExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void PolylineArrayExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoPolylineArrayExtension, this, out, tagName);
 }
 
-void PolylineArrayExtension::deserialize(const QDomNode& node)
+void PolylineArrayExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPolylineArrayExtension, this, node);
 }

@@ -30,7 +30,7 @@ PrefixedIPv4Address::PrefixedIPv4Address()
     ComplexType::construct(infoPrefixedIPv4Address, this);
 }
 
-QString PrefixedIPv4Address::serialize(const QString& tagName) const
+QString PrefixedIPv4Address::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPrefixedIPv4Address, this, tagName);
 }
@@ -40,7 +40,7 @@ void PrefixedIPv4Address::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPrefixedIPv4Address, this, out, tagName);
 }
 
-void PrefixedIPv4Address::deserialize(const QDomNode& node)
+void PrefixedIPv4Address::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPrefixedIPv4Address, this, node);
 }

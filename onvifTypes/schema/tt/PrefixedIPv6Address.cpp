@@ -30,7 +30,7 @@ PrefixedIPv6Address::PrefixedIPv6Address()
     ComplexType::construct(infoPrefixedIPv6Address, this);
 }
 
-QString PrefixedIPv6Address::serialize(const QString& tagName) const
+QString PrefixedIPv6Address::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPrefixedIPv6Address, this, tagName);
 }
@@ -40,7 +40,7 @@ void PrefixedIPv6Address::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPrefixedIPv6Address, this, out, tagName);
 }
 
-void PrefixedIPv6Address::deserialize(const QDomNode& node)
+void PrefixedIPv6Address::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPrefixedIPv6Address, this, node);
 }

@@ -44,7 +44,7 @@ PresetTour::PresetTour()
     ComplexType::construct(infoPresetTour, this);
 }
 
-QString PresetTour::serialize(const QString& tagName) const
+QString PresetTour::serialize(QString tagName)
 {
     return ComplexType::serialize(infoPresetTour, this, tagName);
 }
@@ -54,7 +54,7 @@ void PresetTour::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoPresetTour, this, out, tagName);
 }
 
-void PresetTour::deserialize(const QDomNode& node)
+void PresetTour::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoPresetTour, this, node);
 }

@@ -56,7 +56,7 @@ Profile::Profile()
     ComplexType::construct(infoProfile, this);
 }
 
-QString Profile::serialize(const QString& tagName) const
+QString Profile::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfile, this, tagName);
 }
@@ -66,7 +66,7 @@ void Profile::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoProfile, this, out, tagName);
 }
 
-void Profile::deserialize(const QDomNode& node)
+void Profile::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfile, this, node);
 }

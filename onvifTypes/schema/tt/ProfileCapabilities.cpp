@@ -28,7 +28,7 @@ ProfileCapabilities::ProfileCapabilities()
     ComplexType::construct(infoProfileCapabilities, this);
 }
 
-QString ProfileCapabilities::serialize(const QString& tagName) const
+QString ProfileCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfileCapabilities, this, tagName);
 }
@@ -38,7 +38,7 @@ void ProfileCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoProfileCapabilities, this, out, tagName);
 }
 
-void ProfileCapabilities::deserialize(const QDomNode& node)
+void ProfileCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfileCapabilities, this, node);
 }

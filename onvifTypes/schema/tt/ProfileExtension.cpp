@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoProfileExtension = {
 
 } // namespace
 
-QString ProfileExtension::serialize(const QString& tagName) const
+QString ProfileExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfileExtension, this, tagName);
 }
@@ -40,7 +40,7 @@ void ProfileExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoProfileExtension, this, out, tagName);
 }
 
-void ProfileExtension::deserialize(const QDomNode& node)
+void ProfileExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfileExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoProfileExtension2 = {
 
 } // namespace
 
-QString ProfileExtension2::serialize(const QString& tagName) const
+QString ProfileExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfileExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void ProfileExtension2::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoProfileExtension2, this, out, tagName);
 }
 
-void ProfileExtension2::deserialize(const QDomNode& node)
+void ProfileExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfileExtension2, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoProfileStatus = {
 
 } // namespace
 
-QString ProfileStatus::serialize(const QString& tagName) const
+QString ProfileStatus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfileStatus, this, tagName);
 }
@@ -37,7 +37,7 @@ void ProfileStatus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoProfileStatus, this, out, tagName);
 }
 
-void ProfileStatus::deserialize(const QDomNode& node)
+void ProfileStatus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfileStatus, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoProfileStatusExtension = {
 
 } // namespace
 
-QString ProfileStatusExtension::serialize(const QString& tagName) const
+QString ProfileStatusExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoProfileStatusExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ProfileStatusExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoProfileStatusExtension, this, out, tagName);
 }
 
-void ProfileStatusExtension::deserialize(const QDomNode& node)
+void ProfileStatusExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoProfileStatusExtension, this, node);
 }

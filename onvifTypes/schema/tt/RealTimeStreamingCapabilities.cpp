@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoRealTimeStreamingCapabilities = {
 
 } // namespace
 
-QString RealTimeStreamingCapabilities::serialize(const QString& tagName) const
+QString RealTimeStreamingCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRealTimeStreamingCapabilities, this, tagName);
 }
@@ -40,7 +40,7 @@ void RealTimeStreamingCapabilities::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoRealTimeStreamingCapabilities, this, out, tagName);
 }
 
-void RealTimeStreamingCapabilities::deserialize(const QDomNode& node)
+void RealTimeStreamingCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRealTimeStreamingCapabilities, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRealTimeStreamingCapabilitiesExtension = {
 
 } // namespace
 
-QString RealTimeStreamingCapabilitiesExtension::serialize(const QString& tagName) const
+QString RealTimeStreamingCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRealTimeStreamingCapabilitiesExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RealTimeStreamingCapabilitiesExtension::serializeTo(QString& out, QLatin1St
     ComplexType::serializeTo(infoRealTimeStreamingCapabilitiesExtension, this, out, tagName);
 }
 
-void RealTimeStreamingCapabilitiesExtension::deserialize(const QDomNode& node)
+void RealTimeStreamingCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRealTimeStreamingCapabilitiesExtension, this, node);
 }

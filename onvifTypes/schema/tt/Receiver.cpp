@@ -31,7 +31,7 @@ Receiver::Receiver()
     ComplexType::construct(infoReceiver, this);
 }
 
-QString Receiver::serialize(const QString& tagName) const
+QString Receiver::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReceiver, this, tagName);
 }
@@ -41,7 +41,7 @@ void Receiver::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoReceiver, this, out, tagName);
 }
 
-void Receiver::deserialize(const QDomNode& node)
+void Receiver::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReceiver, this, node);
 }

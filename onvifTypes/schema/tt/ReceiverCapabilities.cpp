@@ -38,7 +38,7 @@ ReceiverCapabilities::ReceiverCapabilities()
     ComplexType::construct(infoReceiverCapabilities, this);
 }
 
-QString ReceiverCapabilities::serialize(const QString& tagName) const
+QString ReceiverCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReceiverCapabilities, this, tagName);
 }
@@ -48,7 +48,7 @@ void ReceiverCapabilities::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoReceiverCapabilities, this, out, tagName);
 }
 
-void ReceiverCapabilities::deserialize(const QDomNode& node)
+void ReceiverCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReceiverCapabilities, this, node);
 }

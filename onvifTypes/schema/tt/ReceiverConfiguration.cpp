@@ -34,7 +34,7 @@ ReceiverConfiguration::ReceiverConfiguration()
     ComplexType::construct(infoReceiverConfiguration, this);
 }
 
-QString ReceiverConfiguration::serialize(const QString& tagName) const
+QString ReceiverConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReceiverConfiguration, this, tagName);
 }
@@ -44,7 +44,7 @@ void ReceiverConfiguration::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoReceiverConfiguration, this, out, tagName);
 }
 
-void ReceiverConfiguration::deserialize(const QDomNode& node)
+void ReceiverConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReceiverConfiguration, this, node);
 }

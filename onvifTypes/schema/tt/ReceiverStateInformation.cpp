@@ -31,7 +31,7 @@ ReceiverStateInformation::ReceiverStateInformation()
     ComplexType::construct(infoReceiverStateInformation, this);
 }
 
-QString ReceiverStateInformation::serialize(const QString& tagName) const
+QString ReceiverStateInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReceiverStateInformation, this, tagName);
 }
@@ -41,7 +41,7 @@ void ReceiverStateInformation::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoReceiverStateInformation, this, out, tagName);
 }
 
-void ReceiverStateInformation::deserialize(const QDomNode& node)
+void ReceiverStateInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReceiverStateInformation, this, node);
 }

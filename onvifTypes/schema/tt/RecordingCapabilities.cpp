@@ -38,7 +38,7 @@ RecordingCapabilities::RecordingCapabilities()
     ComplexType::construct(infoRecordingCapabilities, this);
 }
 
-QString RecordingCapabilities::serialize(const QString& tagName) const
+QString RecordingCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingCapabilities, this, tagName);
 }
@@ -48,7 +48,7 @@ void RecordingCapabilities::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoRecordingCapabilities, this, out, tagName);
 }
 
-void RecordingCapabilities::deserialize(const QDomNode& node)
+void RecordingCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingCapabilities, this, node);
 }

@@ -33,7 +33,7 @@ RecordingConfiguration::RecordingConfiguration()
     ComplexType::construct(infoRecordingConfiguration, this);
 }
 
-QString RecordingConfiguration::serialize(const QString& tagName) const
+QString RecordingConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingConfiguration, this, tagName);
 }
@@ -43,7 +43,7 @@ void RecordingConfiguration::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoRecordingConfiguration, this, out, tagName);
 }
 
-void RecordingConfiguration::deserialize(const QDomNode& node)
+void RecordingConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingConfiguration, this, node);
 }

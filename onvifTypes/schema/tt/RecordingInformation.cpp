@@ -43,7 +43,7 @@ RecordingInformation::RecordingInformation()
     ComplexType::construct(infoRecordingInformation, this);
 }
 
-QString RecordingInformation::serialize(const QString& tagName) const
+QString RecordingInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingInformation, this, tagName);
 }
@@ -53,7 +53,7 @@ void RecordingInformation::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoRecordingInformation, this, out, tagName);
 }
 
-void RecordingInformation::deserialize(const QDomNode& node)
+void RecordingInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingInformation, this, node);
 }

@@ -38,7 +38,7 @@ RecordingJobConfiguration::RecordingJobConfiguration()
     ComplexType::construct(infoRecordingJobConfiguration, this);
 }
 
-QString RecordingJobConfiguration::serialize(const QString& tagName) const
+QString RecordingJobConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobConfiguration, this, tagName);
 }
@@ -48,7 +48,7 @@ void RecordingJobConfiguration::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoRecordingJobConfiguration, this, out, tagName);
 }
 
-void RecordingJobConfiguration::deserialize(const QDomNode& node)
+void RecordingJobConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobConfiguration, this, node);
 }

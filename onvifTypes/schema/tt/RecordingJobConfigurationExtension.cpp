@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRecordingJobConfigurationExtension = {
 
 } // namespace
 
-QString RecordingJobConfigurationExtension::serialize(const QString& tagName) const
+QString RecordingJobConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RecordingJobConfigurationExtension::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoRecordingJobConfigurationExtension, this, out, tagName);
 }
 
-void RecordingJobConfigurationExtension::deserialize(const QDomNode& node)
+void RecordingJobConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobConfigurationExtension, this, node);
 }

@@ -32,7 +32,7 @@ const ComplexType::ClassInfo infoRecordingJobSource = {
 
 } // namespace
 
-QString RecordingJobSource::serialize(const QString& tagName) const
+QString RecordingJobSource::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobSource, this, tagName);
 }
@@ -42,7 +42,7 @@ void RecordingJobSource::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRecordingJobSource, this, out, tagName);
 }
 
-void RecordingJobSource::deserialize(const QDomNode& node)
+void RecordingJobSource::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobSource, this, node);
 }

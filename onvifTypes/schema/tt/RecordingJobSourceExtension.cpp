@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRecordingJobSourceExtension = {
 
 } // namespace
 
-QString RecordingJobSourceExtension::serialize(const QString& tagName) const
+QString RecordingJobSourceExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobSourceExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RecordingJobSourceExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoRecordingJobSourceExtension, this, out, tagName);
 }
 
-void RecordingJobSourceExtension::deserialize(const QDomNode& node)
+void RecordingJobSourceExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobSourceExtension, this, node);
 }

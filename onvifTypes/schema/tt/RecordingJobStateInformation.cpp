@@ -36,7 +36,7 @@ RecordingJobStateInformation::RecordingJobStateInformation()
     ComplexType::construct(infoRecordingJobStateInformation, this);
 }
 
-QString RecordingJobStateInformation::serialize(const QString& tagName) const
+QString RecordingJobStateInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobStateInformation, this, tagName);
 }
@@ -46,7 +46,7 @@ void RecordingJobStateInformation::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoRecordingJobStateInformation, this, out, tagName);
 }
 
-void RecordingJobStateInformation::deserialize(const QDomNode& node)
+void RecordingJobStateInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateInformation, this, node);
 }

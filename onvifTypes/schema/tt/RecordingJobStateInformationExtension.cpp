@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRecordingJobStateInformationExtension = {
 
 } // namespace
 
-QString RecordingJobStateInformationExtension::serialize(const QString& tagName) const
+QString RecordingJobStateInformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobStateInformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RecordingJobStateInformationExtension::serializeTo(QString& out, QLatin1Str
     ComplexType::serializeTo(infoRecordingJobStateInformationExtension, this, out, tagName);
 }
 
-void RecordingJobStateInformationExtension::deserialize(const QDomNode& node)
+void RecordingJobStateInformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateInformationExtension, this, node);
 }

@@ -34,7 +34,7 @@ RecordingJobStateSource::RecordingJobStateSource()
     ComplexType::construct(infoRecordingJobStateSource, this);
 }
 
-QString RecordingJobStateSource::serialize(const QString& tagName) const
+QString RecordingJobStateSource::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobStateSource, this, tagName);
 }
@@ -44,7 +44,7 @@ void RecordingJobStateSource::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoRecordingJobStateSource, this, out, tagName);
 }
 
-void RecordingJobStateSource::deserialize(const QDomNode& node)
+void RecordingJobStateSource::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateSource, this, node);
 }

@@ -34,7 +34,7 @@ RecordingJobStateTrack::RecordingJobStateTrack()
     ComplexType::construct(infoRecordingJobStateTrack, this);
 }
 
-QString RecordingJobStateTrack::serialize(const QString& tagName) const
+QString RecordingJobStateTrack::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobStateTrack, this, tagName);
 }
@@ -44,7 +44,7 @@ void RecordingJobStateTrack::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoRecordingJobStateTrack, this, out, tagName);
 }
 
-void RecordingJobStateTrack::deserialize(const QDomNode& node)
+void RecordingJobStateTrack::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateTrack, this, node);
 }

@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoRecordingJobStateTracks = {
 
 } // namespace
 
-QString RecordingJobStateTracks::serialize(const QString& tagName) const
+QString RecordingJobStateTracks::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobStateTracks, this, tagName);
 }
@@ -34,7 +34,7 @@ void RecordingJobStateTracks::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoRecordingJobStateTracks, this, out, tagName);
 }
 
-void RecordingJobStateTracks::deserialize(const QDomNode& node)
+void RecordingJobStateTracks::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobStateTracks, this, node);
 }

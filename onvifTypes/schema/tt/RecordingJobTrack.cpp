@@ -30,7 +30,7 @@ RecordingJobTrack::RecordingJobTrack()
     ComplexType::construct(infoRecordingJobTrack, this);
 }
 
-QString RecordingJobTrack::serialize(const QString& tagName) const
+QString RecordingJobTrack::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingJobTrack, this, tagName);
 }
@@ -40,7 +40,7 @@ void RecordingJobTrack::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRecordingJobTrack, this, out, tagName);
 }
 
-void RecordingJobTrack::deserialize(const QDomNode& node)
+void RecordingJobTrack::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingJobTrack, this, node);
 }

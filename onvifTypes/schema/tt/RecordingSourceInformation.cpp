@@ -36,7 +36,7 @@ RecordingSourceInformation::RecordingSourceInformation()
     ComplexType::construct(infoRecordingSourceInformation, this);
 }
 
-QString RecordingSourceInformation::serialize(const QString& tagName) const
+QString RecordingSourceInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingSourceInformation, this, tagName);
 }
@@ -46,7 +46,7 @@ void RecordingSourceInformation::serializeTo(QString& out, QLatin1String tagName
     ComplexType::serializeTo(infoRecordingSourceInformation, this, out, tagName);
 }
 
-void RecordingSourceInformation::deserialize(const QDomNode& node)
+void RecordingSourceInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingSourceInformation, this, node);
 }

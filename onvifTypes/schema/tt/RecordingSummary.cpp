@@ -32,7 +32,7 @@ RecordingSummary::RecordingSummary()
     ComplexType::construct(infoRecordingSummary, this);
 }
 
-QString RecordingSummary::serialize(const QString& tagName) const
+QString RecordingSummary::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRecordingSummary, this, tagName);
 }
@@ -42,7 +42,7 @@ void RecordingSummary::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRecordingSummary, this, out, tagName);
 }
 
-void RecordingSummary::deserialize(const QDomNode& node)
+void RecordingSummary::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRecordingSummary, this, node);
 }

@@ -29,7 +29,7 @@ const ComplexType::ClassInfo infoRectangle = {
 
 } // namespace
 
-QString Rectangle::serialize(const QString& tagName) const
+QString Rectangle::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRectangle, this, tagName);
 }
@@ -39,7 +39,7 @@ void Rectangle::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRectangle, this, out, tagName);
 }
 
-void Rectangle::deserialize(const QDomNode& node)
+void Rectangle::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRectangle, this, node);
 }

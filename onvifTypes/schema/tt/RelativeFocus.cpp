@@ -30,7 +30,7 @@ RelativeFocus::RelativeFocus()
     ComplexType::construct(infoRelativeFocus, this);
 }
 
-QString RelativeFocus::serialize(const QString& tagName) const
+QString RelativeFocus::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRelativeFocus, this, tagName);
 }
@@ -40,7 +40,7 @@ void RelativeFocus::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRelativeFocus, this, out, tagName);
 }
 
-void RelativeFocus::deserialize(const QDomNode& node)
+void RelativeFocus::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeFocus, this, node);
 }

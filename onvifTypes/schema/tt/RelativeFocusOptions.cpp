@@ -31,7 +31,7 @@ RelativeFocusOptions::RelativeFocusOptions()
     ComplexType::construct(infoRelativeFocusOptions, this);
 }
 
-QString RelativeFocusOptions::serialize(const QString& tagName) const
+QString RelativeFocusOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRelativeFocusOptions, this, tagName);
 }
@@ -41,7 +41,7 @@ void RelativeFocusOptions::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoRelativeFocusOptions, this, out, tagName);
 }
 
-void RelativeFocusOptions::deserialize(const QDomNode& node)
+void RelativeFocusOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeFocusOptions, this, node);
 }

@@ -31,7 +31,7 @@ RelativeFocusOptions20::RelativeFocusOptions20()
     ComplexType::construct(infoRelativeFocusOptions20, this);
 }
 
-QString RelativeFocusOptions20::serialize(const QString& tagName) const
+QString RelativeFocusOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRelativeFocusOptions20, this, tagName);
 }
@@ -41,7 +41,7 @@ void RelativeFocusOptions20::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoRelativeFocusOptions20, this, out, tagName);
 }
 
-void RelativeFocusOptions20::deserialize(const QDomNode& node)
+void RelativeFocusOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRelativeFocusOptions20, this, node);
 }

@@ -30,19 +30,21 @@ RelayOutput::RelayOutput()
     ComplexType::construct(infoRelayOutput, this);
 }
 
-QString RelayOutput::serialize(const QString& tagName) const
+QString RelayOutput::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoRelayOutput, this, tagName, baseText);
 }
 
 void RelayOutput::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoRelayOutput, this, out, tagName, baseText);
 }
 
-void RelayOutput::deserialize(const QDomNode& node)
+void RelayOutput::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -34,7 +34,7 @@ RelayOutputSettings::RelayOutputSettings()
     ComplexType::construct(infoRelayOutputSettings, this);
 }
 
-QString RelayOutputSettings::serialize(const QString& tagName) const
+QString RelayOutputSettings::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRelayOutputSettings, this, tagName);
 }
@@ -44,7 +44,7 @@ void RelayOutputSettings::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRelayOutputSettings, this, out, tagName);
 }
 
-void RelayOutputSettings::deserialize(const QDomNode& node)
+void RelayOutputSettings::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRelayOutputSettings, this, node);
 }

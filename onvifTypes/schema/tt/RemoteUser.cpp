@@ -32,7 +32,7 @@ RemoteUser::RemoteUser()
     ComplexType::construct(infoRemoteUser, this);
 }
 
-QString RemoteUser::serialize(const QString& tagName) const
+QString RemoteUser::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRemoteUser, this, tagName);
 }
@@ -42,7 +42,7 @@ void RemoteUser::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRemoteUser, this, out, tagName);
 }
 
-void RemoteUser::deserialize(const QDomNode& node)
+void RemoteUser::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRemoteUser, this, node);
 }

@@ -31,7 +31,7 @@ Rename::Rename()
     ComplexType::construct(infoRename, this);
 }
 
-QString Rename::serialize(const QString& tagName) const
+QString Rename::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRename, this, tagName);
 }
@@ -41,7 +41,7 @@ void Rename::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRename, this, out, tagName);
 }
 
-void Rename::deserialize(const QDomNode& node)
+void Rename::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRename, this, node);
 }

@@ -28,7 +28,7 @@ ReplayCapabilities::ReplayCapabilities()
     ComplexType::construct(infoReplayCapabilities, this);
 }
 
-QString ReplayCapabilities::serialize(const QString& tagName) const
+QString ReplayCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReplayCapabilities, this, tagName);
 }
@@ -38,7 +38,7 @@ void ReplayCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoReplayCapabilities, this, out, tagName);
 }
 
-void ReplayCapabilities::deserialize(const QDomNode& node)
+void ReplayCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReplayCapabilities, this, node);
 }

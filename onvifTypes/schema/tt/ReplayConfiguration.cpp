@@ -28,7 +28,7 @@ ReplayConfiguration::ReplayConfiguration()
     ComplexType::construct(infoReplayConfiguration, this);
 }
 
-QString ReplayConfiguration::serialize(const QString& tagName) const
+QString ReplayConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReplayConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void ReplayConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoReplayConfiguration, this, out, tagName);
 }
 
-void ReplayConfiguration::deserialize(const QDomNode& node)
+void ReplayConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReplayConfiguration, this, node);
 }

@@ -29,7 +29,7 @@ Reverse::Reverse()
     ComplexType::construct(infoReverse, this);
 }
 
-QString Reverse::serialize(const QString& tagName) const
+QString Reverse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReverse, this, tagName);
 }
@@ -39,7 +39,7 @@ void Reverse::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoReverse, this, out, tagName);
 }
 
-void Reverse::deserialize(const QDomNode& node)
+void Reverse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReverse, this, node);
 }

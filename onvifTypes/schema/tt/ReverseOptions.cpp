@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoReverseOptions = {
 
 } // namespace
 
-QString ReverseOptions::serialize(const QString& tagName) const
+QString ReverseOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReverseOptions, this, tagName);
 }
@@ -37,7 +37,7 @@ void ReverseOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoReverseOptions, this, out, tagName);
 }
 
-void ReverseOptions::deserialize(const QDomNode& node)
+void ReverseOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReverseOptions, this, node);
 }

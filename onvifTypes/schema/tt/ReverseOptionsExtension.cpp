@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoReverseOptionsExtension = {
 
 } // namespace
 
-QString ReverseOptionsExtension::serialize(const QString& tagName) const
+QString ReverseOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoReverseOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ReverseOptionsExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoReverseOptionsExtension, this, out, tagName);
 }
 
-void ReverseOptionsExtension::deserialize(const QDomNode& node)
+void ReverseOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoReverseOptionsExtension, this, node);
 }

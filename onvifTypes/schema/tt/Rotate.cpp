@@ -34,7 +34,7 @@ Rotate::Rotate()
     ComplexType::construct(infoRotate, this);
 }
 
-QString Rotate::serialize(const QString& tagName) const
+QString Rotate::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRotate, this, tagName);
 }
@@ -44,7 +44,7 @@ void Rotate::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRotate, this, out, tagName);
 }
 
-void Rotate::deserialize(const QDomNode& node)
+void Rotate::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRotate, this, node);
 }

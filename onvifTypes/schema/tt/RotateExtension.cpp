@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRotateExtension = {
 
 } // namespace
 
-QString RotateExtension::serialize(const QString& tagName) const
+QString RotateExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRotateExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RotateExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRotateExtension, this, out, tagName);
 }
 
-void RotateExtension::deserialize(const QDomNode& node)
+void RotateExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRotateExtension, this, node);
 }

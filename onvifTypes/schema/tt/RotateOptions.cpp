@@ -30,7 +30,7 @@ const ComplexType::ClassInfo infoRotateOptions = {
 
 } // namespace
 
-QString RotateOptions::serialize(const QString& tagName) const
+QString RotateOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRotateOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void RotateOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoRotateOptions, this, out, tagName);
 }
 
-void RotateOptions::deserialize(const QDomNode& node)
+void RotateOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRotateOptions, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRotateOptionsExtension = {
 
 } // namespace
 
-QString RotateOptionsExtension::serialize(const QString& tagName) const
+QString RotateOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRotateOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RotateOptionsExtension::serializeTo(QString& out, QLatin1String tagName) co
     ComplexType::serializeTo(infoRotateOptionsExtension, this, out, tagName);
 }
 
-void RotateOptionsExtension::deserialize(const QDomNode& node)
+void RotateOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRotateOptionsExtension, this, node);
 }

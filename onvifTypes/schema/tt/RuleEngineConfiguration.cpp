@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoRuleEngineConfiguration = {
 
 } // namespace
 
-QString RuleEngineConfiguration::serialize(const QString& tagName) const
+QString RuleEngineConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRuleEngineConfiguration, this, tagName);
 }
@@ -37,7 +37,7 @@ void RuleEngineConfiguration::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoRuleEngineConfiguration, this, out, tagName);
 }
 
-void RuleEngineConfiguration::deserialize(const QDomNode& node)
+void RuleEngineConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRuleEngineConfiguration, this, node);
 }

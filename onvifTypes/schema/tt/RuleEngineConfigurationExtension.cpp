@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoRuleEngineConfigurationExtension = {
 
 } // namespace
 
-QString RuleEngineConfigurationExtension::serialize(const QString& tagName) const
+QString RuleEngineConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRuleEngineConfigurationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void RuleEngineConfigurationExtension::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoRuleEngineConfigurationExtension, this, out, tagName);
 }
 
-void RuleEngineConfigurationExtension::deserialize(const QDomNode& node)
+void RuleEngineConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRuleEngineConfigurationExtension, this, node);
 }

@@ -31,7 +31,7 @@ Scope::Scope()
     ComplexType::construct(infoScope, this);
 }
 
-QString Scope::serialize(const QString& tagName) const
+QString Scope::serialize(QString tagName)
 {
     return ComplexType::serialize(infoScope, this, tagName);
 }
@@ -41,7 +41,7 @@ void Scope::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoScope, this, out, tagName);
 }
 
-void Scope::deserialize(const QDomNode& node)
+void Scope::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoScope, this, node);
 }

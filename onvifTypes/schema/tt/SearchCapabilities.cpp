@@ -30,7 +30,7 @@ SearchCapabilities::SearchCapabilities()
     ComplexType::construct(infoSearchCapabilities, this);
 }
 
-QString SearchCapabilities::serialize(const QString& tagName) const
+QString SearchCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSearchCapabilities, this, tagName);
 }
@@ -40,7 +40,7 @@ void SearchCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSearchCapabilities, this, out, tagName);
 }
 
-void SearchCapabilities::deserialize(const QDomNode& node)
+void SearchCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSearchCapabilities, this, node);
 }

@@ -31,7 +31,7 @@ const ComplexType::ClassInfo infoSearchScope = {
 
 } // namespace
 
-QString SearchScope::serialize(const QString& tagName) const
+QString SearchScope::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSearchScope, this, tagName);
 }
@@ -41,7 +41,7 @@ void SearchScope::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSearchScope, this, out, tagName);
 }
 
-void SearchScope::deserialize(const QDomNode& node)
+void SearchScope::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSearchScope, this, node);
 }

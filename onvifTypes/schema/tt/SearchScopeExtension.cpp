@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSearchScopeExtension = {
 
 } // namespace
 
-QString SearchScopeExtension::serialize(const QString& tagName) const
+QString SearchScopeExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSearchScopeExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void SearchScopeExtension::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSearchScopeExtension, this, out, tagName);
 }
 
-void SearchScopeExtension::deserialize(const QDomNode& node)
+void SearchScopeExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSearchScopeExtension, this, node);
 }

@@ -45,7 +45,7 @@ SecurityCapabilities::SecurityCapabilities()
     ComplexType::construct(infoSecurityCapabilities, this);
 }
 
-QString SecurityCapabilities::serialize(const QString& tagName) const
+QString SecurityCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSecurityCapabilities, this, tagName);
 }
@@ -55,7 +55,7 @@ void SecurityCapabilities::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSecurityCapabilities, this, out, tagName);
 }
 
-void SecurityCapabilities::deserialize(const QDomNode& node)
+void SecurityCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilities, this, node);
 }

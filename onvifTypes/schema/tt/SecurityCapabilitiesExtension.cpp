@@ -31,7 +31,7 @@ SecurityCapabilitiesExtension::SecurityCapabilitiesExtension()
     ComplexType::construct(infoSecurityCapabilitiesExtension, this);
 }
 
-QString SecurityCapabilitiesExtension::serialize(const QString& tagName) const
+QString SecurityCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSecurityCapabilitiesExtension, this, tagName);
 }
@@ -41,7 +41,7 @@ void SecurityCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoSecurityCapabilitiesExtension, this, out, tagName);
 }
 
-void SecurityCapabilitiesExtension::deserialize(const QDomNode& node)
+void SecurityCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilitiesExtension, this, node);
 }

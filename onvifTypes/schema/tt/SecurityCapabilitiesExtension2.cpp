@@ -32,7 +32,7 @@ SecurityCapabilitiesExtension2::SecurityCapabilitiesExtension2()
     ComplexType::construct(infoSecurityCapabilitiesExtension2, this);
 }
 
-QString SecurityCapabilitiesExtension2::serialize(const QString& tagName) const
+QString SecurityCapabilitiesExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSecurityCapabilitiesExtension2, this, tagName);
 }
@@ -42,7 +42,7 @@ void SecurityCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoSecurityCapabilitiesExtension2, this, out, tagName);
 }
 
-void SecurityCapabilitiesExtension2::deserialize(const QDomNode& node)
+void SecurityCapabilitiesExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSecurityCapabilitiesExtension2, this, node);
 }

@@ -38,7 +38,7 @@ ShapeDescriptor::ShapeDescriptor()
     ComplexType::construct(infoShapeDescriptor, this);
 }
 
-QString ShapeDescriptor::serialize(const QString& tagName) const
+QString ShapeDescriptor::serialize(QString tagName)
 {
     return ComplexType::serialize(infoShapeDescriptor, this, tagName);
 }
@@ -48,7 +48,7 @@ void ShapeDescriptor::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoShapeDescriptor, this, out, tagName);
 }
 
-void ShapeDescriptor::deserialize(const QDomNode& node)
+void ShapeDescriptor::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoShapeDescriptor, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoShapeDescriptorExtension = {
 
 } // namespace
 
-QString ShapeDescriptorExtension::serialize(const QString& tagName) const
+QString ShapeDescriptorExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoShapeDescriptorExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ShapeDescriptorExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoShapeDescriptorExtension, this, out, tagName);
 }
 
-void ShapeDescriptorExtension::deserialize(const QDomNode& node)
+void ShapeDescriptorExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoShapeDescriptorExtension, this, node);
 }

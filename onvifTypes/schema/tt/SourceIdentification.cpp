@@ -33,7 +33,7 @@ SourceIdentification::SourceIdentification()
     ComplexType::construct(infoSourceIdentification, this);
 }
 
-QString SourceIdentification::serialize(const QString& tagName) const
+QString SourceIdentification::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSourceIdentification, this, tagName);
 }
@@ -43,7 +43,7 @@ void SourceIdentification::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoSourceIdentification, this, out, tagName);
 }
 
-void SourceIdentification::deserialize(const QDomNode& node)
+void SourceIdentification::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSourceIdentification, this, node);
 }

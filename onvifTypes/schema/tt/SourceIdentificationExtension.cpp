@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSourceIdentificationExtension = {
 
 } // namespace
 
-QString SourceIdentificationExtension::serialize(const QString& tagName) const
+QString SourceIdentificationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSourceIdentificationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void SourceIdentificationExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoSourceIdentificationExtension, this, out, tagName);
 }
 
-void SourceIdentificationExtension::deserialize(const QDomNode& node)
+void SourceIdentificationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSourceIdentificationExtension, this, node);
 }

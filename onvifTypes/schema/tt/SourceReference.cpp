@@ -30,7 +30,7 @@ SourceReference::SourceReference()
     ComplexType::construct(infoSourceReference, this);
 }
 
-QString SourceReference::serialize(const QString& tagName) const
+QString SourceReference::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSourceReference, this, tagName);
 }
@@ -40,7 +40,7 @@ void SourceReference::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSourceReference, this, out, tagName);
 }
 
-void SourceReference::deserialize(const QDomNode& node)
+void SourceReference::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSourceReference, this, node);
 }

@@ -31,7 +31,7 @@ Space1DDescription::Space1DDescription()
     ComplexType::construct(infoSpace1DDescription, this);
 }
 
-QString Space1DDescription::serialize(const QString& tagName) const
+QString Space1DDescription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSpace1DDescription, this, tagName);
 }
@@ -41,7 +41,7 @@ void Space1DDescription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSpace1DDescription, this, out, tagName);
 }
 
-void Space1DDescription::deserialize(const QDomNode& node)
+void Space1DDescription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSpace1DDescription, this, node);
 }

@@ -33,7 +33,7 @@ Space2DDescription::Space2DDescription()
     ComplexType::construct(infoSpace2DDescription, this);
 }
 
-QString Space2DDescription::serialize(const QString& tagName) const
+QString Space2DDescription::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSpace2DDescription, this, tagName);
 }
@@ -43,7 +43,7 @@ void Space2DDescription::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSpace2DDescription, this, out, tagName);
 }
 
-void Space2DDescription::deserialize(const QDomNode& node)
+void Space2DDescription::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSpace2DDescription, this, node);
 }

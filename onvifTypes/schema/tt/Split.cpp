@@ -31,7 +31,7 @@ Split::Split()
     ComplexType::construct(infoSplit, this);
 }
 
-QString Split::serialize(const QString& tagName) const
+QString Split::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSplit, this, tagName);
 }
@@ -41,7 +41,7 @@ void Split::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSplit, this, out, tagName);
 }
 
-void Split::deserialize(const QDomNode& node)
+void Split::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSplit, this, node);
 }

@@ -33,7 +33,7 @@ StorageReferencePath::StorageReferencePath()
     ComplexType::construct(infoStorageReferencePath, this);
 }
 
-QString StorageReferencePath::serialize(const QString& tagName) const
+QString StorageReferencePath::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStorageReferencePath, this, tagName);
 }
@@ -43,7 +43,7 @@ void StorageReferencePath::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoStorageReferencePath, this, out, tagName);
 }
 
-void StorageReferencePath::deserialize(const QDomNode& node)
+void StorageReferencePath::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStorageReferencePath, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoStorageReferencePathExtension = {
 
 } // namespace
 
-QString StorageReferencePathExtension::serialize(const QString& tagName) const
+QString StorageReferencePathExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStorageReferencePathExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void StorageReferencePathExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoStorageReferencePathExtension, this, out, tagName);
 }
 
-void StorageReferencePathExtension::deserialize(const QDomNode& node)
+void StorageReferencePathExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStorageReferencePathExtension, this, node);
 }

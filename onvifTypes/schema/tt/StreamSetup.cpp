@@ -32,7 +32,7 @@ StreamSetup::StreamSetup()
     ComplexType::construct(infoStreamSetup, this);
 }
 
-QString StreamSetup::serialize(const QString& tagName) const
+QString StreamSetup::serialize(QString tagName)
 {
     return ComplexType::serialize(infoStreamSetup, this, tagName);
 }
@@ -42,7 +42,7 @@ void StreamSetup::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoStreamSetup, this, out, tagName);
 }
 
-void StreamSetup::deserialize(const QDomNode& node)
+void StreamSetup::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoStreamSetup, this, node);
 }

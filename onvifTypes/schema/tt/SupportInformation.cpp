@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoSupportInformation = {
 
 } // namespace
 
-QString SupportInformation::serialize(const QString& tagName) const
+QString SupportInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSupportInformation, this, tagName);
 }
@@ -36,7 +36,7 @@ void SupportInformation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSupportInformation, this, out, tagName);
 }
 
-void SupportInformation::deserialize(const QDomNode& node)
+void SupportInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSupportInformation, this, node);
 }

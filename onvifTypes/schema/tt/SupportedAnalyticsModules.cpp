@@ -29,7 +29,7 @@ const ComplexType::ClassInfo infoSupportedAnalyticsModules = {
 
 } // namespace
 
-QString SupportedAnalyticsModules::serialize(const QString& tagName) const
+QString SupportedAnalyticsModules::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSupportedAnalyticsModules, this, tagName);
 }
@@ -39,7 +39,7 @@ void SupportedAnalyticsModules::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoSupportedAnalyticsModules, this, out, tagName);
 }
 
-void SupportedAnalyticsModules::deserialize(const QDomNode& node)
+void SupportedAnalyticsModules::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedAnalyticsModules, this, node);
 }

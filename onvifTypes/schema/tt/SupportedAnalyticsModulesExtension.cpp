@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSupportedAnalyticsModulesExtension = {
 
 } // namespace
 
-QString SupportedAnalyticsModulesExtension::serialize(const QString& tagName) const
+QString SupportedAnalyticsModulesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSupportedAnalyticsModulesExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void SupportedAnalyticsModulesExtension::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoSupportedAnalyticsModulesExtension, this, out, tagName);
 }
 
-void SupportedAnalyticsModulesExtension::deserialize(const QDomNode& node)
+void SupportedAnalyticsModulesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedAnalyticsModulesExtension, this, node);
 }

@@ -29,7 +29,7 @@ const ComplexType::ClassInfo infoSupportedRules = {
 
 } // namespace
 
-QString SupportedRules::serialize(const QString& tagName) const
+QString SupportedRules::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSupportedRules, this, tagName);
 }
@@ -39,7 +39,7 @@ void SupportedRules::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSupportedRules, this, out, tagName);
 }
 
-void SupportedRules::deserialize(const QDomNode& node)
+void SupportedRules::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedRules, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSupportedRulesExtension = {
 
 } // namespace
 
-QString SupportedRulesExtension::serialize(const QString& tagName) const
+QString SupportedRulesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSupportedRulesExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void SupportedRulesExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSupportedRulesExtension, this, out, tagName);
 }
 
-void SupportedRulesExtension::deserialize(const QDomNode& node)
+void SupportedRulesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSupportedRulesExtension, this, node);
 }

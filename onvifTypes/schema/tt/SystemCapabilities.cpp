@@ -44,7 +44,7 @@ SystemCapabilities::SystemCapabilities()
     ComplexType::construct(infoSystemCapabilities, this);
 }
 
-QString SystemCapabilities::serialize(const QString& tagName) const
+QString SystemCapabilities::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemCapabilities, this, tagName);
 }
@@ -54,7 +54,7 @@ void SystemCapabilities::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemCapabilities, this, out, tagName);
 }
 
-void SystemCapabilities::deserialize(const QDomNode& node)
+void SystemCapabilities::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilities, this, node);
 }

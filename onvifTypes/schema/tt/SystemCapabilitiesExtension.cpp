@@ -32,7 +32,7 @@ const ComplexType::ClassInfo infoSystemCapabilitiesExtension = {
 
 } // namespace
 
-QString SystemCapabilitiesExtension::serialize(const QString& tagName) const
+QString SystemCapabilitiesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemCapabilitiesExtension, this, tagName);
 }
@@ -42,7 +42,7 @@ void SystemCapabilitiesExtension::serializeTo(QString& out, QLatin1String tagNam
     ComplexType::serializeTo(infoSystemCapabilitiesExtension, this, out, tagName);
 }
 
-void SystemCapabilitiesExtension::deserialize(const QDomNode& node)
+void SystemCapabilitiesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilitiesExtension, this, node);
 }

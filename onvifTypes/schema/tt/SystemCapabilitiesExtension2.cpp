@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSystemCapabilitiesExtension2 = {
 
 } // namespace
 
-QString SystemCapabilitiesExtension2::serialize(const QString& tagName) const
+QString SystemCapabilitiesExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemCapabilitiesExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void SystemCapabilitiesExtension2::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoSystemCapabilitiesExtension2, this, out, tagName);
 }
 
-void SystemCapabilitiesExtension2::deserialize(const QDomNode& node)
+void SystemCapabilitiesExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemCapabilitiesExtension2, this, node);
 }

@@ -42,7 +42,7 @@ SystemDateTime::SystemDateTime()
     ComplexType::construct(infoSystemDateTime, this);
 }
 
-QString SystemDateTime::serialize(const QString& tagName) const
+QString SystemDateTime::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemDateTime, this, tagName);
 }
@@ -52,7 +52,7 @@ void SystemDateTime::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemDateTime, this, out, tagName);
 }
 
-void SystemDateTime::deserialize(const QDomNode& node)
+void SystemDateTime::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemDateTime, this, node);
 }

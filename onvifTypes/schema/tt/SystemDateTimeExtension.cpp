@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoSystemDateTimeExtension = {
 
 } // namespace
 
-QString SystemDateTimeExtension::serialize(const QString& tagName) const
+QString SystemDateTimeExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemDateTimeExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void SystemDateTimeExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoSystemDateTimeExtension, this, out, tagName);
 }
 
-void SystemDateTimeExtension::deserialize(const QDomNode& node)
+void SystemDateTimeExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemDateTimeExtension, this, node);
 }

@@ -26,7 +26,7 @@ const ComplexType::ClassInfo infoSystemLog = {
 
 } // namespace
 
-QString SystemLog::serialize(const QString& tagName) const
+QString SystemLog::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemLog, this, tagName);
 }
@@ -36,7 +36,7 @@ void SystemLog::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemLog, this, out, tagName);
 }
 
-void SystemLog::deserialize(const QDomNode& node)
+void SystemLog::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemLog, this, node);
 }

@@ -31,7 +31,7 @@ SystemLogUri::SystemLogUri()
     ComplexType::construct(infoSystemLogUri, this);
 }
 
-QString SystemLogUri::serialize(const QString& tagName) const
+QString SystemLogUri::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemLogUri, this, tagName);
 }
@@ -41,7 +41,7 @@ void SystemLogUri::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemLogUri, this, out, tagName);
 }
 
-void SystemLogUri::deserialize(const QDomNode& node)
+void SystemLogUri::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemLogUri, this, node);
 }

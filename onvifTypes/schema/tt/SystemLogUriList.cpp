@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoSystemLogUriList = {
 
 } // namespace
 
-QString SystemLogUriList::serialize(const QString& tagName) const
+QString SystemLogUriList::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSystemLogUriList, this, tagName);
 }
@@ -34,7 +34,7 @@ void SystemLogUriList::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoSystemLogUriList, this, out, tagName);
 }
 
-void SystemLogUriList::deserialize(const QDomNode& node)
+void SystemLogUriList::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSystemLogUriList, this, node);
 }

@@ -28,7 +28,7 @@ TLSConfiguration::TLSConfiguration()
     ComplexType::construct(infoTLSConfiguration, this);
 }
 
-QString TLSConfiguration::serialize(const QString& tagName) const
+QString TLSConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTLSConfiguration, this, tagName);
 }
@@ -38,7 +38,7 @@ void TLSConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTLSConfiguration, this, out, tagName);
 }
 
-void TLSConfiguration::deserialize(const QDomNode& node)
+void TLSConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTLSConfiguration, this, node);
 }

@@ -32,7 +32,7 @@ Time::Time()
     ComplexType::construct(infoTime, this);
 }
 
-QString Time::serialize(const QString& tagName) const
+QString Time::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTime, this, tagName);
 }
@@ -42,7 +42,7 @@ void Time::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTime, this, out, tagName);
 }
 
-void Time::deserialize(const QDomNode& node)
+void Time::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTime, this, node);
 }

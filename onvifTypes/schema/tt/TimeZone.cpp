@@ -28,7 +28,7 @@ TimeZone::TimeZone()
     ComplexType::construct(infoTimeZone, this);
 }
 
-QString TimeZone::serialize(const QString& tagName) const
+QString TimeZone::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTimeZone, this, tagName);
 }
@@ -38,7 +38,7 @@ void TimeZone::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTimeZone, this, out, tagName);
 }
 
-void TimeZone::deserialize(const QDomNode& node)
+void TimeZone::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTimeZone, this, node);
 }

@@ -33,7 +33,7 @@ ToneCompensation::ToneCompensation()
     ComplexType::construct(infoToneCompensation, this);
 }
 
-QString ToneCompensation::serialize(const QString& tagName) const
+QString ToneCompensation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoToneCompensation, this, tagName);
 }
@@ -43,7 +43,7 @@ void ToneCompensation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoToneCompensation, this, out, tagName);
 }
 
-void ToneCompensation::deserialize(const QDomNode& node)
+void ToneCompensation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoToneCompensation, this, node);
 }

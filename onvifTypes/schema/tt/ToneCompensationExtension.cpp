@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoToneCompensationExtension = {
 
 } // namespace
 
-QString ToneCompensationExtension::serialize(const QString& tagName) const
+QString ToneCompensationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoToneCompensationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void ToneCompensationExtension::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoToneCompensationExtension, this, out, tagName);
 }
 
-void ToneCompensationExtension::deserialize(const QDomNode& node)
+void ToneCompensationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoToneCompensationExtension, this, node);
 }

@@ -30,7 +30,7 @@ ToneCompensationOptions::ToneCompensationOptions()
     ComplexType::construct(infoToneCompensationOptions, this);
 }
 
-QString ToneCompensationOptions::serialize(const QString& tagName) const
+QString ToneCompensationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoToneCompensationOptions, this, tagName);
 }
@@ -40,7 +40,7 @@ void ToneCompensationOptions::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoToneCompensationOptions, this, out, tagName);
 }
 
-void ToneCompensationOptions::deserialize(const QDomNode& node)
+void ToneCompensationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoToneCompensationOptions, this, node);
 }

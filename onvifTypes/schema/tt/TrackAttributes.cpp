@@ -41,7 +41,7 @@ TrackAttributes::TrackAttributes()
     ComplexType::construct(infoTrackAttributes, this);
 }
 
-QString TrackAttributes::serialize(const QString& tagName) const
+QString TrackAttributes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTrackAttributes, this, tagName);
 }
@@ -51,7 +51,7 @@ void TrackAttributes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTrackAttributes, this, out, tagName);
 }
 
-void TrackAttributes::deserialize(const QDomNode& node)
+void TrackAttributes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTrackAttributes, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoTrackAttributesExtension = {
 
 } // namespace
 
-QString TrackAttributesExtension::serialize(const QString& tagName) const
+QString TrackAttributesExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTrackAttributesExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void TrackAttributesExtension::serializeTo(QString& out, QLatin1String tagName) 
     ComplexType::serializeTo(infoTrackAttributesExtension, this, out, tagName);
 }
 
-void TrackAttributesExtension::deserialize(const QDomNode& node)
+void TrackAttributesExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTrackAttributesExtension, this, node);
 }

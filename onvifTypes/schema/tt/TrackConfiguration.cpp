@@ -31,7 +31,7 @@ TrackConfiguration::TrackConfiguration()
     ComplexType::construct(infoTrackConfiguration, this);
 }
 
-QString TrackConfiguration::serialize(const QString& tagName) const
+QString TrackConfiguration::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTrackConfiguration, this, tagName);
 }
@@ -41,7 +41,7 @@ void TrackConfiguration::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTrackConfiguration, this, out, tagName);
 }
 
-void TrackConfiguration::deserialize(const QDomNode& node)
+void TrackConfiguration::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTrackConfiguration, this, node);
 }

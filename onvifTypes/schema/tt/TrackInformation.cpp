@@ -37,7 +37,7 @@ TrackInformation::TrackInformation()
     ComplexType::construct(infoTrackInformation, this);
 }
 
-QString TrackInformation::serialize(const QString& tagName) const
+QString TrackInformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTrackInformation, this, tagName);
 }
@@ -47,7 +47,7 @@ void TrackInformation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTrackInformation, this, out, tagName);
 }
 
-void TrackInformation::deserialize(const QDomNode& node)
+void TrackInformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTrackInformation, this, node);
 }

@@ -29,7 +29,7 @@ const ComplexType::ClassInfo infoTransformation = {
 
 } // namespace
 
-QString Transformation::serialize(const QString& tagName) const
+QString Transformation::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTransformation, this, tagName);
 }
@@ -39,7 +39,7 @@ void Transformation::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTransformation, this, out, tagName);
 }
 
-void Transformation::deserialize(const QDomNode& node)
+void Transformation::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTransformation, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoTransformationExtension = {
 
 } // namespace
 
-QString TransformationExtension::serialize(const QString& tagName) const
+QString TransformationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTransformationExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void TransformationExtension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoTransformationExtension, this, out, tagName);
 }
 
-void TransformationExtension::deserialize(const QDomNode& node)
+void TransformationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTransformationExtension, this, node);
 }

@@ -31,7 +31,7 @@ Transport::Transport()
     ComplexType::construct(infoTransport, this);
 }
 
-QString Transport::serialize(const QString& tagName) const
+QString Transport::serialize(QString tagName)
 {
     return ComplexType::serialize(infoTransport, this, tagName);
 }
@@ -41,7 +41,7 @@ void Transport::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoTransport, this, out, tagName);
 }
 
-void Transport::deserialize(const QDomNode& node)
+void Transport::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoTransport, this, node);
 }

@@ -36,7 +36,7 @@ User::User()
     ComplexType::construct(infoUser, this);
 }
 
-QString User::serialize(const QString& tagName) const
+QString User::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUser, this, tagName);
 }
@@ -46,7 +46,7 @@ void User::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoUser, this, out, tagName);
 }
 
-void User::deserialize(const QDomNode& node)
+void User::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUser, this, node);
 }

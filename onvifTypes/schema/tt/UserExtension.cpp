@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoUserExtension = {
 
 } // namespace
 
-QString UserExtension::serialize(const QString& tagName) const
+QString UserExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUserExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void UserExtension::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoUserExtension, this, out, tagName);
 }
 
-void UserExtension::deserialize(const QDomNode& node)
+void UserExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUserExtension, this, node);
 }

@@ -25,7 +25,7 @@ const ComplexType::ClassInfo infoVector = {
 
 } // namespace
 
-QString Vector::serialize(const QString& tagName) const
+QString Vector::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVector, this, tagName);
 }
@@ -35,7 +35,7 @@ void Vector::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVector, this, out, tagName);
 }
 
-void Vector::deserialize(const QDomNode& node)
+void Vector::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVector, this, node);
 }

@@ -30,7 +30,7 @@ Vector1D::Vector1D()
     ComplexType::construct(infoVector1D, this);
 }
 
-QString Vector1D::serialize(const QString& tagName) const
+QString Vector1D::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVector1D, this, tagName);
 }
@@ -40,7 +40,7 @@ void Vector1D::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVector1D, this, out, tagName);
 }
 
-void Vector1D::deserialize(const QDomNode& node)
+void Vector1D::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVector1D, this, node);
 }

@@ -32,7 +32,7 @@ Vector2D::Vector2D()
     ComplexType::construct(infoVector2D, this);
 }
 
-QString Vector2D::serialize(const QString& tagName) const
+QString Vector2D::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVector2D, this, tagName);
 }
@@ -42,7 +42,7 @@ void Vector2D::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVector2D, this, out, tagName);
 }
 
-void Vector2D::deserialize(const QDomNode& node)
+void Vector2D::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVector2D, this, node);
 }

@@ -35,19 +35,21 @@ VideoAnalyticsConfiguration::VideoAnalyticsConfiguration()
     ComplexType::construct(infoVideoAnalyticsConfiguration, this);
 }
 
-QString VideoAnalyticsConfiguration::serialize(const QString& tagName) const
+QString VideoAnalyticsConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoAnalyticsConfiguration, this, tagName, baseText);
 }
 
 void VideoAnalyticsConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoAnalyticsConfiguration, this, out, tagName, baseText);
 }
 
-void VideoAnalyticsConfiguration::deserialize(const QDomNode& node)
+void VideoAnalyticsConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

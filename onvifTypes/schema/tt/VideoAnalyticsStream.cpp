@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoVideoAnalyticsStream = {
 
 } // namespace
 
-QString VideoAnalyticsStream::serialize(const QString& tagName) const
+QString VideoAnalyticsStream::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoAnalyticsStream, this, tagName);
 }
@@ -37,7 +37,7 @@ void VideoAnalyticsStream::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoVideoAnalyticsStream, this, out, tagName);
 }
 
-void VideoAnalyticsStream::deserialize(const QDomNode& node)
+void VideoAnalyticsStream::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoAnalyticsStream, this, node);
 }

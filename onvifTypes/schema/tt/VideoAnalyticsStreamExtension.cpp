@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoAnalyticsStreamExtension = {
 
 } // namespace
 
-QString VideoAnalyticsStreamExtension::serialize(const QString& tagName) const
+QString VideoAnalyticsStreamExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoAnalyticsStreamExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoAnalyticsStreamExtension::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoVideoAnalyticsStreamExtension, this, out, tagName);
 }
 
-void VideoAnalyticsStreamExtension::deserialize(const QDomNode& node)
+void VideoAnalyticsStreamExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoAnalyticsStreamExtension, this, node);
 }

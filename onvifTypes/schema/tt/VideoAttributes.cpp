@@ -37,7 +37,7 @@ VideoAttributes::VideoAttributes()
     ComplexType::construct(infoVideoAttributes, this);
 }
 
-QString VideoAttributes::serialize(const QString& tagName) const
+QString VideoAttributes::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoAttributes, this, tagName);
 }
@@ -47,7 +47,7 @@ void VideoAttributes::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVideoAttributes, this, out, tagName);
 }
 
-void VideoAttributes::deserialize(const QDomNode& node)
+void VideoAttributes::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoAttributes, this, node);
 }

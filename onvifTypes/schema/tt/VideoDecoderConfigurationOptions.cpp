@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoVideoDecoderConfigurationOptions = {
 
 } // namespace
 
-QString VideoDecoderConfigurationOptions::serialize(const QString& tagName) const
+QString VideoDecoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoDecoderConfigurationOptions, this, tagName);
 }
@@ -43,7 +43,7 @@ void VideoDecoderConfigurationOptions::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoVideoDecoderConfigurationOptions, this, out, tagName);
 }
 
-void VideoDecoderConfigurationOptions::deserialize(const QDomNode& node)
+void VideoDecoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoDecoderConfigurationOptions, this, node);
 }

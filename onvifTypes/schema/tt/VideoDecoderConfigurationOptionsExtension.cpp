@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoDecoderConfigurationOptionsExtension = {
 
 } // namespace
 
-QString VideoDecoderConfigurationOptionsExtension::serialize(const QString& tagName) const
+QString VideoDecoderConfigurationOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoDecoderConfigurationOptionsExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoDecoderConfigurationOptionsExtension::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoVideoDecoderConfigurationOptionsExtension, this, out, tagName);
 }
 
-void VideoDecoderConfigurationOptionsExtension::deserialize(const QDomNode& node)
+void VideoDecoderConfigurationOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoDecoderConfigurationOptionsExtension, this, node);
 }

@@ -46,19 +46,21 @@ VideoEncoder2Configuration::VideoEncoder2Configuration()
     ComplexType::construct(infoVideoEncoder2Configuration, this);
 }
 
-QString VideoEncoder2Configuration::serialize(const QString& tagName) const
+QString VideoEncoder2Configuration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoEncoder2Configuration, this, tagName, baseText);
 }
 
 void VideoEncoder2Configuration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoEncoder2Configuration, this, out, tagName, baseText);
 }
 
-void VideoEncoder2Configuration::deserialize(const QDomNode& node)
+void VideoEncoder2Configuration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

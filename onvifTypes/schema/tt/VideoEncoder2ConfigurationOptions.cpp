@@ -45,7 +45,7 @@ VideoEncoder2ConfigurationOptions::VideoEncoder2ConfigurationOptions()
     ComplexType::construct(infoVideoEncoder2ConfigurationOptions, this);
 }
 
-QString VideoEncoder2ConfigurationOptions::serialize(const QString& tagName) const
+QString VideoEncoder2ConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoEncoder2ConfigurationOptions, this, tagName);
 }
@@ -55,7 +55,7 @@ void VideoEncoder2ConfigurationOptions::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoVideoEncoder2ConfigurationOptions, this, out, tagName);
 }
 
-void VideoEncoder2ConfigurationOptions::deserialize(const QDomNode& node)
+void VideoEncoder2ConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoder2ConfigurationOptions, this, node);
 }

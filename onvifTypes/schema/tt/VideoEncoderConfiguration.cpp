@@ -51,19 +51,21 @@ VideoEncoderConfiguration::VideoEncoderConfiguration()
     ComplexType::construct(infoVideoEncoderConfiguration, this);
 }
 
-QString VideoEncoderConfiguration::serialize(const QString& tagName) const
+QString VideoEncoderConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoEncoderConfiguration, this, tagName, baseText);
 }
 
 void VideoEncoderConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoEncoderConfiguration, this, out, tagName, baseText);
 }
 
-void VideoEncoderConfiguration::deserialize(const QDomNode& node)
+void VideoEncoderConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

@@ -41,7 +41,7 @@ VideoEncoderConfigurationOptions::VideoEncoderConfigurationOptions()
     ComplexType::construct(infoVideoEncoderConfigurationOptions, this);
 }
 
-QString VideoEncoderConfigurationOptions::serialize(const QString& tagName) const
+QString VideoEncoderConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoEncoderConfigurationOptions, this, tagName);
 }
@@ -51,7 +51,7 @@ void VideoEncoderConfigurationOptions::serializeTo(QString& out, QLatin1String t
     ComplexType::serializeTo(infoVideoEncoderConfigurationOptions, this, out, tagName);
 }
 
-void VideoEncoderConfigurationOptions::deserialize(const QDomNode& node)
+void VideoEncoderConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoderConfigurationOptions, this, node);
 }

@@ -33,7 +33,7 @@ const ComplexType::ClassInfo infoVideoEncoderOptionsExtension = {
 
 } // namespace
 
-QString VideoEncoderOptionsExtension::serialize(const QString& tagName) const
+QString VideoEncoderOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoEncoderOptionsExtension, this, tagName);
 }
@@ -43,7 +43,7 @@ void VideoEncoderOptionsExtension::serializeTo(QString& out, QLatin1String tagNa
     ComplexType::serializeTo(infoVideoEncoderOptionsExtension, this, out, tagName);
 }
 
-void VideoEncoderOptionsExtension::deserialize(const QDomNode& node)
+void VideoEncoderOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoderOptionsExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoEncoderOptionsExtension2 = {
 
 } // namespace
 
-QString VideoEncoderOptionsExtension2::serialize(const QString& tagName) const
+QString VideoEncoderOptionsExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoEncoderOptionsExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoEncoderOptionsExtension2::serializeTo(QString& out, QLatin1String tagN
     ComplexType::serializeTo(infoVideoEncoderOptionsExtension2, this, out, tagName);
 }
 
-void VideoEncoderOptionsExtension2::deserialize(const QDomNode& node)
+void VideoEncoderOptionsExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoEncoderOptionsExtension2, this, node);
 }

@@ -40,19 +40,21 @@ VideoOutput::VideoOutput()
     ComplexType::construct(infoVideoOutput, this);
 }
 
-QString VideoOutput::serialize(const QString& tagName) const
+QString VideoOutput::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoOutput, this, tagName, baseText);
 }
 
 void VideoOutput::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoOutput, this, out, tagName, baseText);
 }
 
-void VideoOutput::deserialize(const QDomNode& node)
+void VideoOutput::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

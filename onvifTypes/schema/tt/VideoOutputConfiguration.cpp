@@ -31,19 +31,21 @@ VideoOutputConfiguration::VideoOutputConfiguration()
     ComplexType::construct(infoVideoOutputConfiguration, this);
 }
 
-QString VideoOutputConfiguration::serialize(const QString& tagName) const
+QString VideoOutputConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoOutputConfiguration, this, tagName, baseText);
 }
 
 void VideoOutputConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoOutputConfiguration, this, out, tagName, baseText);
 }
 
-void VideoOutputConfiguration::deserialize(const QDomNode& node)
+void VideoOutputConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

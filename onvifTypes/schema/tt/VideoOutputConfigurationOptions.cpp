@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoOutputConfigurationOptions = {
 
 } // namespace
 
-QString VideoOutputConfigurationOptions::serialize(const QString& tagName) const
+QString VideoOutputConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoOutputConfigurationOptions, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoOutputConfigurationOptions::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoVideoOutputConfigurationOptions, this, out, tagName);
 }
 
-void VideoOutputConfigurationOptions::deserialize(const QDomNode& node)
+void VideoOutputConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoOutputConfigurationOptions, this, node);
 }

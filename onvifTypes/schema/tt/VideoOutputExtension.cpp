@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoOutputExtension = {
 
 } // namespace
 
-QString VideoOutputExtension::serialize(const QString& tagName) const
+QString VideoOutputExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoOutputExtension, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoOutputExtension::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoVideoOutputExtension, this, out, tagName);
 }
 
-void VideoOutputExtension::deserialize(const QDomNode& node)
+void VideoOutputExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoOutputExtension, this, node);
 }

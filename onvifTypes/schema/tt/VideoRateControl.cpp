@@ -32,7 +32,7 @@ VideoRateControl::VideoRateControl()
     ComplexType::construct(infoVideoRateControl, this);
 }
 
-QString VideoRateControl::serialize(const QString& tagName) const
+QString VideoRateControl::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoRateControl, this, tagName);
 }
@@ -42,7 +42,7 @@ void VideoRateControl::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVideoRateControl, this, out, tagName);
 }
 
-void VideoRateControl::deserialize(const QDomNode& node)
+void VideoRateControl::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoRateControl, this, node);
 }

@@ -32,7 +32,7 @@ VideoRateControl2::VideoRateControl2()
     ComplexType::construct(infoVideoRateControl2, this);
 }
 
-QString VideoRateControl2::serialize(const QString& tagName) const
+QString VideoRateControl2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoRateControl2, this, tagName);
 }
@@ -42,7 +42,7 @@ void VideoRateControl2::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVideoRateControl2, this, out, tagName);
 }
 
-void VideoRateControl2::deserialize(const QDomNode& node)
+void VideoRateControl2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoRateControl2, this, node);
 }

@@ -30,7 +30,7 @@ VideoResolution::VideoResolution()
     ComplexType::construct(infoVideoResolution, this);
 }
 
-QString VideoResolution::serialize(const QString& tagName) const
+QString VideoResolution::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoResolution, this, tagName);
 }
@@ -40,7 +40,7 @@ void VideoResolution::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVideoResolution, this, out, tagName);
 }
 
-void VideoResolution::deserialize(const QDomNode& node)
+void VideoResolution::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoResolution, this, node);
 }

@@ -30,7 +30,7 @@ VideoResolution2::VideoResolution2()
     ComplexType::construct(infoVideoResolution2, this);
 }
 
-QString VideoResolution2::serialize(const QString& tagName) const
+QString VideoResolution2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoResolution2, this, tagName);
 }
@@ -40,7 +40,7 @@ void VideoResolution2::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoVideoResolution2, this, out, tagName);
 }
 
-void VideoResolution2::deserialize(const QDomNode& node)
+void VideoResolution2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoResolution2, this, node);
 }

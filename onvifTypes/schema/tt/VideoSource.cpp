@@ -38,19 +38,21 @@ VideoSource::VideoSource()
     ComplexType::construct(infoVideoSource, this);
 }
 
-QString VideoSource::serialize(const QString& tagName) const
+QString VideoSource::serialize(QString tagName)
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoSource, this, tagName, baseText);
 }
 
 void VideoSource::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::DeviceEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::DeviceEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoSource, this, out, tagName, baseText);
 }
 
-void VideoSource::deserialize(const QDomNode& node)
+void VideoSource::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

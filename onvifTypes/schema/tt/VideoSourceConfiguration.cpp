@@ -37,19 +37,21 @@ VideoSourceConfiguration::VideoSourceConfiguration()
     ComplexType::construct(infoVideoSourceConfiguration, this);
 }
 
-QString VideoSourceConfiguration::serialize(const QString& tagName) const
+QString VideoSourceConfiguration::serialize(QString tagName)
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     return ComplexType::serialize(infoVideoSourceConfiguration, this, tagName, baseText);
 }
 
 void VideoSourceConfiguration::serializeTo(QString& out, QLatin1String tagName) const
 {
-    const QString baseText = tt::ConfigurationEntity::serialize(QStringLiteral("_MagicString_"));
+    QString baseText;
+    tt::ConfigurationEntity::serializeTo(baseText, QLatin1String("_MagicString_"));
     ComplexType::serializeTo(infoVideoSourceConfiguration, this, out, tagName, baseText);
 }
 
-void VideoSourceConfiguration::deserialize(const QDomNode& node)
+void VideoSourceConfiguration::deserialize(QDomNode& node)
 {
     {
         const ComplexType::BasePass pass(node);

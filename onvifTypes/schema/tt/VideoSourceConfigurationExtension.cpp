@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoVideoSourceConfigurationExtension = {
 
 } // namespace
 
-QString VideoSourceConfigurationExtension::serialize(const QString& tagName) const
+QString VideoSourceConfigurationExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceConfigurationExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void VideoSourceConfigurationExtension::serializeTo(QString& out, QLatin1String 
     ComplexType::serializeTo(infoVideoSourceConfigurationExtension, this, out, tagName);
 }
 
-void VideoSourceConfigurationExtension::deserialize(const QDomNode& node)
+void VideoSourceConfigurationExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationExtension, this, node);
 }

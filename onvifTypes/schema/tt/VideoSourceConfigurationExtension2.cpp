@@ -24,7 +24,7 @@ const ComplexType::ClassInfo infoVideoSourceConfigurationExtension2 = {
 
 } // namespace
 
-QString VideoSourceConfigurationExtension2::serialize(const QString& tagName) const
+QString VideoSourceConfigurationExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceConfigurationExtension2, this, tagName);
 }
@@ -34,7 +34,7 @@ void VideoSourceConfigurationExtension2::serializeTo(QString& out, QLatin1String
     ComplexType::serializeTo(infoVideoSourceConfigurationExtension2, this, out, tagName);
 }
 
-void VideoSourceConfigurationExtension2::deserialize(const QDomNode& node)
+void VideoSourceConfigurationExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationExtension2, this, node);
 }

@@ -34,7 +34,7 @@ VideoSourceConfigurationOptions::VideoSourceConfigurationOptions()
     ComplexType::construct(infoVideoSourceConfigurationOptions, this);
 }
 
-QString VideoSourceConfigurationOptions::serialize(const QString& tagName) const
+QString VideoSourceConfigurationOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceConfigurationOptions, this, tagName);
 }
@@ -44,7 +44,7 @@ void VideoSourceConfigurationOptions::serializeTo(QString& out, QLatin1String ta
     ComplexType::serializeTo(infoVideoSourceConfigurationOptions, this, out, tagName);
 }
 
-void VideoSourceConfigurationOptions::deserialize(const QDomNode& node)
+void VideoSourceConfigurationOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationOptions, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoVideoSourceConfigurationOptionsExtension = {
 
 } // namespace
 
-QString VideoSourceConfigurationOptionsExtension::serialize(const QString& tagName) const
+QString VideoSourceConfigurationOptionsExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceConfigurationOptionsExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void VideoSourceConfigurationOptionsExtension::serializeTo(QString& out, QLatin1
     ComplexType::serializeTo(infoVideoSourceConfigurationOptionsExtension, this, out, tagName);
 }
 
-void VideoSourceConfigurationOptionsExtension::deserialize(const QDomNode& node)
+void VideoSourceConfigurationOptionsExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationOptionsExtension, this, node);
 }

@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoSourceConfigurationOptionsExtension2 = {
 
 } // namespace
 
-QString VideoSourceConfigurationOptionsExtension2::serialize(const QString& tagName) const
+QString VideoSourceConfigurationOptionsExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceConfigurationOptionsExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoSourceConfigurationOptionsExtension2::serializeTo(QString& out, QLatin
     ComplexType::serializeTo(infoVideoSourceConfigurationOptionsExtension2, this, out, tagName);
 }
 
-void VideoSourceConfigurationOptionsExtension2::deserialize(const QDomNode& node)
+void VideoSourceConfigurationOptionsExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceConfigurationOptionsExtension2, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoVideoSourceExtension = {
 
 } // namespace
 
-QString VideoSourceExtension::serialize(const QString& tagName) const
+QString VideoSourceExtension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceExtension, this, tagName);
 }
@@ -37,7 +37,7 @@ void VideoSourceExtension::serializeTo(QString& out, QLatin1String tagName) cons
     ComplexType::serializeTo(infoVideoSourceExtension, this, out, tagName);
 }
 
-void VideoSourceExtension::deserialize(const QDomNode& node)
+void VideoSourceExtension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceExtension, this, node);
 }

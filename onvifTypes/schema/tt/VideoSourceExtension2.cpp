@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoVideoSourceExtension2 = {
 
 } // namespace
 
-QString VideoSourceExtension2::serialize(const QString& tagName) const
+QString VideoSourceExtension2::serialize(QString tagName)
 {
     return ComplexType::serialize(infoVideoSourceExtension2, this, tagName);
 }
@@ -28,7 +28,7 @@ void VideoSourceExtension2::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoVideoSourceExtension2, this, out, tagName);
 }
 
-void VideoSourceExtension2::deserialize(const QDomNode& node)
+void VideoSourceExtension2::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoVideoSourceExtension2, this, node);
 }

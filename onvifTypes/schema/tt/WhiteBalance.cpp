@@ -33,7 +33,7 @@ WhiteBalance::WhiteBalance()
     ComplexType::construct(infoWhiteBalance, this);
 }
 
-QString WhiteBalance::serialize(const QString& tagName) const
+QString WhiteBalance::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWhiteBalance, this, tagName);
 }
@@ -43,7 +43,7 @@ void WhiteBalance::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoWhiteBalance, this, out, tagName);
 }
 
-void WhiteBalance::deserialize(const QDomNode& node)
+void WhiteBalance::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalance, this, node);
 }

@@ -36,7 +36,7 @@ WhiteBalance20::WhiteBalance20()
     ComplexType::construct(infoWhiteBalance20, this);
 }
 
-QString WhiteBalance20::serialize(const QString& tagName) const
+QString WhiteBalance20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWhiteBalance20, this, tagName);
 }
@@ -46,7 +46,7 @@ void WhiteBalance20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoWhiteBalance20, this, out, tagName);
 }
 
-void WhiteBalance20::deserialize(const QDomNode& node)
+void WhiteBalance20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalance20, this, node);
 }

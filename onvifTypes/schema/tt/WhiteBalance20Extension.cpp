@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoWhiteBalance20Extension = {
 
 } // namespace
 
-QString WhiteBalance20Extension::serialize(const QString& tagName) const
+QString WhiteBalance20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWhiteBalance20Extension, this, tagName);
 }
@@ -28,7 +28,7 @@ void WhiteBalance20Extension::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoWhiteBalance20Extension, this, out, tagName);
 }
 
-void WhiteBalance20Extension::deserialize(const QDomNode& node)
+void WhiteBalance20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalance20Extension, this, node);
 }

@@ -34,7 +34,7 @@ WhiteBalanceOptions::WhiteBalanceOptions()
     ComplexType::construct(infoWhiteBalanceOptions, this);
 }
 
-QString WhiteBalanceOptions::serialize(const QString& tagName) const
+QString WhiteBalanceOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWhiteBalanceOptions, this, tagName);
 }
@@ -44,7 +44,7 @@ void WhiteBalanceOptions::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoWhiteBalanceOptions, this, out, tagName);
 }
 
-void WhiteBalanceOptions::deserialize(const QDomNode& node)
+void WhiteBalanceOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalanceOptions, this, node);
 }

@@ -32,7 +32,7 @@ const ComplexType::ClassInfo infoWhiteBalanceOptions20 = {
 
 } // namespace
 
-QString WhiteBalanceOptions20::serialize(const QString& tagName) const
+QString WhiteBalanceOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWhiteBalanceOptions20, this, tagName);
 }
@@ -42,7 +42,7 @@ void WhiteBalanceOptions20::serializeTo(QString& out, QLatin1String tagName) con
     ComplexType::serializeTo(infoWhiteBalanceOptions20, this, out, tagName);
 }
 
-void WhiteBalanceOptions20::deserialize(const QDomNode& node)
+void WhiteBalanceOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalanceOptions20, this, node);
 }

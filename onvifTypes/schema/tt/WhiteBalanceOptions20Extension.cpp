@@ -18,7 +18,7 @@ const ComplexType::ClassInfo infoWhiteBalanceOptions20Extension = {
 
 } // namespace
 
-QString WhiteBalanceOptions20Extension::serialize(const QString& tagName) const
+QString WhiteBalanceOptions20Extension::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWhiteBalanceOptions20Extension, this, tagName);
 }
@@ -28,7 +28,7 @@ void WhiteBalanceOptions20Extension::serializeTo(QString& out, QLatin1String tag
     ComplexType::serializeTo(infoWhiteBalanceOptions20Extension, this, out, tagName);
 }
 
-void WhiteBalanceOptions20Extension::deserialize(const QDomNode& node)
+void WhiteBalanceOptions20Extension::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWhiteBalanceOptions20Extension, this, node);
 }

@@ -31,7 +31,7 @@ WideDynamicRange::WideDynamicRange()
     ComplexType::construct(infoWideDynamicRange, this);
 }
 
-QString WideDynamicRange::serialize(const QString& tagName) const
+QString WideDynamicRange::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWideDynamicRange, this, tagName);
 }
@@ -41,7 +41,7 @@ void WideDynamicRange::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoWideDynamicRange, this, out, tagName);
 }
 
-void WideDynamicRange::deserialize(const QDomNode& node)
+void WideDynamicRange::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRange, this, node);
 }

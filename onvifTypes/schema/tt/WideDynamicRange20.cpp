@@ -31,7 +31,7 @@ WideDynamicRange20::WideDynamicRange20()
     ComplexType::construct(infoWideDynamicRange20, this);
 }
 
-QString WideDynamicRange20::serialize(const QString& tagName) const
+QString WideDynamicRange20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWideDynamicRange20, this, tagName);
 }
@@ -41,7 +41,7 @@ void WideDynamicRange20::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoWideDynamicRange20, this, out, tagName);
 }
 
-void WideDynamicRange20::deserialize(const QDomNode& node)
+void WideDynamicRange20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRange20, this, node);
 }

@@ -32,7 +32,7 @@ WideDynamicRangeOptions::WideDynamicRangeOptions()
     ComplexType::construct(infoWideDynamicRangeOptions, this);
 }
 
-QString WideDynamicRangeOptions::serialize(const QString& tagName) const
+QString WideDynamicRangeOptions::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWideDynamicRangeOptions, this, tagName);
 }
@@ -42,7 +42,7 @@ void WideDynamicRangeOptions::serializeTo(QString& out, QLatin1String tagName) c
     ComplexType::serializeTo(infoWideDynamicRangeOptions, this, out, tagName);
 }
 
-void WideDynamicRangeOptions::deserialize(const QDomNode& node)
+void WideDynamicRangeOptions::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRangeOptions, this, node);
 }

@@ -27,7 +27,7 @@ const ComplexType::ClassInfo infoWideDynamicRangeOptions20 = {
 
 } // namespace
 
-QString WideDynamicRangeOptions20::serialize(const QString& tagName) const
+QString WideDynamicRangeOptions20::serialize(QString tagName)
 {
     return ComplexType::serialize(infoWideDynamicRangeOptions20, this, tagName);
 }
@@ -37,7 +37,7 @@ void WideDynamicRangeOptions20::serializeTo(QString& out, QLatin1String tagName)
     ComplexType::serializeTo(infoWideDynamicRangeOptions20, this, out, tagName);
 }
 
-void WideDynamicRangeOptions20::deserialize(const QDomNode& node)
+void WideDynamicRangeOptions20::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoWideDynamicRangeOptions20, this, node);
 }

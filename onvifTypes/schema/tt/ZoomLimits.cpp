@@ -29,7 +29,7 @@ ZoomLimits::ZoomLimits()
     ComplexType::construct(infoZoomLimits, this);
 }
 
-QString ZoomLimits::serialize(const QString& tagName) const
+QString ZoomLimits::serialize(QString tagName)
 {
     return ComplexType::serialize(infoZoomLimits, this, tagName);
 }
@@ -39,7 +39,7 @@ void ZoomLimits::serializeTo(QString& out, QLatin1String tagName) const
     ComplexType::serializeTo(infoZoomLimits, this, out, tagName);
 }
 
-void ZoomLimits::deserialize(const QDomNode& node)
+void ZoomLimits::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoZoomLimits, this, node);
 }

@@ -30,12 +30,17 @@ FilterType::FilterType()
     ComplexType::construct(infoFilterType, this);
 }
 
-QString FilterType::serialize(const QString& tagName) const
+QString FilterType::serialize(QString tagName)
 {
     return ComplexType::serialize(infoFilterType, this, tagName);
 }
 
-void FilterType::deserialize(const QDomNode& node)
+void FilterType::serializeTo(QString& out, QLatin1String tagName) const
+{
+    ComplexType::serializeTo(infoFilterType, this, out, tagName);
+}
+
+void FilterType::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoFilterType, this, node);
 }

@@ -7,12 +7,17 @@ NotificationMessage::NotificationMessage()
     : Message(new tt::Message)
 { }
 
-QString NotificationMessage::serialize(const QString& tagName) const
+QString NotificationMessage::serialize(QString tagName)
 {
     return NotificationMessageIo::serialize(*this, tagName, "wsnt:NotificationMessage");
 }
 
-void NotificationMessage::deserialize(const QDomNode& node)
+void NotificationMessage::serializeTo(QString& out, QLatin1String tagName) const
+{
+    out += NotificationMessageIo::serialize(*this, QString(tagName), "wsnt:NotificationMessage");
+}
+
+void NotificationMessage::deserialize(QDomNode& node)
 {
     NotificationMessageIo::deserialize(*this, node);
 }

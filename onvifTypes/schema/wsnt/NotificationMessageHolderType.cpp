@@ -7,12 +7,12 @@ NotificationMessageHolderType::NotificationMessageHolderType()
     : Message(new tt::Message)
 { }
 
-QString NotificationMessageHolderType::serialize(const QString& tagName) const
+QString NotificationMessageHolderType::serialize(QString tagName)
 {
     return NotificationMessageIo::serialize(*this, tagName, "wsnt:NotificationMessageHolderType");
 }
 
-void NotificationMessageHolderType::deserialize(const QDomNode& node)
+void NotificationMessageHolderType::deserialize(QDomNode& node)
 {
     NotificationMessageIo::deserialize(*this, node);
 }

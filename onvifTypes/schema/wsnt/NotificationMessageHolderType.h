@@ -25,8 +25,8 @@ public:
     QSharedPointer<a::EndpointReferenceType> ProducerReference;
     QSharedPointer<tt::Message> Message;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace wsnt

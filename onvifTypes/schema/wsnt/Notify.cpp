@@ -26,12 +26,12 @@ Notify::Notify()
     ComplexType::construct(infoNotify, this);
 }
 
-QString Notify::serialize(const QString& tagName) const
+QString Notify::serialize(QString tagName)
 {
     return ComplexType::serialize(infoNotify, this, tagName);
 }
 
-void Notify::deserialize(const QDomNode& node)
+void Notify::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoNotify, this, node);
 }

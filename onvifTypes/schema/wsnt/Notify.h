@@ -18,8 +18,8 @@ public:
     QString unmatchedAttributes;
     QVector<wsnt::NotificationMessage> NotificationMessage;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace wsnt

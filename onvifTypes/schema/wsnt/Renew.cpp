@@ -26,12 +26,12 @@ Renew::Renew()
     ComplexType::construct(infoRenew, this);
 }
 
-QString Renew::serialize(const QString& tagName) const
+QString Renew::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRenew, this, tagName);
 }
 
-void Renew::deserialize(const QDomNode& node)
+void Renew::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRenew, this, node);
 }

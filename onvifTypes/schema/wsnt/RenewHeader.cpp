@@ -7,12 +7,12 @@ RenewHeader::RenewHeader(const QString& address)
     : address(address)
 { }
 
-QString RenewHeader::serialize(const QString&) const
+QString RenewHeader::serialize(QString)
 {
     return Addressing::headerText(
         "http://docs.oasis-open.org/wsn/bw-2/SubscriptionManager/RenewRequest", address);
 }
 
-void RenewHeader::deserialize(const QDomNode&) { }
+void RenewHeader::deserialize(QDomNode&) { }
 
 } // namespace wsnt

@@ -29,12 +29,12 @@ RenewResponse::RenewResponse()
     ComplexType::construct(infoRenewResponse, this);
 }
 
-QString RenewResponse::serialize(const QString& tagName) const
+QString RenewResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoRenewResponse, this, tagName);
 }
 
-void RenewResponse::deserialize(const QDomNode& node)
+void RenewResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoRenewResponse, this, node);
 }

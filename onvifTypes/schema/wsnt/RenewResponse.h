@@ -17,8 +17,8 @@ public:
     QSharedPointer<universalSimpleType<QString>> TerminationTime;
     QSharedPointer<universalSimpleType<QString>> CurrentTime;
 
-    QString serialize(const QString& tagName) const override;
-    void deserialize(const QDomNode& node) override;
+    QString serialize(QString tagName) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace wsnt

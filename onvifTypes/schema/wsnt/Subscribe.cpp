@@ -29,7 +29,7 @@ Subscribe::Subscribe()
     ComplexType::construct(infoSubscribe, this);
 }
 
-QString Subscribe::serialize(const QString& tagName) const
+QString Subscribe::serialize(QString tagName)
 {
     const QString tag = tagName.isEmpty() ? QStringLiteral("wsnt:Subscribe") : tagName;
     const QString address
@@ -44,7 +44,7 @@ QString Subscribe::serialize(const QString& tagName) const
         + QLatin1Char('>');
 }
 
-void Subscribe::deserialize(const QDomNode& node)
+void Subscribe::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSubscribe, this, node);
 }

@@ -7,12 +7,12 @@ SubscribeHeader::SubscribeHeader(const QString& address)
     : address(address)
 { }
 
-QString SubscribeHeader::serialize(const QString&) const
+QString SubscribeHeader::serialize(QString)
 {
     return Addressing::headerText(
         "http://docs.oasis-open.org/wsn/bw-2/NotificationProducer/SubscribeRequest", address);
 }
 
-void SubscribeHeader::deserialize(const QDomNode&) { }
+void SubscribeHeader::deserialize(QDomNode&) { }
 
 } // namespace wsnt

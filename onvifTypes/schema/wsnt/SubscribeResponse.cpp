@@ -31,12 +31,12 @@ SubscribeResponse::SubscribeResponse()
     ComplexType::construct(infoSubscribeResponse, this);
 }
 
-QString SubscribeResponse::serialize(const QString& tagName) const
+QString SubscribeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoSubscribeResponse, this, tagName);
 }
 
-void SubscribeResponse::deserialize(const QDomNode& node)
+void SubscribeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoSubscribeResponse, this, node);
 }

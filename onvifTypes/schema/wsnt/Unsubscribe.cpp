@@ -21,12 +21,12 @@ Unsubscribe::Unsubscribe()
     ComplexType::construct(infoUnsubscribe, this);
 }
 
-QString Unsubscribe::serialize(const QString& tagName) const
+QString Unsubscribe::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUnsubscribe, this, tagName);
 }
 
-void Unsubscribe::deserialize(const QDomNode& node)
+void Unsubscribe::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUnsubscribe, this, node);
 }

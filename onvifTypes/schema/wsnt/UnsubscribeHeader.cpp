@@ -7,12 +7,12 @@ UnsubscribeHeader::UnsubscribeHeader(const QString& address)
     : address(address)
 { }
 
-QString UnsubscribeHeader::serialize(const QString&) const
+QString UnsubscribeHeader::serialize(QString)
 {
     return Addressing::headerText(
         "http://docs.oasis-open.org/wsn/bw-2/NotificationProducer/SubscribeRequest", address);
 }
 
-void UnsubscribeHeader::deserialize(const QDomNode&) { }
+void UnsubscribeHeader::deserialize(QDomNode&) { }
 
 } // namespace wsnt

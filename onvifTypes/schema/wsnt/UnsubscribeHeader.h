@@ -18,9 +18,9 @@ public:
     QString address;
 
     // The name is ignored: a header writes its own blocks.
-    QString serialize(const QString& tagName) const override;
+    QString serialize(QString tagName) override;
     // Nothing is read back.
-    void deserialize(const QDomNode& node) override;
+    void deserialize(QDomNode& node) override;
 };
 
 } // namespace wsnt

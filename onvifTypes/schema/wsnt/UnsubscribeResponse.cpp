@@ -22,12 +22,12 @@ UnsubscribeResponse::UnsubscribeResponse()
     ComplexType::construct(infoUnsubscribeResponse, this);
 }
 
-QString UnsubscribeResponse::serialize(const QString& tagName) const
+QString UnsubscribeResponse::serialize(QString tagName)
 {
     return ComplexType::serialize(infoUnsubscribeResponse, this, tagName);
 }
 
-void UnsubscribeResponse::deserialize(const QDomNode& node)
+void UnsubscribeResponse::deserialize(QDomNode& node)
 {
     ComplexType::deserialize(infoUnsubscribeResponse, this, node);
 }

@@ -35,8 +35,9 @@ int readEventMessages(const QDomNode& node, QSharedPointer<QVector<tt::Message>>
 
 QString messageWrapper(const tt::Message& message)
 {
-    return QLatin1String("<wsnt:Message>") + message.serialize(QStringLiteral("tt:Message"))
-        + QLatin1String("</wsnt:Message>");
+    QString text = QLatin1String("<wsnt:Message>");
+    message.serializeTo(text, QLatin1String("tt:Message"));
+    return text + QLatin1String("</wsnt:Message>");
 }
 
 } // namespace Addressing

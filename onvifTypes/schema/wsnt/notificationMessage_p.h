@@ -25,7 +25,7 @@ template <typename T> QString serialize(const T& n, const QString& tagName, cons
     return text + QLatin1String("</") + tag + QLatin1Char('>');
 }
 
-template <typename Ptr> void readInto(Ptr& member, const QDomNode& child)
+template <typename Ptr> void readInto(Ptr& member, QDomNode& child)
 {
     if (!member)
         member.reset(new typename Ptr::value_type);

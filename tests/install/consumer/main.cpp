@@ -6,16 +6,18 @@
 
 struct GetDeviceInformation : Serializable
 {
-    QString serialize(const QString&) const override
+    QString serialize(QString) override
     {
         return QStringLiteral("<tds:GetDeviceInformation ></tds:GetDeviceInformation>");
     }
-    void deserialize(const QDomNode&) override { }
+    void deserialize(QDomNode&) override { }
 };
 
 int main()
 {
-    const OnvifRequest request(OnvifSecurity("admin", "admin", 0LL), GetDeviceInformation());
+    OnvifSecurity security("admin", "admin", 0LL);
+    GetDeviceInformation body;
+    const OnvifRequest request(security, body);
     const OnvifResponse response(request.getMessage());
     if (response.getNodeByTag(QStringLiteral("GetDeviceInformation")).isNull())
         return 1;
