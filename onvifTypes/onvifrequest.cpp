@@ -119,7 +119,15 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
                 + requestName);
         outcome.failed = true;
     } else {
-        response.deserialize(parsed.getNodeByTag(requestName + QStringLiteral("Response")));
+        const QString element = requestName + QStringLiteral("Response");
+        const QDomElement node = parsed.getNodeByTag(element);
+        if (error == QNetworkReply::NoError) {
+            if (!parsed.isReadable())
+                outcome.unreadable = parsed.parseError();
+            else if (node.isNull())
+                outcome.unreadable = QStringLiteral("no %1 element in the answer").arg(element);
+        }
+        response.deserialize(node);
     }
     return outcome;
 }
