@@ -2,7 +2,9 @@
 // encodings. Each goes through OnvifResponse and the response classes directly, and
 // once through a whole request against a loopback server that answers with it.
 #include "futureWait.h"
+#include "logCapture.h"
 
+#include <onvifTypes/onvifPreview.h>
 #include <onvifTypes/onvifRequests.h>
 #include <onvifTypes/onvifResponse.h>
 #include <onvifTypes/schema/soapenv/Fault.h>
@@ -10,11 +12,15 @@
 #include <onvifTypes/transport/limits.h>
 #include <zyrChecker/zyrChecker.h>
 
+#include <QBuffer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QtEndian>
 #include <QtTest>
+
+#include <zlib.h>
 
 namespace {
 
@@ -117,24 +123,31 @@ qint64 residentKb()
     return 0;
 }
 
-// Answers every request on one loopback port with the same body, then closes.
+// Answers every request on one loopback port with the same body, then closes. The
+// head, when given, replaces the usual one (a Content-Length that lies, say).
 class CannedServer : public QTcpServer
 {
 public:
-    explicit CannedServer(const QByteArray& body)
+    explicit CannedServer(const QByteArray& body, const QByteArray& head = QByteArray())
         : m_body(body)
+        , m_head(head)
     {
         listen(QHostAddress::LocalHost);
         connect(this, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = nextPendingConnection()) {
                 connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-                    if (!socket->readAll().contains("Envelope>") || socket->property("answered").toBool())
+                    const QByteArray request = socket->property("request").toByteArray() + socket->readAll();
+                    socket->setProperty("request", request);
+                    const bool complete = request.startsWith("GET ") ? request.contains("\r\n\r\n")
+                                                                     : request.contains("Envelope>");
+                    if (!complete || socket->property("answered").toBool())
                         return;
                     socket->setProperty("answered", true);
-                    socket->write(
-                        "HTTP/1.1 200 OK\r\nContent-Type: application/soap+xml\r\nConnection: close\r\n"
-                        "Content-Length: "
-                        + QByteArray::number(m_body.size()) + "\r\n\r\n" + m_body);
+                    socket->write(m_head.isEmpty()
+                            ? "HTTP/1.1 200 OK\r\nContent-Type: application/soap+xml\r\nConnection: close\r\n"
+                              "Content-Length: "
+                                + QByteArray::number(m_body.size()) + "\r\n\r\n" + m_body
+                            : m_head + m_body);
                     socket->disconnectFromHost();
                 });
                 connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
@@ -148,7 +161,31 @@ public:
 
 private:
     QByteArray m_body;
+    QByteArray m_head;
 };
+
+QByteArray png(const QSize& size)
+{
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    image.save(&buffer, "PNG");
+    return bytes;
+}
+
+// A small PNG whose header declares other dimensions: the pixels a decoder would allocate.
+QByteArray pngDeclaring(quint32 width, quint32 height)
+{
+    QByteArray bytes = png(QSize(2, 2));
+    const int ihdr = bytes.indexOf("IHDR");
+    qToBigEndian(width, bytes.data() + ihdr + 4);
+    qToBigEndian(height, bytes.data() + ihdr + 8);
+    const quint32 crc = quint32(crc32(0, reinterpret_cast<const Bytef*>(bytes.constData() + ihdr), 17));
+    qToBigEndian(crc, bytes.data() + ihdr + 17);
+    return bytes;
+}
 
 } // namespace
 
@@ -162,6 +199,8 @@ private slots:
     void replies();
     void throughRequest_data() { replies_data(); }
     void throughRequest();
+    void snapshots_data();
+    void snapshots();
 };
 
 // Each attack from a hostile camera is refused at once, within a memory ceiling.
@@ -252,6 +291,68 @@ void TestHostileReplies::throughRequest()
         QCOMPARE(requests.isUnreadableAnswer(), !refusal.isEmpty());
         QVERIFY2(requests.readError().contains(refusal), qPrintable(requests.readError()));
     }
+}
+
+// A snapshot URI is the camera's word: only http and https are fetched, and a picture
+// is decoded only when its size and its declared dimensions are within the limits.
+void TestHostileReplies::snapshots_data()
+{
+    QTest::addColumn<QString>("uri"); // %1: the loopback server's port
+    QTest::addColumn<QByteArray>("head"); // empty: a plain 200 with the body's length
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("refusal"); // a word of the log; empty: the picture arrives
+
+    const Onvif::Limits limits = Onvif::Limits::defaults();
+    const QByteArray picture = png(QSize(4, 3));
+    // A picture of the host's own that a camera might name.
+    static QTemporaryFile local;
+    QVERIFY(local.open());
+    local.write(picture);
+    local.flush();
+    const QString http = QStringLiteral("http://127.0.0.1:%1/snapshot.png");
+    QTest::newRow("plain picture") << http << QByteArray() << picture << "";
+    QTest::newRow("local file") << QUrl::fromLocalFile(local.fileName()).toString() << QByteArray()
+                                << QByteArray() << "only http";
+    QTest::newRow("inline data") << QString::fromLatin1("data:image/png;base64," + picture.toBase64())
+                                 << QByteArray() << QByteArray() << "only http";
+    QTest::newRow("resource") << "qrc:/snapshot.png" << QByteArray() << QByteArray() << "only http";
+    QTest::newRow("ftp") << "ftp://127.0.0.1:%1/snapshot.png" << QByteArray() << QByteArray() << "only http";
+    QTest::newRow("no host") << "http:///snapshot.png" << QByteArray() << QByteArray() << "only http";
+    QTest::newRow("20000 x 20000 declared")
+        << http << QByteArray() << pngDeclaring(20000, 20000) << "maxImagePixels";
+    QTest::newRow("one row past the limit")
+        << http << QByteArray() << pngDeclaring(4096, quint32(limits.maxImagePixels / 4096 + 1))
+        << "maxImagePixels";
+    QTest::newRow("declared body past the limit")
+        << http
+        << "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
+            + QByteArray::number(limits.maxImageBytes + 1) + "\r\n\r\n"
+        << picture << "maxImageBytes";
+}
+
+void TestHostileReplies::snapshots()
+{
+    QFETCH(QString, uri);
+    QFETCH(QByteArray, head);
+    QFETCH(QByteArray, body);
+    QFETCH(QString, refusal);
+    CannedServer server(body, head);
+    QVERIFY(server.isListening());
+    LogCapture log;
+    Onvif::OnvifPreview preview { QString(), QString(), QString() };
+    QSignalSpy images(&preview, &Onvif::OnvifPreview::image);
+    preview.downloadImage(uri.contains(QLatin1String("%1")) ? uri.arg(server.serverPort()) : uri);
+    QTRY_VERIFY_WITH_TIMEOUT(!images.isEmpty() || !log.withSeverity(4).isEmpty(), 10000);
+    if (refusal.isEmpty()) {
+        QCOMPARE(images.size(), 1);
+        QCOMPARE(images.at(0).at(0).value<QImage>().size(), QSize(4, 3));
+        return;
+    }
+    QCOMPARE(images.size(), 0);
+    QStringList errors;
+    for (const auto& record : log.withSeverity(4))
+        errors << record.message;
+    QVERIFY2(errors.join('\n').contains(refusal), qPrintable(errors.join('\n')));
 }
 
 QTEST_GUILESS_MAIN(TestHostileReplies)
