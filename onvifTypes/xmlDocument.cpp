@@ -817,10 +817,14 @@ bool parseDocument(QDomDocument& document, const QString& text, const Onvif::Lim
 {
     document.clear();
     QString reason;
-    if (text.size() > limits.maxReplyBytes) {
+    if (text.size() > limits.maxReplyBytes)
         reason = QStringLiteral("the answer is longer than %1 characters (maxReplyBytes)")
                      .arg(limits.maxReplyBytes);
-    } else {
+    // Only a text with more tags than the element limit can go past it; such a text is
+    // checked before a tree is built, so that it costs no tree at all.
+    else if (text.count(QLatin1Char('<')) > limits.maxXmlElements)
+        reason = limitViolation(text, limits);
+    if (reason.isEmpty()) {
         TreeBuilder builder(document, text, limits);
         const TreeBuilder::Result built = builder.build();
         if (built == TreeBuilder::Built) {
