@@ -6,6 +6,7 @@
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
 #include "onvifTypes/schema/tds/GetDeviceInformationResponse.h"
+#include "onvifTypes/transport/limits.h"
 #include "onvifTypes/xmlDocument_p.h"
 
 #include <QDomDocument>
@@ -49,6 +50,17 @@ QString firstTextByTag(const QDomDocument& document, const QString& tagName)
     return document.documentElement().elementsByTagName(tagName).item(0).toElement().text();
 }
 
+// The UUID of a message id ("uuid:..." or "urn:uuid:..."), in lower case.
+QString uuidOf(QString id)
+{
+    id = id.trimmed().toLower();
+    if (id.startsWith(QLatin1String("urn:")))
+        id.remove(0, 4);
+    if (id.startsWith(QLatin1String("uuid:")))
+        id.remove(0, 5);
+    return id;
+}
+
 // Answers of an abandoned search must never reach the records of the next one.
 void abandonReply(QNetworkReply* reply, QObject* receiver)
 {
@@ -69,6 +81,8 @@ Discovery::Discovery(QObject* parent)
     , timer(new QTimer(this))
     , manager(new Onvif::NetworkAccessManager(this))
     , logger(OnvifLog::makeLogger(QStringLiteral("Discovery")))
+    , m_maxRecords(Onvif::Limits::defaults().maxDiscoveryRecords)
+    , m_maxRequestsInFlight(Onvif::Limits::defaults().maxDiscoveryRequestsInFlight)
 {
     const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& networkInterface : interfaces) {
@@ -98,8 +112,11 @@ void Discovery::search(const QString& login, const QString& password)
     for (auto it = pending.cbegin(); it != pending.cend(); ++it)
         abandonReply(it.key(), this);
     pending.clear();
+    m_waiting.clear();
+    m_recordLimitLogged = false;
 
     const QString uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    m_probeId = uuid;
     const QByteArray probe = (kProbeHead + uuid + kProbeTail).toUtf8();
     for (QUdpSocket* socket : qAsConst(sockets)) {
         // An unbound socket would bind itself to the wildcard address on sending and
@@ -112,6 +129,17 @@ void Discovery::search(const QString& login, const QString& password)
 QVector<Onvif::DeviceInfo> Discovery::getDeviceInformation() const
 {
     return devices;
+}
+
+void Discovery::setMaxRecords(int count)
+{
+    m_maxRecords = qMax(0, count);
+}
+
+void Discovery::setMaxRequestsInFlight(int count)
+{
+    m_maxRequestsInFlight = qMax(1, count);
+    sendWaiting();
 }
 
 void Discovery::readPendingDatagrams()
@@ -145,9 +173,24 @@ void Discovery::readPendingDatagrams()
 
 void Discovery::readDatagram(const QByteArray& datagram)
 {
+    if (devices.size() >= m_maxRecords) {
+        if (!m_recordLimitLogged)
+            ONVIF_LOG_AS(logger, OnvifLog::Error, "readPendingDatagrams",
+                QStringLiteral("More than %1 answers (maxDiscoveryRecords); the rest are ignored.")
+                    .arg(m_maxRecords));
+        m_recordLimitLogged = true;
+        return;
+    }
     QDomDocument document;
     // Malformed answers count as empty.
     Utilites::parseDocument(document, QString::fromLatin1(datagram));
+    if (m_dropUnrelated
+        && (m_probeId.isEmpty()
+            || uuidOf(firstTextByTag(document, QStringLiteral("RelatesTo"))) != m_probeId)) {
+        ONVIF_LOG_AS(logger, OnvifLog::Info, "readPendingDatagrams",
+            "Answer relates to no probe of this search; dropped.");
+        return;
+    }
     const QString xaddrs = firstTextByTag(document, QStringLiteral("XAddrs"));
     if (xaddrs.isEmpty()) {
         ONVIF_LOG_AS(logger, OnvifLog::Info, "readPendingDatagrams", "Addr is empty.");
@@ -178,6 +221,22 @@ void Discovery::readDatagram(const QByteArray& datagram)
 
 void Discovery::requestDeviceInformation(const QString& xaddrs, int index)
 {
+    if (pending.size() >= m_maxRequestsInFlight)
+        m_waiting.enqueue({ xaddrs, index });
+    else
+        postDeviceInformation(xaddrs, index);
+}
+
+void Discovery::sendWaiting()
+{
+    while (!m_waiting.isEmpty() && pending.size() < m_maxRequestsInFlight) {
+        const QPair<QString, int> next = m_waiting.dequeue();
+        postDeviceInformation(next.first, next.second);
+    }
+}
+
+void Discovery::postDeviceInformation(const QString& xaddrs, int index)
+{
     tds::GetDeviceInformation body;
     QString message;
     if (!login.isEmpty() && !password.isEmpty()) {
@@ -207,6 +266,7 @@ void Discovery::getDeviceInformationResponse()
         return; // abandoned by a new search or the timeout
     const int index = found.value();
     pending.erase(found);
+    sendWaiting();
 
     const QNetworkReply::NetworkError code = reply->error();
     if (code != QNetworkReply::NoError) {
@@ -239,4 +299,5 @@ void Discovery::requestTimeout()
     for (auto it = pending.cbegin(); it != pending.cend(); ++it)
         abandonReply(it.key(), this);
     pending.clear();
+    sendWaiting();
 }

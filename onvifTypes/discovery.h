@@ -6,6 +6,8 @@
 
 #include <QMap>
 #include <QObject>
+#include <QPair>
+#include <QQueue>
 #include <QString>
 #include <QVector>
 
@@ -23,6 +25,12 @@ class QUdpSocket;
 // There is no completion signal: the host polls getDeviceInformation() when it
 // chooses. Answers are kept as they come, duplicates included; a camera that does
 // not answer GetDeviceInformation within 5000 ms keeps its discovery record.
+//
+// Answers are unauthenticated datagrams, and each one makes the object send the
+// credentials' password digest to the address the answer names. The records of one
+// search and the device requests in flight are capped (Onvif::Limits gives the
+// defaults; requests past the cap wait for a free place), and an answer that does not
+// relate to this search's probe can be dropped (off by default).
 class ONVIFTYPES_EXPORT Discovery : public QObject
 {
     Q_OBJECT
@@ -42,6 +50,17 @@ public:
     // The records found so far, in order of arrival.
     QVector<Onvif::DeviceInfo> getDeviceInformation() const;
 
+    // Answers past this many records in one search are ignored.
+    void setMaxRecords(int count);
+    int maxRecords() const { return m_maxRecords; }
+    // Device requests past this many in flight wait until one finishes or times out.
+    void setMaxRequestsInFlight(int count);
+    int maxRequestsInFlight() const { return m_maxRequestsInFlight; }
+    // When true, answers whose RelatesTo names no probe of the current search (forged,
+    // stale or unsolicited ones) are dropped before anything is asked of them.
+    void setDropUnrelatedAnswers(bool drop) { m_dropUnrelated = drop; }
+    bool dropUnrelatedAnswers() const { return m_dropUnrelated; }
+
 public slots:
     void readPendingDatagrams();
     void getDeviceInformationResponse();
@@ -50,6 +69,8 @@ public slots:
 private:
     void readDatagram(const QByteArray& datagram);
     void requestDeviceInformation(const QString& xaddrs, int index);
+    void postDeviceInformation(const QString& xaddrs, int index);
+    void sendWaiting();
 
     QTimer* timer;
     QNetworkAccessManager* manager;
@@ -59,6 +80,12 @@ private:
     QString login;
     QString password;
     OnvifLog::Logger logger;
+    QString m_probeId; // the UUID of the current search's probe
+    QQueue<QPair<QString, int>> m_waiting; // device requests past the cap: XAddrs, record index
+    int m_maxRecords;
+    int m_maxRequestsInFlight;
+    bool m_dropUnrelated = false;
+    bool m_recordLimitLogged = false;
 };
 
 #endif // ONVIFTYPES_DISCOVERY_H

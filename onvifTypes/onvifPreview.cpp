@@ -6,12 +6,45 @@
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/schema/trt/GetSnapshotUri.h"
 #include "onvifTypes/schema/trt/GetSnapshotUriResponse.h"
+#include "onvifTypes/transport/limits.h"
 
+#include <QBuffer>
+#include <QImageReader>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
 namespace Onvif {
+
+namespace {
+
+// Set on a snapshot reply that was cut off, with the reason for the log.
+const char kRefusedProperty[] = "onvifRefused";
+
+// Stops a snapshot download past the image limit, whatever manager carries it.
+void limitDownload(QNetworkReply* reply, qint64 maxBytes)
+{
+    const auto refuse = [reply](const QString& why) {
+        if (reply->property(kRefusedProperty).isValid())
+            return;
+        reply->setProperty(kRefusedProperty, why);
+        reply->abort();
+    };
+    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, maxBytes, refuse] {
+        const QVariant declared = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (declared.isValid() && declared.toLongLong() > maxBytes)
+            refuse(QStringLiteral("the picture declares %1 bytes, more than %2 (maxImageBytes)")
+                       .arg(declared.toLongLong())
+                       .arg(maxBytes));
+    });
+    QObject::connect(
+        reply, &QNetworkReply::downloadProgress, reply, [maxBytes, refuse](qint64 received, qint64) {
+            if (received > maxBytes)
+                refuse(QStringLiteral("the picture is larger than %1 bytes (maxImageBytes)").arg(maxBytes));
+        });
+}
+
+} // namespace
 
 OnvifPreview::OnvifPreview(const QString& login, const QString& password, const QString& url,
     QNetworkAccessManager* manager, QObject* parent)
@@ -68,6 +101,9 @@ void OnvifPreview::getSnapshotUriResponse()
     }
     const OnvifResponse response(QString::fromLatin1(reply->readAll()));
     reply->deleteLater();
+    if (!response.isReadable())
+        ONVIF_LOG(m_logger, OnvifLog::Error,
+            QStringLiteral("getSnapshotUri answer is unreadable: ") + response.parseError());
     if (response.isFault()) {
         ONVIF_LOG(m_logger, OnvifLog::Error,
             QStringLiteral("getSnapshotUri response has error:\n") + response.getFaultText());
@@ -84,7 +120,22 @@ void OnvifPreview::getSnapshotUriResponse()
 void OnvifPreview::downloadImage(const QString& uri)
 {
     ONVIF_LOG(m_logger, OnvifLog::Info, QStringLiteral("Download image: ") + uri);
-    QNetworkReply* reply = m_manager->get(QNetworkRequest(QUrl(uri)));
+    // A camera names the URI: anything but the web (a local file, inline data, a
+    // resource of the host program) is never fetched.
+    const QUrl url(uri);
+    const QString scheme = url.scheme().toLower();
+    if ((scheme != QLatin1String("http") && scheme != QLatin1String("https")) || url.host().isEmpty()) {
+        ONVIF_LOG(m_logger, OnvifLog::Error,
+            QStringLiteral("Refused: only http and https snapshot URIs are fetched: ") + uri);
+        return;
+    }
+    const Limits limits = Limits::defaults();
+    QNetworkRequest request(url);
+    request.setAttribute(Limits::BodyLimitAttribute, limits.maxImageBytes);
+    // Nor is a redirect followed, whatever policy a lent manager has: it could lead there too.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    QNetworkReply* reply = m_manager->get(request);
+    limitDownload(reply, limits.maxImageBytes);
     connect(reply, &QNetworkReply::finished, this, &OnvifPreview::downloaded);
     connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 }
@@ -98,12 +149,41 @@ void OnvifPreview::downloaded()
     }
     const QNetworkReply::NetworkError error = reply->error();
     reply->deleteLater();
+    const QVariant refused = reply->property(kRefusedProperty);
+    if (refused.isValid()) {
+        ONVIF_LOG(m_logger, OnvifLog::Error, QStringLiteral("Refused: ") + refused.toString());
+        return;
+    }
     if (error != QNetworkReply::NoError) {
         ONVIF_LOG(
             m_logger, OnvifLog::Error, QStringLiteral("Error with code: ") + QString::number(int(error)));
+        ONVIF_LOG(m_logger, OnvifLog::Error, QStringLiteral("Download failed: ") + reply->errorString());
         return;
     }
-    emit image(QImage::fromData(reply->readAll()));
+    QByteArray body = reply->readAll();
+    QBuffer buffer(&body);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    if (!reader.canRead()) {
+        emit image(QImage()); // not an image at all
+        return;
+    }
+    // The size from the header alone, so that no pixel is allocated for a picture past the limit.
+    const QSize size = reader.size();
+    const qint64 maxPixels = Limits::defaults().maxImagePixels;
+    if (!size.isValid()) {
+        ONVIF_LOG(m_logger, OnvifLog::Error, "Refused: the picture does not tell its size before decoding");
+        return;
+    }
+    if (qint64(size.width()) * size.height() > maxPixels) {
+        ONVIF_LOG(m_logger, OnvifLog::Error,
+            QStringLiteral("Refused: the picture declares %1 x %2 pixels, more than %3 (maxImagePixels)")
+                .arg(size.width())
+                .arg(size.height())
+                .arg(maxPixels));
+        return;
+    }
+    emit image(reader.read());
 }
 
 } // namespace Onvif

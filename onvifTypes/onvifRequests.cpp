@@ -104,6 +104,12 @@ bool Requests::isAuthFault() const
     return m_authFault;
 }
 
+std::function<void(const Internal::ReplyOutcome&)> Requests::outcomeObserver()
+{
+    m_readError.clear();
+    return [this](const Internal::ReplyOutcome& outcome) { m_readError = outcome.unreadable; };
+}
+
 QString Requests::endpoint(const QString& path) const
 {
     QUrl url(m_url);
@@ -132,7 +138,7 @@ QFuture<DeviceInfo> Requests::deviceInfo()
             info.type = OnvifDeviceInfo::getDeviceType(info);
             result.complete(info);
         },
-        m_trace);
+        m_trace, outcomeObserver());
 }
 
 QFuture<QString> Requests::mediaAddr()
@@ -152,7 +158,7 @@ QFuture<QString> Requests::mediaAddr()
                 result.complete(response.Capabilities->Media->XAddr->value());
             result.complete(QString()); // ignored when the address came first
         },
-        m_trace);
+        m_trace, outcomeObserver());
 }
 
 QFuture<QVector<OnvifProfileInfo>> Requests::profiles(const QString& path)
@@ -169,7 +175,7 @@ QFuture<QVector<OnvifProfileInfo>> Requests::profiles(const QString& path)
             result.complete(
                 response.Profiles ? Internal::profileInfos(*response.Profiles) : QVector<OnvifProfileInfo>());
         },
-        m_trace);
+        m_trace, outcomeObserver());
 }
 
 QFuture<QString> Requests::rtspUrl(const QString& profileToken, const QString& path)
@@ -187,7 +193,7 @@ QFuture<QString> Requests::rtspUrl(const QString& profileToken, const QString& p
                 return;
             result.complete(response.MediaUri->Uri->value());
         },
-        m_trace);
+        m_trace, outcomeObserver());
 }
 
 } // namespace Onvif

@@ -8,11 +8,16 @@
 #include <QString>
 #include <QVector>
 
+#include <functional>
 #include <memory>
 
 class QNetworkAccessManager;
 
 namespace Onvif {
+
+namespace Internal {
+struct ReplyOutcome;
+}
 
 // One camera's identity. The device-service URL is "http://" + ip + ":" + port + path.
 struct ONVIFTYPES_EXPORT DeviceInfo
@@ -81,15 +86,22 @@ public:
     QFuture<DeviceInfo> deviceInfo() override;
     // Whether the last answer was an authentication fault.
     bool isAuthFault() const override;
+    // Whether the last answer came without network error but could not be read (not
+    // XML, past one of the Onvif::Limits, or without the expected response element).
+    // Its call completed with default values all the same; readError() says why.
+    bool isUnreadableAnswer() const { return !m_readError.isEmpty(); }
+    QString readError() const { return m_readError; }
 
 private:
     QString endpoint(const QString& path) const;
+    std::function<void(const Internal::ReplyOutcome&)> outcomeObserver();
 
     OnvifSecurity m_security;
     QString m_url;
     std::unique_ptr<QNetworkAccessManager> m_manager;
     bool m_trace;
     bool m_authFault = false;
+    QString m_readError;
 };
 
 } // namespace Onvif

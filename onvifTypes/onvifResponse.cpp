@@ -53,8 +53,7 @@ soapenv::Fault readFault(const QDomElement& node)
 
 OnvifResponse::OnvifResponse(const QString& text)
 {
-    // A reply nested too deep for the tree code counts as unparsable.
-    Utilites::parseDocument(m_document, text);
+    Utilites::parseDocument(m_document, text, &m_parseError);
 }
 
 bool OnvifResponse::isFault() const

@@ -6,8 +6,9 @@
 #include <QDomDocument>
 #include <QDomElement>
 
-// One parsed SOAP reply. An unparsable reply is kept as an empty document: it is
-// then no fault and has no elements, so callers fall back to default values.
+// One parsed SOAP reply. An unreadable reply (not well-formed, or past one of the
+// Onvif::Limits on camera input) is kept as an empty document: it is then no fault and
+// has no elements, so callers fall back to default values; isReadable() tells it apart.
 class ONVIFTYPES_EXPORT OnvifResponse
 {
 public:
@@ -25,8 +26,14 @@ public:
 
     const QDomDocument& document() const { return m_document; }
 
+    // False when the text could not be read as XML; parseError() then says why
+    // (the limit it went past, or where it is not well-formed).
+    bool isReadable() const { return m_parseError.isEmpty(); }
+    QString parseError() const { return m_parseError; }
+
 private:
     QDomDocument m_document;
+    QString m_parseError;
 };
 
 #endif // ONVIFTYPES_ONVIFRESPONSE_H

@@ -2,6 +2,7 @@
 
 #include "onvifTypes/onvifLog.h"
 #include "onvifTypes/onvifResponse.h"
+#include "onvifTypes/transport/limits.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
@@ -93,7 +94,11 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
     reply->deleteLater();
     OnvifLog::Logger& logger = requestLogger();
     const QNetworkReply::NetworkError error = reply->error();
-    const QString text = replyText(reply->readAll());
+    const QByteArray body = reply->readAll();
+    // Past the limit the text is not even decoded (a manager the host lent may not cut it off).
+    const qint64 maxBytes = Limits::defaults().maxReplyBytes;
+    const bool tooLong = body.size() > maxBytes;
+    const QString text = tooLong ? QString() : replyText(body);
     if (trace)
         ONVIF_LOG_AS(logger, OnvifLog::Info, "operator()", text);
 
@@ -113,7 +118,17 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
                 + requestName);
         outcome.failed = true;
     } else {
-        QDomNode node = parsed.getNodeByTag(requestName + QStringLiteral("Response"));
+        const QString element = requestName + QStringLiteral("Response");
+        QDomNode node = parsed.getNodeByTag(element);
+        if (error == QNetworkReply::NoError) {
+            if (tooLong)
+                outcome.unreadable
+                    = QStringLiteral("the answer is longer than %1 bytes (maxReplyBytes)").arg(maxBytes);
+            else if (!parsed.isReadable())
+                outcome.unreadable = parsed.parseError();
+            else if (node.isNull())
+                outcome.unreadable = QStringLiteral("no %1 element in the answer").arg(element);
+        }
         response.deserialize(node);
     }
     return outcome;

@@ -39,6 +39,10 @@ struct ReplyOutcome
 {
     bool failed = false; // network error without fault body, or a SOAP fault
     bool authFault = false;
+    // Why an answer that came without error could not be read (not XML, past a limit,
+    // or without the response element); empty for a readable one. Such an answer still
+    // completes with default values.
+    QString unreadable;
 };
 
 // Posts header + body as "application/soap+xml" with "Connection: Close".
@@ -55,24 +59,38 @@ ONVIFTYPES_EXPORT ReplyOutcome readReply(
 // reply has finished, hands the parsed response to completion exactly once. A
 // network error or a SOAP fault cancels the future before completion runs; the
 // bool tells an authentication fault. No timeout: the manager decides.
+// The overload with `observe` shows it the whole outcome of the reply first (whether the
+// answer was readable, say), just before completion runs.
 template <typename Req, typename Resp, typename T>
 QFuture<T> RequestHelper(Req& request, const QString& requestName, const QString& url,
     OnvifSecurity& security, QNetworkAccessManager* manager,
-    std::function<void(Resp&, bool, AsyncFuture::Deferred<T>&)> completion, bool trace)
+    std::function<void(Resp&, bool, AsyncFuture::Deferred<T>&)> completion, bool trace,
+    std::function<void(const Internal::ReplyOutcome&)> observe)
 {
     QNetworkReply* reply = Internal::postSoap(security, request, url, manager, trace);
     AsyncFuture::Deferred<T> deferred;
     QObject::connect(
         reply, &QNetworkReply::finished, reply,
-        [reply, deferred, requestName, completion, trace]() mutable {
+        [reply, deferred, requestName, completion, trace, observe]() mutable {
             Resp response;
             const Internal::ReplyOutcome outcome = Internal::readReply(reply, requestName, response, trace);
             if (outcome.failed)
                 deferred.cancel();
+            if (observe)
+                observe(outcome);
             completion(response, outcome.authFault, deferred);
         },
         Qt::DirectConnection);
     return deferred.future();
+}
+
+template <typename Req, typename Resp, typename T>
+QFuture<T> RequestHelper(Req& request, const QString& requestName, const QString& url,
+    OnvifSecurity& security, QNetworkAccessManager* manager,
+    std::function<void(Resp&, bool, AsyncFuture::Deferred<T>&)> completion, bool trace)
+{
+    return RequestHelper<Req, Resp, T>(request, requestName, url, security, manager, std::move(completion),
+        trace, std::function<void(const Internal::ReplyOutcome&)>());
 }
 
 } // namespace Onvif

@@ -12,25 +12,28 @@ namespace Utilites {
 
 namespace {
 
-// Exact, token by token; needed where entities may expand into markup.
-bool depthWithinLimitByTokens(const QString& text)
+QString depthError(const Onvif::Limits& limits)
 {
-    QXmlStreamReader reader(text);
-    int depth = 0;
-    while (!reader.atEnd()) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement:
-            if (++depth > kMaxXmlDepth)
-                return false;
-            break;
-        case QXmlStreamReader::EndElement:
-            --depth;
-            break;
-        default:
-            break;
-        }
-    }
-    return true;
+    return QStringLiteral("elements nest deeper than %1 (maxXmlDepth)").arg(limits.maxXmlDepth);
+}
+QString elementsError(const Onvif::Limits& limits)
+{
+    return QStringLiteral("more than %1 elements (maxXmlElements)").arg(limits.maxXmlElements);
+}
+QString attributesError(const Onvif::Limits& limits)
+{
+    return QStringLiteral("more than %1 attributes on one element (maxXmlAttributesPerElement)")
+        .arg(limits.maxXmlAttributesPerElement);
+}
+QString declarationError()
+{
+    return QStringLiteral(
+        "a document type declaration naming a DTD is not accepted (no entities are expanded)");
+}
+QString referenceError()
+{
+    return QStringLiteral("a reference other than &lt; &gt; &amp; &quot; &apos; or a character reference "
+                          "is not accepted (no entities are expanded)");
 }
 
 // Index just past `terminator` at or after `from`, or the end of the text.
@@ -40,55 +43,134 @@ int skipPast(const QString& text, int from, QLatin1String terminator)
     return at < 0 ? text.size() : at + terminator.size();
 }
 
-} // namespace
-
-bool xmlDepthWithinLimit(const QString& text)
+// Length of the predefined entity or character reference at `p` (on the '&'), or 0 for
+// anything else: a named entity could only be declared in a DTD, and none is accepted.
+int acceptedReference(const char16_t* p, const char16_t* end)
 {
-    // A scan of the markup alone costs a fraction of tokenising; it reads comments,
-    // CDATA, instructions and quoted attribute values as the parser does, so a
-    // well-formed text can't hide depth from it.
-    if (text.contains(QLatin1String("<!DOCTYPE")))
-        return depthWithinLimitByTokens(text);
-    const QChar* data = text.constData();
+    static const std::u16string_view predefined[] = { u"&lt;", u"&gt;", u"&amp;", u"&quot;", u"&apos;" };
+    const std::u16string_view rest(p, size_t(end - p));
+    for (const std::u16string_view& entity : predefined) {
+        if (rest.substr(0, entity.size()) == entity)
+            return int(entity.size());
+    }
+    if (rest.size() < 2 || rest[1] != u'#')
+        return 0;
+    const bool hex = rest.size() > 2 && rest[2] == u'x';
+    size_t i = hex ? 3 : 2;
+    const size_t first = i;
+    for (; i < rest.size(); ++i) {
+        const char16_t c = rest[i];
+        const bool digit
+            = (c >= u'0' && c <= u'9') || (hex && ((c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F')));
+        if (!digit)
+            break;
+    }
+    // Whether the number names a character XML allows is left to the parsers.
+    return i > first && i < rest.size() && rest[i] == u';' ? int(i + 1) : 0;
+}
+
+// Length of a "<!DOCTYPE name>" at `p`, without external identifier or internal subset; else 0.
+int bareDoctype(const char16_t* p, const char16_t* end)
+{
+    const std::u16string_view keyword = u"<!DOCTYPE";
+    const std::u16string_view rest(p, size_t(end - p));
+    if (rest.substr(0, keyword.size()) != keyword)
+        return 0;
+    const auto space = [](char16_t c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; };
+    size_t i = keyword.size();
+    const size_t nameStart = i < rest.size() && space(rest[i]) ? ++i : 0;
+    if (nameStart == 0)
+        return 0;
+    while (i < rest.size() && space(rest[i]))
+        ++i;
+    const size_t name = i;
+    while (i < rest.size() && !space(rest[i]) && rest[i] != u'>' && rest[i] != u'[' && rest[i] != u'"'
+        && rest[i] != u'\'')
+        ++i;
+    if (i == name)
+        return 0;
+    while (i < rest.size() && space(rest[i]))
+        ++i;
+    return i < rest.size() && rest[i] == u'>' ? int(i + 1) : 0;
+}
+
+// Checks a text the tree builder did not take before Qt's parsers see it: they would
+// expand entities, and some of their steps are quadratic in the attributes of one
+// element. The scan reads comments, CDATA, instructions and quoted values as a parser
+// does, so a well-formed text can hide nothing from it; one pass, no allocation.
+QString limitViolation(const QString& text, const Onvif::Limits& limits)
+{
+    const char16_t* const data = reinterpret_cast<const char16_t*>(text.constData());
     const int size = text.size();
     int depth = 0;
-    int i = text.indexOf(QLatin1Char('<'));
-    while (i >= 0 && i < size) {
+    int elements = 0;
+    int i = 0;
+    while (i < size) {
+        const char16_t c = data[i];
+        if (c == u'&') {
+            const int length = acceptedReference(data + i, data + size);
+            if (length == 0)
+                return referenceError();
+            i += length;
+            continue;
+        }
+        if (c != u'<') {
+            ++i;
+            continue;
+        }
         if (text.midRef(i, 4) == QLatin1String("<!--")) {
             i = skipPast(text, i + 4, QLatin1String("-->"));
         } else if (text.midRef(i, 9) == QLatin1String("<![CDATA[")) {
             i = skipPast(text, i + 9, QLatin1String("]]>"));
+        } else if (text.midRef(i, 2) == QLatin1String("<!")) {
+            // Markup declarations exist only in a DTD. A bare <!DOCTYPE name> (HTML error
+            // pages have one) names none and declares nothing.
+            const int length = bareDoctype(data + i, data + size);
+            if (length == 0)
+                return declarationError();
+            i += length;
         } else if (text.midRef(i, 2) == QLatin1String("<?")) {
             i = skipPast(text, i + 2, QLatin1String("?>"));
         } else if (text.midRef(i, 2) == QLatin1String("</")) {
             --depth;
             i = skipPast(text, i + 2, QLatin1String(">"));
         } else {
-            // A start tag: find its end outside quoted values.
-            QChar quote;
+            // A start tag: its end outside quoted values; one quoted value per attribute.
+            char16_t quote = 0;
+            int attributes = 0;
             int j = i + 1;
             for (; j < size; ++j) {
-                const QChar c = data[j];
-                if (!quote.isNull()) {
-                    if (c == quote)
-                        quote = QChar();
-                } else if (c == QLatin1Char('"') || c == QLatin1Char('\'')) {
-                    quote = c;
-                } else if (c == QLatin1Char('>')) {
+                const char16_t t = data[j];
+                if (quote) {
+                    if (t == quote) {
+                        quote = 0;
+                    } else if (t == u'&') {
+                        const int length = acceptedReference(data + j, data + size);
+                        if (length == 0)
+                            return referenceError();
+                        j += length - 1;
+                    }
+                } else if (t == u'"' || t == u'\'') {
+                    quote = t;
+                    if (++attributes > limits.maxXmlAttributesPerElement)
+                        return attributesError(limits);
+                } else if (t == u'>') {
                     break;
                 }
             }
-            if (j >= size || data[j - 1] != QLatin1Char('/')) {
-                if (++depth > kMaxXmlDepth)
-                    return false;
-            }
+            if (++elements > limits.maxXmlElements)
+                return elementsError(limits);
+            if (depth + 1 > limits.maxXmlDepth)
+                return depthError(limits);
+            if (j >= size || data[j - 1] != u'/')
+                ++depth;
             i = j + 1;
         }
-        if (i < size)
-            i = text.indexOf(QLatin1Char('<'), i);
     }
-    return true;
+    return QString();
 }
+
+} // namespace
 
 namespace {
 
@@ -99,17 +181,19 @@ namespace {
 class TreeBuilder
 {
 public:
-    enum Result { Built, TooDeep, Declined, UndeclaredPrefix };
+    enum Result { Built, Refused, Declined, UndeclaredPrefix };
 
-    TreeBuilder(QDomDocument& document, const QString& text)
+    TreeBuilder(QDomDocument& document, const QString& text, const Onvif::Limits& limits)
         : m_document(document)
+        , m_limits(limits)
         , m_begin(reinterpret_cast<const char16_t*>(text.constData()))
         , m_p(m_begin)
         , m_end(m_begin + text.size())
     { }
 
-    // Built, TooDeep or Declined.
+    // Built, Refused (past a limit; error() says which) or Declined.
     Result build();
+    const QString& error() const { return m_error; }
 
 private:
     struct Binding
@@ -206,8 +290,14 @@ private:
     Result startTag();
     bool endTag();
     Result parse();
+    Result refuse(const QString& error)
+    {
+        m_error = error;
+        return Refused;
+    }
 
     QDomDocument& m_document;
+    const Onvif::Limits& m_limits;
     const char16_t* const m_begin;
     const char16_t* m_p;
     const char16_t* const m_end;
@@ -217,6 +307,8 @@ private:
     QVector<Binding> m_bindings;
     QVector<Open> m_open;
     std::unordered_map<std::u16string_view, Name> m_names; // keys point into the text
+    int m_elements = 0;
+    QString m_error;
 };
 
 // ASCII names only, with at most one colon between two non-empty parts; the
@@ -545,12 +637,16 @@ TreeBuilder::Result TreeBuilder::startTag()
         if (m_p >= m_end || (*m_p != u'"' && *m_p != u'\'') || !attributeValue(attribute.value))
             return Declined;
         attributes.append(std::move(attribute));
+        if (attributes.size() > m_limits.maxXmlAttributesPerElement)
+            return refuse(attributesError(m_limits));
     }
+    if (++m_elements > m_limits.maxXmlElements)
+        return refuse(elementsError(m_limits));
+    if (m_open.size() >= m_limits.maxXmlDepth)
+        return refuse(depthError(m_limits));
     // Quadratic checks and linear lookups below; replies have a few dozen of each.
     if (attributes.size() > 64 || m_bindings.size() > 256)
         return Declined;
-    if (m_open.size() >= kMaxXmlDepth)
-        return TooDeep;
 
     const int bindings = m_bindings.size();
     for (int i = 0; i < attributes.size(); ++i) {
@@ -662,6 +758,7 @@ TreeBuilder::Result TreeBuilder::build()
     m_p = m_begin;
     m_bindings.clear();
     m_open.clear();
+    m_elements = 0;
     m_forgiving = true;
     return parse();
 }
@@ -716,22 +813,55 @@ TreeBuilder::Result TreeBuilder::parse()
 
 } // namespace
 
-bool parseDocument(QDomDocument& document, const QString& text)
+bool parseDocument(QDomDocument& document, const QString& text, const Onvif::Limits& limits, QString* error)
 {
     document.clear();
-    const TreeBuilder::Result built = TreeBuilder(document, text).build();
-    if (built == TreeBuilder::Built)
-        return true;
-    document.clear();
-    if (built == TreeBuilder::TooDeep || !xmlDepthWithinLimit(text))
-        return false;
-    // The stream reader refuses what the forgiving SAX-based overload accepts
-    // (undeclared prefixes, which some devices send).
-    QXmlStreamReader reader(text);
-    if (document.setContent(&reader, true) || document.setContent(text, true))
-        return true;
-    document.clear();
+    QString reason;
+    if (text.size() > limits.maxReplyBytes)
+        reason = QStringLiteral("the answer is longer than %1 characters (maxReplyBytes)")
+                     .arg(limits.maxReplyBytes);
+    // Only a text with more tags than the element limit can go past it; such a text is
+    // checked before a tree is built, so that it costs no tree at all.
+    else if (text.count(QLatin1Char('<')) > limits.maxXmlElements)
+        reason = limitViolation(text, limits);
+    if (reason.isEmpty()) {
+        TreeBuilder builder(document, text, limits);
+        const TreeBuilder::Result built = builder.build();
+        if (built == TreeBuilder::Built) {
+            if (error)
+                error->clear();
+            return true;
+        }
+        document.clear();
+        reason = built == TreeBuilder::Refused ? builder.error() : limitViolation(text, limits);
+    }
+    if (reason.isEmpty()) {
+        // The stream reader refuses what the forgiving SAX-based overload accepts
+        // (undeclared prefixes, which some devices send); its message is the clearer one.
+        QXmlStreamReader reader(text);
+        QString message;
+        int line = 0;
+        int column = 0;
+        if (document.setContent(&reader, true, &message, &line, &column) || document.setContent(text, true)) {
+            if (error)
+                error->clear();
+            return true;
+        }
+        document.clear();
+        reason = text.trimmed().isEmpty() ? QStringLiteral("the answer is empty")
+                                          : QStringLiteral("not well-formed XML at line %1, column %2: %3")
+                                                .arg(line)
+                                                .arg(column)
+                                                .arg(message);
+    }
+    if (error)
+        *error = reason;
     return false;
+}
+
+bool parseDocument(QDomDocument& document, const QString& text, QString* error)
+{
+    return parseDocument(document, text, Onvif::Limits::defaults(), error);
 }
 
 } // namespace Utilites

@@ -1,25 +1,27 @@
 #ifndef ONVIFTYPES_XMLDOCUMENT_P_H
 #define ONVIFTYPES_XMLDOCUMENT_P_H
 
+#include <onvifTypes/transport/limits.h>
+
 #include <QString>
 
 class QDomDocument;
 
 namespace Utilites {
 
-// No ONVIF message comes near this; the limit keeps QDom's recursive parsing,
-// walking and freeing of a tree, and the readers built on it, within the stack.
-constexpr int kMaxXmlDepth = 512;
-
-// Whether no element of the text lies deeper than kMaxXmlDepth. Checked without
-// building a tree; a text that is not well-formed is left to the real parser.
-bool xmlDepthWithinLimit(const QString& text);
-
 // Parses a reply with namespace processing into `document`: the tree is the one
 // QDomDocument::setContent(QXmlStreamReader*, true) builds, or, for texts only the
-// forgiving QString overload accepts, that one's. False (and an empty document)
-// when the text is not well-formed or nests deeper than kMaxXmlDepth.
-bool parseDocument(QDomDocument& document, const QString& text);
+// forgiving QString overload accepts, that one's.
+//
+// A camera's text is refused (false, an empty document, and *error says why) when it
+// is not well-formed, is longer than limits.maxReplyBytes characters, nests deeper than
+// limits.maxXmlDepth, has more than limits.maxXmlElements elements or more than
+// limits.maxXmlAttributesPerElement attributes on one element, carries a document type
+// declaration, or refers to any entity but the five predefined ones (character
+// references aside): nothing is ever expanded. Time and memory stay linear in the text.
+bool parseDocument(QDomDocument& document, const QString& text, const Onvif::Limits& limits, QString* error);
+// The same with Onvif::Limits::defaults().
+bool parseDocument(QDomDocument& document, const QString& text, QString* error = nullptr);
 
 } // namespace Utilites
 

@@ -33,7 +33,9 @@ struct ONVIFTYPES_EXPORT Limits
     // XML
     int maxXmlDepth = 128;
     int maxXmlElements = 100 * 1000;
-    int maxXmlAttributesPerElement = 64;
+    // Namespace declarations count: cameras built with gSOAP declare every namespace they
+    // know on the envelope (68 seen).
+    int maxXmlAttributesPerElement = 256;
     // Entity references beyond the five predefined ones are refused: no expansion at all.
 
     // Images
@@ -45,8 +47,8 @@ struct ONVIFTYPES_EXPORT Limits
 
     // A qint64 on a QNetworkRequest that gives that one request a body limit of its own
     // (the snapshot download sets maxImageBytes this way); absent, maxReplyBytes holds.
-    static constexpr QNetworkRequest::Attribute BodyLimitAttribute =
-        QNetworkRequest::Attribute(QNetworkRequest::User + 0x4f01);
+    static constexpr QNetworkRequest::Attribute BodyLimitAttribute
+        = QNetworkRequest::Attribute(QNetworkRequest::User + 0x4f01);
 
     // The limits new managers, parsers and objects start from; thread-safe.
     static Limits defaults();

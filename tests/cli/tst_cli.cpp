@@ -157,6 +157,12 @@ void TestCli::errorExits_data()
                                     << "refused the user name or password";
     QTest::newRow("fault") << QStringList { "-u", "admin", "-p", "admin", "profiles", "URL" } << "GetProfiles"
                            << 1 << "answered with a fault";
+    QTest::newRow("unreadable answer")
+        << QStringList { "-u", "admin", "-p", "admin", "info", "URL" } << "malformed:GetDeviceInformation"
+        << 1 << "sent an unreadable answer";
+    QTest::newRow("unreadable snapshot URI") << QStringList {
+        "-u", "admin", "-p", "admin", "snapshot", "URL", QDir::temp().filePath("tst_cli_unreadable.jpg")
+    } << "malformed:GetSnapshotUri" << 1 << "sent an unreadable answer";
     QTest::newRow("silent device") << QStringList { "-u", "admin", "-p", "admin", "--timeout", "0.3", "info",
         "URL" } << "delay:GetDeviceInformation"
                                    << 3 << "no answer";
@@ -181,6 +187,10 @@ void TestCli::errorExits()
         CameraSim::FaultSpec slow;
         slow.delayMs = 2000;
         m_camera->setFault(fault.mid(6), slow);
+    } else if (fault.startsWith(QLatin1String("malformed:"))) {
+        CameraSim::FaultSpec spec;
+        spec.mode = CameraSim::FaultMode::Malformed;
+        m_camera->setFault(fault.mid(10), spec);
     } else if (!fault.isEmpty()) {
         CameraSim::FaultSpec spec;
         spec.mode = CameraSim::FaultMode::SoapFault;

@@ -8,9 +8,13 @@
 #include <fleet.h>
 
 #include <onvifTypes/discovery.h>
+#include <onvifTypes/transport/limits.h>
 
 #include <QNetworkInterface>
+#include <QPointer>
 #include <QRegularExpression>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QUdpSocket>
 #include <QtTest>
 
@@ -54,6 +58,63 @@ QUdpSocket* loopbackSocket(Discovery& discovery)
     return nullptr;
 }
 
+// A device service that holds every request until told to answer.
+class HoldingServer : public QTcpServer
+{
+public:
+    HoldingServer()
+    {
+        listen(QHostAddress::LocalHost);
+        connect(this, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = nextPendingConnection()) {
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+                    const QByteArray request = socket->property("request").toByteArray() + socket->readAll();
+                    socket->setProperty("request", request);
+                    if (request.contains("Envelope>") && !m_held.contains(socket))
+                        m_held.append(socket);
+                });
+                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            }
+        });
+        // Bounded like every server of a test: whatever is still held is released.
+        QTimer::singleShot(30000, this, [this] { close(); });
+    }
+    int held() const { return m_held.size() - m_answered; }
+    int received() const { return m_held.size(); }
+    void answerAll()
+    {
+        const QByteArray body
+            = "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" "
+              "xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\"><s:Body>"
+              "<tds:GetDeviceInformationResponse><tds:Manufacturer>M</tds:Manufacturer>"
+              "<tds:Model>X</tds:Model></tds:GetDeviceInformationResponse></s:Body></s:Envelope>";
+        for (; m_answered < m_held.size(); ++m_answered) {
+            QTcpSocket* socket = m_held.at(m_answered);
+            socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/soap+xml\r\nConnection: close\r\n"
+                          "Content-Length: "
+                + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+            socket->disconnectFromHost();
+        }
+    }
+    QString url() const
+    {
+        return QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(serverPort());
+    }
+
+private:
+    QVector<QPointer<QTcpSocket>> m_held;
+    int m_answered = 0;
+};
+
+QByteArray answer(const QString& xaddrs, const QByteArray& relatesTo)
+{
+    return "<e:Envelope xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\" "
+           "xmlns:w=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\" "
+           "xmlns:d=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\"><e:Header>"
+        + relatesTo + "</e:Header><e:Body><d:ProbeMatches><d:ProbeMatch><d:XAddrs>" + xaddrs.toLatin1()
+        + "</d:XAddrs></d:ProbeMatch></d:ProbeMatches></e:Body></e:Envelope>";
+}
+
 int countMessages(const LogCapture& log, const QString& text)
 {
     int count = 0;
@@ -79,6 +140,9 @@ private slots:
     void newSearchDropsOldResults();
     void malformedDatagrams();
     void fiveHundredCameras();
+    void unrelatedAnswers_data();
+    void unrelatedAnswers();
+    void capsOnRecordsAndRequests();
 };
 
 void TestDiscovery::init()
@@ -344,6 +408,84 @@ void TestDiscovery::fiveHundredCameras()
     }
     QCOMPARE(serials.size(), count);
     QCOMPARE(ports.size(), count);
+}
+
+// Forged, stale or unsolicited answers: kept by default, as they always were; dropped on
+// request before anything (a password digest, say) is sent to the address they name.
+void TestDiscovery::unrelatedAnswers_data()
+{
+    QTest::addColumn<bool>("drop");
+    QTest::addColumn<int>("records");
+    QTest::newRow("kept by default") << false << 5;
+    QTest::newRow("dropped") << true << 1;
+}
+
+void TestDiscovery::unrelatedAnswers()
+{
+    QFETCH(bool, drop);
+    QFETCH(int, records);
+    Fleet fleet;
+    QVERIFY(fleet.start(1));
+    Camera& camera = fleet.camera(0);
+    DiscoveryResponder responder; // answers with the probe's MessageID
+    responder.addCamera(camera);
+    QString error;
+    QVERIFY2(responder.start(QStringLiteral("0.0.0.0"), 3702, &error), qPrintable(error));
+
+    Discovery discovery(nullptr);
+    QCOMPARE(discovery.dropUnrelatedAnswers(), false);
+    discovery.setDropUnrelatedAnswers(drop);
+    QUdpSocket* target = loopbackSocket(discovery);
+    QVERIFY(target);
+    discovery.search(QStringLiteral("admin"), QStringLiteral("admin"));
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 1);
+    QUdpSocket sender;
+    QVERIFY(sender.bind(QHostAddress(QHostAddress::LocalHost), 0));
+    for (const QByteArray& relatesTo : { QByteArray(), QByteArray("<w:RelatesTo>uuid:0</w:RelatesTo>"),
+             QByteArray("<w:RelatesTo>uuid:00000000-0000-4000-8000-000000000000</w:RelatesTo>") })
+        sender.writeDatagram(
+            answer(camera.deviceUrl(), relatesTo), QHostAddress::LocalHost, target->localPort());
+    sender.writeDatagram(answer(camera.deviceUrl(), "<w:RelatesTo>\n\t</w:RelatesTo>"),
+        QHostAddress::LocalHost, target->localPort());
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), records);
+    QTRY_VERIFY(allAnswered(discovery.getDeviceInformation()));
+    QTest::qWait(200); // nothing more arrives
+    QCOMPARE(discovery.getDeviceInformation().size(), records);
+    QCOMPARE(camera.requestsFor(QStringLiteral("GetDeviceInformation")).size(), records);
+}
+
+// A flood of answers costs at most maxRecords records and maxRequestsInFlight
+// connections; the requests past the cap wait their turn and none is lost.
+void TestDiscovery::capsOnRecordsAndRequests()
+{
+    HoldingServer server;
+    QVERIFY(server.isListening());
+    LogCapture log;
+    Discovery discovery(nullptr);
+    QCOMPARE(discovery.maxRecords(), Onvif::Limits::defaults().maxDiscoveryRecords);
+    QCOMPARE(discovery.maxRequestsInFlight(), Onvif::Limits::defaults().maxDiscoveryRequestsInFlight);
+    discovery.setMaxRecords(3);
+    discovery.setMaxRequestsInFlight(2);
+    QUdpSocket* target = loopbackSocket(discovery);
+    QVERIFY(target);
+    discovery.search(QString(), QString());
+    QUdpSocket sender;
+    QVERIFY(sender.bind(QHostAddress(QHostAddress::LocalHost), 0));
+    for (int i = 0; i < 6; ++i)
+        sender.writeDatagram(
+            answer(server.url(), QByteArray()), QHostAddress::LocalHost, target->localPort());
+
+    QTRY_COMPARE(discovery.getDeviceInformation().size(), 3);
+    QTRY_COMPARE(server.held(), 2);
+    QTest::qWait(200); // the third waits for a free place
+    QCOMPARE(server.received(), 2);
+    QCOMPARE(countMessages(log, QStringLiteral("(maxDiscoveryRecords)")), 1);
+
+    server.answerAll();
+    QTRY_COMPARE(server.received(), 3);
+    server.answerAll();
+    QTRY_VERIFY(allAnswered(discovery.getDeviceInformation()));
+    QCOMPARE(discovery.getDeviceInformation().size(), 3);
 }
 
 int main(int argc, char** argv)

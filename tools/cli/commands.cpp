@@ -61,6 +61,15 @@ int Context::failure(const QString& what, bool timedOut, bool authFault) const
     return Unreachable;
 }
 
+bool Context::unreadable(const QString& what, const Onvif::Requests& requests) const
+{
+    if (!requests.isUnreadableAnswer())
+        return false;
+    printError(
+        QStringLiteral("%1: the camera sent an unreadable answer (%2)").arg(what, requests.readError()));
+    return true;
+}
+
 QJsonObject toJson(const Onvif::DeviceInfo& info)
 {
     return QJsonObject { { "manufacturer", info.manufacturer }, { "model", info.model },
@@ -121,6 +130,8 @@ int info(const Context& context)
     const bool answered = await(future, context.options.timeoutMs, context.url.toString());
     if (!answered || future.isCanceled())
         return context.failure(QStringLiteral("info"), !answered, requests.isAuthFault());
+    if (context.unreadable(QStringLiteral("info"), requests))
+        return DeviceFault;
     const Onvif::DeviceInfo device = future.result();
     if (context.options.json)
         printJson(toJson(device));
@@ -139,6 +150,10 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
         *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
         return false;
     }
+    if (context.unreadable(QStringLiteral("profiles"), requests)) {
+        *exitCode = DeviceFault;
+        return false;
+    }
     // Devices without a media section are asked on the device-service address.
     *mediaUrl = media.result().isEmpty() ? context.url.toString() : media.result();
     const QString mediaPath = QUrl(*mediaUrl).path();
@@ -147,6 +162,10 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
     answered = await(list, timeout, QStringLiteral("the profiles"));
     if (!answered || list.isCanceled()) {
         *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+        return false;
+    }
+    if (context.unreadable(QStringLiteral("profiles"), requests)) {
+        *exitCode = DeviceFault;
         return false;
     }
     QVector<Onvif::OnvifProfileInfo> profiles = list.result();
@@ -158,6 +177,10 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
         if (!answered || uris[i].isCanceled()) {
             *exitCode = context.failure(
                 QStringLiteral("stream URI of %1").arg(profiles[i].token), !answered, requests.isAuthFault());
+            return false;
+        }
+        if (context.unreadable(QStringLiteral("stream URI of %1").arg(profiles[i].token), requests)) {
+            *exitCode = DeviceFault;
             return false;
         }
         profiles[i].uri = uris[i].result();
@@ -227,12 +250,24 @@ int snapshot(const Context& context, const QString& file)
                     failed() ? QStringLiteral(" (") + context.log->lastError().trimmed() + ')' : QString()));
         return failed() ? DeviceFault : Unreachable;
     }
+    const QString record = context.log->lastError();
+    const int unreadable = record.indexOf(QLatin1String("unreadable: "));
+    if (unreadable >= 0) {
+        printError(
+            QStringLiteral("snapshot: the camera sent an unreadable answer (%1)")
+                .arg(record.mid(unreadable + 12, record.lastIndexOf(QLatin1String(" (")) - unreadable - 12)));
+        return DeviceFault;
+    }
     preview.downloadImage(uri);
     if (!awaitCondition(
             [&] { return gotImage || failed(); }, context.options.timeoutMs, QStringLiteral("the picture"))
         || !gotImage) {
-        printError(QStringLiteral("snapshot: could not download %1").arg(uri));
-        return Unreachable;
+        printError(
+            QStringLiteral("snapshot: could not download %1%2")
+                .arg(uri,
+                    failed() ? QStringLiteral(" (") + context.log->lastError().trimmed() + ')' : QString()));
+        // The library refused what the camera named or sent; otherwise the network failed.
+        return context.log->lastError().contains(QLatin1String("Refused: ")) ? DeviceFault : Unreachable;
     }
     if (picture.isNull()) {
         printError(QStringLiteral("snapshot: %1 is not an image").arg(uri));

@@ -18,6 +18,8 @@ struct Context
 
     // Turns a failed or unanswered call into a message and an exit code.
     int failure(const QString& what, bool timedOut, bool authFault) const;
+    // True (and a message) when the last answer to `requests` could not be read.
+    bool unreadable(const QString& what, const Onvif::Requests& requests) const;
 };
 
 int info(const Context& context);

@@ -14,6 +14,8 @@ int discover(const Options& options, int listenMs)
         << "Broadcasting a WS-Discovery probe from every local address (UDP 3702) and listening "
         << listenMs / 1000.0 << " s ...\n";
     Discovery discovery(nullptr);
+    // Only answers to this probe: a forged datagram must not make us send a password digest.
+    discovery.setDropUnrelatedAnswers(true);
     discovery.search(options.user, options.password);
     awaitCondition([] { return false; }, listenMs, QString());
     const QVector<Onvif::DeviceInfo> devices = discovery.getDeviceInformation();

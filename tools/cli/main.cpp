@@ -25,7 +25,7 @@ const char* const kUsage = R"(Commands:
 
 URL is a device-service address such as http://192.168.0.10/onvif/device_service.
 Credentials: -u/-p, or the environment variables ONVIF_USER and ONVIF_PASSWORD.
-Exit codes: 0 done, 1 the device answered with a fault, 2 bad arguments or URL,
+Exit codes: 0 done, 1 the device answered with a fault or unreadably, 2 bad arguments or URL,
 3 device unreachable or silent, 4 user name or password refused.)";
 
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
