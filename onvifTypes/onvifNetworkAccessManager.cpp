@@ -1,9 +1,10 @@
 #include "onvifTypes/onvifNetworkAccessManager.h"
 
-#include "onvifTypes/httpReply_p.h"
+#include "onvifTypes/transport/httpReply_p.h"
 
 #include <QHostAddress>
 #include <QLocale>
+#include <QNetworkCookie>
 #include <QNetworkCookieJar>
 #include <QNetworkProxy>
 

@@ -1,4 +1,4 @@
-#include "onvifTypes/httpReply_p.h"
+#include "onvifTypes/transport/httpReply_p.h"
 
 #include <QCoreApplication>
 #include <QNetworkCookie>

@@ -1,4 +1,4 @@
-#include "onvifTypes/tcpLink_p.h"
+#include "onvifTypes/transport/tcpLink_p.h"
 
 #include <QCoreApplication>
 #include <QHostInfo>

@@ -10,7 +10,7 @@
 #include <QTimer>
 #include <QVector>
 
-#include "onvifTypes/tcpLink_p.h"
+#include "onvifTypes/transport/tcpLink_p.h"
 
 #include <memory>
 
