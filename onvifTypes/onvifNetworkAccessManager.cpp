@@ -1,6 +1,7 @@
 #include "onvifTypes/onvifNetworkAccessManager.h"
 
 #include "onvifTypes/transport/httpReply_p.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 
 #include <QHostAddress>
 #include <QLocale>
@@ -118,6 +119,7 @@ QByteArray requestText(QNetworkAccessManager::Operation op, const QNetworkReques
 NetworkAccessManager::NetworkAccessManager(QObject* parent)
     : QNetworkAccessManager(parent)
     , m_pool(new Internal::HttpPool(this))
+    , m_limits(Limits::defaults())
 { }
 
 NetworkAccessManager::~NetworkAccessManager()
@@ -130,6 +132,16 @@ void NetworkAccessManager::clearConnectionCache()
 {
     m_pool->closeIdle();
     QNetworkAccessManager::clearConnectionCache();
+}
+
+void NetworkAccessManager::setLimits(const Limits& limits)
+{
+    m_limits = limits;
+}
+
+Limits NetworkAccessManager::limits() const
+{
+    return m_limits;
 }
 
 bool NetworkAccessManager::servesItself(Operation op, const QNetworkRequest& request, QIODevice* outgoingData)
@@ -166,8 +178,11 @@ bool NetworkAccessManager::servesItself(Operation op, const QNetworkRequest& req
 QNetworkReply* NetworkAccessManager::createRequest(
     Operation op, const QNetworkRequest& request, QIODevice* outgoingData)
 {
-    if (!servesItself(op, request, outgoingData))
-        return QNetworkAccessManager::createRequest(op, request, outgoingData);
+    if (!servesItself(op, request, outgoingData)) {
+        QNetworkReply* reply = QNetworkAccessManager::createRequest(op, request, outgoingData);
+        Internal::guardReply(reply, -1, m_limits);
+        return reply;
+    }
     const QByteArray body = outgoingData ? outgoingData->readAll() : QByteArray();
     bool autoDecompress = false;
     QByteArray wire = requestText(op, request, body, &autoDecompress);
@@ -178,7 +193,7 @@ QNetworkReply* NetworkAccessManager::createRequest(
         && !request.attribute(QNetworkRequest::AutoDeleteReplyOnFinishAttribute).isValid())
         own.setAttribute(QNetworkRequest::AutoDeleteReplyOnFinishAttribute, true);
     auto* reply = new Internal::HttpReply(
-        m_pool, this, op, own, std::move(wire), body.size(), autoDecompress, timeout);
+        m_pool, this, op, own, std::move(wire), body.size(), autoDecompress, timeout, m_limits);
     // Nothing may be signalled before the caller has connected to the reply.
     QMetaObject::invokeMethod(
         reply,

@@ -2,6 +2,7 @@
 #define ONVIFTYPES_ONVIFNETWORKACCESSMANAGER_H
 
 #include <onvifTypes/onvifTypesGlobal.h>
+#include <onvifTypes/transport/limits.h>
 
 #include <QNetworkAccessManager>
 #include <QSet>
@@ -32,6 +33,12 @@ public:
     // closes only Qt's.
     void clearConnectionCache();
 
+    // What a camera may send on one request of this manager; Limits::defaults() at first.
+    // Applies to requests made afterwards. Requests that go to QNetworkAccessManager get
+    // what Qt allows of them: a read buffer, the body size and the deadline.
+    void setLimits(const Limits& limits);
+    Limits limits() const;
+
 protected:
     QNetworkReply* createRequest(
         Operation op, const QNetworkRequest& request, QIODevice* outgoingData = nullptr) override;
@@ -40,6 +47,7 @@ private:
     bool servesItself(Operation op, const QNetworkRequest& request, QIODevice* outgoingData);
 
     Internal::HttpPool* m_pool;
+    Limits m_limits;
     // Hosts that saw credentials: Qt's authentication cache may answer for them later.
     QSet<QString> m_authHosts;
 };

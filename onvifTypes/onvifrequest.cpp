@@ -3,6 +3,7 @@
 #include "onvifTypes/onvifLog.h"
 #include "onvifTypes/onvifResponse.h"
 #include "onvifTypes/transport/limits.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
@@ -86,7 +87,10 @@ QNetworkReply* postSoap(
     const QString message = envelope.getMessage();
     if (trace)
         ONVIF_LOG_AS(requestLogger(), OnvifLog::Info, "RequestHelper", message);
-    return manager->post(request, message.toUtf8());
+    QNetworkReply* reply = manager->post(request, message.toUtf8());
+    // A host-lent plain manager gets no bounds of its own; ours are bound already.
+    guardReply(reply);
+    return reply;
 }
 
 ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Serializable& response, bool trace)
@@ -111,6 +115,11 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
             QStringLiteral("Network error. Code:") + QString::number(int(error))
                 + QStringLiteral(" Request name: ") + requestName);
         outcome.failed = true;
+        // An answer cut off at one of the limits, or framed wrongly, is an unreadable answer:
+        // the camera did answer.
+        const QString why = replyErrorText(reply);
+        if (error == QNetworkReply::ProtocolFailure || why.contains(QLatin1String("Onvif::Limits::")))
+            outcome.unreadable = why;
     }
     if (fault) {
         ONVIF_LOG_AS(logger, OnvifLog::Error, "operator()",

@@ -49,6 +49,7 @@ bool hasToken(const QByteArray& value, const char* token)
 // gzip, zlib or raw deflate, whichever the body turns out to be, as QNetworkAccessManager accepts.
 struct Inflater
 {
+    enum Result { Ok, Corrupt, TooLarge, TooDense };
     z_stream stream {};
     bool raw = false;
     bool ended = false;
@@ -57,7 +58,8 @@ struct Inflater
     Inflater() { inflateInit2(&stream, MAX_WBITS + 32); }
     ~Inflater() { inflateEnd(&stream); }
 
-    bool inflateChunk(const QByteArray& in, QByteArray& out)
+    // Output is checked slice by slice: a bomb never inflates past the limits.
+    Result inflateChunk(const QByteArray& in, QByteArray& out, qint64 produced, qint64 maxOut, int maxRatio)
     {
         const qint64 fedBefore = fed;
         fed += in.size();
@@ -78,13 +80,43 @@ struct Inflater
                 continue;
             }
             if (rc != Z_OK && rc != Z_STREAM_END)
-                return false;
+                return Corrupt;
             out.append(buffer, int(sizeof buffer - stream.avail_out));
             ended = rc == Z_STREAM_END;
+            const qint64 total = produced + out.size();
+            if (total > maxOut)
+                return TooLarge;
+            // Small bodies may be dense; past a floor the ratio holds.
+            if (maxRatio > 0 && total > 64 * 1024 && total > qint64(maxRatio) * qint64(stream.total_in))
+                return TooDense;
         }
-        return true;
+        // A second stream after the first would be a body of its own, wrapped once more.
+        if (ended && stream.avail_in > 0)
+            return Corrupt;
+        return Ok;
     }
 };
+
+// Strict hexadecimal chunk size: digits only, no sign, no prefix, no overflow.
+static bool chunkSize(const QByteArray& line, qint64* size)
+{
+    const int semicolon = line.indexOf(';');
+    const QByteArray digits = (semicolon < 0 ? line : line.left(semicolon)).trimmed();
+    if (digits.isEmpty() || digits.size() > 15)
+        return false;
+    qint64 value = 0;
+    for (const char c : digits) {
+        const int d = c >= '0' && c <= '9' ? c - '0'
+            : c >= 'a' && c <= 'f'         ? c - 'a' + 10
+            : c >= 'A' && c <= 'F'         ? c - 'A' + 10
+                                           : -1;
+        if (d < 0)
+            return false;
+        value = value * 16 + d;
+    }
+    *size = value;
+    return true;
+}
 
 HttpPool::HttpPool(QObject* parent)
     : QObject(parent)
@@ -255,14 +287,20 @@ void HttpPool::discard(TcpLink* socket)
 }
 
 HttpReply::HttpReply(HttpPool* pool, QNetworkAccessManager* manager, QNetworkAccessManager::Operation op,
-    const QNetworkRequest& request, QByteArray wire, qint64 uploadSize, bool autoDecompress, int timeoutMs)
+    const QNetworkRequest& request, QByteArray wire, qint64 uploadSize, bool autoDecompress, int timeoutMs,
+    const Limits& limits)
     : QNetworkReply(manager)
     , m_manager(manager)
     , m_pool(pool)
     , m_wire(std::move(wire))
     , m_uploadSize(uploadSize)
+    , m_limits(limits)
+    , m_bodyLimit(limits.maxReplyBytes)
     , m_autoDecompress(autoDecompress)
 {
+    const QVariant bodyLimit = request.attribute(Limits::BodyLimitAttribute);
+    if (bodyLimit.isValid())
+        m_bodyLimit = bodyLimit.toLongLong();
     setRequest(request);
     setUrl(request.url());
     setOperation(op);
@@ -295,7 +333,20 @@ void HttpReply::start(TcpLink* socket, bool reused)
 
 void HttpReply::attach(TcpLink* socket)
 {
+    if (m_limits.requestDeadlineMs > 0 && !m_deadline) {
+        // Unlike the transfer timeout, nothing the peer sends moves it.
+        m_deadline = new QTimer(this);
+        m_deadline->setSingleShot(true);
+        m_deadline->setTimerType(Qt::PreciseTimer); // a coarse timer may fire 5% early
+        connect(m_deadline, &QTimer::timeout, this, [this] {
+            refuse(TimeoutError,
+                QStringLiteral("request exceeds the deadline of %1 ms (Onvif::Limits::requestDeadlineMs)")
+                    .arg(m_limits.requestDeadlineMs));
+        });
+        m_deadline->start(m_limits.requestDeadlineMs);
+    }
     m_socket = socket;
+    socket->setReadBytesPerWakeup(m_limits.readBytesPerWakeup);
     m_stage = Stage::Status;
     socket->setReadBufferSize(qMax<qint64>(0, readBufferSize()));
     connect(socket, &TcpLink::readyRead, this, &HttpReply::onReadyRead);
@@ -323,8 +374,13 @@ void HttpReply::onReadyRead()
     const qint64 limit = room();
     if (limit == 0)
         return; // readData resumes once the reader made room
+    if (m_inPos > 0 && m_inPos >= m_in.size() / 2) {
+        m_in.remove(0, m_inPos); // parsed bytes go in one move, not one per line
+        m_inPos = 0;
+    }
+    const int before = m_in.size();
     m_in += limit < 0 ? m_socket->readAll() : m_socket->read(limit);
-    if (m_in.isEmpty())
+    if (m_in.size() == before)
         return;
     if (m_timer)
         m_timer->start();
@@ -383,13 +439,94 @@ void HttpReply::onSocketGone(QAbstractSocket::SocketError socketError)
     }
 }
 
-bool HttpReply::takeLine(QByteArray& line)
+bool HttpReply::takeLine(QByteArray& line, int maxBytes, const char* limitName)
 {
-    const int end = m_in.indexOf('\n');
-    if (end < 0)
+    const int end = m_in.indexOf('\n', m_inPos);
+    if (end < 0) {
+        if (m_in.size() - m_inPos > maxBytes)
+            return overLimit("line", maxBytes, limitName);
         return false;
-    line = m_in.left(end > 0 && m_in.at(end - 1) == '\r' ? end - 1 : end);
-    m_in.remove(0, end + 1);
+    }
+    int length = end - m_inPos;
+    if (length > maxBytes + 1)
+        return overLimit("line", maxBytes, limitName);
+    if (length > 0 && m_in.at(end - 1) == '\r')
+        --length;
+    line = m_in.mid(m_inPos, length);
+    m_inPos = end + 1;
+    return true;
+}
+
+bool HttpReply::refuse(NetworkError code, const QString& text)
+{
+    if (isFinished())
+        return false;
+    releaseSocket(false);
+    m_in.clear();
+    m_inPos = 0;
+    m_body.clear();
+    m_bodyPos = 0;
+    m_headers.clear();
+    m_headerIndex.clear();
+    m_inflater.reset();
+    finish(code, text);
+    return false;
+}
+
+bool HttpReply::overLimit(const char* what, qint64 limit, const char* limitName)
+{
+    return refuse(ProtocolFailure,
+        QStringLiteral("reply %1 exceeds the limit of %2%3 (Onvif::Limits::%4)")
+            .arg(QLatin1String(what), QString::number(limit),
+                QLatin1String(qstrcmp(limitName, "maxDecompressionRatio") == 0 ? ""
+                        : QByteArray(limitName).contains("Bytes")              ? " bytes"
+                                                                               : ""),
+                QLatin1String(limitName)));
+}
+
+const char* HttpReply::bodyLimitName() const
+{
+    if (!request().attribute(Limits::BodyLimitAttribute).isValid())
+        return "maxReplyBytes";
+    return m_bodyLimit == m_limits.maxImageBytes ? "maxImageBytes" : "BodyLimitAttribute";
+}
+
+bool HttpReply::addHeader(const QByteArray& line)
+{
+    m_headerBytes += line.size() + 2;
+    if (m_headerBytes > m_limits.maxHeaderBytes)
+        return overLimit("header", m_limits.maxHeaderBytes, "maxHeaderBytes");
+    if ((line.at(0) == ' ' || line.at(0) == '\t') && !m_headers.isEmpty()) {
+        m_headers.last().second += ' ' + line.trimmed();
+        return true;
+    }
+    const int colon = line.indexOf(':');
+    if (colon <= 0)
+        return true;
+    const QByteArray name = line.left(colon).trimmed();
+    const QByteArray value = line.mid(colon + 1).trimmed();
+    const QByteArray key = name.toLower();
+    if (key == "content-length") {
+        bool ok = false;
+        const qint64 length = value.toLongLong(&ok);
+        if (!ok || length < 0
+            || !std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; }))
+            return refuse(ProtocolFailure, QStringLiteral("reply has a malformed Content-Length"));
+        if (m_headerIndex.contains(key) && m_headers.at(m_headerIndex.value(key)).second != value)
+            return refuse(ProtocolFailure, QStringLiteral("reply has conflicting Content-Length headers"));
+    }
+    // Repeated fields join as Qt joins them; cookies line by line.
+    if (++m_headerLines > m_limits.maxHeaderCount)
+        return overLimit("header count", m_limits.maxHeaderCount, "maxHeaderCount");
+    const auto known = m_headerIndex.constFind(key);
+    if (known == m_headerIndex.constEnd()) {
+        m_headerIndex.insert(key, m_headers.size());
+        m_headers.append({ name, value });
+    } else if (key != "content-length") {
+        auto& header = m_headers[known.value()];
+        header.first = name; // Qt keeps the last spelling
+        header.second += (key == "set-cookie" ? "\n" : ", ") + value;
+    }
     return true;
 }
 
@@ -398,10 +535,10 @@ bool HttpReply::parse()
 {
     const QPointer<HttpReply> self(this);
     QByteArray line;
-    while (self && m_stage != Stage::Done) {
+    while (self && m_stage != Stage::Done && !isFinished()) {
         switch (m_stage) {
         case Stage::Status: {
-            if (!takeLine(line))
+            if (!takeLine(line, m_limits.maxStatusLineBytes, "maxStatusLineBytes"))
                 return true;
             if (!line.startsWith("HTTP/") || line.size() < 12 || line.at(8) != ' ')
                 return false;
@@ -415,69 +552,80 @@ bool HttpReply::parse()
             setAttribute(
                 QNetworkRequest::HttpReasonPhraseAttribute, QString::fromLatin1(line.mid(space + 1)));
             m_headers.clear();
+            m_headerIndex.clear();
+            m_headerBytes = 0;
+            m_headerLines = 0;
             m_stage = Stage::Headers;
             break;
         }
         case Stage::Headers:
-            if (!takeLine(line))
+            if (!takeLine(line, m_limits.maxHeaderLineBytes, "maxHeaderLineBytes"))
                 return true;
-            if (line.isEmpty()) {
-                if (!headersDone())
-                    return false;
-            } else if ((line.at(0) == ' ' || line.at(0) == '\t') && !m_headers.isEmpty()) {
-                m_headers.last().second += ' ' + line.trimmed();
-            } else if (const int colon = line.indexOf(':'); colon > 0) {
-                m_headers.append({ line.left(colon).trimmed(), line.mid(colon + 1).trimmed() });
-            }
+            if (line.isEmpty() ? !headersDone() : !addHeader(line))
+                return true;
             break;
         case Stage::Body: {
-            const qint64 n = m_remaining < 0 ? m_in.size() : qMin<qint64>(m_remaining, m_in.size());
+            const qint64 available = m_in.size() - m_inPos;
+            const qint64 n = m_remaining < 0 ? available : qMin<qint64>(m_remaining, available);
             if (n == 0)
                 return true;
             if (m_remaining > 0)
                 m_remaining -= n;
-            const QByteArray part = m_in.left(int(n));
-            m_in.remove(0, int(n));
+            const QByteArray part = m_in.mid(m_inPos, int(n));
+            m_inPos += int(n);
             if (!deliver(part))
                 return true;
             if (m_remaining == 0)
                 complete();
-            else if (m_in.isEmpty())
+            else if (m_inPos == m_in.size())
                 return true;
             break;
         }
         case Stage::ChunkSize: {
-            if (!takeLine(line))
+            if (!takeLine(line, m_limits.maxHeaderLineBytes, "maxHeaderLineBytes"))
                 return true;
-            bool ok = false;
-            const int semicolon = line.indexOf(';');
-            m_remaining = (semicolon < 0 ? line : line.left(semicolon)).trimmed().toLongLong(&ok, 16);
-            if (!ok || m_remaining < 0)
-                m_remaining = 0; // as Qt: an unreadable size ends the body
+            if (!chunkSize(line, &m_remaining))
+                return refuse(ProtocolFailure, QStringLiteral("reply has a malformed chunk size")), true;
+            if (m_received + m_remaining > m_bodyLimit)
+                return overLimit("body", m_bodyLimit, bodyLimitName()), true;
             m_stage = m_remaining > 0 ? Stage::ChunkData : Stage::Trailer;
             break;
         }
         case Stage::ChunkData: {
-            const qint64 n = qMin<qint64>(m_remaining, m_in.size());
+            const qint64 n = qMin<qint64>(m_remaining, m_in.size() - m_inPos);
             if (n == 0)
                 return true;
             m_remaining -= n;
-            const QByteArray part = m_in.left(int(n));
-            m_in.remove(0, int(n));
+            const QByteArray part = m_in.mid(m_inPos, int(n));
+            m_inPos += int(n);
             if (m_remaining == 0)
                 m_stage = Stage::ChunkEnd;
             if (!deliver(part))
                 return true;
             break;
         }
-        case Stage::ChunkEnd:
-            if (!takeLine(line))
+        case Stage::ChunkEnd: {
+            // Only a line end may follow the data: anything else means the size was a lie.
+            const int available = m_in.size() - m_inPos;
+            const bool crlf = available >= 2 && m_in.at(m_inPos) == '\r' && m_in.at(m_inPos + 1) == '\n';
+            const bool lf = available >= 1 && m_in.at(m_inPos) == '\n';
+            if (!crlf && !lf) {
+                if (available >= 2 || (available == 1 && m_in.at(m_inPos) != '\r'))
+                    return refuse(
+                               ProtocolFailure, QStringLiteral("reply has chunk data longer than its size")),
+                           true;
                 return true;
+            }
+            m_inPos += crlf ? 2 : 1;
             m_stage = Stage::ChunkSize;
             break;
+        }
         case Stage::Trailer:
-            if (!takeLine(line))
+            if (!takeLine(line, m_limits.maxHeaderLineBytes, "maxHeaderLineBytes"))
                 return true;
+            m_headerBytes += line.size() + 2;
+            if (m_headerBytes > m_limits.maxHeaderBytes)
+                return overLimit("header", m_limits.maxHeaderBytes, "maxHeaderBytes"), true;
             if (line.isEmpty())
                 complete();
             break;
@@ -489,9 +637,12 @@ bool HttpReply::parse()
     return true;
 }
 
+// False when the reply failed meanwhile.
 bool HttpReply::headersDone()
 {
     if (m_status >= 100 && m_status < 200) {
+        if (++m_interim > m_limits.maxInterimResponses)
+            return overLimit("interim answers", m_limits.maxInterimResponses, "maxInterimResponses");
         m_stage = Stage::Status; // interim answer; the final one follows
         return true;
     }
@@ -499,33 +650,24 @@ bool HttpReply::headersDone()
     setAttribute(QNetworkRequest::ConnectionEncryptedAttribute, false);
     setAttribute(QNetworkRequest::HttpPipeliningWasUsedAttribute, false);
     setAttribute(QNetworkRequest::Http2WasUsedAttribute, false);
-    // Repeated fields join as Qt joins them; cookies line by line.
-    QVector<QPair<QByteArray, QByteArray>> merged;
-    for (const auto& header : qAsConst(m_headers)) {
-        auto it = std::find_if(merged.begin(), merged.end(),
-            [&](const auto& m) { return m.first.compare(header.first, Qt::CaseInsensitive) == 0; });
-        if (it == merged.end()) {
-            merged.append(header);
-        } else {
-            it->first = header.first; // Qt keeps the last spelling
-            it->second += (header.first.compare("set-cookie", Qt::CaseInsensitive) == 0 ? "\n" : ", ")
-                + header.second;
-        }
-    }
     QByteArray length, encoding, transfer;
-    for (const auto& header : qAsConst(merged)) {
+    for (const auto& header : qAsConst(m_headers)) {
         const QByteArray name = header.first.toLower();
         if (name == "content-length")
             length = header.second;
         else if (name == "content-encoding")
             encoding = header.second.toLower();
         else if (name == "transfer-encoding")
-            transfer = header.second;
+            transfer = header.second.toLower().trimmed();
     }
+    if (m_autoDecompress && encoding.contains(','))
+        return refuse(ProtocolFailure, QStringLiteral("reply is compressed more than once"));
     const bool decompress = m_autoDecompress && (encoding == "gzip" || encoding == "deflate");
     bool lengthOk = false;
     const qint64 declared = length.toLongLong(&lengthOk);
-    for (const auto& header : qAsConst(merged)) {
+    if (lengthOk && declared > m_bodyLimit)
+        return overLimit("body", m_bodyLimit, bodyLimitName());
+    for (const auto& header : qAsConst(m_headers)) {
         // Qt drops the length of a body it decompresses.
         if (!(decompress && header.first.compare("content-length", Qt::CaseInsensitive) == 0))
             setRawHeader(header.first, header.second);
@@ -544,7 +686,9 @@ bool HttpReply::headersDone()
         m_manager->cookieJar()->setCookiesFromUrl(
             header(QNetworkRequest::SetCookieHeader).value<QList<QNetworkCookie>>(), url());
     }
-    if (hasToken(transfer, "chunked")) {
+    if (!transfer.isEmpty() && transfer != "chunked" && transfer != "identity")
+        return refuse(ProtocolFailure, QStringLiteral("reply has an unknown transfer coding"));
+    if (transfer == "chunked") {
         m_stage = Stage::ChunkSize;
     } else {
         m_stage = Stage::Body;
@@ -564,17 +708,29 @@ bool HttpReply::headersDone()
 bool HttpReply::deliver(QByteArray data)
 {
     m_received += data.size();
+    if (m_received > m_bodyLimit)
+        return overLimit("body", m_bodyLimit, bodyLimitName());
     if (m_inflater) {
         QByteArray plain;
-        if (!m_inflater->inflateChunk(data, plain)) {
-            releaseSocket(false);
-            finish(ProtocolFailure, translated("QHttp", "Data corrupted"));
-            return false;
+        switch (m_inflater->inflateChunk(
+            data, plain, m_plainBytes, m_bodyLimit, m_limits.maxDecompressionRatio)) {
+        case Inflater::Ok:
+            break;
+        case Inflater::Corrupt:
+            return refuse(ProtocolFailure, translated("QHttp", "Data corrupted"));
+        case Inflater::TooLarge:
+            return overLimit("body", m_bodyLimit, bodyLimitName());
+        case Inflater::TooDense:
+            return overLimit("decompression ratio", m_limits.maxDecompressionRatio, "maxDecompressionRatio");
         }
+        // A compressed body inside the compressed body: a bomb's usual wrapping.
+        if (m_plainBytes == 0 && plain.startsWith("\x1f\x8b"))
+            return refuse(ProtocolFailure, QStringLiteral("reply is compressed more than once"));
         data = plain;
     }
     if (data.isEmpty())
         return true;
+    m_plainBytes += data.size();
     if (m_bodyPos > 0 && m_bodyPos == m_body.size()) {
         m_body.clear();
         m_bodyPos = 0;
@@ -597,9 +753,13 @@ bool HttpReply::keepAlive() const
 
 void HttpReply::complete()
 {
+    if (m_inflater && m_inflater->fed > 0 && !m_inflater->ended) {
+        refuse(ProtocolFailure, QStringLiteral("reply ends inside its compressed body"));
+        return;
+    }
     m_stage = Stage::Done;
     // Bytes beyond the answer are nothing this connection can be trusted with again.
-    releaseSocket(keepAlive() && m_in.isEmpty() && (m_total >= 0 || m_remaining == 0));
+    releaseSocket(keepAlive() && m_inPos == m_in.size() && (m_total >= 0 || m_remaining == 0));
     const NetworkError code = statusError(m_status);
     if (code == NoError)
         finish(NoError, QString());
@@ -620,6 +780,8 @@ void HttpReply::finish(NetworkError code, const QString& text)
     m_stage = Stage::Done;
     if (m_timer)
         m_timer->stop();
+    if (m_deadline)
+        m_deadline->stop();
     const QPointer<HttpReply> self(this);
     if (code != NoError) {
         setError(code, text);

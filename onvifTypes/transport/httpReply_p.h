@@ -10,6 +10,7 @@
 #include <QTimer>
 #include <QVector>
 
+#include "onvifTypes/transport/limits.h"
 #include "onvifTypes/transport/tcpLink_p.h"
 
 #include <memory>
@@ -75,7 +76,7 @@ class HttpReply : public QNetworkReply
 public:
     HttpReply(HttpPool* pool, QNetworkAccessManager* manager, QNetworkAccessManager::Operation op,
         const QNetworkRequest& request, QByteArray wire, qint64 uploadSize, bool autoDecompress,
-        int timeoutMs);
+        int timeoutMs, const Limits& limits);
     ~HttpReply() override;
 
     QString poolKey() const;
@@ -97,8 +98,14 @@ private:
     void onReadyRead();
     void onSocketGone(QAbstractSocket::SocketError socketError);
     bool parse();
-    bool takeLine(QByteArray& line);
+    // A whole line, or false while it is still coming; past maxBytes the reply fails.
+    bool takeLine(QByteArray& line, int maxBytes, const char* limitName);
+    bool addHeader(const QByteArray& line);
     bool headersDone();
+    // Fails the reply for input past a limit or against the framing; false from then on.
+    bool refuse(NetworkError code, const QString& text);
+    bool overLimit(const char* what, qint64 limit, const char* limitName);
+    const char* bodyLimitName() const;
     bool deliver(QByteArray data);
     void complete();
     void finish(NetworkError code, const QString& text);
@@ -111,10 +118,19 @@ private:
     QPointer<TcpLink> m_socket;
     QByteArray m_wire;
     qint64 m_uploadSize;
-    QByteArray m_in; // received, not yet parsed
+    QByteArray m_in; // received; parsed up to m_inPos
+    int m_inPos = 0;
     QByteArray m_body; // parsed, not yet read
     qint64 m_bodyPos = 0;
     QVector<QPair<QByteArray, QByteArray>> m_headers;
+    QHash<QByteArray, int> m_headerIndex; // lower-case name: its place in m_headers
+    qint64 m_headerBytes = 0;
+    int m_headerLines = 0;
+    int m_interim = 0;
+    Limits m_limits;
+    qint64 m_bodyLimit;
+    qint64 m_plainBytes = 0; // body after decompression
+    QTimer* m_deadline = nullptr;
     Stage m_stage = Stage::Waiting;
     qint64 m_remaining = -1; // body or chunk bytes still due; -1: until the peer closes
     qint64 m_total = -1;

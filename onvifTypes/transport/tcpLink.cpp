@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr int readChunk = 32 * 1024; // a whole SOAP answer, mostly, in one call
 constexpr int eventBatch = 64;
+constexpr int batchesPerWakeup = 4; // then the event loop has its turn
 
 // QTcpSocket's texts and codes for what connect, send and recv report.
 QAbstractSocket::SocketError socketError(int error, QString* text)
@@ -116,7 +118,7 @@ void LinkPoller::drain()
 {
     const QPointer<LinkPoller> self(this);
     epoll_event events[eventBatch];
-    for (;;) {
+    for (int batch = 0; batch < batchesPerWakeup; ++batch) {
         const int n = epoll_wait(m_epoll, events, eventBatch, 0);
         if (n < 0 && errno == EINTR)
             continue;
@@ -295,13 +297,19 @@ void TcpLink::readFromKernel()
     const int before = m_in.size();
     int error = 0;
     while (m_fd >= 0) {
-        int want = readChunk;
+        // Level-triggered polling brings the rest on the next pass.
+        qint64 want = qMin<qint64>(readChunk, m_perWakeup - (qint64(m_in.size()) - before));
         if (m_readLimit > 0)
-            want = int(qMin<qint64>(want, m_readLimit - m_in.size()));
+            want = qMin<qint64>(want, m_readLimit - m_in.size());
         if (want <= 0)
             break;
+        // A buffer nobody empties stops growing well before its size could wrap.
+        if (qint64(m_in.size()) + want > std::numeric_limits<int>::max() / 2) {
+            error = ENOBUFS;
+            break;
+        }
         const int old = m_in.size();
-        m_in.resize(old + want);
+        m_in.resize(old + int(want));
         const ssize_t n = ::recv(m_fd, m_in.data() + old, size_t(want), 0);
         m_in.resize(old + int(qMax<ssize_t>(n, 0)));
         if (n > 0) {

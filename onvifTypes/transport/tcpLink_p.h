@@ -67,6 +67,9 @@ public:
     QByteArray readAll() { return read(-1); }
     // At most this many unread bytes are taken from the kernel; 0: no limit.
     void setReadBufferSize(qint64 size);
+    // At most this many bytes per event-loop wake-up; the rest waits for the next pass,
+    // so one fast peer leaves timers and other connections their turn.
+    void setReadBytesPerWakeup(int bytes) { m_perWakeup = qMax(1, bytes); }
     // Closed at once, without signals.
     void abort();
     // Closed at once, told as a peer's close is told.
@@ -110,6 +113,7 @@ private:
     QByteArray m_in;
     QByteArray m_out;
     qint64 m_readLimit = 0;
+    int m_perWakeup = 256 * 1024;
     bool m_peerClosed = false;
     quint64 m_generation = 0; // a failure told later is void once this moved on
     QString m_errorString;

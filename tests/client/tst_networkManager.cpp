@@ -253,6 +253,10 @@ void TestNetworkManager::sameAsQt_data()
         { "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n4;x=y\x01\r\ndefg\r\n0\r\nT: "
           "1\r\n\r\n" },
         2, false, 0, "abcdefg");
+    add("chunk sizes past 9", "GET", false,
+        { "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1a\r\n" + QByteArray(26, 'a') + "\r\nB\r\n"
+            + QByteArray(11, 'b') + "\r\n0\r\n\r\n" },
+        1, false, 0, QByteArray(26, 'a') + QByteArray(11, 'b'));
     add("until close", "POST", true, { "HTTP/1.1 200 OK\r\n\r\nto the end" }, 1, true, 0, "to the end");
     add("http/1.0", "GET", false, { "HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nok" }, 2, false, 0, "ok");
     add("100 continue", "POST", true, { "HTTP/1.1 100 Continue\r\n\r\n" + ok }, 1, false, 0, "<ok/>");
@@ -469,6 +473,9 @@ void TestNetworkManager::readBufferLimit()
         body[i] = char('a' + i % 23);
     ScriptServer server({ withBody("HTTP/1.1 200 OK\r\n", body) });
     Onvif::NetworkAccessManager manager;
+    Onvif::Limits limits = manager.limits();
+    limits.maxReplyBytes = body.size();
+    manager.setLimits(limits);
     QNetworkReply* reply = manager.get(QNetworkRequest(server.url()));
     reply->setReadBufferSize(4096);
     QTRY_VERIFY(reply->bytesAvailable() > 0);
