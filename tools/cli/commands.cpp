@@ -128,10 +128,10 @@ int info(const Context& context)
     Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
     const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
     const bool answered = await(future, context.options.timeoutMs, context.url.toString());
+    if (answered && context.unreadable(QStringLiteral("info"), requests))
+        return DeviceFault;
     if (!answered || future.isCanceled())
         return context.failure(QStringLiteral("info"), !answered, requests.isAuthFault());
-    if (context.unreadable(QStringLiteral("info"), requests))
-        return DeviceFault;
     const Onvif::DeviceInfo device = future.result();
     if (context.options.json)
         printJson(toJson(device));
@@ -146,12 +146,12 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
     const int timeout = context.options.timeoutMs;
     const QFuture<QString> media = requests.mediaAddr();
     bool answered = await(media, timeout, QStringLiteral("the media service address"));
-    if (!answered || media.isCanceled()) {
-        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+    if (answered && context.unreadable(QStringLiteral("profiles"), requests)) {
+        *exitCode = DeviceFault;
         return false;
     }
-    if (context.unreadable(QStringLiteral("profiles"), requests)) {
-        *exitCode = DeviceFault;
+    if (!answered || media.isCanceled()) {
+        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
         return false;
     }
     // Devices without a media section are asked on the device-service address.
@@ -160,12 +160,12 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
 
     const auto list = requests.profiles(mediaPath);
     answered = await(list, timeout, QStringLiteral("the profiles"));
-    if (!answered || list.isCanceled()) {
-        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+    if (answered && context.unreadable(QStringLiteral("profiles"), requests)) {
+        *exitCode = DeviceFault;
         return false;
     }
-    if (context.unreadable(QStringLiteral("profiles"), requests)) {
-        *exitCode = DeviceFault;
+    if (!answered || list.isCanceled()) {
+        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
         return false;
     }
     QVector<Onvif::OnvifProfileInfo> profiles = list.result();
@@ -174,13 +174,14 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
         uris.append(requests.rtspUrl(profile.token, mediaPath));
     for (int i = 0; i < uris.size(); ++i) {
         answered = await(uris[i], timeout, QStringLiteral("the stream URI of %1").arg(profiles[i].token));
+        if (answered
+            && context.unreadable(QStringLiteral("stream URI of %1").arg(profiles[i].token), requests)) {
+            *exitCode = DeviceFault;
+            return false;
+        }
         if (!answered || uris[i].isCanceled()) {
             *exitCode = context.failure(
                 QStringLiteral("stream URI of %1").arg(profiles[i].token), !answered, requests.isAuthFault());
-            return false;
-        }
-        if (context.unreadable(QStringLiteral("stream URI of %1").arg(profiles[i].token), requests)) {
-            *exitCode = DeviceFault;
             return false;
         }
         profiles[i].uri = uris[i].result();
