@@ -8,7 +8,18 @@ sim=$1
 out=$2
 fixtures=$here/../shared/fixtures
 rm -rf "$out"
-mkdir -p "$out/xml" "$out/discovery" "$out/text"
+mkdir -p "$out/xml" "$out/discovery" "$out/text" "$out/http"
+
+# Whole HTTP answers for the reply parser: the framings a camera may use.
+ok='<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"><s:Body/></s:Envelope>'
+printf 'HTTP/1.1 200 OK\r\nContent-Type: application/soap+xml\r\nContent-Length: %d\r\n\r\n%s' "${#ok}" "$ok" >"$out/http/length"
+printf 'HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n%x\r\n%s\r\n0\r\nX: 1\r\n\r\n' "${#ok}" "$ok" >"$out/http/chunked"
+printf 'HTTP/1.0 200 OK\r\n\r\n%s' "$ok" >"$out/http/until-close"
+printf 'HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 500 Internal\r\nContent-Length: 2\r\nX:\r\n folded\r\n\r\nno' >"$out/http/interim"
+{ printf 'HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\n\r\n'; printf '%s' "$ok" | gzip -c; } >"$out/http/gzip"
+{ printf 'HTTP/1.1 200 OK\r\nContent-Encoding: deflate\r\nTransfer-Encoding: chunked\r\n\r\n'
+  z=$(mktemp); printf '%s' "$ok" | python3 -c 'import sys,zlib; sys.stdout.buffer.write(zlib.compress(sys.stdin.buffer.read()))' >"$z"
+  printf '%x\r\n' "$(stat -c %s "$z")"; cat "$z"; printf '\r\n0\r\n\r\n'; rm -f "$z"; } >"$out/http/deflate-chunked"
 
 # Two leading bytes pick the class in the XML targets; spread them over the seeds.
 n=0

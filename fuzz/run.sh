@@ -11,7 +11,7 @@ build=${ONVIFTYPES_FUZZ_BUILD:-$here/build-fuzz}
 seconds=${1:-60}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_xmltree fuzz_schema fuzz_stringenum fuzz_discovery)
+[ ${#targets[@]} -gt 0 ] || targets=(fuzz_response fuzz_xmltree fuzz_schema fuzz_stringenum fuzz_discovery fuzz_http)
 
 seeds=$build/fuzz-seeds
 if [ "${ONVIFTYPES_FUZZ_NO_BUILD:-0}" != 1 ]; then
@@ -34,6 +34,7 @@ for target in "${targets[@]}"; do
     case $target in
     fuzz_discovery) seed=$seeds/discovery ;;
     fuzz_stringenum) seed=$seeds/text dict=() ;;
+    fuzz_http) seed=$seeds/http dict=(-dict="$here/fuzz/http.dict") ;;
     esac
     echo "== $target: $seconds s"
     "$build/fuzz/$target" "$corpus" "$seed" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=10 \

@@ -110,6 +110,16 @@ std::function<void(const Internal::ReplyOutcome&)> Requests::outcomeObserver()
     return [this](const Internal::ReplyOutcome& outcome) { m_readError = outcome.unreadable; };
 }
 
+void Requests::setLimits(const Limits& limits)
+{
+    static_cast<NetworkAccessManager*>(m_manager.get())->setLimits(limits);
+}
+
+Limits Requests::limits() const
+{
+    return static_cast<const NetworkAccessManager*>(m_manager.get())->limits();
+}
+
 QString Requests::endpoint(const QString& path) const
 {
     QUrl url(m_url);

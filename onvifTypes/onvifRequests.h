@@ -3,6 +3,8 @@
 
 #include <onvifTypes/onvifSecurity.h>
 
+#include <onvifTypes/transport/limits.h>
+
 #include <QFuture>
 #include <QMetaType>
 #include <QString>
@@ -91,6 +93,12 @@ public:
     // Its call completed with default values all the same; readError() says why.
     bool isUnreadableAnswer() const { return !m_readError.isEmpty(); }
     QString readError() const { return m_readError; }
+
+    // What the camera may send, and the deadline of each call (requestDeadlineMs: a camera
+    // that accepts and never answers cancels the call then). Limits::defaults() at first;
+    // applies to calls made afterwards.
+    void setLimits(const Limits& limits);
+    Limits limits() const;
 
 private:
     QString endpoint(const QString& path) const;

@@ -350,11 +350,9 @@ void TestHostileCamera::attack()
     clock.start();
 
     if (client == QLatin1String("requests")) {
-        const Onvif::Limits saved = Onvif::Limits::defaults();
-        Onvif::Limits::setDefaults(limits);
         Onvif::Requests requests(
             QStringLiteral("admin"), QStringLiteral("pw"), camera.url().toString(), false);
-        Onvif::Limits::setDefaults(saved);
+        requests.setLimits(limits);
         const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
         QVERIFY(waitForFuture(future, allowedMs + 1000));
         QVERIFY(future.isCanceled());
