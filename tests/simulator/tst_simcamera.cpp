@@ -472,6 +472,9 @@ void TestSimCamera::quirkReplies_data()
                        "wsdl\"><timg:VideoSourceToken>vsrc_0</timg:VideoSourceToken>"
                        "</timg:GetImagingSettings>"),
         200, "<tt:Brightness>50</tt:Brightness>");
+    row("imaging capabilities", "",
+        signedEnvelope("<timg:GetServiceCapabilities xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\"/>"),
+        200, "<timg:Capabilities ImageStabilization=\"false\"/>");
     row("imaging of no source", "",
         signedEnvelope("<timg:GetStatus "
                        "xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\"><timg:VideoSourceToken>x</"

@@ -21,10 +21,13 @@ SoapReply Camera::Impl::imagingOperation(const SoapRequest& request)
     };
     static const QStringList served = { QStringLiteral("GetImagingSettings"),
         QStringLiteral("SetImagingSettings"), QStringLiteral("GetOptions"), QStringLiteral("GetMoveOptions"),
-        QStringLiteral("Move"), QStringLiteral("Stop"), QStringLiteral("GetStatus") };
+        QStringLiteral("Move"), QStringLiteral("Stop"), QStringLiteral("GetStatus"),
+        QStringLiteral("GetServiceCapabilities") };
     if (!served.contains(op))
         return fault(500, QStringLiteral("Receiver"), QStringLiteral("ter:ActionNotSupported"),
             QStringLiteral("Optional Action Not Implemented: %1").arg(op));
+    if (op == QLatin1String("GetServiceCapabilities")) // the same as GetServices tells
+        return respond(QStringLiteral("<timg:Capabilities ImageStabilization=\"false\"/>"));
     // One video source, as GetVideoSources reports.
     if (Soap::childText(request.body, "VideoSourceToken") != QLatin1String("vsrc_0")
         || config.videoEncoders.isEmpty())
