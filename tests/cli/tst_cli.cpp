@@ -230,10 +230,15 @@ void TestCli::ptzPresetsAndMoves()
     QCOMPARE(after.last().toObject().value("name").toString(), QStringLiteral("Gate"));
     QCOMPARE(m_camera->presets("prof_main").size(), before + 1);
 
-    // A move runs for the given time and ends with a stop that names both axes.
-    const Run move = cli(base + QStringList { "move", "0.5", "0", "0.25", "0.3" });
+    // A move runs for the given time and ends with a stop that names both axes; negative
+    // speeds are arguments, not options.
+    const Run move = cli(base + QStringList { "move", "-0.5", "0", "-.25", "0.3" });
     QCOMPARE(move.exitCode, 0);
-    QVERIFY(m_camera->requestsFor("ContinuousMove").size() >= 2); // pan-tilt, then zoom
+    const auto moves = m_camera->requestsFor("ContinuousMove");
+    QVERIFY(moves.size() >= 2); // pan-tilt, then zoom
+    QVERIFY2(
+        moves.at(moves.size() - 2).body.contains("x=\"-0.5\""), moves.at(moves.size() - 2).body.constData());
+    QVERIFY2(moves.last().body.contains("x=\"-0.25\""), moves.last().body.constData());
     const QByteArray stop = m_camera->requestsFor("Stop").last().body;
     QVERIFY(stop.contains("<tptz:PanTilt>true</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom>"));
     QVERIFY(!m_camera->ptzPosition("ptz_node_0").moving);

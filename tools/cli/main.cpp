@@ -5,6 +5,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 
 #include <memory>
 
@@ -44,6 +45,7 @@ int main(int argc, char* argv[])
 {
     const auto app = makeApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("onvif-cli"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ONVIFTYPES_VERSION));
     // The library draws its WS-Security nonces from qrand() and leaves seeding to the host;
     // unseeded, every run would repeat the same nonces and cameras reject replays.
     QT_WARNING_PUSH
@@ -55,6 +57,7 @@ int main(int argc, char* argv[])
     parser.setApplicationDescription(
         QStringLiteral("Talks to ONVIF cameras through libOnvifTypes.\n\n") + kUsage);
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption user({ "u", "user" }, "User name (default: $ONVIF_USER).", "name");
     const QCommandLineOption password(
         { "p", "password" }, "Password (default: $ONVIF_PASSWORD).", "password");
@@ -68,13 +71,24 @@ int main(int argc, char* argv[])
         "command", "discover, info, profiles, snapshot, ptz, events, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
 
-    if (!parser.parse(QCoreApplication::arguments())) {
+    // A negative number (ptz move -0.5 0) is an argument, not an option: hidden from the
+    // parser behind a marker that no option starts with.
+    const QChar marker(0x1);
+    QStringList arguments = QCoreApplication::arguments();
+    static const QRegularExpression negativeNumber(QStringLiteral("^-[0-9.]"));
+    for (int i = 1; i < arguments.size(); ++i) {
+        if (arguments.at(i).contains(negativeNumber))
+            arguments[i].prepend(marker);
+    }
+    if (!parser.parse(arguments)) {
         Cli::printError(parser.errorText());
         return Cli::BadArguments;
     }
     if (parser.isSet(QStringLiteral("help"))) {
         parser.showHelp(Cli::Ok);
     }
+    if (parser.isSet(QStringLiteral("version")))
+        parser.showVersion();
 
     Cli::Options options;
     options.user = parser.isSet(user) ? parser.value(user) : qEnvironmentVariable("ONVIF_USER");
@@ -90,7 +104,11 @@ int main(int argc, char* argv[])
     }
     options.timeoutMs = int(seconds * 1000);
 
-    const QStringList args = parser.positionalArguments();
+    QStringList args = parser.positionalArguments();
+    for (QString& argument : args) {
+        if (argument.startsWith(marker))
+            argument.remove(0, 1);
+    }
     if (args.isEmpty()) {
         Cli::printError(QStringLiteral("a command is needed; see --help"));
         return Cli::BadArguments;
