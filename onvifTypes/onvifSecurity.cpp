@@ -1,5 +1,7 @@
 #include "onvifTypes/onvifSecurity.h"
 
+#include "onvifTypes/session/nonces.h"
+
 #include <QCryptographicHash>
 
 namespace {
@@ -19,19 +21,6 @@ const QLatin1String kBeforeCreated("</Nonce>"
                                    "<Created xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
                                    "oasis-200401-wss-wssecurity-utility-1.0.xsd\">");
 const QLatin1String kHeaderEnd("</Created></UsernameToken></Security>");
-
-QByteArray makeNonce()
-{
-    // The host's qsrand() decides the sequence; the library never seeds it.
-    QByteArray nonce(32, Qt::Uninitialized);
-    for (char& byte : nonce) {
-        QT_WARNING_PUSH
-        QT_WARNING_DISABLE_DEPRECATED
-        byte = char(qrand() & 0xff);
-        QT_WARNING_POP
-    }
-    return nonce;
-}
 
 // "yyyy-MM-ddThh:mm:ss.zzzZ" written directly: QDateTime::toString with a format
 // text costs as much as the digest itself.
@@ -83,7 +72,7 @@ QString OnvifSecurity::passwordDigest(
 QString OnvifSecurity::serialize(QString)
 {
     QString out;
-    const QByteArray nonce = makeNonce();
+    const QByteArray nonce = Onvif::Internal::makeNonce();
     const QString created = createdText(QDateTime::currentDateTimeUtc().addMSecs(m_timeShift));
     const QString digest = passwordDigest(nonce, created, m_password);
     out += kHeaderStart;

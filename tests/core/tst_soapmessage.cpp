@@ -1,5 +1,6 @@
 #include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/onvifrequest.h>
+#include <onvifTypes/session/nonces.h>
 
 #include <QCryptographicHash>
 #include <QDomDocument>
@@ -209,8 +210,20 @@ void TestSoapMessage::hostSeedDecidesNonces()
     const QString first = readHeader(security.serialize(QString())).nonce;
     qsrand(1234);
     const QString again = readHeader(security.serialize(QString())).nonce;
+    // Opted in, the same seed no longer repeats a nonce; opting out restores the sequence.
+    Onvif::useStrongNonces();
+    qsrand(1234);
+    const QString strong = readHeader(security.serialize(QString())).nonce;
+    qsrand(1234);
+    const QString strongAgain = readHeader(security.serialize(QString())).nonce;
+    Onvif::useStrongNonces(false);
+    qsrand(1234);
+    const QString back = readHeader(security.serialize(QString())).nonce;
     QT_WARNING_POP
     QCOMPARE(first, again);
+    QVERIFY(strong != first && strong != strongAgain);
+    QCOMPARE(QByteArray::fromBase64(strong.toLatin1()).size(), 32);
+    QCOMPARE(back, first);
 }
 
 QTEST_GUILESS_MAIN(TestSoapMessage)

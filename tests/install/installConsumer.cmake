@@ -38,6 +38,10 @@ if(NOT last_output MATCHES "${expected}")
     message(FATAL_ERROR "unexpected output of the pkg-config consumer:\n${last_output}")
 endif()
 
+# The examples build on their own against the moved package.
+run(${CMAKE_COMMAND} -S ${EXAMPLES_DIR} -B ${WORK_DIR}/examples -DCMAKE_PREFIX_PATH=${prefix})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/examples)
+
 # The installed tool starts from the moved prefix on its own.
 run(${prefix}/bin/onvif-cli --version)
 if(NOT last_output MATCHES "onvif-cli")

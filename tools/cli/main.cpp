@@ -1,10 +1,11 @@
 // onvif-cli: the library's operations from the command line.
 #include "commands.h"
 
+#include <onvifTypes/session/nonces.h>
+
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 
 #include <memory>
@@ -46,12 +47,9 @@ int main(int argc, char* argv[])
     const auto app = makeApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("onvif-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ONVIFTYPES_VERSION));
-    // The library draws its WS-Security nonces from qrand() and leaves seeding to the host;
-    // unseeded, every run would repeat the same nonces and cameras reject replays.
-    QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED
-    qsrand(QRandomGenerator::system()->generate());
-    QT_WARNING_POP
+    // Every nonce from the system's strong source: a camera with a replay cache would refuse
+    // the nonces of an unseeded qrand() after a restart.
+    Onvif::useStrongNonces();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
