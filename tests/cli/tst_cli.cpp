@@ -197,10 +197,16 @@ void TestCli::errorExits()
         m_camera->setFault(fault, spec);
     }
     const Run run = cli(args);
+    // With --json the same failure is an object on stdout.
+    const Run json = cli(QStringList { "--json" } + args);
     m_camera->clearFaults();
     QCOMPARE(run.exitCode, exitCode);
     QVERIFY2(run.err.contains(message), qPrintable(run.err));
     QVERIFY(run.out.isEmpty());
+    QCOMPARE(json.exitCode, exitCode);
+    const QJsonObject o = jsonOf(json);
+    QCOMPARE(o.value("exitCode").toInt(), exitCode);
+    QVERIFY2(o.value("error").toString().contains(message), qPrintable(json.out));
 }
 
 void TestCli::progressWhileWaiting()

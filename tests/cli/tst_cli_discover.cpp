@@ -48,12 +48,21 @@ private slots:
             QCOMPARE(o.value("path").toString(), QStringLiteral("/onvif/device_service"));
             QCOMPARE(o.value("manufacturer").toString(), QStringLiteral("SimCam")); // the device's own answer
             QVERIFY(!o.value("serialNumber").toString().isEmpty());
-            ports.insert(o.value("port").toString().toInt());
+            ports.insert(o.value("port").toInt());
         }
         QSet<int> expected;
         for (const quint16 port : fleet.ports())
             expected.insert(port);
         QCOMPARE(ports, expected);
+
+        // Nobody answering is "unreachable or silent", not success.
+        fleet.stop();
+        cli.start(QStringLiteral(ONVIF_CLI), { "--json", "--timeout", "0.5", "discover" });
+        QVERIFY(cli.waitForFinished(20000));
+        QCOMPARE(cli.exitCode(), 3);
+        QCOMPARE(
+            QJsonDocument::fromJson(cli.readAllStandardOutput()).object().value("devices").toArray().size(),
+            0);
     }
 };
 

@@ -155,14 +155,31 @@ void printLine(const QString& text)
     QTextStream(stdout) << text << '\n';
 }
 
+namespace {
+QString g_lastError;
+bool g_jsonPrinted = false;
+} // namespace
+
 void printError(const QString& text)
 {
+    g_lastError = text;
     QTextStream(stderr) << "onvif-cli: " << text << '\n';
 }
 
 void printJson(const QJsonObject& object)
 {
+    g_jsonPrinted = true;
     QTextStream(stdout) << QJsonDocument(object).toJson(QJsonDocument::Indented);
+}
+
+QString lastError()
+{
+    return g_lastError;
+}
+
+bool jsonPrinted()
+{
+    return g_jsonPrinted;
 }
 
 } // namespace Cli

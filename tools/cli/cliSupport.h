@@ -84,6 +84,9 @@ bool parseDeviceUrl(const QString& text, QUrl* url, QString* error);
 void printLine(const QString& text);
 void printError(const QString& text);
 void printJson(const QJsonObject& object);
+// The last text printError printed, and whether any JSON went to stdout.
+QString lastError();
+bool jsonPrinted();
 
 } // namespace Cli
 

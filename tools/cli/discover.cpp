@@ -25,17 +25,17 @@ int discover(const Options& options, int listenMs)
         for (const Onvif::DeviceInfo& d : devices) {
             QJsonObject o = toJson(d);
             o.insert("ip", d.ip);
-            o.insert("port", d.port);
+            o.insert("port", d.port.toInt());
             o.insert("path", d.path);
             o.insert("url", QStringLiteral("http://%1:%2%3").arg(d.ip, d.port, d.path));
             array.append(o);
         }
         printJson(QJsonObject { { "devices", array } });
-        return Ok;
+        return devices.isEmpty() ? Unreachable : Ok;
     }
     if (devices.isEmpty()) {
         printLine(QStringLiteral("No device answered."));
-        return Ok;
+        return Unreachable;
     }
     for (const Onvif::DeviceInfo& d : devices) {
         printLine(QStringLiteral("http://%1:%2%3  %4 %5  serial %6  firmware %7  type %8")

@@ -40,11 +40,25 @@ std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
     return std::make_unique<QCoreApplication>(argc, argv);
 }
 
+int run();
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
     const auto app = makeApplication(argc, argv);
+    const int code = run();
+    // A script reading --json output gets an answer on failure too.
+    if (code != Cli::Ok && QCoreApplication::arguments().contains(QStringLiteral("--json"))
+        && !Cli::jsonPrinted())
+        Cli::printJson({ { "error", Cli::lastError() }, { "exitCode", code } });
+    return code;
+}
+
+namespace {
+
+int run()
+{
     QCoreApplication::setApplicationName(QStringLiteral("onvif-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ONVIFTYPES_VERSION));
     // Every nonce from the system's strong source: a camera with a replay cache would refuse
@@ -166,3 +180,5 @@ int main(int argc, char* argv[])
     }
     return Cli::snapshot(context, args.value(2, QStringLiteral("snapshot.jpg")));
 }
+
+} // namespace
