@@ -12,7 +12,7 @@
 class ONVIFTYPES_EXPORT OnvifResponse
 {
 public:
-    explicit OnvifResponse(const QString& text);
+    OnvifResponse(const QString& text);
 
     // A descendant element with the local name "Fault", whatever its prefix.
     bool isFault() const;

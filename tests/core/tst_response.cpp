@@ -126,13 +126,14 @@ void TestResponse::faultElementInsideNormalBody()
 
 void TestResponse::findsElementByLocalName()
 {
-    const OnvifResponse response(QStringLiteral(
+    // Built from its text by copy-initialisation, as applications may write it.
+    const OnvifResponse response = QStringLiteral(
         "<SOAP-ENV:Envelope xmlns:SOAP-ENV=\"http://www.w3.org/2003/05/soap-envelope\" "
         "xmlns:x=\"http://www.onvif.org/ver10/device/wsdl\"><SOAP-ENV:Header><a/></"
         "SOAP-ENV:Header><SOAP-ENV:Body>"
         "<x:GetDeviceInformationResponse><x:Model>M1</x:Model></x:GetDeviceInformationResponse>"
         "<x:GetDeviceInformationResponse><x:Model>M2</x:Model></x:GetDeviceInformationResponse>"
-        "</SOAP-ENV:Body></SOAP-ENV:Envelope>"));
+        "</SOAP-ENV:Body></SOAP-ENV:Envelope>");
     QVERIFY(!response.isFault());
     const QDomElement first = response.getNodeByTag(QStringLiteral("GetDeviceInformationResponse"));
     QCOMPARE(first.text(), QStringLiteral("M1"));
