@@ -137,6 +137,14 @@ void TestCli::snapshot()
     QVERIFY2(!picture.isNull(), qPrintable(run.out + run.err));
     QVERIFY(run.out.contains(file));
     QVERIFY(m_camera->requestsFor("Snapshot").last().path.contains(QLatin1String("prof_main")));
+
+    // A picture behind HTTP authentication the tool does not answer: refused credentials.
+    CameraSim::CameraConfig digest = CameraSim::CameraConfig::defaultCamera();
+    digest.quirks = QStringList { QStringLiteral("snapshot-digest") };
+    Camera camera(digest);
+    QVERIFY(camera.start());
+    const Run refused = cli({ "-u", "admin", "-p", "admin", "snapshot", camera.deviceUrl(), file });
+    QCOMPARE(refused.exitCode, 4);
 }
 
 void TestCli::errorExits_data()
@@ -273,6 +281,9 @@ void TestCli::ptzErrors()
     const Run missing = cli(base + QStringList { "goto", "no-such-preset" });
     QCOMPARE(missing.exitCode, 1);
     QVERIFY2(missing.err.contains(QLatin1String("refused the request")), qPrintable(missing.err));
+    const Run wrong = cli({ "-u", "admin", "-p", "wrong", "ptz", m_url, "stop" });
+    QCOMPARE(wrong.exitCode, 4);
+    QVERIFY2(wrong.err.contains(QLatin1String("refused the user name or password")), qPrintable(wrong.err));
 
     CameraSim::CameraConfig fixed = CameraSim::CameraConfig::defaultCamera();
     fixed.ptzCapability = false;

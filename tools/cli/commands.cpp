@@ -267,8 +267,15 @@ int snapshot(const Context& context, const QString& file)
             QStringLiteral("snapshot: could not download %1%2")
                 .arg(uri,
                     failed() ? QStringLiteral(" (") + context.log->lastError().trimmed() + ')' : QString()));
-        // The library refused what the camera named or sent; otherwise the network failed.
-        return context.log->lastError().contains(QLatin1String("Refused: ")) ? DeviceFault : Unreachable;
+        // The library refused what the camera named or sent, the camera refused the credentials
+        // or the request, or the network failed.
+        const QString why = context.log->lastError();
+        if (why.contains(QLatin1String("requires authentication")))
+            return AuthFailed;
+        if (why.contains(QLatin1String("Refused: ")) || why.contains(QLatin1String("server replied"))
+            || why.contains(QLatin1String("Onvif::Limits::")))
+            return DeviceFault;
+        return Unreachable;
     }
     if (picture.isNull()) {
         printError(QStringLiteral("snapshot: %1 is not an image").arg(uri));

@@ -1,11 +1,13 @@
 #include "commands.h"
 
 #include <onvifTypes/onvifNetworkAccessManager.h>
+#include <onvifTypes/onvifRequests.h>
 #include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/ptz/onvifPtzReq.h>
 
 #include <QJsonArray>
 #include <QNetworkAccessManager>
+#include <QRegularExpression>
 #include <QThread>
 
 #include <cmath>
@@ -21,6 +23,19 @@ bool toFloat(const QString& text, float* value)
     return ok && std::isfinite(*value) && *value >= -1.0f && *value <= 1.0f;
 }
 
+// The PTZ requests do not read the body of an HTTP error, where a refused password is told;
+// after such an error the device is asked once more, in a way that tells it.
+bool refusedCredentials(const Context& context)
+{
+    const QRegularExpressionMatch http = QRegularExpression(QStringLiteral("network error\\. Code (\\d+)"))
+                                             .match(context.log ? context.log->lastError() : QString());
+    if (!http.hasMatch() || http.captured(1).toInt() < 200)
+        return false;
+    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    const QFuture<Onvif::DeviceInfo> info = requests.deviceInfo();
+    return await(info, context.options.timeoutMs, QString()) && requests.isAuthFault();
+}
+
 // Waits for one PTZ call; false (and *exitCode) when it failed or went unanswered.
 template <typename T>
 bool finish(const Context& context, const QFuture<T>& future, const QString& what, int* exitCode)
@@ -28,6 +43,12 @@ bool finish(const Context& context, const QFuture<T>& future, const QString& wha
     const bool answered = await(future, context.options.timeoutMs, what);
     if (answered && !future.isCanceled())
         return true;
+    if (answered && refusedCredentials(context)) {
+        printError(
+            QStringLiteral("%1: %2 refused the user name or password").arg(what, context.url.toString()));
+        *exitCode = AuthFailed;
+        return false;
+    }
     *exitCode = context.failure(what, !answered, false);
     return false;
 }
