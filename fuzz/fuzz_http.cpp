@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QNetworkCookieJar>
 #include <QNetworkReply>
 #include <QTimer>
 
@@ -104,6 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }();
     Q_UNUSED(configured);
 
+    // A cookie an earlier answer set would send this request through Qt's own stack.
+    manager.setCookieJar(new QNetworkCookieJar(&manager));
     peer.setAnswer(QByteArray(reinterpret_cast<const char*>(data), int(size)));
     QNetworkRequest request(
         QUrl(QStringLiteral("http://127.0.0.1:%1/onvif/device_service").arg(peer.port())));
