@@ -41,7 +41,10 @@ OnvifInfoDlg::OnvifInfoDlg(
     rtsp->setNetworkManager(*manager);
 
     ui->setupUi(this);
-    ui->edtUrl->setText(QStringLiteral("http://") + info.ip + QLatin1Char(':') + info.port + info.path);
+    // An IPv6 address keeps its brackets, or the port would read as part of it.
+    const bool ipv6 = info.ip.contains(QLatin1Char(':')) && !info.ip.startsWith(QLatin1Char('['));
+    const QString host = ipv6 ? QLatin1Char('[') + info.ip + QLatin1Char(']') : info.ip;
+    ui->edtUrl->setText(QStringLiteral("http://") + host + QLatin1Char(':') + info.port + info.path);
     ui->edtLogin->setText(login);
     ui->edtPass->setText(password);
 
@@ -84,6 +87,11 @@ OnvifInfoDlg::OnvifInfoDlg(
 OnvifInfoDlg::~OnvifInfoDlg()
 {
     delete ui;
+}
+
+void OnvifInfoDlg::setDeviceUrl(const QUrl& url)
+{
+    ui->edtUrl->setText(url.toString());
 }
 
 void OnvifInfoDlg::runUpdateOnvifInfo()

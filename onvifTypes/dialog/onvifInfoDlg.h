@@ -7,6 +7,7 @@
 #include <QString>
 #include <QVector>
 
+class QUrl;
 class QNetworkAccessManager;
 class QTreeWidgetItem;
 class OnvifDeviceInfo;
@@ -30,6 +31,10 @@ public:
     OnvifInfoDlg(const QString& login, const QString& password, const Onvif::DeviceInfo& info,
         QWidget* parent = nullptr);
     ~OnvifInfoDlg() override;
+
+    // Shows this device-service URL in place of the one built from info, scheme and all
+    // (an https camera stays https).
+    void setDeviceUrl(const QUrl& url);
 
 public slots:
     // Queries device information and the profile list with the texts of the edits.

@@ -195,6 +195,15 @@ void TestInfoDlg::form()
     QCOMPARE(tree->columnCount(), 2);
     QCOMPARE(tree->topLevelItemCount(), 0);
 
+    // An IPv6 address keeps its brackets; a URL given as such keeps its scheme.
+    info.ip = QStringLiteral("fe80::1");
+    OnvifInfoDlg v6(QString(), QString(), info);
+    QCOMPARE(v6.findChild<QLineEdit*>("edtUrl")->text(),
+        QStringLiteral("http://[fe80::1]:8080/onvif/device_service"));
+    v6.setDeviceUrl(QUrl(QStringLiteral("https://[fe80::1]:8443/onvif/device_service")));
+    QCOMPARE(v6.findChild<QLineEdit*>("edtUrl")->text(),
+        QStringLiteral("https://[fe80::1]:8443/onvif/device_service"));
+
     // Nothing goes out before the button is pressed.
     const int before = m_camera->requestCount();
     Dialog idle(*m_camera);
