@@ -103,8 +103,14 @@ void TestCli::credentialsFromEnvironment()
     QCOMPARE(cli({ "info", m_url }, 30000, env).exitCode, 0);
     env.insert("ONVIF_PASSWORD", "wrong");
     QCOMPARE(cli({ "info", m_url }, 30000, env).exitCode, 4);
-    // The option wins over the environment.
+    // The option wins over the environment, and so does a password file.
     QCOMPARE(cli({ "-p", "admin", "info", m_url }, 30000, env).exitCode, 0);
+    QTemporaryDir dir;
+    QFile file(dir.filePath("password"));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("admin\n") == 6);
+    file.close();
+    QCOMPARE(cli({ "--password-file", file.fileName(), "info", m_url }, 30000, env).exitCode, 0);
+    QCOMPARE(cli({ "--password-file", dir.filePath("none"), "info", m_url }, 30000, env).exitCode, 2);
 }
 
 void TestCli::profilesWithStreamUris()

@@ -1,5 +1,8 @@
 #include "cliSupport.h"
 
+#include <termios.h>
+#include <unistd.h>
+
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
@@ -153,6 +156,24 @@ bool parseDeviceUrl(const QString& text, QUrl* url, QString* error)
 void printLine(const QString& text)
 {
     QTextStream(stdout) << text << '\n';
+}
+
+QString askPassword(const QString& user)
+{
+    QTextStream(stderr) << "Password for " << user << ": " << Qt::flush;
+    termios saved {};
+    const bool terminal = tcgetattr(STDIN_FILENO, &saved) == 0;
+    if (terminal) {
+        termios quiet = saved;
+        quiet.c_lflag &= ~tcflag_t(ECHO);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    }
+    QTextStream in(stdin);
+    const QString password = in.readLine(4096);
+    if (terminal)
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+    QTextStream(stderr) << '\n';
+    return password;
 }
 
 namespace {

@@ -81,6 +81,9 @@ bool awaitCondition(const std::function<bool()>& done, int timeoutMs, const QStr
 // A device-service URL the library can use, or an explanation in *error.
 bool parseDeviceUrl(const QString& text, QUrl* url, QString* error);
 
+// Asks on the terminal, without echo.
+QString askPassword(const QString& user);
+
 void printLine(const QString& text);
 void printError(const QString& text);
 void printJson(const QJsonObject& object);

@@ -6,9 +6,12 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFile>
 #include <QRegularExpression>
 
 #include <memory>
+
+#include <unistd.h>
 
 namespace {
 
@@ -26,7 +29,8 @@ const char* const kUsage = R"(Commands:
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
 
 URL is a device-service address such as http://192.168.0.10/onvif/device_service.
-Credentials: -u/-p, or the environment variables ONVIF_USER and ONVIF_PASSWORD.
+Credentials: -u/-p, --password-file, or the environment variables ONVIF_USER and
+ONVIF_PASSWORD; without a password and on a terminal, it is asked for (not echoed).
 Exit codes: 0 done, 1 the device answered with a fault or unreadably, 2 bad arguments or URL,
 3 device unreachable or silent, 4 user name or password refused.)";
 
@@ -78,7 +82,9 @@ int run()
         "timeout", "Seconds to wait for each answer (default 10).", "seconds", "10");
     const QCommandLineOption verbose("verbose", "Print the library's log records on stderr.");
     const QCommandLineOption profile("profile", "Media profile token for ptz.", "token");
-    parser.addOptions({ user, password, json, timeout, verbose, profile });
+    const QCommandLineOption passwordFile("password-file",
+        "Read the password from the first line of this file (keeps it out of the process list).", "file");
+    parser.addOptions({ user, password, passwordFile, json, timeout, verbose, profile });
     parser.addPositionalArgument(
         "command", "discover, info, profiles, snapshot, ptz, events, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
@@ -106,6 +112,17 @@ int run()
     options.user = parser.isSet(user) ? parser.value(user) : qEnvironmentVariable("ONVIF_USER");
     options.password
         = parser.isSet(password) ? parser.value(password) : qEnvironmentVariable("ONVIF_PASSWORD");
+    if (parser.isSet(passwordFile)) {
+        QFile file(parser.value(passwordFile));
+        if (!file.open(QIODevice::ReadOnly)) {
+            Cli::printError(QStringLiteral("cannot read the password file %1").arg(file.fileName()));
+            return Cli::BadArguments;
+        }
+        options.password
+            = QString::fromUtf8(file.readLine(4096)).remove(QLatin1Char('\r')).remove(QLatin1Char('\n'));
+    } else if (options.password.isEmpty() && !options.user.isEmpty() && isatty(STDIN_FILENO)) {
+        options.password = Cli::askPassword(options.user);
+    }
     options.json = parser.isSet(json);
     options.verbose = parser.isSet(verbose);
     bool timeoutOk = false;
