@@ -144,6 +144,22 @@ void TestCli::snapshot()
     QVERIFY(run.out.contains(file));
     QVERIFY(m_camera->requestsFor("Snapshot").last().path.contains(QLatin1String("prof_main")));
 
+    // The camera's bytes as they are, whatever the file name says; "-" is standard output.
+    QFile saved(file);
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    const QByteArray jpeg = saved.readAll();
+    QVERIFY(jpeg.startsWith("\xff\xd8\xff"));
+    const QString png = dir.filePath("shot.png");
+    QCOMPARE(cli({ "-u", "admin", "-p", "admin", "snapshot", m_url, png }).exitCode, 0);
+    QFile renamed(png);
+    QVERIFY(renamed.open(QIODevice::ReadOnly));
+    QCOMPARE(renamed.readAll(), jpeg);
+    QProcess process;
+    process.start(QStringLiteral(ONVIF_CLI), { "-u", "admin", "-p", "admin", "snapshot", m_url, "-" });
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(process.readAllStandardOutput(), jpeg);
+
     // A picture behind HTTP authentication the tool does not answer: refused credentials.
     CameraSim::CameraConfig digest = CameraSim::CameraConfig::defaultCamera();
     digest.quirks = QStringList { QStringLiteral("snapshot-digest") };

@@ -31,6 +31,9 @@ void TestLogging::recordFormatAndAttributes()
         QStringLiteral(" recordFormatAndAttributes: Network error. Code:1 (%1:%2)")
             .arg(QStringLiteral(__FILE__))
             .arg(line));
+    // The source file is named from the source root: nothing of the build machine's paths.
+    QVERIFY2(records[0].message.contains(QLatin1String("(tests/core/tst_logging.cpp:")),
+        qPrintable(records[0].message));
     QCOMPARE(records[1].severity, 0u);
     QVERIFY(records[1].message.startsWith(QLatin1String(" recordFormatAndAttributes: plain text (")));
 

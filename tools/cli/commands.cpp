@@ -1,12 +1,18 @@
 #include "commands.h"
 
+#include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifPreview.h>
 
+#include <QBuffer>
 #include <QFile>
+#include <QImageReader>
 #include <QJsonArray>
 #include <QMetaEnum>
 #include <QNetworkReply>
 #include <QRegularExpression>
+#include <QTextStream>
+
+#include <memory>
 
 namespace Cli {
 
@@ -211,6 +217,86 @@ int profiles(const Context& context)
     return Ok;
 }
 
+namespace {
+
+// The camera's picture, byte for byte: the file name does not choose a format and nothing is
+// re-encoded. Bounded as every answer; the declared dimensions are read without decoding.
+int savePicture(const Context& context, const QString& token, const QString& uri, const QString& file)
+{
+    const QUrl url(uri);
+    const QString scheme = url.scheme().toLower();
+    if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
+        printError(
+            QStringLiteral("snapshot: refused %1: only http and https snapshot URIs are fetched").arg(uri));
+        return DeviceFault;
+    }
+    const Onvif::Limits limits = Onvif::Limits::defaults();
+    Onvif::NetworkAccessManager manager;
+    QNetworkRequest request(url);
+    request.setAttribute(Onvif::Limits::BodyLimitAttribute, limits.maxImageBytes);
+    QNetworkReply* reply = manager.get(request);
+    const std::unique_ptr<QNetworkReply> owned(reply);
+    if (!awaitCondition([reply] { return reply->isFinished(); }, context.options.timeoutMs,
+            QStringLiteral("the picture"))) {
+        printError(QStringLiteral("snapshot: no picture from %1 within %2 s")
+                       .arg(uri)
+                       .arg(context.options.timeoutMs / 1000.0));
+        return Unreachable;
+    }
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (reply->error() != QNetworkReply::NoError) {
+        printError(QStringLiteral("snapshot: could not download %1 (%2)").arg(uri, reply->errorString()));
+        if (status == 401 || status == 403)
+            return AuthFailed;
+        return status > 0 || reply->error() == QNetworkReply::ProtocolFailure ? DeviceFault : Unreachable;
+    }
+    const QByteArray bytes = reply->readAll();
+    QBuffer buffer;
+    buffer.setData(bytes);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    const QSize size = reader.size();
+    if (!size.isValid()) {
+        printError(QStringLiteral("snapshot: %1 is not an image").arg(uri));
+        return DeviceFault;
+    }
+    if (qint64(size.width()) * size.height() > limits.maxImagePixels) {
+        printError(
+            QStringLiteral("snapshot: refused %1: the picture declares %2 x %3 pixels (maxImagePixels)")
+                .arg(uri)
+                .arg(size.width())
+                .arg(size.height()));
+        return DeviceFault;
+    }
+    const bool toStdout = file == QLatin1String("-");
+    QFile out(file);
+    const bool written = toStdout ? out.open(stdout, QIODevice::WriteOnly) && out.write(bytes) == bytes.size()
+                                  : out.open(QIODevice::WriteOnly) && out.write(bytes) == bytes.size();
+    out.close();
+    if (!written) {
+        printError(QStringLiteral("snapshot: cannot write %1").arg(file));
+        return BadArguments;
+    }
+    const QString type = reply->header(QNetworkRequest::ContentTypeHeader).toString();
+    const QString text = QStringLiteral("Saved %1x%2 snapshot of %3 to %4 (%5 bytes, %6)")
+                             .arg(size.width())
+                             .arg(size.height())
+                             .arg(token, toStdout ? QStringLiteral("standard output") : file)
+                             .arg(bytes.size())
+                             .arg(type.isEmpty() ? QString::fromLatin1(reader.format()) : type);
+    if (toStdout)
+        QTextStream(stderr) << text << '\n';
+    else if (context.options.json)
+        printJson(
+            QJsonObject { { "profile", token }, { "uri", uri }, { "file", file }, { "width", size.width() },
+                { "height", size.height() }, { "bytes", bytes.size() }, { "contentType", type } });
+    else
+        printLine(text);
+    return Ok;
+}
+
+} // namespace
+
 int snapshot(const Context& context, const QString& file)
 {
     Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
@@ -227,16 +313,10 @@ int snapshot(const Context& context, const QString& file)
 
     Onvif::OnvifPreview preview(context.options.user, context.options.password, mediaUrl);
     QString uri;
-    QImage picture;
     bool gotUri = false;
-    bool gotImage = false;
     QObject::connect(&preview, &Onvif::OnvifPreview::snapshotUri, [&](const QString& value) {
         uri = value;
         gotUri = true;
-    });
-    QObject::connect(&preview, &Onvif::OnvifPreview::image, [&](const QImage& value) {
-        picture = value;
-        gotImage = true;
     });
     // The preview reports failures only in the log, so a logged error ends the wait too.
     const auto failed = [&] { return !context.log->lastError().isEmpty(); };
@@ -259,41 +339,7 @@ int snapshot(const Context& context, const QString& file)
                 .arg(record.mid(unreadable + 12, record.lastIndexOf(QLatin1String(" (")) - unreadable - 12)));
         return DeviceFault;
     }
-    preview.downloadImage(uri);
-    if (!awaitCondition(
-            [&] { return gotImage || failed(); }, context.options.timeoutMs, QStringLiteral("the picture"))
-        || !gotImage) {
-        printError(
-            QStringLiteral("snapshot: could not download %1%2")
-                .arg(uri,
-                    failed() ? QStringLiteral(" (") + context.log->lastError().trimmed() + ')' : QString()));
-        // The library refused what the camera named or sent, the camera refused the credentials
-        // or the request, or the network failed.
-        const QString why = context.log->lastError();
-        if (why.contains(QLatin1String("requires authentication")))
-            return AuthFailed;
-        if (why.contains(QLatin1String("Refused: ")) || why.contains(QLatin1String("server replied"))
-            || why.contains(QLatin1String("Onvif::Limits::")))
-            return DeviceFault;
-        return Unreachable;
-    }
-    if (picture.isNull()) {
-        printError(QStringLiteral("snapshot: %1 is not an image").arg(uri));
-        return DeviceFault;
-    }
-    if (!picture.save(file)) {
-        printError(QStringLiteral("snapshot: cannot write %1").arg(file));
-        return BadArguments;
-    }
-    if (context.options.json)
-        printJson(QJsonObject { { "profile", token }, { "uri", uri }, { "file", file },
-            { "width", picture.width() }, { "height", picture.height() } });
-    else
-        printLine(QStringLiteral("Saved %1x%2 snapshot of %3 to %4")
-                      .arg(picture.width())
-                      .arg(picture.height())
-                      .arg(token, file));
-    return Ok;
+    return savePicture(context, token, uri, file);
 }
 
 } // namespace Cli

@@ -20,7 +20,8 @@ const char* const kUsage = R"(Commands:
                                 devices that answer within --timeout seconds (default 5)
   info URL                      device information and type
   profiles URL                  media profiles with their RTSP stream URIs
-  snapshot URL [FILE]           picture of the largest profile (default snapshot.jpg)
+  snapshot URL [FILE]           the picture of the largest profile, byte for byte as the camera sent
+                                it (default snapshot.jpg; - writes to standard output)
   ptz URL ACTION [ARGS]         move PAN TILT [ZOOM] [SECONDS] | stop | home | save-home | presets |
                                 goto PRESET | set-preset NAME [TOKEN] | remove-preset PRESET
                                 (on the first PTZ profile, or the one named by --profile)
