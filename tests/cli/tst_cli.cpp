@@ -160,6 +160,13 @@ void TestCli::snapshot()
     QCOMPARE(process.exitCode(), 0);
     QCOMPARE(process.readAllStandardOutput(), jpeg);
 
+    // --profile chooses the picture's profile, and names only profiles the device has.
+    QCOMPARE(
+        cli({ "-u", "admin", "-p", "admin", "--profile", "prof_sub", "snapshot", m_url, file }).exitCode, 0);
+    QVERIFY(m_camera->requestsFor("Snapshot").last().path.contains(QLatin1String("prof_sub")));
+    QCOMPARE(cli({ "-u", "admin", "-p", "admin", "--profile", "nope", "snapshot", m_url, file }).exitCode, 2);
+    QCOMPARE(cli({ "-u", "admin", "-p", "admin", "--profile", "prof_sub", "info", m_url }).exitCode, 2);
+
     // A picture behind HTTP authentication the tool does not answer: refused credentials.
     CameraSim::CameraConfig digest = CameraSim::CameraConfig::defaultCamera();
     digest.quirks = QStringList { QStringLiteral("snapshot-digest") };

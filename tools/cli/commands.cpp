@@ -196,6 +196,29 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
     return true;
 }
 
+namespace {
+
+// Narrows the list to the profile named by --profile; false (and a message) when the
+// device has no such video profile.
+bool pickProfile(const Context& context, const QString& what, QVector<Onvif::OnvifProfileInfo>* list)
+{
+    if (context.profile.isEmpty())
+        return true;
+    QVector<Onvif::OnvifProfileInfo> picked;
+    for (const Onvif::OnvifProfileInfo& p : qAsConst(*list)) {
+        if (p.token == context.profile)
+            picked.append(p);
+    }
+    if (picked.isEmpty()) {
+        printError(QStringLiteral("%1: the device has no video profile %2").arg(what, context.profile));
+        return false;
+    }
+    *list = picked;
+    return true;
+}
+
+} // namespace
+
 int profiles(const Context& context)
 {
     Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
@@ -204,6 +227,8 @@ int profiles(const Context& context)
     int exitCode = Ok;
     if (!loadProfiles(context, requests, &list, &mediaUrl, &exitCode))
         return exitCode;
+    if (!pickProfile(context, QStringLiteral("profiles"), &list))
+        return BadArguments;
     if (context.options.json) {
         QJsonArray array;
         for (const auto& p : list)
@@ -309,6 +334,8 @@ int snapshot(const Context& context, const QString& file)
         printError(QStringLiteral("snapshot: the device has no video profile"));
         return DeviceFault;
     }
+    if (!pickProfile(context, QStringLiteral("snapshot"), &list))
+        return BadArguments;
     const QString token = list.first().token;
 
     Onvif::OnvifPreview preview(context.options.user, context.options.password, mediaUrl);

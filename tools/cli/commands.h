@@ -15,6 +15,7 @@ struct Context
     Options options;
     LibraryLog* log = nullptr;
     QUrl url;
+    QString profile; // --profile: the one media profile a command works on; empty: its own choice
 
     // Turns a failed or unanswered call into a message and an exit code.
     int failure(const QString& what, bool timedOut, bool authFault) const;

@@ -24,7 +24,8 @@ const char* const kUsage = R"(Commands:
                                 it (default snapshot.jpg; - writes to standard output)
   ptz URL ACTION [ARGS]         move PAN TILT [ZOOM] [SECONDS] | stop | home | save-home | presets |
                                 goto PRESET | set-preset NAME [TOKEN] | remove-preset PRESET
-                                (on the first PTZ profile, or the one named by --profile)
+                                (on the first PTZ profile; --profile names one for ptz, snapshot
+                                and profiles)
   events URL [SECONDS]          subscribe, print the events pulled for a while (default 10 s)
   dialog URL                    the device information dialog, filled at once (needs a display)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
@@ -82,7 +83,8 @@ int run()
     const QCommandLineOption timeout(
         "timeout", "Seconds to wait for each answer (default 10).", "seconds", "10");
     const QCommandLineOption verbose("verbose", "Print the library's log records on stderr.");
-    const QCommandLineOption profile("profile", "Media profile token for ptz.", "token");
+    const QCommandLineOption profile(
+        "profile", "Media profile token for ptz, snapshot and profiles.", "token");
     const QCommandLineOption passwordFile("password-file",
         "Read the password from the first line of this file (keeps it out of the process list).", "file");
     parser.addOptions({ user, password, passwordFile, json, timeout, verbose, profile });
@@ -174,6 +176,12 @@ int run()
     Cli::Context context;
     context.options = options;
     context.log = &log;
+    context.profile = parser.value(profile);
+    if (parser.isSet(profile) && command != QLatin1String("ptz") && command != QLatin1String("snapshot")
+        && command != QLatin1String("profiles")) {
+        Cli::printError(QStringLiteral("--profile applies to ptz, snapshot and profiles only"));
+        return Cli::BadArguments;
+    }
     QString error;
     if (!Cli::parseDeviceUrl(args.at(1), &context.url, &error)) {
         Cli::printError(error);
