@@ -7,7 +7,9 @@
 #include <QProcess>
 #include <QTcpServer>
 #include <QTemporaryDir>
+
 #include <QtTest>
+#include <csignal>
 
 using CameraSim::Camera;
 
@@ -284,6 +286,19 @@ void TestCli::ptzPresetsAndMoves()
     QVERIFY2(moves.last().body.contains("x=\"-0.25\""), moves.last().body.constData());
     const QByteArray stop = m_camera->requestsFor("Stop").last().body;
     QVERIFY(stop.contains("<tptz:PanTilt>true</tptz:PanTilt><tptz:Zoom>true</tptz:Zoom>"));
+    QVERIFY(!m_camera->ptzPosition("ptz_node_0").moving);
+
+    // Ctrl-C during a move still stops the camera.
+    QProcess moving;
+    moving.start(QStringLiteral(ONVIF_CLI), base + QStringList { "move", "0.2", "0", "0", "30" });
+    const int movesBefore = m_camera->requestsFor("ContinuousMove").size();
+    QTRY_VERIFY_WITH_TIMEOUT(m_camera->requestsFor("ContinuousMove").size() > movesBefore, 10000);
+    QTRY_VERIFY(m_camera->ptzPosition("ptz_node_0").moving);
+    const int stopsBefore = m_camera->requestsFor("Stop").size();
+    ::kill(pid_t(moving.processId()), SIGINT);
+    QVERIFY(moving.waitForFinished(10000));
+    QCOMPARE(moving.exitCode(), 130);
+    QCOMPARE(m_camera->requestsFor("Stop").size(), stopsBefore + 1);
     QVERIFY(!m_camera->ptzPosition("ptz_node_0").moving);
 
     QCOMPARE(cli(base + QStringList { "home" }).exitCode, 0);

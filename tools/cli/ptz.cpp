@@ -8,9 +8,14 @@
 #include <QJsonArray>
 #include <QNetworkAccessManager>
 #include <QRegularExpression>
+#include <QSocketNotifier>
 #include <QThread>
 
 #include <cmath>
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
 
 namespace Cli {
 
@@ -35,6 +40,59 @@ bool refusedCredentials(const Context& context)
     const QFuture<Onvif::DeviceInfo> info = requests.deviceInfo();
     return await(info, context.options.timeoutMs, QString()) && requests.isAuthFault();
 }
+
+// SIGINT and SIGTERM, while one lives, are noted (through a pipe, the only thing a signal
+// handler may safely do) instead of ending the process.
+class Interruption
+{
+public:
+    Interruption()
+    {
+        if (pipe2(s_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
+            return;
+        m_notifier = std::make_unique<QSocketNotifier>(s_pipe[0], QSocketNotifier::Read);
+        QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] {
+            char byte;
+            while (read(s_pipe[0], &byte, 1) > 0) { }
+            m_happened = true;
+        });
+        struct sigaction action
+        {
+        };
+        action.sa_handler = [](int) {
+            const char byte = 1;
+            (void)!write(s_pipe[1], &byte, 1);
+        };
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGINT, &action, &m_oldInt);
+        sigaction(SIGTERM, &action, &m_oldTerm);
+    }
+    ~Interruption()
+    {
+        if (!m_notifier)
+            return;
+        sigaction(SIGINT, &m_oldInt, nullptr);
+        sigaction(SIGTERM, &m_oldTerm, nullptr);
+        m_notifier.reset();
+        close(s_pipe[0]);
+        close(s_pipe[1]);
+    }
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    bool happened() const { return m_happened; }
+
+private:
+    static inline int s_pipe[2] = { -1, -1 };
+    std::unique_ptr<QSocketNotifier> m_notifier;
+    struct sigaction m_oldInt
+    {
+    };
+    struct sigaction m_oldTerm
+    {
+    };
+    bool m_happened = false;
+};
 
 // Waits for one PTZ call; false (and *exitCode) when it failed or went unanswered.
 template <typename T>
@@ -141,8 +199,15 @@ int ptz(const Context& context, const QString& profile, const QStringList& args)
             return exitCode;
         if (zoom != 0 && !finish(context, req.continuousZoom(p, zoom), QStringLiteral("ptz zoom"), &exitCode))
             return exitCode;
-        awaitCondition([] { return false; }, int(seconds * 1000), QString());
+        // Interrupted, the camera must not go on moving: Ctrl-C ends the wait, not the stop.
+        const Interruption interruption;
+        awaitCondition([&] { return interruption.happened(); }, int(seconds * 1000), QString());
         done = req.stop(p, true, true);
+        if (interruption.happened()) {
+            if (finish(context, done, QStringLiteral("ptz stop"), &exitCode))
+                printError(QStringLiteral("interrupted; %1 stopped").arg(p));
+            return exitCode == Ok ? 130 : exitCode;
+        }
         message = QStringLiteral("Moved %1 for %2 s and stopped.").arg(p).arg(seconds);
     } else if (action == QLatin1String("stop")) {
         done = req.stop(p, true, true);
