@@ -41,9 +41,11 @@ public slots:
     void runUpdateOnvifInfo();
     void updateOnvifInfo();
 
-private:
+public:
+    // Makes the leaves below item editable, so that values can be selected and copied.
     void makeChildsEditable(QTreeWidgetItem* item);
 
+private:
     Ui_OnvifInfoDlg* ui;
     Onvif::DeviceInfo info;
     QVector<Onvif::OnvifProfileInfo> profiles;

@@ -209,9 +209,10 @@ void SchemaTypesTest::derivedClassReadsBaseMembers()
     // Extensions whose base is not one of the derived classes keep only their
     // own members: tt::ConfigDescription's inherited Source is unknown to it.
     tt::ConfigDescription config;
-    readNode(config, parse(document,
-        QStringLiteral(
-            "<tt:ConfigDescription Name=\"c\"><tt:Source/><tt:Parameters/></tt:ConfigDescription>")));
+    readNode(config,
+        parse(document,
+            QStringLiteral(
+                "<tt:ConfigDescription Name=\"c\"><tt:Source/><tt:Parameters/></tt:ConfigDescription>")));
     QCOMPARE(config.Name->value(), QStringLiteral("c"));
     QVERIFY(config.unmatchedElements.contains(QStringLiteral("Source")));
     QVERIFY(!config.unmatchedElements.contains(QStringLiteral("Parameters")));
@@ -272,9 +273,10 @@ void SchemaTypesTest::lists()
     QVERIFY(none.Profiles.isNull());
 
     trt::GetProfilesResponse response;
-    readNode(response, parse(document,
-        QStringLiteral("<trt:GetProfilesResponse><trt:Profiles token=\"a\"/><trt:Other/>"
-                       "<trt:Profiles token=\"b\" fixed=\"true\"/></trt:GetProfilesResponse>")));
+    readNode(response,
+        parse(document,
+            QStringLiteral("<trt:GetProfilesResponse><trt:Profiles token=\"a\"/><trt:Other/>"
+                           "<trt:Profiles token=\"b\" fixed=\"true\"/></trt:GetProfilesResponse>")));
     QVERIFY(response.Profiles->at(0).fixed.isNull());
     QCOMPARE(response.serialize(QString()),
         QStringLiteral(
@@ -289,9 +291,11 @@ void SchemaTypesTest::lists()
 
     // A required list is a plain vector, appended to in document order.
     tds::GetServicesResponse services;
-    readNode(services, parse(document,
-        QStringLiteral("<tds:GetServicesResponse><tds:Service><tds:XAddr>u1</tds:XAddr></tds:Service>"
-                       "<tds:Service><tds:XAddr>u2</tds:XAddr></tds:Service></tds:GetServicesResponse>")));
+    readNode(services,
+        parse(document,
+            QStringLiteral(
+                "<tds:GetServicesResponse><tds:Service><tds:XAddr>u1</tds:XAddr></tds:Service>"
+                "<tds:Service><tds:XAddr>u2</tds:XAddr></tds:Service></tds:GetServicesResponse>")));
     QCOMPARE(services.Service.size(), 2);
     QCOMPARE(services.Service.at(1).XAddr->value(), QStringLiteral("u2"));
 }
@@ -300,8 +304,8 @@ void SchemaTypesTest::repeatedSingleElementLastWins()
 {
     QDomDocument document;
     tt::VideoResolution resolution;
-    readNode(resolution, 
-        parse(document, QStringLiteral("<r><tt:Width>1</tt:Width><tt:Width>7</tt:Width></r>")));
+    readNode(
+        resolution, parse(document, QStringLiteral("<r><tt:Width>1</tt:Width><tt:Width>7</tt:Width></r>")));
     QCOMPARE(resolution.Width->value(), 7);
     QCOMPARE(resolution.unmatchedElements, QString());
 }
@@ -330,6 +334,10 @@ void SchemaTypesTest::enumerations()
     QCOMPARE(tt::VideoEncoding().serialize(QString()), QStringLiteral("JPEG"));
     QCOMPARE(tt::VideoEncoding(QStringLiteral("H265")).index(), 3u);
     QCOMPARE(tt::VideoEncoding(QStringLiteral("h265")).index(), 0u); // case matters
+    // A text converts to an enumeration implicitly, as application code assigns it.
+    tt::VideoEncoderConfiguration configuration;
+    *configuration.Encoding = QStringLiteral("H264");
+    QCOMPARE(configuration.Encoding->index(), unsigned(tt::VideoEncoding::H264));
     QCOMPARE(tt::StreamType(tt::StreamType::tStreamType(1)).serialize(QStringLiteral("tt:Stream")),
         QStringLiteral("<tt:Stream>RTP-Multicast</tt:Stream>"));
     QCOMPARE(tt::Dot11SignalStrength(QStringLiteral("Very Good")).index(), 4u);
@@ -351,10 +359,11 @@ void SchemaTypesTest::typesOutsideCatalogueKeptAsRawXml()
     tptz::GeoMove move;
     QVERIFY(move.Target);
     QCOMPARE(move.serialize(QString()).count(QStringLiteral("<tptz:Target ></tptz:Target>")), 1);
-    readNode(move, parse(document,
-        QStringLiteral("<tptz:GeoMove><tptz:ProfileToken>p</tptz:ProfileToken>"
-                       "<tptz:Target lon=\"8.5\" lat=\"47.3\"><ns1:Note>n</ns1:Note></tptz:Target>"
-                       "<tptz:AreaHeight>2.5</tptz:AreaHeight></tptz:GeoMove>")));
+    readNode(move,
+        parse(document,
+            QStringLiteral("<tptz:GeoMove><tptz:ProfileToken>p</tptz:ProfileToken>"
+                           "<tptz:Target lon=\"8.5\" lat=\"47.3\"><ns1:Note>n</ns1:Note></tptz:Target>"
+                           "<tptz:AreaHeight>2.5</tptz:AreaHeight></tptz:GeoMove>")));
     QCOMPARE(move.unmatchedElements, QString());
     QCOMPARE(move.Target->attribute(QStringLiteral("lon")), QStringLiteral("8.5"));
     QVERIFY(move.Target->content.contains(QStringLiteral(">n</ns1:Note>")));
@@ -366,9 +375,10 @@ void SchemaTypesTest::typesOutsideCatalogueKeptAsRawXml()
 
     // So are anonymous types declared inside an element, with their occurrence.
     tt::ItemList items;
-    readNode(items, parse(document,
-        QStringLiteral("<tt:Data><tt:SimpleItem Name=\"State\" Value=\"true\"/>"
-                       "<tt:SimpleItem Name=\"Level\" Value=\"3\"/></tt:Data>")));
+    readNode(items,
+        parse(document,
+            QStringLiteral("<tt:Data><tt:SimpleItem Name=\"State\" Value=\"true\"/>"
+                           "<tt:SimpleItem Name=\"Level\" Value=\"3\"/></tt:Data>")));
     QCOMPARE(items.SimpleItem->size(), 2);
     QCOMPARE(items.SimpleItem->at(1).attribute(QStringLiteral("Value")), QStringLiteral("3"));
 }
@@ -377,8 +387,9 @@ void SchemaTypesTest::simpleContentAndNameClashes()
 {
     QDomDocument document;
     tt::CertificateUsage usage;
-    readNode(usage, parse(
-        document, QStringLiteral("<tt:CertificateUsage Critical=\"true\">1.3.6</tt:CertificateUsage>")));
+    readNode(usage,
+        parse(
+            document, QStringLiteral("<tt:CertificateUsage Critical=\"true\">1.3.6</tt:CertificateUsage>")));
     QCOMPARE(usage.serialize(QString()),
         QStringLiteral("<tt:CertificateUsage Critical=\"true\" >1.3.6</tt:CertificateUsage>"));
 

@@ -585,7 +585,7 @@ class Writer:
                  'class ONVIFTYPES_EXPORT %s : public StringEnumBase' % name, '{', 'public:',
                  '    enum t%s { %s };' % (name, ', '.join(self.enumerators(model))), '',
                  '    %s(t%s value = t%s(0));' % (name, name, name),
-                 '    explicit %s(const QString& value);' % name,
+                 '    %s(const QString& value);' % name,
                  '};', '', '} // namespace %s' % model.ns, '', '#endif // ' + self.guard(model), '']
         return '\n'.join(lines)
 

@@ -11,7 +11,7 @@ public:
     enum tfaultcodeEnum { DataEncodingUnknown, MustUnderstand, Receiver, Sender, VersionMismatch };
 
     faultcodeEnum(tfaultcodeEnum value = DataEncodingUnknown);
-    explicit faultcodeEnum(const QString& value);
+    faultcodeEnum(const QString& value);
 };
 
 } // namespace soapenv

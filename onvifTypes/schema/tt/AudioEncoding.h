@@ -12,7 +12,7 @@ public:
     enum tAudioEncoding { G711, G726, AAC };
 
     AudioEncoding(tAudioEncoding value = tAudioEncoding(0));
-    explicit AudioEncoding(const QString& value);
+    AudioEncoding(const QString& value);
 };
 
 } // namespace tt

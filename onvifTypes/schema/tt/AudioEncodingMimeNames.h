@@ -12,7 +12,7 @@ public:
     enum tAudioEncodingMimeNames { PCMU, G726, MP4A_LATM };
 
     AudioEncodingMimeNames(tAudioEncodingMimeNames value = tAudioEncodingMimeNames(0));
-    explicit AudioEncodingMimeNames(const QString& value);
+    AudioEncodingMimeNames(const QString& value);
 };
 
 } // namespace tt

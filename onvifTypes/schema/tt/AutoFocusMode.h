@@ -12,7 +12,7 @@ public:
     enum tAutoFocusMode { AUTO, MANUAL };
 
     AutoFocusMode(tAutoFocusMode value = tAutoFocusMode(0));
-    explicit AutoFocusMode(const QString& value);
+    AutoFocusMode(const QString& value);
 };
 
 } // namespace tt

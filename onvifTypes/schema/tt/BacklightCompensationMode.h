@@ -12,7 +12,7 @@ public:
     enum tBacklightCompensationMode { OFF, ON };
 
     BacklightCompensationMode(tBacklightCompensationMode value = tBacklightCompensationMode(0));
-    explicit BacklightCompensationMode(const QString& value);
+    BacklightCompensationMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tCapabilityCategory { All, Analytics, Device, Events, Imaging, Media, PTZ };
 
     CapabilityCategory(tCapabilityCategory value = tCapabilityCategory(0));
-    explicit CapabilityCategory(const QString& value);
+    CapabilityCategory(const QString& value);
 };
 
 } // namespace tt

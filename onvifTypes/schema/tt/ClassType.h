@@ -12,7 +12,7 @@ public:
     enum tClassType { Animal, Face, Human, Vehical, Other };
 
     ClassType(tClassType value = tClassType(0));
-    explicit ClassType(const QString& value);
+    ClassType(const QString& value);
 };
 
 } // namespace tt

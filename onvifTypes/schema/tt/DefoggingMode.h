@@ -12,7 +12,7 @@ public:
     enum tDefoggingMode { OFF, ON, AUTO };
 
     DefoggingMode(tDefoggingMode value = tDefoggingMode(0));
-    explicit DefoggingMode(const QString& value);
+    DefoggingMode(const QString& value);
 };
 
 } // namespace tt

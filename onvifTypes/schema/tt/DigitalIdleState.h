@@ -12,7 +12,7 @@ public:
     enum tDigitalIdleState { closed, open };
 
     DigitalIdleState(tDigitalIdleState value = tDigitalIdleState(0));
-    explicit DigitalIdleState(const QString& value);
+    DigitalIdleState(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDirection { Left, Right, Any };
 
     Direction(tDirection value = tDirection(0));
-    explicit Direction(const QString& value);
+    Direction(const QString& value);
 };
 
 } // namespace tt

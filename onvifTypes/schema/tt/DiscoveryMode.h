@@ -12,7 +12,7 @@ public:
     enum tDiscoveryMode { Discoverable, NonDiscoverable };
 
     DiscoveryMode(tDiscoveryMode value = tDiscoveryMode(0));
-    explicit DiscoveryMode(const QString& value);
+    DiscoveryMode(const QString& value);
 };
 
 } // namespace tt

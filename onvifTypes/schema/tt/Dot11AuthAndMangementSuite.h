@@ -12,7 +12,7 @@ public:
     enum tDot11AuthAndMangementSuite { None, Dot1X, PSK, Extended };
 
     Dot11AuthAndMangementSuite(tDot11AuthAndMangementSuite value = tDot11AuthAndMangementSuite(0));
-    explicit Dot11AuthAndMangementSuite(const QString& value);
+    Dot11AuthAndMangementSuite(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDot11Cipher { CCMP, TKIP, Any, Extended };
 
     Dot11Cipher(tDot11Cipher value = tDot11Cipher(0));
-    explicit Dot11Cipher(const QString& value);
+    Dot11Cipher(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDot11SecurityMode { None, WEP, PSK, Dot1X, Extended };
 
     Dot11SecurityMode(tDot11SecurityMode value = tDot11SecurityMode(0));
-    explicit Dot11SecurityMode(const QString& value);
+    Dot11SecurityMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDot11SignalStrength { None, Very_Bad, Bad, Good, Very_Good, Extended };
 
     Dot11SignalStrength(tDot11SignalStrength value = tDot11SignalStrength(0));
-    explicit Dot11SignalStrength(const QString& value);
+    Dot11SignalStrength(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDot11StationMode { Ad_hoc, Infrastructure, Extended };
 
     Dot11StationMode(tDot11StationMode value = tDot11StationMode(0));
-    explicit Dot11StationMode(const QString& value);
+    Dot11StationMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDuplex { Full, Half };
 
     Duplex(tDuplex value = tDuplex(0));
-    explicit Duplex(const QString& value);
+    Duplex(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tDynamicDNSType { NoUpdate, ClientUpdates, ServerUpdates };
 
     DynamicDNSType(tDynamicDNSType value = tDynamicDNSType(0));
-    explicit DynamicDNSType(const QString& value);
+    DynamicDNSType(const QString& value);
 };
 
 } // namespace tt

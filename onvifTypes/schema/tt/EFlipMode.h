@@ -12,7 +12,7 @@ public:
     enum tEFlipMode { OFF, ON, Extended };
 
     EFlipMode(tEFlipMode value = tEFlipMode(0));
-    explicit EFlipMode(const QString& value);
+    EFlipMode(const QString& value);
 };
 
 } // namespace tt

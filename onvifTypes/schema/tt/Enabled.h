@@ -12,7 +12,7 @@ public:
     enum tEnabled { ENABLED, DISABLED };
 
     Enabled(tEnabled value = tEnabled(0));
-    explicit Enabled(const QString& value);
+    Enabled(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tExposureMode { AUTO, MANUAL };
 
     ExposureMode(tExposureMode value = tExposureMode(0));
-    explicit ExposureMode(const QString& value);
+    ExposureMode(const QString& value);
 };
 
 } // namespace tt

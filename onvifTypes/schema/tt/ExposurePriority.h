@@ -12,7 +12,7 @@ public:
     enum tExposurePriority { LowNoise, FrameRate };
 
     ExposurePriority(tExposurePriority value = tExposurePriority(0));
-    explicit ExposurePriority(const QString& value);
+    ExposurePriority(const QString& value);
 };
 
 } // namespace tt

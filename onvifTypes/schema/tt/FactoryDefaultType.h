@@ -12,7 +12,7 @@ public:
     enum tFactoryDefaultType { Hard, Soft };
 
     FactoryDefaultType(tFactoryDefaultType value = tFactoryDefaultType(0));
-    explicit FactoryDefaultType(const QString& value);
+    FactoryDefaultType(const QString& value);
 };
 
 } // namespace tt

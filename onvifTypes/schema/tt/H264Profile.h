@@ -12,7 +12,7 @@ public:
     enum tH264Profile { Baseline, Main, Extended, High };
 
     H264Profile(tH264Profile value = tH264Profile(0));
-    explicit H264Profile(const QString& value);
+    H264Profile(const QString& value);
 };
 
 } // namespace tt

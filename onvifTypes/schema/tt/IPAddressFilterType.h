@@ -12,7 +12,7 @@ public:
     enum tIPAddressFilterType { Allow, Deny };
 
     IPAddressFilterType(tIPAddressFilterType value = tIPAddressFilterType(0));
-    explicit IPAddressFilterType(const QString& value);
+    IPAddressFilterType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tIPType { IPv4, IPv6 };
 
     IPType(tIPType value = tIPType(0));
-    explicit IPType(const QString& value);
+    IPType(const QString& value);
 };
 
 } // namespace tt

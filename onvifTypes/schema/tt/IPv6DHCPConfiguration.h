@@ -12,7 +12,7 @@ public:
     enum tIPv6DHCPConfiguration { Auto, Stateful, Stateless, Off };
 
     IPv6DHCPConfiguration(tIPv6DHCPConfiguration value = tIPv6DHCPConfiguration(0));
-    explicit IPv6DHCPConfiguration(const QString& value);
+    IPv6DHCPConfiguration(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tImageStabilizationMode { OFF, ON, AUTO, Extended };
 
     ImageStabilizationMode(tImageStabilizationMode value = tImageStabilizationMode(0));
-    explicit ImageStabilizationMode(const QString& value);
+    ImageStabilizationMode(const QString& value);
 };
 
 } // namespace tt

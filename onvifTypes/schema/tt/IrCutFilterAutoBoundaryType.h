@@ -12,7 +12,7 @@ public:
     enum tIrCutFilterAutoBoundaryType { Common, ToOn, ToOff, Extended };
 
     IrCutFilterAutoBoundaryType(tIrCutFilterAutoBoundaryType value = tIrCutFilterAutoBoundaryType(0));
-    explicit IrCutFilterAutoBoundaryType(const QString& value);
+    IrCutFilterAutoBoundaryType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tIrCutFilterMode { ON, OFF, AUTO };
 
     IrCutFilterMode(tIrCutFilterMode value = tIrCutFilterMode(0));
-    explicit IrCutFilterMode(const QString& value);
+    IrCutFilterMode(const QString& value);
 };
 
 } // namespace tt

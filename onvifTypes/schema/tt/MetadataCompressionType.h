@@ -12,7 +12,7 @@ public:
     enum tMetadataCompressionType { None, GZIP, EXI };
 
     MetadataCompressionType(tMetadataCompressionType value = tMetadataCompressionType(0));
-    explicit MetadataCompressionType(const QString& value);
+    MetadataCompressionType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tModeOfOperation { Idle, Active, Unknown };
 
     ModeOfOperation(tModeOfOperation value = tModeOfOperation(0));
-    explicit ModeOfOperation(const QString& value);
+    ModeOfOperation(const QString& value);
 };
 
 } // namespace tt

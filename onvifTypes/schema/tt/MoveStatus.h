@@ -12,7 +12,7 @@ public:
     enum tMoveStatus { IDLE, MOVING, UNKNOWN };
 
     MoveStatus(tMoveStatus value = tMoveStatus(0));
-    explicit MoveStatus(const QString& value);
+    MoveStatus(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tMpeg4Profile { SP, ASP };
 
     Mpeg4Profile(tMpeg4Profile value = tMpeg4Profile(0));
-    explicit Mpeg4Profile(const QString& value);
+    Mpeg4Profile(const QString& value);
 };
 
 } // namespace tt

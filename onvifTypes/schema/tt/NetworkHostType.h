@@ -12,7 +12,7 @@ public:
     enum tNetworkHostType { IPv4, IPv6, DNS };
 
     NetworkHostType(tNetworkHostType value = tNetworkHostType(0));
-    explicit NetworkHostType(const QString& value);
+    NetworkHostType(const QString& value);
 };
 
 } // namespace tt

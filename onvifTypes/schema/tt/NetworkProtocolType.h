@@ -12,7 +12,7 @@ public:
     enum tNetworkProtocolType { HTTP, HTTPS, RTSP };
 
     NetworkProtocolType(tNetworkProtocolType value = tNetworkProtocolType(0));
-    explicit NetworkProtocolType(const QString& value);
+    NetworkProtocolType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tOSDType { Text, Image, Extended };
 
     OSDType(tOSDType value = tOSDType(0));
-    explicit OSDType(const QString& value);
+    OSDType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tPTZPresetTourDirection { Forward, Backward, Extended };
 
     PTZPresetTourDirection(tPTZPresetTourDirection value = tPTZPresetTourDirection(0));
-    explicit PTZPresetTourDirection(const QString& value);
+    PTZPresetTourDirection(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tPTZPresetTourOperation { Start, Stop, Pause, Extended };
 
     PTZPresetTourOperation(tPTZPresetTourOperation value = tPTZPresetTourOperation(0));
-    explicit PTZPresetTourOperation(const QString& value);
+    PTZPresetTourOperation(const QString& value);
 };
 
 } // namespace tt

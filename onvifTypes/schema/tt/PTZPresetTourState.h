@@ -12,7 +12,7 @@ public:
     enum tPTZPresetTourState { Idle, Touring, Paused, Extended };
 
     PTZPresetTourState(tPTZPresetTourState value = tPTZPresetTourState(0));
-    explicit PTZPresetTourState(const QString& value);
+    PTZPresetTourState(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tPropertyOperation { Initialized, Deleted, Changed };
 
     PropertyOperation(tPropertyOperation value = tPropertyOperation(0));
-    explicit PropertyOperation(const QString& value);
+    PropertyOperation(const QString& value);
 };
 
 } // namespace tt

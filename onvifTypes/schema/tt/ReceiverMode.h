@@ -12,7 +12,7 @@ public:
     enum tReceiverMode { AutoConnect, AlwaysConnect, NeverConnect, Unknown };
 
     ReceiverMode(tReceiverMode value = tReceiverMode(0));
-    explicit ReceiverMode(const QString& value);
+    ReceiverMode(const QString& value);
 };
 
 } // namespace tt

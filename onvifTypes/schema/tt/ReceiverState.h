@@ -12,7 +12,7 @@ public:
     enum tReceiverState { NotConnected, Connecting, Connected, Unknown };
 
     ReceiverState(tReceiverState value = tReceiverState(0));
-    explicit ReceiverState(const QString& value);
+    ReceiverState(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tRecordingStatus { Initiated, Recording, Stopped, Removing, Removed, Unknown };
 
     RecordingStatus(tRecordingStatus value = tRecordingStatus(0));
-    explicit RecordingStatus(const QString& value);
+    RecordingStatus(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tRelayIdleState { closed, open };
 
     RelayIdleState(tRelayIdleState value = tRelayIdleState(0));
-    explicit RelayIdleState(const QString& value);
+    RelayIdleState(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tRelayLogicalState { active, inactive };
 
     RelayLogicalState(tRelayLogicalState value = tRelayLogicalState(0));
-    explicit RelayLogicalState(const QString& value);
+    RelayLogicalState(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tRelayMode { Monostable, Bistable };
 
     RelayMode(tRelayMode value = tRelayMode(0));
-    explicit RelayMode(const QString& value);
+    RelayMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tReverseMode { OFF, ON, AUTO, Extended };
 
     ReverseMode(tReverseMode value = tReverseMode(0));
-    explicit ReverseMode(const QString& value);
+    ReverseMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tRotateMode { OFF, ON, AUTO };
 
     RotateMode(tRotateMode value = tRotateMode(0));
-    explicit RotateMode(const QString& value);
+    RotateMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tScopeDefinition { Fixed, Configurable };
 
     ScopeDefinition(tScopeDefinition value = tScopeDefinition(0));
-    explicit ScopeDefinition(const QString& value);
+    ScopeDefinition(const QString& value);
 };
 
 } // namespace tt

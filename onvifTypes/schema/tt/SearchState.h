@@ -12,7 +12,7 @@ public:
     enum tSearchState { Queued, Searching, Completed, Unknown };
 
     SearchState(tSearchState value = tSearchState(0));
-    explicit SearchState(const QString& value);
+    SearchState(const QString& value);
 };
 
 } // namespace tt

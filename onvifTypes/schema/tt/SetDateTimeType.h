@@ -12,7 +12,7 @@ public:
     enum tSetDateTimeType { Manual, NTP };
 
     SetDateTimeType(tSetDateTimeType value = tSetDateTimeType(0));
-    explicit SetDateTimeType(const QString& value);
+    SetDateTimeType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tStreamType { RTP_Unicast, RTP_Multicast };
 
     StreamType(tStreamType value = tStreamType(0));
-    explicit StreamType(const QString& value);
+    StreamType(const QString& value);
 };
 
 } // namespace tt

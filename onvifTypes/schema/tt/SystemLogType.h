@@ -12,7 +12,7 @@ public:
     enum tSystemLogType { System, Access };
 
     SystemLogType(tSystemLogType value = tSystemLogType(0));
-    explicit SystemLogType(const QString& value);
+    SystemLogType(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tToneCompensationMode { OFF, ON, AUTO };
 
     ToneCompensationMode(tToneCompensationMode value = tToneCompensationMode(0));
-    explicit ToneCompensationMode(const QString& value);
+    ToneCompensationMode(const QString& value);
 };
 
 } // namespace tt

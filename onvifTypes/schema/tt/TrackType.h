@@ -12,7 +12,7 @@ public:
     enum tTrackType { Video, Audio, Metadata, Extended };
 
     TrackType(tTrackType value = tTrackType(0));
-    explicit TrackType(const QString& value);
+    TrackType(const QString& value);
 };
 
 } // namespace tt

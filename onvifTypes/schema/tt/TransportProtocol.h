@@ -12,7 +12,7 @@ public:
     enum tTransportProtocol { UDP, TCP, RTSP, HTTP };
 
     TransportProtocol(tTransportProtocol value = tTransportProtocol(0));
-    explicit TransportProtocol(const QString& value);
+    TransportProtocol(const QString& value);
 };
 
 } // namespace tt

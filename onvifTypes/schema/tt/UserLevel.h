@@ -12,7 +12,7 @@ public:
     enum tUserLevel { Administrator, Operator, User, Anonymous, Extended };
 
     UserLevel(tUserLevel value = tUserLevel(0));
-    explicit UserLevel(const QString& value);
+    UserLevel(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tVideoEncoding { JPEG, MPEG4, H264, H265 };
 
     VideoEncoding(tVideoEncoding value = tVideoEncoding(0));
-    explicit VideoEncoding(const QString& value);
+    VideoEncoding(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tVideoEncodingMimeNames { JPEG, MPV4_ES, H264, H265 };
 
     VideoEncodingMimeNames(tVideoEncodingMimeNames value = tVideoEncodingMimeNames(0));
-    explicit VideoEncodingMimeNames(const QString& value);
+    VideoEncodingMimeNames(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tVideoEncodingProfiles { Simple, AdvancedSimple, Baseline, Main, Main10, Extended, High };
 
     VideoEncodingProfiles(tVideoEncodingProfiles value = tVideoEncodingProfiles(0));
-    explicit VideoEncodingProfiles(const QString& value);
+    VideoEncodingProfiles(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tWhiteBalanceMode { AUTO, MANUAL };
 
     WhiteBalanceMode(tWhiteBalanceMode value = tWhiteBalanceMode(0));
-    explicit WhiteBalanceMode(const QString& value);
+    WhiteBalanceMode(const QString& value);
 };
 
 } // namespace tt

@@ -12,7 +12,7 @@ public:
     enum tWideDynamicMode { OFF, ON };
 
     WideDynamicMode(tWideDynamicMode value = tWideDynamicMode(0));
-    explicit WideDynamicMode(const QString& value);
+    WideDynamicMode(const QString& value);
 };
 
 } // namespace tt
