@@ -7,6 +7,7 @@
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
 #include "onvifTypes/schema/tds/GetDeviceInformationResponse.h"
 #include "onvifTypes/transport/limits.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 #include "onvifTypes/xmlDocument_p.h"
 
 #include <QDomDocument>
@@ -250,6 +251,7 @@ void Discovery::postDeviceInformation(const QString& xaddrs, int index)
     QNetworkRequest request(QUrl(xaddrs, QUrl::TolerantMode));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     QNetworkReply* reply = manager->post(request, message.toUtf8());
+    Onvif::Internal::guardLentReply(reply);
     pending.insert(reply, index);
     connect(reply, &QNetworkReply::finished, this, &Discovery::getDeviceInformationResponse);
     timer->start(kDiscoveryReplyTimeoutMs);

@@ -4,6 +4,7 @@
 #include "onvifTypes/onvifrequest.h"
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
 #include "onvifTypes/schema/tds/GetDeviceInformationResponse.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 #include "zyrChecker/zyrChecker.h"
 
 #include <QNetworkAccessManager>
@@ -108,6 +109,7 @@ void OnvifDeviceInfo::getDeviceInfo(const QUrl& url, Serializable& header)
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     m_pending = m_manager->post(request, envelope.getMessage().toUtf8());
+    Onvif::Internal::guardLentReply(m_pending);
     connect(m_pending.data(), &QNetworkReply::finished, this, &OnvifDeviceInfo::getDeviceInfoResponse);
     m_timer->start(kDeviceInfoTimeoutMs);
 }

@@ -7,6 +7,7 @@
 #include "onvifTypes/schema/trt/GetSnapshotUri.h"
 #include "onvifTypes/schema/trt/GetSnapshotUriResponse.h"
 #include "onvifTypes/transport/limits.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 
 #include <QBuffer>
 #include <QImageReader>
@@ -85,6 +86,7 @@ void OnvifPreview::getSnapshotUri(
     QNetworkRequest request { QUrl(url) };
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     QNetworkReply* reply = m_manager->post(request, envelope.getMessage().toUtf8());
+    Internal::guardLentReply(reply);
     connect(reply, &QNetworkReply::finished, this, &OnvifPreview::getSnapshotUriResponse);
     // Released also when the preview is gone by then; the borrowed manager would keep it.
     connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);

@@ -8,6 +8,7 @@
 #include "onvifTypes/schema/trt/GetProfilesResponse.h"
 #include "onvifTypes/schema/trt/GetStreamUri.h"
 #include "onvifTypes/schema/trt/GetStreamUriResponse.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
@@ -77,6 +78,7 @@ QNetworkReply* OnvifRTSP::send(Serializable& body, void (OnvifRTSP::*handler)())
     QNetworkRequest request(QUrl(m_url, QUrl::TolerantMode));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     QNetworkReply* reply = m_manager->post(request, envelope.getMessage().toUtf8());
+    Onvif::Internal::guardLentReply(reply);
     m_replies.append(reply);
     connect(reply, &QNetworkReply::finished, this, handler);
     return reply;

@@ -88,8 +88,9 @@ QNetworkReply* postSoap(
     if (trace)
         ONVIF_LOG_AS(requestLogger(), OnvifLog::Info, "RequestHelper", message);
     QNetworkReply* reply = manager->post(request, message.toUtf8());
-    // A host-lent plain manager gets no bounds of its own; ours are bound already.
-    guardReply(reply);
+    // A host-lent plain manager gets the size bounds; its timing stays the manager's own
+    // decision (its transfer timeout). Ours are bound already.
+    guardLentReply(reply);
     return reply;
 }
 

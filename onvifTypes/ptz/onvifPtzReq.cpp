@@ -26,6 +26,7 @@
 #include "onvifTypes/schema/tptz/StopResponse.h"
 #include "onvifTypes/schema/trt/GetProfiles.h"
 #include "onvifTypes/schema/trt/GetProfilesResponse.h"
+#include "onvifTypes/transport/replyGuard_p.h"
 
 #include <asyncfuture.h>
 
@@ -163,6 +164,7 @@ QFuture<T> OnvifPtzReq::request(Req& body, const QString& action, const QString&
     httpRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     httpRequest.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("Close"));
     QNetworkReply* reply = m_manager->post(httpRequest, envelope.getMessage().toUtf8());
+    Onvif::Internal::guardLentReply(reply);
 
     // Replies that the manager took with it never report back; forget them here.
     m_replies.removeAll(QPointer<QNetworkReply>());

@@ -70,6 +70,13 @@ void guardReply(QNetworkReply* reply, qint64 bodyLimit, const Limits& limits)
     }
 }
 
+void guardLentReply(QNetworkReply* reply)
+{
+    Limits limits = Limits::defaults();
+    limits.requestDeadlineMs = 0;
+    guardReply(reply, -1, limits);
+}
+
 QString replyErrorText(const QNetworkReply* reply)
 {
     const QVariant limit = reply->property(errorProperty);

@@ -18,6 +18,11 @@ namespace Onvif::Internal {
 ONVIFTYPES_EXPORT void guardReply(
     QNetworkReply* reply, qint64 bodyLimit = -1, const Limits& limits = Limits::defaults());
 
+// guardReply for a reply of a manager the host lent to one of the library's objects: the
+// size bounds of Limits::defaults(), no deadline (the timing of those requests is the
+// lending manager's, or the object's own timer).
+ONVIFTYPES_EXPORT void guardLentReply(QNetworkReply* reply);
+
 // The text guardReply left on an aborted reply, or its errorString.
 ONVIFTYPES_EXPORT QString replyErrorText(const QNetworkReply* reply);
 
