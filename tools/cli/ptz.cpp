@@ -111,6 +111,33 @@ bool finish(const Context& context, const QFuture<T>& future, const QString& wha
     return false;
 }
 
+// The token of a preset named by its token or by its name. A text that is neither goes to
+// the camera as it is, which then answers for it. newest: the last preset of that name.
+bool presetToken(const Context& context, PtzSys::OnvifPtzReq& req, const QString& profile,
+    const QString& text, QString* token, int* exitCode, bool newest = false)
+{
+    const QFuture<QVector<PtzSys::Preset>> list = req.presets(profile);
+    if (!finish(context, list, QStringLiteral("ptz presets"), exitCode))
+        return false;
+    QStringList named;
+    for (const PtzSys::Preset& preset : list.result()) {
+        if (preset.token == text && !newest) {
+            *token = text;
+            return true;
+        }
+        if (preset.name == text)
+            named.append(preset.token);
+    }
+    if (named.size() > 1 && !newest) {
+        printError(QStringLiteral("ptz: several presets are named %1 (tokens %2); give a token")
+                       .arg(text, named.join(QLatin1String(", "))));
+        *exitCode = BadArguments;
+        return false;
+    }
+    *token = named.isEmpty() ? text : named.last();
+    return true;
+}
+
 } // namespace
 
 int ptz(const Context& context, const QString& profile, const QStringList& args)
@@ -219,19 +246,34 @@ int ptz(const Context& context, const QString& profile, const QStringList& args)
         done = req.saveAsHome(p);
         message = QStringLiteral("The position of %1 is its home now.").arg(p);
     } else if (action == QLatin1String("goto")) {
-        done = req.gotoPreset(p, rest[0]);
+        QString preset;
+        if (!presetToken(context, req, p, rest[0], &preset, &exitCode))
+            return exitCode;
+        done = req.gotoPreset(p, preset);
         message = QStringLiteral("%1 goes to preset %2.").arg(p, rest[0]);
     } else if (action == QLatin1String("set-preset")) {
         done = req.setPreset(p, rest.size() > 1 ? rest[1] : QString(), rest[0]);
         message = QStringLiteral("Preset %1 saved on %2.").arg(rest[0], p);
     } else {
-        done = req.delPreset(p, rest[0]);
+        QString preset;
+        if (!presetToken(context, req, p, rest[0], &preset, &exitCode))
+            return exitCode;
+        done = req.delPreset(p, preset);
         message = QStringLiteral("Preset %1 removed from %2.").arg(rest[0], p);
     }
     if (!finish(context, done, QStringLiteral("ptz %1").arg(action), &exitCode))
         return exitCode;
+    QJsonObject result { { "profile", p }, { "action", action }, { "done", true } };
+    if (action == QLatin1String("set-preset")) {
+        // The camera chose the token; it is what goto and remove-preset are given later.
+        QString token = rest.size() > 1 ? rest[1] : QString();
+        if (token.isEmpty() && !presetToken(context, req, p, rest[0], &token, &exitCode, true))
+            return exitCode;
+        result.insert("token", token);
+        message = QStringLiteral("Preset %1 saved on %2 as %3.").arg(rest[0], p, token);
+    }
     if (context.options.json)
-        printJson(QJsonObject { { "profile", p }, { "action", action }, { "done", true } });
+        printJson(result);
     else
         printLine(message);
     return Ok;
