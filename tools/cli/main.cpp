@@ -3,7 +3,9 @@
 
 #include <onvifTypes/session/nonces.h>
 
+#ifdef ONVIFTYPES_WITH_DIALOG
 #include <QApplication>
+#endif
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
@@ -39,10 +41,12 @@ Exit codes: 0 done, 1 the device answered with a fault or unreadably, 2 bad argu
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
 {
     // Only the dialog needs a GUI; everything else runs without a display.
+#ifdef ONVIFTYPES_WITH_DIALOG
     for (int i = 1; i < argc; ++i) {
         if (qstrcmp(argv[i], "dialog") == 0)
             return std::make_unique<QApplication>(argc, argv);
     }
+#endif
     return std::make_unique<QCoreApplication>(argc, argv);
 }
 
@@ -191,8 +195,14 @@ int run()
         return Cli::info(context);
     if (command == QLatin1String("profiles"))
         return Cli::profiles(context);
-    if (command == QLatin1String("dialog"))
+    if (command == QLatin1String("dialog")) {
+#ifdef ONVIFTYPES_WITH_DIALOG
         return Cli::dialog(context);
+#else
+        Cli::printError(QStringLiteral("this onvif-cli was built without the dialog (headless library)"));
+        return Cli::BadArguments;
+#endif
+    }
     if (command == QLatin1String("ptz"))
         return Cli::ptz(context, parser.value(profile), args.mid(2));
     if (command == QLatin1String("events")) {
