@@ -95,6 +95,15 @@ void TestCli::info()
     QCOMPARE(o.value("serialNumber").toString(), m_camera->config().serialNumber);
     QCOMPARE(o.value("model").toString(), m_camera->config().model);
     QCOMPARE(o.value("type").toString(), QStringLiteral("Unknown"));
+
+    // --verbose traces each exchange, with the password digest and its nonce masked.
+    const Run traced = cli({ "-u", "admin", "-p", "admin", "--verbose", "info", m_url });
+    QCOMPARE(traced.exitCode, 0);
+    QVERIFY(traced.err.contains(QLatin1String("<tds:GetDeviceInformation")));
+    QVERIFY(traced.err.contains(QLatin1String("GetDeviceInformationResponse>")));
+    QVERIFY2(traced.err.contains(QLatin1String("PasswordDigest\">***</Password>"))
+            && traced.err.contains(QLatin1String("Base64Binary\">***</Nonce>")),
+        qPrintable(traced.err));
 }
 
 void TestCli::credentialsFromEnvironment()

@@ -1,5 +1,7 @@
 #include "cliSupport.h"
 
+#include <QRegularExpression>
+
 #include <termios.h>
 #include <unistd.h>
 
@@ -34,9 +36,15 @@ struct LibraryLog::Sink : logging::sinks::basic_sink_backend<logging::sinks::syn
         const auto message = logging::extract<std::string>("Message", record);
         const auto cls = logging::extract<std::string>("ClsName", record);
         const QString text = message ? QString::fromStdString(*message) : QString();
-        if (echo)
+        if (echo) {
+            // Traced requests carry the password digest and its nonce: never on a terminal.
+            static const QRegularExpression secret(
+                QStringLiteral("(<(?:\\w+:)?(?:Password|Nonce)\\b[^>]*>)[^<]*(</)"));
+            QString shown = text;
+            shown.replace(secret, QStringLiteral("\\1***\\2"));
             QTextStream(stderr) << '[' << (severity ? *severity : 0u) << "] "
-                                << (cls ? QString::fromStdString(*cls) : QString()) << ':' << text << '\n';
+                                << (cls ? QString::fromStdString(*cls) : QString()) << ':' << shown << '\n';
+        }
         if (severity && *severity >= 4) {
             std::lock_guard<std::mutex> lock(mutex);
             lastError = text;

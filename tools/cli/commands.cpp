@@ -131,7 +131,8 @@ void printProfiles(const QVector<Onvif::OnvifProfileInfo>& profiles)
 
 int info(const Context& context)
 {
-    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    Onvif::Requests requests(
+        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
     const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
     const bool answered = await(future, context.options.timeoutMs, context.url.toString());
     if (answered && context.unreadable(QStringLiteral("info"), requests))
@@ -221,7 +222,8 @@ bool pickProfile(const Context& context, const QString& what, QVector<Onvif::Onv
 
 int profiles(const Context& context)
 {
-    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    Onvif::Requests requests(
+        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
     QVector<Onvif::OnvifProfileInfo> list;
     QString mediaUrl;
     int exitCode = Ok;
@@ -324,7 +326,8 @@ int savePicture(const Context& context, const QString& token, const QString& uri
 
 int snapshot(const Context& context, const QString& file)
 {
-    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    Onvif::Requests requests(
+        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
     QVector<Onvif::OnvifProfileInfo> list;
     QString mediaUrl;
     int exitCode = Ok;

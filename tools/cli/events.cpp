@@ -100,7 +100,8 @@ int events(const Context& context, int seconds)
     int exitCode = Ok;
 
     // The event service address comes from the device's capabilities.
-    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    Onvif::Requests requests(
+        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
     tds::GetCapabilities ask;
     ask.Category.reset(
         new QVector<tt::CapabilityCategory> { tt::CapabilityCategory(tt::CapabilityCategory::Events) });

@@ -36,7 +36,8 @@ bool refusedCredentials(const Context& context)
                                              .match(context.log ? context.log->lastError() : QString());
     if (!http.hasMatch() || http.captured(1).toInt() < 200)
         return false;
-    Onvif::Requests requests(context.options.user, context.options.password, context.url.toString(), false);
+    Onvif::Requests requests(
+        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
     const QFuture<Onvif::DeviceInfo> info = requests.deviceInfo();
     return await(info, context.options.timeoutMs, QString()) && requests.isAuthFault();
 }
