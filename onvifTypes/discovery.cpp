@@ -9,6 +9,7 @@
 #include "onvifTypes/transport/limits.h"
 #include "onvifTypes/transport/replyGuard_p.h"
 #include "onvifTypes/xmlDocument_p.h"
+#include "onvifTypes/transport/userAgent_p.h"
 
 #include <QDomDocument>
 #include <QNetworkAccessManager>
@@ -249,6 +250,7 @@ void Discovery::postDeviceInformation(const QString& xaddrs, int index)
     }
 
     QNetworkRequest request(QUrl(xaddrs, QUrl::TolerantMode));
+    Onvif::Internal::setUserAgent(request);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     QNetworkReply* reply = manager->post(request, message.toUtf8());
     Onvif::Internal::guardLentReply(reply);

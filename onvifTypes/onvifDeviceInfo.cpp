@@ -5,6 +5,7 @@
 #include "onvifTypes/schema/tds/GetDeviceInformation.h"
 #include "onvifTypes/schema/tds/GetDeviceInformationResponse.h"
 #include "onvifTypes/transport/replyGuard_p.h"
+#include "onvifTypes/transport/userAgent_p.h"
 #include "zyrChecker/zyrChecker.h"
 
 #include <QNetworkAccessManager>
@@ -107,6 +108,7 @@ void OnvifDeviceInfo::getDeviceInfo(const QUrl& url, Serializable& header)
     tds::GetDeviceInformation body;
     const OnvifRequest envelope(header, body);
     QNetworkRequest request(url);
+    Onvif::Internal::setUserAgent(request);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     m_pending = m_manager->post(request, envelope.getMessage().toUtf8());
     Onvif::Internal::guardLentReply(m_pending);

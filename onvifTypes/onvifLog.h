@@ -28,6 +28,15 @@ ONVIFTYPES_EXPORT void setClsName(Logger& logger, const QString& clsName);
 // Adds "Tag" and "ThreadID" to the logger (once; later calls find them there).
 ONVIFTYPES_EXPORT void prepareRecord(Logger& logger);
 
+// For programs without a Boost.Log sink of their own: Boost's fallback output cannot read
+// unsigned severities and shows every record as "info". This adds one sink that writes the
+// library's records at or above minimumSeverity to stderr, as
+// "<severity name> <ClsName>:<text>" ("error Onvif: operator(): Network error. ..."); a second
+// call changes the threshold, and logToConsole(false) removes the sink. Thread-safe.
+ONVIFTYPES_EXPORT void logToConsole(bool on = true, unsigned int minimumSeverity = Error);
+// "trace", "info", "error", or the number for other severities.
+ONVIFTYPES_EXPORT QString severityName(unsigned int severity);
+
 inline std::string text(const QString& message)
 {
     return message.toStdString();

@@ -3,6 +3,7 @@
 #include "onvifTypes/transport/httpReply_p.h"
 #include "onvifTypes/transport/replyGuard_p.h"
 
+#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QLocale>
 #include <QNetworkCookie>
@@ -144,6 +145,17 @@ Limits NetworkAccessManager::limits() const
     return m_limits;
 }
 
+void NetworkAccessManager::setSslConfiguration(const QSslConfiguration& configuration)
+{
+    m_ssl = configuration;
+    m_sslSet = true;
+}
+
+QSslConfiguration NetworkAccessManager::sslConfiguration() const
+{
+    return m_sslSet ? m_ssl : QSslConfiguration::defaultConfiguration();
+}
+
 bool NetworkAccessManager::servesItself(Operation op, const QNetworkRequest& request, QIODevice* outgoingData)
 {
     const QUrl url = request.url();
@@ -178,8 +190,25 @@ bool NetworkAccessManager::servesItself(Operation op, const QNetworkRequest& req
 QNetworkReply* NetworkAccessManager::createRequest(
     Operation op, const QNetworkRequest& request, QIODevice* outgoingData)
 {
+    QNetworkReply* reply = makeReply(op, request, outgoingData);
+    if (isSignalConnected(QMetaMethod::fromSignal(&NetworkAccessManager::exchangeFinished))) {
+        QElapsedTimer started;
+        started.start();
+        connect(reply, &QNetworkReply::finished, this,
+            [this, reply, started] { emit exchangeFinished(reply, started.elapsed()); });
+    }
+    return reply;
+}
+
+QNetworkReply* NetworkAccessManager::makeReply(
+    Operation op, const QNetworkRequest& request, QIODevice* outgoingData)
+{
     if (!servesItself(op, request, outgoingData)) {
-        QNetworkReply* reply = QNetworkAccessManager::createRequest(op, request, outgoingData);
+        QNetworkRequest tls = request;
+        if (m_sslSet && request.url().scheme() == QLatin1String("https")
+            && request.sslConfiguration() == QSslConfiguration::defaultConfiguration())
+            tls.setSslConfiguration(m_ssl);
+        QNetworkReply* reply = QNetworkAccessManager::createRequest(op, tls, outgoingData);
         Internal::guardReply(reply, -1, m_limits);
         return reply;
     }

@@ -6,6 +6,7 @@
 
 #include <QNetworkAccessManager>
 #include <QSet>
+#include <QSslConfiguration>
 
 namespace Onvif {
 
@@ -39,17 +40,32 @@ public:
     void setLimits(const Limits& limits);
     Limits limits() const;
 
+    // TLS settings for the https requests of this manager that bring none of their own
+    // (QNetworkRequest::sslConfiguration() left at the default): a camera's own CA, or no
+    // verification for a self-signed certificate. Every library object sharing this manager
+    // uses them.
+    void setSslConfiguration(const QSslConfiguration& configuration);
+    QSslConfiguration sslConfiguration() const;
+
+signals:
+    // Each request of this manager when it has ended, with the time from the call that made it
+    // (for traces and metrics). Emitted before the reply's own finished() reaches anyone else.
+    void exchangeFinished(QNetworkReply* reply, qint64 elapsedMs);
+
 protected:
     QNetworkReply* createRequest(
         Operation op, const QNetworkRequest& request, QIODevice* outgoingData = nullptr) override;
 
 private:
     bool servesItself(Operation op, const QNetworkRequest& request, QIODevice* outgoingData);
+    QNetworkReply* makeReply(Operation op, const QNetworkRequest& request, QIODevice* outgoingData);
 
     Internal::HttpPool* m_pool;
     Limits m_limits;
     // Hosts that saw credentials: Qt's authentication cache may answer for them later.
     QSet<QString> m_authHosts;
+    QSslConfiguration m_ssl;
+    bool m_sslSet = false;
 };
 
 } // namespace Onvif

@@ -8,6 +8,7 @@
 #include "onvifTypes/schema/trt/GetSnapshotUriResponse.h"
 #include "onvifTypes/transport/limits.h"
 #include "onvifTypes/transport/replyGuard_p.h"
+#include "onvifTypes/transport/userAgent_p.h"
 
 #include <QBuffer>
 #include <QImageReader>
@@ -133,6 +134,7 @@ void OnvifPreview::downloadImage(const QString& uri)
     }
     const Limits limits = Limits::defaults();
     QNetworkRequest request(url);
+    Onvif::Internal::setUserAgent(request);
     request.setAttribute(Limits::BodyLimitAttribute, limits.maxImageBytes);
     // Nor is a redirect followed, whatever policy a lent manager has: it could lead there too.
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);

@@ -9,6 +9,7 @@
 #include "onvifTypes/schema/trt/GetStreamUri.h"
 #include "onvifTypes/schema/trt/GetStreamUriResponse.h"
 #include "onvifTypes/transport/replyGuard_p.h"
+#include "onvifTypes/transport/userAgent_p.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
@@ -76,6 +77,7 @@ QNetworkReply* OnvifRTSP::send(Serializable& body, void (OnvifRTSP::*handler)())
 {
     const OnvifRequest envelope(*m_security, body);
     QNetworkRequest request(QUrl(m_url, QUrl::TolerantMode));
+    Onvif::Internal::setUserAgent(request);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     QNetworkReply* reply = m_manager->post(request, envelope.getMessage().toUtf8());
     Onvif::Internal::guardLentReply(reply);

@@ -107,7 +107,16 @@ bool Requests::isAuthFault() const
 std::function<void(const Internal::ReplyOutcome&)> Requests::outcomeObserver()
 {
     m_readError.clear();
-    return [this](const Internal::ReplyOutcome& outcome) { m_readError = outcome.unreadable; };
+    m_lastFault = SoapFault();
+    return [this](const Internal::ReplyOutcome& outcome) {
+        m_readError = outcome.unreadable;
+        m_lastFault = outcome.fault;
+    };
+}
+
+NetworkAccessManager* Requests::networkManager() const
+{
+    return static_cast<NetworkAccessManager*>(m_manager.get());
 }
 
 void Requests::setLimits(const Limits& limits)

@@ -2,6 +2,7 @@
 #define ONVIFTYPES_ONVIFREQUESTS_H
 
 #include <onvifTypes/onvifSecurity.h>
+#include <onvifTypes/soapFault.h>
 
 #include <onvifTypes/transport/limits.h>
 
@@ -16,6 +17,8 @@
 class QNetworkAccessManager;
 
 namespace Onvif {
+
+class NetworkAccessManager;
 
 namespace Internal {
 struct ReplyOutcome;
@@ -93,6 +96,13 @@ public:
     // Its call completed with default values all the same; readError() says why.
     bool isUnreadableAnswer() const { return !m_readError.isEmpty(); }
     QString readError() const { return m_readError; }
+    // The fault the device sent for the last call, codes and reasons as written; null when
+    // the last call ended without one.
+    SoapFault lastFault() const { return m_lastFault; }
+
+    // The manager this object sends through: for TLS settings, limits, or observing each
+    // exchange (NetworkAccessManager::exchangeFinished).
+    NetworkAccessManager* networkManager() const;
 
     // What the camera may send, and the deadline of each call (requestDeadlineMs: a camera
     // that accepts and never answers cancels the call then). Limits::defaults() at first;
@@ -110,6 +120,7 @@ private:
     bool m_trace;
     bool m_authFault = false;
     QString m_readError;
+    SoapFault m_lastFault;
 };
 
 } // namespace Onvif

@@ -81,6 +81,11 @@ bool OnvifResponse::isAuthFault() const
         && fault.Code->Subcode->Value->value().contains(QLatin1String("NotAuthorized"), Qt::CaseInsensitive);
 }
 
+Onvif::SoapFault OnvifResponse::fault() const
+{
+    return Onvif::SoapFault::fromElement(getFaultNode());
+}
+
 QString OnvifResponse::getFaultText() const
 {
     const soapenv::Fault fault = readFault(getFaultNode());

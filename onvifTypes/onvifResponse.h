@@ -2,6 +2,7 @@
 #define ONVIFTYPES_ONVIFRESPONSE_H
 
 #include <onvifTypes/onvifTypesGlobal.h>
+#include <onvifTypes/soapFault.h>
 
 #include <QDomDocument>
 #include <QDomElement>
@@ -21,6 +22,9 @@ public:
     bool isAuthFault() const;
     // One line for the log: "Fault detail:  Code: ...; Subcode: ...; Reason: ...".
     QString getFaultText() const;
+    // The fault with its codes as written (prefixes kept) and every reason; null when the
+    // reply is no fault.
+    Onvif::SoapFault fault() const;
     // The first descendant element of the document element with this local name.
     QDomElement getNodeByTag(const QString& localName) const;
 

@@ -4,6 +4,7 @@
 #include "onvifTypes/onvifResponse.h"
 #include "onvifTypes/transport/limits.h"
 #include "onvifTypes/transport/replyGuard_p.h"
+#include "onvifTypes/transport/userAgent_p.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
@@ -82,6 +83,7 @@ QNetworkReply* postSoap(
 {
     const OnvifRequest envelope(header, body);
     QNetworkRequest request(QUrl(url, QUrl::TolerantMode));
+    Onvif::Internal::setUserAgent(request);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     request.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("Close"));
     const QString message = envelope.getMessage();
@@ -127,6 +129,8 @@ ReplyOutcome readReply(QNetworkReply* reply, const QString& requestName, Seriali
             QStringLiteral("Parse error. Msg: ") + parsed.getFaultText() + QStringLiteral(" Request name: ")
                 + requestName);
         outcome.failed = true;
+        outcome.fault = parsed.fault();
+        outcome.fault.httpStatus = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     } else {
         const QString element = requestName + QStringLiteral("Response");
         QDomNode node = parsed.getNodeByTag(element);

@@ -3,6 +3,7 @@
 
 #include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/serializable.h>
+#include <onvifTypes/soapFault.h>
 
 #include <asyncfuture.h>
 
@@ -43,6 +44,8 @@ struct ReplyOutcome
     // or without the response element); empty for a readable one. Such an answer still
     // completes with default values.
     QString unreadable;
+    // The device's fault, when it sent one (with any HTTP status).
+    SoapFault fault;
 };
 
 // Posts header + body as "application/soap+xml" with "Connection: Close".

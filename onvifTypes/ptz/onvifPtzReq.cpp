@@ -26,7 +26,9 @@
 #include "onvifTypes/schema/tptz/StopResponse.h"
 #include "onvifTypes/schema/trt/GetProfiles.h"
 #include "onvifTypes/schema/trt/GetProfilesResponse.h"
+#include "onvifTypes/transport/limits.h"
 #include "onvifTypes/transport/replyGuard_p.h"
+#include "onvifTypes/transport/userAgent_p.h"
 
 #include <asyncfuture.h>
 
@@ -161,6 +163,7 @@ QFuture<T> OnvifPtzReq::request(Req& body, const QString& action, const QString&
     }
     const OnvifRequest envelope(m_security, body);
     QNetworkRequest httpRequest(QUrl(url, QUrl::TolerantMode));
+    Onvif::Internal::setUserAgent(httpRequest);
     httpRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
     httpRequest.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("Close"));
     QNetworkReply* reply = m_manager->post(httpRequest, envelope.getMessage().toUtf8());
@@ -175,6 +178,7 @@ QFuture<T> OnvifPtzReq::request(Req& body, const QString& action, const QString&
         reply->deleteLater();
         Resp response;
         const QNetworkReply::NetworkError error = reply->error();
+        m_lastFault = Onvif::SoapFault();
         if (error == QNetworkReply::NoError) {
             const OnvifResponse parsed(QString::fromUtf8(reply->readAll()));
             QDomNode node = parsed.getNodeByTag(action + QStringLiteral("Response"));
@@ -182,11 +186,20 @@ QFuture<T> OnvifPtzReq::request(Req& body, const QString& action, const QString&
             if (parsed.isFault()) {
                 ONVIF_LOG(m_logger, OnvifLog::Error, "Onvif fault.");
                 ONVIF_LOG(m_logger, OnvifLog::Error, parsed.getFaultText());
+                m_lastFault = parsed.fault();
                 deferred.cancel();
             }
         } else {
             ONVIF_LOG(m_logger, OnvifLog::Error,
                 action + QStringLiteral(": network error. Code ") + QString::number(int(error)));
+            // Devices tell a refused password or an unsupported move in the body of an HTTP
+            // error; it is read for lastFault() only, the call fails as a network error all the same.
+            const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+            if (status >= 400) {
+                const QByteArray body = reply->read(Onvif::Limits::defaults().maxReplyBytes);
+                m_lastFault = OnvifResponse(QString::fromUtf8(body)).fault();
+                m_lastFault.httpStatus = status;
+            }
             deferred.cancel();
         }
         handler(response, deferred);

@@ -3,6 +3,7 @@
 
 #include <onvifTypes/onvifLog.h>
 #include <onvifTypes/onvifSecurity.h>
+#include <onvifTypes/soapFault.h>
 
 #include <QFuture>
 #include <QMetaType>
@@ -99,6 +100,10 @@ public:
     QFuture<void> continuousZoom(const QString& profileToken, float speed);
     QFuture<void> stop(const QString& profileToken, bool panTilt, bool zoom);
 
+    // The fault of the request that finished last, read from the answer also when it came
+    // with an HTTP error status (the futures alone do not tell why); null after a success.
+    Onvif::SoapFault lastFault() const { return m_lastFault; }
+
 private:
     template <typename Req, typename Resp, typename T>
     QFuture<T> request(Req& body, const QString& action, const QString& url,
@@ -113,6 +118,7 @@ private:
     bool m_supported = false;
     QVector<Token> m_tokens;
     QVector<QPointer<QNetworkReply>> m_replies;
+    Onvif::SoapFault m_lastFault;
 };
 
 } // namespace PtzSys

@@ -3,7 +3,10 @@
 #include <onvifTypes/onvifLog.h>
 
 #include <QRegularExpression>
+#include <QTemporaryFile>
 #include <QtTest>
+
+#include <unistd.h>
 
 class TestLogging : public QObject
 {
@@ -11,6 +14,7 @@ class TestLogging : public QObject
 
 private slots:
     void recordFormatAndAttributes();
+    void consoleSinkNamesSeverities();
 };
 
 void TestLogging::recordFormatAndAttributes()
@@ -40,6 +44,39 @@ void TestLogging::recordFormatAndAttributes()
     // Inside a lambda the function name is the call operator's.
     [&logger] { ONVIF_LOG(logger, OnvifLog::Info, "from a handler"); }();
     QVERIFY(capture.records().last().message.startsWith(QLatin1String(" operator(): from a handler (")));
+}
+
+void TestLogging::consoleSinkNamesSeverities()
+{
+    LogCapture capture; // a sink of the host's: Boost's fallback output stays off
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    fflush(stderr);
+    const int saved = dup(STDERR_FILENO);
+    dup2(file.handle(), STDERR_FILENO);
+    OnvifLog::Logger logger = OnvifLog::makeLogger(QStringLiteral("PTZ:1"));
+    OnvifLog::logToConsole(true, OnvifLog::Info);
+    ONVIF_LOG(logger, OnvifLog::Error, "lost");
+    ONVIF_LOG(logger, OnvifLog::Trace, "below the threshold");
+    ONVIF_LOG(logger, OnvifLog::Info, "state");
+    OnvifLog::Logger host; // the host's own records are not the library's to print
+    BOOST_LOG_SEV(host, 4u) << "host record";
+    OnvifLog::logToConsole(false);
+    ONVIF_LOG(logger, OnvifLog::Error, "after removal");
+    fflush(stderr);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+
+    QFile written(file.fileName());
+    QVERIFY(written.open(QIODevice::ReadOnly));
+    const QStringList lines
+        = QString::fromUtf8(written.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 2);
+    QVERIFY2(lines[0].startsWith(QLatin1String("error PTZ:1: consoleSinkNamesSeverities: lost (")),
+        qPrintable(lines[0]));
+    QVERIFY2(lines[1].startsWith(QLatin1String("info PTZ:1: consoleSinkNamesSeverities: state (")),
+        qPrintable(lines[1]));
+    QCOMPARE(capture.records().size(), 5); // the console sink took nothing from other sinks
 }
 
 QTEST_GUILESS_MAIN(TestLogging)

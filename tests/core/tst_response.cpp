@@ -97,6 +97,16 @@ void TestResponse::faultText()
     QCOMPARE(response.getFaultText(),
         QStringLiteral("Fault detail:  Code: Receiver; Subcode: ter:Action; Reason: first; Reason: zweite; "
                        "Node: http://cam/node; Role: urn:role"));
+    QCOMPARE(response.fault().toString(), QStringLiteral("ter:Action (Receiver): first; zweite"));
+    QCOMPARE(response.fault().node, QStringLiteral("http://cam/node"));
+    QVERIFY(OnvifResponse(QStringLiteral("<a><b/></a>")).fault().isNull());
+    // SOAP 1.1, as some older firmware still answers.
+    const Onvif::SoapFault old = OnvifResponse(
+        QStringLiteral("<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\"><s:Body><s:Fault>"
+                       "<faultcode>s:Client</faultcode><faultstring>bad "
+                       "token</faultstring></s:Fault></s:Body></s:Envelope>"))
+                                     .fault();
+    QCOMPARE(old.toString(), QStringLiteral("Client: bad token"));
 }
 
 void TestResponse::codeOutsideTableAndNestedSubcodes()
@@ -107,6 +117,12 @@ void TestResponse::codeOutsideTableAndNestedSubcodes()
         "<s:Subcode><s:Value>ter:NotAuthorized</s:Value></s:Subcode></s:Subcode></s:Code>"));
     QVERIFY(!response.isAuthFault());
     QCOMPARE(response.getFaultText(), QStringLiteral("Fault detail:  Code: ; Subcode: ter:InvalidArgVal"));
+    // The structured fault reads the code as written and the whole subcode chain.
+    const Onvif::SoapFault structured = response.fault();
+    QCOMPARE(structured.code, QStringLiteral("Sender"));
+    QCOMPARE(structured.subcodes, QStringList({ "ter:InvalidArgVal", "ter:NotAuthorized" }));
+    QVERIFY(structured.isAuthFault());
+    QCOMPARE(structured.toString(), QStringLiteral("ter:NotAuthorized (Sender)"));
 
     soapenv::Fault parsed;
     QDomNode faultNode = response.getFaultNode();
@@ -194,6 +210,10 @@ void TestResponse::capturedFaults()
         const OnvifResponse response(text);
         QVERIFY2(response.isFault(), c.file);
         QVERIFY2(response.isAuthFault() == c.auth, c.file);
+        // Real devices prefix the code; the structured fault names it all the same.
+        const Onvif::SoapFault structured = response.fault();
+        QVERIFY2(!structured.code.isEmpty() && !structured.code.contains(QLatin1Char(':')), c.file);
+        QVERIFY2(structured.isAuthFault() == c.auth, c.file);
         if (c.text)
             QCOMPARE(response.getFaultText(), QString::fromUtf8(c.text));
         else
