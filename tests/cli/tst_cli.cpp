@@ -5,10 +5,15 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QSemaphore>
+#include <QSslKey>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <QtTest>
+#include <algorithm>
 #include <csignal>
 
 using CameraSim::Camera;
@@ -42,6 +47,71 @@ Run cli(const QStringList& args, int timeoutMs = 30000,
     return run;
 }
 
+// An https front for the simulated camera, in a thread of its own (the tool's runs block this
+// one): TLS ends here and the bytes go on to the camera's plain port.
+class TlsFront : public QThread
+{
+public:
+    explicit TlsFront(quint16 target)
+        : m_target(target)
+    { }
+    quint16 port() const { return m_port; }
+    void begin()
+    {
+        start();
+        m_ready.acquire();
+    }
+
+protected:
+    void run() override
+    {
+        QFile pem(QStringLiteral(TLS_DIR "/camera.pem")), key(QStringLiteral(TLS_DIR "/camera.key"));
+        pem.open(QIODevice::ReadOnly);
+        key.open(QIODevice::ReadOnly);
+        Server server(QSslCertificate(&pem), QSslKey(&key, QSsl::Rsa), m_target);
+        server.listen(QHostAddress::LocalHost);
+        m_port = server.serverPort();
+        m_ready.release();
+        exec();
+    }
+
+private:
+    class Server : public QTcpServer
+    {
+    public:
+        Server(const QSslCertificate& certificate, const QSslKey& key, quint16 target)
+            : m_certificate(certificate)
+            , m_key(key)
+            , m_target(target)
+        { }
+
+    protected:
+        void incomingConnection(qintptr descriptor) override
+        {
+            auto* tls = new QSslSocket(this);
+            tls->setSocketDescriptor(descriptor);
+            tls->setLocalCertificate(m_certificate);
+            tls->setPrivateKey(m_key);
+            auto* plain = new QTcpSocket(tls);
+            plain->connectToHost(QHostAddress::LocalHost, m_target);
+            connect(tls, &QSslSocket::readyRead, plain, [tls, plain] { plain->write(tls->readAll()); });
+            connect(plain, &QTcpSocket::readyRead, tls, [tls, plain] { tls->write(plain->readAll()); });
+            connect(plain, &QTcpSocket::disconnected, tls, [tls] { tls->disconnectFromHost(); });
+            connect(tls, &QSslSocket::disconnected, tls, &QObject::deleteLater);
+            tls->startServerEncryption();
+        }
+
+    private:
+        QSslCertificate m_certificate;
+        QSslKey m_key;
+        quint16 m_target;
+    };
+
+    quint16 m_target;
+    quint16 m_port = 0;
+    QSemaphore m_ready;
+};
+
 QJsonObject jsonOf(const Run& run)
 {
     return QJsonDocument::fromJson(run.out.toUtf8()).object();
@@ -59,6 +129,7 @@ private slots:
     void credentialsFromEnvironment();
     void profilesWithStreamUris();
     void snapshot();
+    void httpsCamera();
     void errorExits_data();
     void errorExits();
     void progressWhileWaiting();
@@ -104,6 +175,13 @@ void TestCli::info()
     QVERIFY2(traced.err.contains(QLatin1String("PasswordDigest\">***</Password>"))
             && traced.err.contains(QLatin1String("Base64Binary\">***</Nonce>")),
         qPrintable(traced.err));
+    QVERIFY2(traced.err.contains(QLatin1String("[http] POST ") + m_url + QLatin1String(" -> 200 OK, ")),
+        qPrintable(traced.err));
+    // Camera logs see which client asked.
+    const auto headers = m_camera->requestsFor("GetDeviceInformation").last().headers;
+    QVERIFY(std::any_of(headers.begin(), headers.end(), [](const QPair<QByteArray, QByteArray>& h) {
+        return h.first.compare("User-Agent", Qt::CaseInsensitive) == 0 && h.second.startsWith("OnvifTypes/");
+    }));
 }
 
 void TestCli::credentialsFromEnvironment()
@@ -142,6 +220,21 @@ void TestCli::profilesWithStreamUris()
     const Run human = cli({ "-u", "admin", "-p", "admin", "profiles", m_url });
     QCOMPARE(human.exitCode, 0);
     QVERIFY(human.out.contains(QLatin1String("rtsp://127.0.0.1:554/prof_jpeg")));
+
+    // --all: every profile the device lists, in its order, named, audio-only included; units named.
+    const QJsonArray all = jsonOf(cli({ "-u", "admin", "-p", "admin", "--json", "profiles", "--all", m_url }))
+                               .value("profiles")
+                               .toArray();
+    const auto& configured = m_camera->config().profiles;
+    QCOMPARE(all.size(), configured.size());
+    for (int i = 0; i < all.size(); ++i) {
+        QCOMPARE(all[i].toObject().value("token").toString(), configured[i].token);
+        QCOMPARE(all[i].toObject().value("name").toString(), configured[i].name);
+    }
+    const QJsonObject audioOnly = all.last().toObject();
+    QVERIFY(!audioOnly.contains("video") && audioOnly.value("audio").toObject().contains("sampleRateKHz"));
+    QCOMPARE(all[0].toObject().value("video").toObject().value("bitrateKbps").toInt(), 4096);
+    QCOMPARE(cli({ "--all", "info", m_url }).exitCode, 2);
 }
 
 void TestCli::snapshot()
@@ -187,6 +280,29 @@ void TestCli::snapshot()
     QCOMPARE(refused.exitCode, 4);
 }
 
+void TestCli::httpsCamera()
+{
+    TlsFront front(quint16(QUrl(m_url).port()));
+    front.begin();
+    const QString url = QStringLiteral("https://127.0.0.1:%1/onvif/device_service").arg(front.port());
+    const QStringList info { "-u", "admin", "-p", "admin", "info", url };
+    // A self-signed certificate is refused unless trusted or verification is turned off.
+    const Run untrusted = cli(info);
+    const Run trusted = cli(QStringList { "--cacert", TLS_DIR "/camera.pem" } + info);
+    const Run someoneElse = cli(QStringList { "--cacert", TLS_DIR "/other-ca.pem" } + info);
+    const Run insecure = cli(QStringList { "--insecure" } + info);
+    const Run noCertificate = cli(QStringList { "--cacert", QStringLiteral(TLS_DIR) } + info);
+    front.quit();
+    front.wait();
+    QCOMPARE(untrusted.exitCode, 3);
+    QVERIFY2(untrusted.err.contains(QLatin1String("Ssl")), qPrintable(untrusted.err));
+    QVERIFY2(trusted.exitCode == 0 && trusted.out.contains(m_camera->config().manufacturer),
+        qPrintable(trusted.err));
+    QCOMPARE(someoneElse.exitCode, 3);
+    QVERIFY2(insecure.exitCode == 0, qPrintable(insecure.err));
+    QCOMPARE(noCertificate.exitCode, 2);
+}
+
 void TestCli::errorExits_data()
 {
     QTest::addColumn<QStringList>("args");
@@ -204,7 +320,7 @@ void TestCli::errorExits_data()
     QTest::newRow("wrong password") << QStringList { "-u", "admin", "-p", "nope", "info", "URL" } << "" << 4
                                     << "refused the user name or password";
     QTest::newRow("fault") << QStringList { "-u", "admin", "-p", "admin", "profiles", "URL" } << "GetProfiles"
-                           << 1 << "answered with a fault";
+                           << 1 << "profiles: device fault ter:Action (Receiver): Simulated fault";
     QTest::newRow("unreadable answer")
         << QStringList { "-u", "admin", "-p", "admin", "info", "URL" } << "malformed:GetDeviceInformation"
         << 1 << "sent an unreadable answer";
@@ -312,6 +428,15 @@ void TestCli::ptzPresetsAndMoves()
     QCOMPARE(m_camera->requestsFor("Stop").size(), stopsBefore + 1);
     QVERIFY(!m_camera->ptzPosition("ptz_node_0").moving);
 
+    // Absolute and relative moves land where the status then says the head is.
+    QCOMPARE(cli(base + QStringList { "absolute", "0.5", "-0.25", "0.75" }).exitCode, 0);
+    QCOMPARE(cli(base + QStringList { "relative", "0.125", "0.25" }).exitCode, 0);
+    const QJsonObject status = jsonOf(cli(base + QStringList { "status" }));
+    QCOMPARE(status.value("pan").toDouble(), 0.625);
+    QCOMPARE(status.value("tilt").toDouble(), 0.0);
+    QCOMPARE(status.value("zoom").toDouble(), 0.75);
+    QCOMPARE(status.value("panTiltMove").toString(), QStringLiteral("IDLE"));
+
     QCOMPARE(cli(base + QStringList { "home" }).exitCode, 0);
     // Presets are named by token or by name.
     QCOMPARE(cli(base + QStringList { "goto", "Gate" }).exitCode, 0);
@@ -337,7 +462,10 @@ void TestCli::ptzErrors()
     // The camera refuses an unknown preset.
     const Run missing = cli(base + QStringList { "goto", "no-such-preset" });
     QCOMPARE(missing.exitCode, 1);
-    QVERIFY2(missing.err.contains(QLatin1String("refused the request")), qPrintable(missing.err));
+    // The device's reason reaches the user, though it came with an HTTP error status.
+    QVERIFY2(
+        missing.err.contains(QLatin1String("ptz goto: device fault ter:NoToken (Sender): No such preset")),
+        qPrintable(missing.err));
     const Run wrong = cli({ "-u", "admin", "-p", "wrong", "ptz", m_url, "stop" });
     QCOMPARE(wrong.exitCode, 4);
     QVERIFY2(wrong.err.contains(QLatin1String("refused the user name or password")), qPrintable(wrong.err));

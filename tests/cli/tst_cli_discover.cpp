@@ -48,12 +48,26 @@ private slots:
             QCOMPARE(o.value("path").toString(), QStringLiteral("/onvif/device_service"));
             QCOMPARE(o.value("manufacturer").toString(), QStringLiteral("SimCam")); // the device's own answer
             QVERIFY(!o.value("serialNumber").toString().isEmpty());
+            QCOMPARE(o.value("status").toString(), QStringLiteral("answered"));
             ports.insert(o.value("port").toInt());
         }
         QSet<int> expected;
         for (const quint16 port : fleet.ports())
             expected.insert(port);
         QCOMPARE(ports, expected);
+
+        // A camera that refuses the credentials is told apart from one that answered; CSV has a
+        // header and a row per camera.
+        cli.start(QStringLiteral(ONVIF_CLI),
+            { "-u", "admin", "-p", "wrong", "--csv", "--timeout", "1.5", "discover" });
+        QVERIFY(cli.waitForFinished(20000));
+        QCOMPARE(cli.exitCode(), 0);
+        const QStringList rows
+            = QString::fromUtf8(cli.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(rows.size(), 4);
+        QCOMPARE(rows[0], QStringLiteral("URL,STATUS,MANUFACTURER,MODEL,SERIAL,FIRMWARE,TYPE"));
+        for (const QString& row : rows.mid(1))
+            QVERIFY2(row.split(',').value(1) == QLatin1String("credentials refused"), qPrintable(row));
 
         // Nobody answering is "unreachable or silent", not success.
         fleet.stop();

@@ -1,5 +1,7 @@
 #include "cliSupport.h"
 
+#include <onvifTypes/onvifNetworkAccessManager.h>
+
 #include <QRegularExpression>
 
 #include <termios.h>
@@ -14,6 +16,7 @@
 #include <QEventLoop>
 #include <QFutureWatcher>
 #include <QJsonDocument>
+#include <QNetworkReply>
 #include <QTextStream>
 
 #include <memory>
@@ -159,6 +162,27 @@ bool parseDeviceUrl(const QString& text, QUrl* url, QString* error)
     if (url->path().isEmpty())
         url->setPath(QStringLiteral("/onvif/device_service"));
     return true;
+}
+
+Onvif::NetworkAccessManager* configure(const Options& options, Onvif::NetworkAccessManager* manager)
+{
+    if (options.tlsSet)
+        manager->setSslConfiguration(options.tls);
+    if (options.verbose) {
+        QObject::connect(manager, &Onvif::NetworkAccessManager::exchangeFinished, manager,
+            [](QNetworkReply* reply, qint64 elapsedMs) {
+                const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+                const QString answer = status > 0 ? QString::number(status) + QLatin1Char(' ')
+                        + reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString()
+                                                  : reply->errorString();
+                QTextStream(stderr) << "[http] "
+                                    << (reply->operation() == QNetworkAccessManager::GetOperation ? "GET "
+                                                                                                  : "POST ")
+                                    << reply->url().toString(QUrl::RemoveUserInfo) << " -> " << answer << ", "
+                                    << elapsedMs << " ms, " << reply->bytesAvailable() << " bytes\n";
+            });
+    }
+    return manager;
 }
 
 void printLine(const QString& text)

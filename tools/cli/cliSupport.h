@@ -5,11 +5,16 @@
 #include <QFuture>
 #include <QFutureWatcher>
 #include <QJsonObject>
+#include <QSslConfiguration>
 #include <QString>
 #include <QTimer>
 #include <QUrl>
 
 #include <boost/shared_ptr.hpp>
+
+namespace Onvif {
+class NetworkAccessManager;
+}
 
 namespace Cli {
 
@@ -27,8 +32,11 @@ struct Options
     QString user;
     QString password;
     bool json = false;
+    bool csv = false; // discover only
     bool verbose = false;
     int timeoutMs = 10000;
+    bool tlsSet = false; // --cacert or --insecure
+    QSslConfiguration tls;
 };
 
 // Sees the library's log records (as any host's sink would) so that a failed call
@@ -67,6 +75,10 @@ private:
     QElapsedTimer m_elapsed;
     bool m_started = false;
 };
+
+// Gives the manager the TLS settings of --cacert / --insecure and, with --verbose, a line on
+// stderr per exchange (status and time); returns it.
+Onvif::NetworkAccessManager* configure(const Options& options, Onvif::NetworkAccessManager* manager);
 
 // Runs the event loop until the future finishes or timeoutMs passes; false on timeout.
 bool await(const QFuture<void>& future, int timeoutMs, const QString& what);

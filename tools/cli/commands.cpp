@@ -2,6 +2,9 @@
 
 #include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifPreview.h>
+#include <onvifTypes/onvifrequest.h>
+#include <onvifTypes/schema/trt/GetProfiles.h>
+#include <onvifTypes/schema/trt/GetProfilesResponse.h>
 
 #include <QBuffer>
 #include <QFile>
@@ -16,7 +19,7 @@
 
 namespace Cli {
 
-int Context::failure(const QString& what, bool timedOut, bool authFault) const
+int Context::failure(const QString& what, bool timedOut, bool authFault, const Onvif::SoapFault& fault) const
 {
     if (timedOut) {
         printError(QStringLiteral("%1: no answer from %2 within %3 s")
@@ -24,9 +27,13 @@ int Context::failure(const QString& what, bool timedOut, bool authFault) const
                        .arg(options.timeoutMs / 1000.0));
         return Unreachable;
     }
-    if (authFault) {
+    if (authFault || fault.isAuthFault() || (fault.isNull() && fault.httpStatus == 401)) {
         printError(QStringLiteral("%1: %2 refused the user name or password").arg(what, url.toString()));
         return AuthFailed;
+    }
+    if (!fault.isNull()) {
+        printError(QStringLiteral("%1: device fault %2").arg(what, fault.toString()));
+        return DeviceFault;
     }
     // The library's own error records say why: network errors carry the error number,
     // faults their text.
@@ -51,9 +58,9 @@ int Context::failure(const QString& what, bool timedOut, bool authFault) const
         printError(QStringLiteral("%1: cannot reach %2 (%3)").arg(what, url.toString(), name));
         return Unreachable;
     }
-    const int fault = record.indexOf(QLatin1String("Fault detail:"));
-    if (fault >= 0) {
-        QString text = record.mid(fault);
+    const int faultAt = record.indexOf(QLatin1String("Fault detail:"));
+    if (faultAt >= 0) {
+        QString text = record.mid(faultAt);
         text.truncate(text.lastIndexOf(QLatin1String(" (")));
         text.remove(QRegularExpression(QStringLiteral(" Request name: \\w+$")));
         if (text.contains(QLatin1String("NotAuthorized"), Qt::CaseInsensitive)) {
@@ -93,7 +100,7 @@ QJsonObject toJson(const Onvif::OnvifProfileInfo& p)
     if (p.hasAudio)
         o.insert("audio",
             QJsonObject { { "token", p.audioToken }, { "encoding", p.audioEncoding },
-                { "bitrate", p.audioBitrate }, { "sampleRate", p.audioSampleRate } });
+                { "bitrateKbps", p.audioBitrate }, { "sampleRateKHz", p.audioSampleRate } });
     return o;
 }
 
@@ -133,12 +140,14 @@ int info(const Context& context)
 {
     Onvif::Requests requests(
         context.options.user, context.options.password, context.url.toString(), context.options.verbose);
+    configure(context.options, requests.networkManager());
     const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
     const bool answered = await(future, context.options.timeoutMs, context.url.toString());
     if (answered && context.unreadable(QStringLiteral("info"), requests))
         return DeviceFault;
     if (!answered || future.isCanceled())
-        return context.failure(QStringLiteral("info"), !answered, requests.isAuthFault());
+        return context.failure(
+            QStringLiteral("info"), !answered, requests.isAuthFault(), requests.lastFault());
     const Onvif::DeviceInfo device = future.result();
     if (context.options.json)
         printJson(toJson(device));
@@ -158,7 +167,8 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
         return false;
     }
     if (!answered || media.isCanceled()) {
-        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+        *exitCode = context.failure(
+            QStringLiteral("profiles"), !answered, requests.isAuthFault(), requests.lastFault());
         return false;
     }
     // Devices without a media section are asked on the device-service address.
@@ -172,7 +182,8 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
         return false;
     }
     if (!answered || list.isCanceled()) {
-        *exitCode = context.failure(QStringLiteral("profiles"), !answered, requests.isAuthFault());
+        *exitCode = context.failure(
+            QStringLiteral("profiles"), !answered, requests.isAuthFault(), requests.lastFault());
         return false;
     }
     QVector<Onvif::OnvifProfileInfo> profiles = list.result();
@@ -187,8 +198,8 @@ bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onv
             return false;
         }
         if (!answered || uris[i].isCanceled()) {
-            *exitCode = context.failure(
-                QStringLiteral("stream URI of %1").arg(profiles[i].token), !answered, requests.isAuthFault());
+            *exitCode = context.failure(QStringLiteral("stream URI of %1").arg(profiles[i].token), !answered,
+                requests.isAuthFault(), requests.lastFault());
             return false;
         }
         profiles[i].uri = uris[i].result();
@@ -220,10 +231,123 @@ bool pickProfile(const Context& context, const QString& what, QVector<Onvif::Onv
 
 } // namespace
 
-int profiles(const Context& context)
+namespace {
+
+const int kMaxStreamQuestions = 100;
+
+// Every profile as the device lists it, audio-only and metadata ones included, with names.
+int allProfiles(const Context& context)
 {
     Onvif::Requests requests(
         context.options.user, context.options.password, context.url.toString(), context.options.verbose);
+    configure(context.options, requests.networkManager());
+    const QFuture<QString> media = requests.mediaAddr();
+    bool answered = await(media, context.options.timeoutMs, QStringLiteral("the media service address"));
+    if (!answered || media.isCanceled())
+        return context.failure(
+            QStringLiteral("profiles"), !answered, requests.isAuthFault(), requests.lastFault());
+    const QString mediaUrl = media.result().isEmpty() ? context.url.toString() : media.result();
+
+    OnvifSecurity security(context.options.user, context.options.password, 0LL);
+    auto fault = QSharedPointer<Onvif::SoapFault>::create();
+    trt::GetProfiles ask;
+    const QFuture<QVector<tt::Profile>> list
+        = Onvif::RequestHelper<trt::GetProfiles, trt::GetProfilesResponse, QVector<tt::Profile>>(
+            ask, QStringLiteral("GetProfiles"), mediaUrl, security, requests.networkManager(),
+            [](trt::GetProfilesResponse& r, bool, AsyncFuture::Deferred<QVector<tt::Profile>>& result) {
+                result.complete(r.Profiles ? *r.Profiles : QVector<tt::Profile>());
+            },
+            context.options.verbose, [fault](const Onvif::Internal::ReplyOutcome& o) { *fault = o.fault; });
+    answered = await(list, context.options.timeoutMs, QStringLiteral("the profiles"));
+    if (!answered || list.isCanceled())
+        return context.failure(QStringLiteral("profiles"), !answered, fault->isAuthFault(), *fault);
+
+    const auto text
+        = [](const QSharedPointer<universalSimpleType<QString>>& v) { return v ? v->value() : QString(); };
+    QJsonArray array;
+    for (const tt::Profile& profile : list.result()) {
+        const QString token = text(profile.token);
+        QJsonObject o { { "token", token }, { "name", text(profile.Name) } };
+        if (const auto& v = profile.VideoEncoderConfiguration) {
+            QJsonObject video { { "encoding", v->Encoding ? v->Encoding->value() : QString() } };
+            if (v->Resolution && v->Resolution->Width && v->Resolution->Height) {
+                video.insert("width", v->Resolution->Width->value());
+                video.insert("height", v->Resolution->Height->value());
+            }
+            if (v->RateControl && v->RateControl->FrameRateLimit)
+                video.insert("frameRate", v->RateControl->FrameRateLimit->value());
+            if (v->RateControl && v->RateControl->BitrateLimit)
+                video.insert("bitrateKbps", v->RateControl->BitrateLimit->value());
+            o.insert("video", video);
+        }
+        if (const auto& a = profile.AudioEncoderConfiguration) {
+            QJsonObject audio { { "encoding", a->Encoding ? a->Encoding->value() : QString() } };
+            if (a->Bitrate)
+                audio.insert("bitrateKbps", a->Bitrate->value());
+            if (a->SampleRate)
+                audio.insert("sampleRateKHz", a->SampleRate->value());
+            o.insert("audio", audio);
+        }
+        o.insert("ptz", bool(profile.PTZConfiguration));
+        // A profile without a stream (a metadata-only one, say) is listed all the same. A
+        // camera listing thousands gets no thousands of questions.
+        if (array.size() >= kMaxStreamQuestions) {
+            o.insert("uriError", QStringLiteral("not asked: more than %1 profiles").arg(kMaxStreamQuestions));
+            array.append(o);
+            continue;
+        }
+        const QFuture<QString> uri = requests.rtspUrl(token, QUrl(mediaUrl).path());
+        if (await(uri, context.options.timeoutMs, QStringLiteral("the stream URI of %1").arg(token))
+            && !uri.isCanceled())
+            o.insert("uri", uri.result());
+        else
+            o.insert("uriError",
+                requests.lastFault().isNull() ? QStringLiteral("no stream URI")
+                                              : requests.lastFault().toString());
+        array.append(o);
+    }
+    if (context.options.json) {
+        printJson(QJsonObject { { "mediaService", mediaUrl }, { "profiles", array } });
+        return Ok;
+    }
+    for (const QJsonValue& value : qAsConst(array)) {
+        const QJsonObject o = value.toObject();
+        printLine(QStringLiteral("%1  \"%2\"%3")
+                      .arg(o.value("token").toString(), o.value("name").toString(),
+                          o.value("ptz").toBool() ? QStringLiteral("  (PTZ)") : QString()));
+        const QJsonObject video = o.value("video").toObject();
+        if (!video.isEmpty())
+            printLine(QStringLiteral("    video: %1 %2x%3, %4 fps, %5 kbps")
+                          .arg(video.value("encoding").toString())
+                          .arg(video.value("width").toInt())
+                          .arg(video.value("height").toInt())
+                          .arg(video.value("frameRate").toInt())
+                          .arg(video.value("bitrateKbps").toInt()));
+        const QJsonObject audio = o.value("audio").toObject();
+        if (!audio.isEmpty())
+            printLine(QStringLiteral("    audio: %1 %2 kbps, %3 kHz")
+                          .arg(audio.value("encoding").toString())
+                          .arg(audio.value("bitrateKbps").toInt())
+                          .arg(audio.value("sampleRateKHz").toInt()));
+        printLine(
+            QStringLiteral("    rtsp:  %1")
+                .arg(o.contains("uri") ? o.value("uri").toString()
+                                       : QStringLiteral("(none: %1)").arg(o.value("uriError").toString())));
+    }
+    if (array.isEmpty())
+        printLine(QStringLiteral("The device lists no profile."));
+    return Ok;
+}
+
+} // namespace
+
+int profiles(const Context& context)
+{
+    if (context.allProfiles)
+        return allProfiles(context);
+    Onvif::Requests requests(
+        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
+    configure(context.options, requests.networkManager());
     QVector<Onvif::OnvifProfileInfo> list;
     QString mediaUrl;
     int exitCode = Ok;
@@ -259,6 +383,7 @@ int savePicture(const Context& context, const QString& token, const QString& uri
     }
     const Onvif::Limits limits = Onvif::Limits::defaults();
     Onvif::NetworkAccessManager manager;
+    configure(context.options, &manager);
     QNetworkRequest request(url);
     request.setAttribute(Onvif::Limits::BodyLimitAttribute, limits.maxImageBytes);
     QNetworkReply* reply = manager.get(request);
@@ -328,6 +453,7 @@ int snapshot(const Context& context, const QString& file)
 {
     Onvif::Requests requests(
         context.options.user, context.options.password, context.url.toString(), context.options.verbose);
+    configure(context.options, requests.networkManager());
     QVector<Onvif::OnvifProfileInfo> list;
     QString mediaUrl;
     int exitCode = Ok;
@@ -341,7 +467,9 @@ int snapshot(const Context& context, const QString& file)
         return BadArguments;
     const QString token = list.first().token;
 
-    Onvif::OnvifPreview preview(context.options.user, context.options.password, mediaUrl);
+    Onvif::NetworkAccessManager previewManager;
+    configure(context.options, &previewManager);
+    Onvif::OnvifPreview preview(context.options.user, context.options.password, mediaUrl, &previewManager);
     QString uri;
     bool gotUri = false;
     QObject::connect(&preview, &Onvif::OnvifPreview::snapshotUri, [&](const QString& value) {

@@ -16,9 +16,12 @@ struct Context
     LibraryLog* log = nullptr;
     QUrl url;
     QString profile; // --profile: the one media profile a command works on; empty: its own choice
+    bool allProfiles = false; // profiles --all: every profile, in the device's order
 
-    // Turns a failed or unanswered call into a message and an exit code.
-    int failure(const QString& what, bool timedOut, bool authFault) const;
+    // Turns a failed or unanswered call into a message and an exit code; a fault the
+    // device sent is printed as "device fault ter:Code (Receiver): reason".
+    int failure(const QString& what, bool timedOut, bool authFault,
+        const Onvif::SoapFault& fault = Onvif::SoapFault()) const;
     // True (and a message) when the last answer to `requests` could not be read.
     bool unreadable(const QString& what, const Onvif::Requests& requests) const;
 };

@@ -59,7 +59,7 @@ public:
         const Onvif::Internal::ReplyOutcome outcome
             = Onvif::Internal::readReply(reply, operation, response, false);
         if (outcome.failed) {
-            *exitCode = m_context.failure(operation, false, outcome.authFault);
+            *exitCode = m_context.failure(operation, false, outcome.authFault, outcome.fault);
             return false;
         }
         return true;
@@ -97,11 +97,13 @@ QJsonObject itemsJson(const QSharedPointer<tt::ItemList>& items)
 int events(const Context& context, int seconds)
 {
     Onvif::NetworkAccessManager manager;
+    configure(context.options, &manager);
     int exitCode = Ok;
 
     // The event service address comes from the device's capabilities.
     Onvif::Requests requests(
         context.options.user, context.options.password, context.url.toString(), context.options.verbose);
+    configure(context.options, requests.networkManager());
     tds::GetCapabilities ask;
     ask.Category.reset(
         new QVector<tt::CapabilityCategory> { tt::CapabilityCategory(tt::CapabilityCategory::Events) });

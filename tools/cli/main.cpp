@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QRegularExpression>
+#include <QSslCertificate>
 
 #include <memory>
 
@@ -18,13 +19,16 @@
 namespace {
 
 const char* const kUsage = R"(Commands:
-  discover                      broadcast a WS-Discovery probe on every local network and list the
-                                devices that answer within --timeout seconds (default 5)
+  discover [--csv]              broadcast a WS-Discovery probe on every local network and list the
+                                devices that answer within --timeout seconds (default 5), with
+                                whether each accepted the credentials; --csv for spreadsheets
   info URL                      device information and type
-  profiles URL                  media profiles with their RTSP stream URIs
+  profiles URL [--all]          media profiles with their RTSP stream URIs, largest video first;
+                                --all: every profile with its name, in the device's order
   snapshot URL [FILE]           the picture of the largest profile, byte for byte as the camera sent
                                 it (default snapshot.jpg; - writes to standard output)
-  ptz URL ACTION [ARGS]         move PAN TILT [ZOOM] [SECONDS] | stop | home | save-home | presets |
+  ptz URL ACTION [ARGS]         move PAN TILT [ZOOM] [SECONDS] | stop | status | absolute PAN TILT [ZOOM] |
+                                relative PAN TILT [ZOOM] | home | save-home | presets |
                                 goto PRESET | set-preset NAME [TOKEN] | remove-preset PRESET
                                 (on the first PTZ profile; --profile names one for ptz, snapshot
                                 and profiles)
@@ -91,7 +95,14 @@ int run()
         "profile", "Media profile token for ptz, snapshot and profiles.", "token");
     const QCommandLineOption passwordFile("password-file",
         "Read the password from the first line of this file (keeps it out of the process list).", "file");
-    parser.addOptions({ user, password, passwordFile, json, timeout, verbose, profile });
+    const QCommandLineOption all("all", "profiles: every profile, in the device's order, with its name.");
+    const QCommandLineOption cacert("cacert",
+        "Trust only the certificates (PEM) in this file for https cameras, e.g. a camera's own.", "file");
+    const QCommandLineOption insecure("insecure",
+        "Do not verify an https camera's certificate (self-signed ones); the link is still encrypted.");
+    const QCommandLineOption csv("csv", "discover: comma-separated values with a header line.");
+    parser.addOptions(
+        { user, password, passwordFile, json, csv, timeout, verbose, profile, all, cacert, insecure });
     parser.addPositionalArgument(
         "command", "discover, info, profiles, snapshot, ptz, events, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
@@ -130,7 +141,30 @@ int run()
     } else if (options.password.isEmpty() && !options.user.isEmpty() && isatty(STDIN_FILENO)) {
         options.password = Cli::askPassword(options.user);
     }
+    if (parser.isSet(cacert) || parser.isSet(insecure)) {
+        options.tlsSet = true;
+        options.tls = QSslConfiguration::defaultConfiguration();
+        if (parser.isSet(insecure))
+            options.tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+        if (parser.isSet(cacert)) {
+            const QList<QSslCertificate> certificates = QSslCertificate::fromPath(parser.value(cacert));
+            if (certificates.isEmpty()) {
+                Cli::printError(
+                    QStringLiteral("--cacert: no PEM certificate in %1").arg(parser.value(cacert)));
+                return Cli::BadArguments;
+            }
+            options.tls.setCaCertificates(certificates);
+        }
+        // The dialog's manager is its own: it gets the settings as the process default.
+        if (parser.positionalArguments().value(0) == QLatin1String("dialog"))
+            QSslConfiguration::setDefaultConfiguration(options.tls);
+    }
     options.json = parser.isSet(json);
+    options.csv = parser.isSet(csv);
+    if (options.csv && (options.json || parser.positionalArguments().value(0) != QLatin1String("discover"))) {
+        Cli::printError(QStringLiteral("--csv applies to discover only, without --json"));
+        return Cli::BadArguments;
+    }
     options.verbose = parser.isSet(verbose);
     bool timeoutOk = false;
     const double seconds = parser.value(timeout).toDouble(&timeoutOk);
@@ -181,6 +215,11 @@ int run()
     context.options = options;
     context.log = &log;
     context.profile = parser.value(profile);
+    context.allProfiles = parser.isSet(all);
+    if (context.allProfiles && (command != QLatin1String("profiles") || parser.isSet(profile))) {
+        Cli::printError(QStringLiteral("--all applies to profiles only, without --profile"));
+        return Cli::BadArguments;
+    }
     if (parser.isSet(profile) && command != QLatin1String("ptz") && command != QLatin1String("snapshot")
         && command != QLatin1String("profiles")) {
         Cli::printError(QStringLiteral("--profile applies to ptz, snapshot and profiles only"));
