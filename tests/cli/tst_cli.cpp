@@ -166,6 +166,18 @@ void TestCli::info()
     QCOMPARE(o.value("serialNumber").toString(), m_camera->config().serialNumber);
     QCOMPARE(o.value("model").toString(), m_camera->config().model);
     QCOMPARE(o.value("type").toString(), QStringLiteral("Unknown"));
+    // A bare host:port is what people type.
+    const QUrl url(m_url);
+    QCOMPARE(cli({ "-u", "admin", "-p", "admin", "--json", "info",
+                     QStringLiteral("127.0.0.1:%1").arg(url.port()) })
+                 .exitCode,
+        0);
+    // Help for one command is that command's.
+    const Run help = cli({ "ptz", "--help" });
+    QVERIFY2(help.exitCode == 0 && help.out.contains(QLatin1String("absolute PAN TILT"))
+            && !help.out.contains(QLatin1String("discover")),
+        qPrintable(help.out));
+    QCOMPARE(cli({ "--help-all" }).exitCode, 0);
 
     // --verbose traces each exchange, with the password digest and its nonce masked.
     const Run traced = cli({ "-u", "admin", "-p", "admin", "--verbose", "info", m_url });
@@ -330,7 +342,7 @@ void TestCli::errorExits_data()
     QTest::newRow("silent device") << QStringList { "-u", "admin", "-p", "admin", "--timeout", "0.3", "info",
         "URL" } << "delay:GetDeviceInformation"
                                    << 3 << "no answer";
-    QTest::newRow("bad url") << QStringList { "info", "camera-7" } << "" << 2 << "not an http(s) URL";
+    QTest::newRow("bad url") << QStringList { "info", "ftp://camera-7" } << "" << 2 << "not an http(s) URL";
     QTest::newRow("no url") << QStringList { "info" } << "" << 2 << "wrong number of arguments";
     QTest::newRow("unknown command") << QStringList { "reboot", "URL" } << "" << 2 << "unknown command";
     QTest::newRow("bad option") << QStringList { "--frobnicate", "info", "URL" } << "" << 2 << "frobnicate";

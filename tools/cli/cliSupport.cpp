@@ -147,7 +147,14 @@ bool await(const QFuture<void>& future, int timeoutMs, const QString& what)
 
 bool parseDeviceUrl(const QString& text, QUrl* url, QString* error)
 {
-    const QUrl parsed(text, QUrl::StrictMode);
+    // A bare host or host:port is what people type; an unbracketed IPv6 address has no port.
+    QString full = text;
+    if (!text.isEmpty() && !text.contains(QLatin1String("://")))
+        full = QLatin1String("http://")
+            + (text.count(QLatin1Char(':')) > 1 && !text.startsWith(QLatin1Char('['))
+                    ? QLatin1Char('[') + text + QLatin1Char(']')
+                    : text);
+    const QUrl parsed(full, QUrl::StrictMode);
     if (text.isEmpty()) {
         *error
             = QStringLiteral("a device-service URL is needed, e.g. http://192.168.0.10/onvif/device_service");

@@ -36,11 +36,36 @@ const char* const kUsage = R"(Commands:
   dialog URL                    the device information dialog, filled at once (needs a display)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
 
-URL is a device-service address such as http://192.168.0.10/onvif/device_service.
+URL is a device-service address such as http://192.168.0.10/onvif/device_service; a bare host
+or host:port means http and /onvif/device_service. COMMAND --help shows one command.
 Credentials: -u/-p, --password-file, or the environment variables ONVIF_USER and
 ONVIF_PASSWORD; without a password and on a terminal, it is asked for (not echoed).
 Exit codes: 0 done, 1 the device answered with a fault or unreadably, 2 bad arguments or URL,
 3 device unreachable or silent, 4 user name or password refused.)";
+
+// One command's lines of the usage text, with the options that apply to every command.
+QString commandUsage(const QString& command)
+{
+    if (command.isEmpty())
+        return QString();
+    const QStringList lines = QString::fromUtf8(kUsage).split(QLatin1Char('\n'));
+    QStringList own;
+    for (int i = 0; i < lines.size(); ++i) {
+        if (!lines[i].startsWith(QLatin1String("  ") + command + QLatin1Char(' ')))
+            continue;
+        own << lines[i];
+        // Continuation lines are indented past the command column.
+        while (i + 1 < lines.size() && lines[i + 1].startsWith(QLatin1String("                 ")))
+            own << lines[++i];
+    }
+    if (own.isEmpty())
+        return QString();
+    return QStringLiteral("Usage: onvif-cli [options] %1 ...\n\n%2\n\n"
+                          "Options for every command: -u/--user, -p/--password, --password-file, --json, "
+                          "--timeout SECONDS, --verbose, --cacert FILE, --insecure.\n"
+                          "URL may be a bare host or host:port (http and /onvif/device_service are assumed).")
+        .arg(command, own.join(QLatin1Char('\n')));
+}
 
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
 {
@@ -120,8 +145,14 @@ int run()
         Cli::printError(parser.errorText());
         return Cli::BadArguments;
     }
-    if (parser.isSet(QStringLiteral("help"))) {
-        parser.showHelp(Cli::Ok);
+    if (parser.isSet(QStringLiteral("help")) || parser.isSet(QStringLiteral("help-all"))) {
+        // "onvif-cli ptz --help": that command's usage, not the whole page.
+        const QString command = parser.positionalArguments().value(0);
+        const QString usage = commandUsage(command);
+        if (usage.isEmpty())
+            parser.showHelp(Cli::Ok);
+        Cli::printLine(usage);
+        return Cli::Ok;
     }
     if (parser.isSet(QStringLiteral("version")))
         parser.showVersion();
