@@ -71,12 +71,18 @@ QString OnvifSecurity::passwordDigest(
 
 QString OnvifSecurity::serialize(QString)
 {
+    return Onvif::Internal::usernameToken(m_user, m_password, m_timeShift, Onvif::strongNoncesUsed());
+}
+
+QString Onvif::Internal::usernameToken(
+    const QString& user, const QString& password, long long shiftMs, bool strongNonce)
+{
     QString out;
-    const QByteArray nonce = Onvif::Internal::makeNonce();
-    const QString created = createdText(QDateTime::currentDateTimeUtc().addMSecs(m_timeShift));
-    const QString digest = passwordDigest(nonce, created, m_password);
+    const QByteArray nonce = makeNonce(strongNonce);
+    const QString created = createdText(QDateTime::currentDateTimeUtc().addMSecs(shiftMs));
+    const QString digest = OnvifSecurity::passwordDigest(nonce, created, password);
     out += kHeaderStart;
-    out += m_user;
+    out += user;
     out += kBeforeDigest;
     out += digest;
     out += kBeforeNonce;

@@ -22,8 +22,13 @@ bool strongNoncesUsed()
 
 QByteArray Internal::makeNonce()
 {
+    return makeNonce(strongNoncesUsed());
+}
+
+QByteArray Internal::makeNonce(bool strongSource)
+{
     QByteArray nonce(32, Qt::Uninitialized);
-    if (strongNoncesUsed()) {
+    if (strongSource) {
         QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(nonce.data()), nonce.size() / 4);
         return nonce;
     }

@@ -18,6 +18,11 @@ ONVIFTYPES_EXPORT bool strongNoncesUsed();
 namespace Internal {
 // 32 bytes from the source chosen above.
 ONVIFTYPES_EXPORT QByteArray makeNonce();
+// 32 bytes, from the strong source when strong is true whatever was chosen above.
+ONVIFTYPES_EXPORT QByteArray makeNonce(bool strong);
+// The UsernameToken header OnvifSecurity writes, for a device clock shiftMs ahead of ours.
+ONVIFTYPES_EXPORT QString usernameToken(
+    const QString& user, const QString& password, long long shiftMs, bool strongNonce);
 } // namespace Internal
 
 } // namespace Onvif

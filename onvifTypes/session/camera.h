@@ -1,0 +1,194 @@
+#ifndef ONVIFTYPES_SESSION_CAMERA_H
+#define ONVIFTYPES_SESSION_CAMERA_H
+
+#include <onvifTypes/onvifRequests.h>
+#include <onvifTypes/ptz/onvifPtzReq.h>
+#include <onvifTypes/serializable.h>
+#include <onvifTypes/soapFault.h>
+
+#include <QDateTime>
+#include <QFuture>
+#include <QObject>
+#include <QPointer>
+#include <QSharedPointer>
+#include <QUrl>
+
+#include <asyncfuture.h>
+
+#include <memory>
+
+namespace Onvif {
+
+class NetworkAccessManager;
+
+// Why a camera call failed, for a program to act on (a message for a person comes with it).
+enum class CameraError {
+    None,
+    Unreachable, // no connection, or no answer in time
+    NotOnvif, // it answered, but not as an ONVIF device
+    CredentialsRefused,
+    ClockFarOff, // refused for its clock, even with the measured offset applied
+    LockoutRisk, // not sent: the device refused too many logins lately
+    DeviceFault, // any other SOAP fault; CameraResult::fault says which
+    Unreadable, // not XML, past a limit, or without the expected element
+    NotSupported, // the device offers no such service
+};
+
+struct ONVIFTYPES_EXPORT CameraOptions
+{
+    // Stated service and media addresses that name another host or port than the one the
+    // session was given (a camera behind NAT names its LAN address): Off keeps them, Rewrite
+    // puts the session's host (and, for HTTP, port) in, Automatic does so only when the stated
+    // address does not take a connection.
+    enum class AddressPolicy { Off, Rewrite, Automatic };
+    AddressPolicy addressPolicy = AddressPolicy::Automatic;
+    // HTTP Basic sends the password in the clear; only when allowed.
+    bool allowBasicAuth = false;
+    // Failed logins to one device (all sessions of this process) within the window, past which
+    // calls fail at once instead of risking the camera's lock-out.
+    int maxFailedLogins = 3;
+    int failedLoginWindowMs = 10 * 60 * 1000;
+    int controlTimeoutMs = 10000; // every call but long polls
+    int longPollTimeoutMs = 70000;
+};
+
+struct ONVIFTYPES_EXPORT CameraServices
+{
+    QUrl device, media, media2, ptz, events, imaging;
+};
+
+// One media profile as the device lists it.
+struct ONVIFTYPES_EXPORT CameraProfile
+{
+    QString token;
+    QString name;
+    QString videoEncoding; // empty for a profile without video
+    int width = 0;
+    int height = 0;
+    int frameRate = 0;
+    int bitrateKbps = 0;
+    QString audioEncoding;
+    bool ptz = false;
+    QString streamUri; // RTSP unicast; empty when the device gives none
+    QString snapshotUri;
+};
+
+struct ONVIFTYPES_EXPORT Snapshot
+{
+    QByteArray bytes; // exactly as the camera sent them
+    QString contentType;
+};
+
+struct ONVIFTYPES_EXPORT PtzState
+{
+    double pan = 0, tilt = 0, zoom = 0;
+    QString panTiltMove, zoomMove; // "IDLE", "MOVING", "UNKNOWN"; empty when not told
+    QString error;
+};
+
+// The outcome of connecting, and of every failed call (Camera::lastResult()).
+struct ONVIFTYPES_EXPORT CameraResult
+{
+    CameraError error = CameraError::None;
+    QString message;
+    SoapFault fault;
+    bool ok() const { return error == CameraError::None; }
+};
+
+struct ONVIFTYPES_EXPORT CameraConnection : CameraResult
+{
+    DeviceInfo device;
+    CameraServices services;
+    QDateTime deviceTimeUtc; // as measured; invalid when the device did not tell it
+    qint64 clockOffsetMs = 0; // device clock minus ours, applied to every security header
+    bool servicesFromCapabilities = false; // GetServices refused; GetCapabilities answered
+    bool addressesRewritten = false;
+};
+
+// One camera, as real cameras behave: the device's clock offset is measured and applied to
+// every WS-Security header; HTTP Digest is answered where the device asks for it (SOAP and
+// snapshots alike); a NotAuthorized fault re-measures the clock and retries once; failed logins
+// are bounded per device; stated addresses follow CameraOptions::addressPolicy. Calls may
+// overlap; each future finishes once, with a value or cancelled, and lastResult() then tells
+// why. Everything runs on the thread the object lives in.
+class ONVIFTYPES_EXPORT Camera : public QObject
+{
+    Q_OBJECT
+
+public:
+    Camera(const QUrl& deviceUrl, const QString& user, const QString& password,
+        const CameraOptions& options = CameraOptions(), QObject* parent = nullptr);
+    ~Camera() override;
+
+    // Clock, service addresses (GetServices, or GetCapabilities when refused), then the device
+    // information. Always finishes with a value; its error classifies a failure.
+    QFuture<CameraConnection> open();
+    CameraConnection connection() const;
+    qint64 clockOffsetMs() const;
+    // Measures the device's clock again; the offset applies from then on.
+    QFuture<QDateTime> deviceTime();
+
+    QFuture<DeviceInfo> deviceInformation();
+    // Every profile in the device's order, with its stream and snapshot URIs.
+    QFuture<QVector<CameraProfile>> profiles();
+    // The picture of a profile, fetched with the session's authentication.
+    QFuture<Snapshot> snapshot(const QString& profileToken);
+
+    QFuture<void> ptzMove(const QString& profileToken, double pan, double tilt, double zoom);
+    QFuture<void> ptzStop(const QString& profileToken);
+    QFuture<void> ptzHome(const QString& profileToken);
+    QFuture<void> ptzGotoPreset(const QString& profileToken, const QString& presetToken);
+    QFuture<QVector<PtzSys::Preset>> ptzPresets(const QString& profileToken);
+    QFuture<PtzState> ptzStatus(const QString& profileToken);
+
+    // Any operation of the schema classes through the session's policies: the body element
+    // named operation + "Response" is read into Resp.
+    enum class Service { Device, Media, Media2, Ptz, Events, Imaging };
+    template <typename Req, typename Resp>
+    QFuture<Resp> call(Service service, const Req& request, const QString& operation, int timeoutMs = 0);
+
+    // The last failure of any call, classified.
+    CameraResult lastResult() const;
+    // The manager the session sends through (TLS settings, exchange reports).
+    NetworkAccessManager* networkManager() const;
+
+    struct Private;
+
+private:
+    // The reply text of one operation, or a cancelled future (lastResult() says why).
+    QFuture<QString> send(
+        Service service, const std::shared_ptr<Serializable>& body, const QString& operation, int timeoutMs);
+    // Fills response from the element operation + "Response"; false (and lastResult()) when the
+    // answer has none.
+    bool readInto(const QString& text, const QString& operation, Serializable& response);
+
+    std::unique_ptr<Private> d;
+};
+
+template <typename Req, typename Resp>
+QFuture<Resp> Camera::call(Service service, const Req& request, const QString& operation, int timeoutMs)
+{
+    AsyncFuture::Deferred<Resp> result;
+    const QFuture<QString> text = send(service, std::make_shared<Req>(request), operation, timeoutMs);
+    QPointer<Camera> self(this);
+    AsyncFuture::observe(text).subscribe(
+        [self, result, operation](const QString& reply) mutable {
+            Resp response;
+            if (!self || !self->readInto(reply, operation, response)) {
+                result.cancel();
+                return;
+            }
+            result.complete(response);
+        },
+        [result]() {
+            auto r = result;
+            r.cancel();
+        });
+    return result.future();
+}
+
+} // namespace Onvif
+
+Q_DECLARE_METATYPE(Onvif::CameraConnection)
+
+#endif // ONVIFTYPES_SESSION_CAMERA_H
