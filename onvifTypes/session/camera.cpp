@@ -1,5 +1,6 @@
 #include "onvifTypes/session/camera.h"
 
+#include "onvifTypes/onvifLog.h"
 #include "onvifTypes/onvifNetworkAccessManager.h"
 #include "onvifTypes/onvifResponse.h"
 #include "onvifTypes/onvifrequest.h"
@@ -169,6 +170,7 @@ struct Camera::Private
     Internal::HttpAuthorizer http; // set once the device asked for HTTP authentication
     bool rewriting = false;
     CameraResult last;
+    OnvifLog::Logger logger = OnvifLog::makeLogger(QStringLiteral("Camera"));
 
     void attempt(const std::shared_ptr<Call>& call);
     void finished(const std::shared_ptr<Call>& call, QNetworkReply* reply);
@@ -216,6 +218,11 @@ CameraConnection Camera::connection() const
 qint64 Camera::clockOffsetMs() const
 {
     return d->offsetMs;
+}
+
+QUrl Camera::placedUrl(const QUrl& stated) const
+{
+    return d->place(stated);
 }
 
 CameraResult Camera::lastResult() const
@@ -276,6 +283,8 @@ void Camera::Private::attempt(const std::shared_ptr<Call>& call)
     // Cameras serve few connections at once; one held open idles a worker another request needs.
     request.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("Close"));
     authorize(request, "POST");
+    if (options.trace)
+        ONVIF_LOG_AS(logger, OnvifLog::Info, "Camera", envelope.getMessage());
     QNetworkReply* reply = manager->post(request, envelope.getMessage().toUtf8());
     QObject::connect(reply, &QNetworkReply::finished, q, [this, call, reply] { finished(call, reply); });
 }
@@ -304,6 +313,8 @@ void Camera::Private::finished(const std::shared_ptr<Call>& call, QNetworkReply*
     }
     const QNetworkReply::NetworkError error = reply->error();
     const QString body = QString::fromUtf8(reply->readAll());
+    if (options.trace)
+        ONVIF_LOG_AS(logger, OnvifLog::Info, "Camera", body);
     const OnvifResponse parsed(body);
     if (parsed.isFault()) {
         SoapFault fault = parsed.fault();
@@ -350,6 +361,11 @@ void Camera::Private::finished(const std::shared_ptr<Call>& call, QNetworkReply*
         else if (error == QNetworkReply::ProtocolFailure)
             fail(call, CameraError::Unreadable,
                 QStringLiteral("%1: %2").arg(call->operation, reply->errorString()));
+        else if (error == QNetworkReply::OperationCanceledError || error == QNetworkReply::TimeoutError)
+            fail(call, CameraError::Unreachable,
+                QStringLiteral("%1: no answer from %2 within %3 s")
+                    .arg(call->operation, reply->url().toString(QUrl::RemoveUserInfo))
+                    .arg(call->timeoutMs / 1000.0));
         else
             fail(call, CameraError::Unreachable,
                 QStringLiteral("%1: cannot reach %2 (%3)")
@@ -359,9 +375,9 @@ void Camera::Private::finished(const std::shared_ptr<Call>& call, QNetworkReply*
     if (!parsed.isReadable()
         || parsed.document().documentElement().localName() != QLatin1String("Envelope")) {
         fail(call, parsed.isReadable() ? CameraError::NotOnvif : CameraError::Unreadable,
-            QStringLiteral("%1: the answer is no SOAP envelope (%2)")
+            QStringLiteral("%1: the camera sent an unreadable answer (%2)")
                 .arg(call->operation,
-                    parsed.isReadable() ? QStringLiteral("wrong document") : parsed.parseError()));
+                    parsed.isReadable() ? QStringLiteral("no SOAP envelope") : parsed.parseError()));
         return;
     }
     call->result.complete(body);
@@ -373,6 +389,7 @@ void Camera::Private::fail(
     last.error = error;
     last.message = message;
     last.fault = fault;
+    ONVIF_LOG_AS(logger, OnvifLog::Error, "Camera", message);
     call->result.cancel();
 }
 
@@ -681,6 +698,7 @@ QFuture<QVector<CameraProfile>> Camera::profiles()
                     profile.token = text(p.token);
                     profile.name = text(p.Name);
                     if (const auto& v = p.VideoEncoderConfiguration) {
+                        profile.videoEncoderToken = text(v->token);
                         profile.videoEncoding = v->Encoding ? v->Encoding->value() : QString();
                         if (v->Resolution && v->Resolution->Width && v->Resolution->Height) {
                             profile.width = v->Resolution->Width->value();
@@ -691,8 +709,11 @@ QFuture<QVector<CameraProfile>> Camera::profiles()
                         if (v->RateControl && v->RateControl->BitrateLimit)
                             profile.bitrateKbps = v->RateControl->BitrateLimit->value();
                     }
-                    if (p.AudioEncoderConfiguration && p.AudioEncoderConfiguration->Encoding)
-                        profile.audioEncoding = p.AudioEncoderConfiguration->Encoding->value();
+                    if (const auto& a = p.AudioEncoderConfiguration) {
+                        profile.audioEncoding = a->Encoding ? a->Encoding->value() : QString();
+                        profile.audioBitrateKbps = a->Bitrate ? a->Bitrate->value() : 0;
+                        profile.audioSampleRateKHz = a->SampleRate ? a->SampleRate->value() : 0;
+                    }
                     profile.ptz = bool(p.PTZConfiguration);
                     profiles->append(profile);
                 }

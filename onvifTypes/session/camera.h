@@ -50,6 +50,9 @@ struct ONVIFTYPES_EXPORT CameraOptions
     int failedLoginWindowMs = 10 * 60 * 1000;
     int controlTimeoutMs = 10000; // every call but long polls
     int longPollTimeoutMs = 70000;
+    // Each request and answer as a log record (severity 2, "Camera"); failures are logged at 4
+    // whatever this says.
+    bool trace = false;
 };
 
 struct ONVIFTYPES_EXPORT CameraServices
@@ -62,12 +65,15 @@ struct ONVIFTYPES_EXPORT CameraProfile
 {
     QString token;
     QString name;
+    QString videoEncoderToken;
     QString videoEncoding; // empty for a profile without video
     int width = 0;
     int height = 0;
     int frameRate = 0;
     int bitrateKbps = 0;
-    QString audioEncoding;
+    QString audioEncoding; // empty for a profile without audio
+    int audioBitrateKbps = 0;
+    int audioSampleRateKHz = 0;
     bool ptz = false;
     QString streamUri; // RTSP unicast; empty when the device gives none
     QString snapshotUri;
@@ -146,6 +152,9 @@ public:
     enum class Service { Device, Media, Media2, Ptz, Events, Imaging };
     template <typename Req, typename Resp>
     QFuture<Resp> call(Service service, const Req& request, const QString& operation, int timeoutMs = 0);
+
+    // An address the device stated (a subscription's, say), as the address policy places it.
+    QUrl placedUrl(const QUrl& stated) const;
 
     // The last failure of any call, classified.
     CameraResult lastResult() const;

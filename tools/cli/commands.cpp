@@ -1,20 +1,20 @@
 #include "commands.h"
 
+#include <onvifTypes/onvifDeviceInfo.h>
 #include <onvifTypes/onvifNetworkAccessManager.h>
-#include <onvifTypes/onvifPreview.h>
-#include <onvifTypes/onvifrequest.h>
-#include <onvifTypes/schema/trt/GetProfiles.h>
-#include <onvifTypes/schema/trt/GetProfilesResponse.h>
 
 #include <QBuffer>
+#include <QDateTime>
 #include <QFile>
 #include <QImageReader>
 #include <QJsonArray>
 #include <QMetaEnum>
 #include <QNetworkReply>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTextStream>
 
+#include <algorithm>
 #include <memory>
 
 namespace Cli {
@@ -83,6 +83,65 @@ bool Context::unreadable(const QString& what, const Onvif::Requests& requests) c
     return true;
 }
 
+std::unique_ptr<Onvif::Camera> Context::camera() const
+{
+    Onvif::CameraOptions settings;
+    settings.controlTimeoutMs = options.timeoutMs;
+    settings.trace = options.verbose;
+    auto session = std::make_unique<Onvif::Camera>(url, options.user, options.password, settings);
+    configure(options, session->networkManager());
+    return session;
+}
+
+int Context::sessionFailure(const QString& what, const Onvif::CameraResult& result) const
+{
+    using Onvif::CameraError;
+    switch (result.error) {
+    case CameraError::DeviceFault:
+        printError(QStringLiteral("%1: device fault %2").arg(what, result.fault.toString()));
+        return DeviceFault;
+    case CameraError::CredentialsRefused:
+    case CameraError::ClockFarOff:
+    case CameraError::LockoutRisk:
+        printError(QStringLiteral("%1: %2 refused the user name or password: %3")
+                       .arg(what, url.toString(), result.message));
+        return AuthFailed;
+    case CameraError::Unreachable:
+        printError(QStringLiteral("%1: %2").arg(what, result.message));
+        return Unreachable;
+    case CameraError::None:
+        printError(QStringLiteral("%1: no answer from %2 within %3 s")
+                       .arg(what, url.toString())
+                       .arg(options.timeoutMs / 1000.0));
+        return Unreachable;
+    case CameraError::NotOnvif:
+    case CameraError::Unreadable:
+    case CameraError::NotSupported:
+        break;
+    }
+    printError(QStringLiteral("%1: %2").arg(what, result.message));
+    return DeviceFault;
+}
+
+bool Context::loadProfiles(
+    Onvif::Camera& camera, QVector<Onvif::CameraProfile>* profiles, int* exitCode) const
+{
+    const QFuture<Onvif::CameraConnection> opened = camera.open();
+    if (!wait(camera, opened, QStringLiteral("the device"), exitCode))
+        return false;
+    if (!opened.result().ok()) {
+        *exitCode = sessionFailure(QStringLiteral("profiles"), opened.result());
+        return false;
+    }
+    const QFuture<QVector<Onvif::CameraProfile>> list = camera.profiles();
+    if (!wait(camera, list, QStringLiteral("the profiles"), exitCode)) {
+        *exitCode = sessionFailure(QStringLiteral("profiles"), camera.lastResult());
+        return false;
+    }
+    *profiles = list.result();
+    return true;
+}
+
 QJsonObject toJson(const Onvif::DeviceInfo& info)
 {
     return QJsonObject { { "manufacturer", info.manufacturer }, { "model", info.model },
@@ -90,17 +149,20 @@ QJsonObject toJson(const Onvif::DeviceInfo& info)
         { "hardwareId", info.hardwareId }, { "type", info.type } };
 }
 
-QJsonObject toJson(const Onvif::OnvifProfileInfo& p)
+QJsonObject toJson(const Onvif::CameraProfile& p)
 {
-    QJsonObject o { { "token", p.token }, { "width", p.width }, { "height", p.height },
-        { "encoderToken", p.encoderToken }, { "encoding", p.encoding }, { "quality", double(p.quality) },
-        { "frameRate", p.frameRate }, { "uri", p.uri } };
-    if (p.hasH264)
-        o.insert("h264", QJsonObject { { "profile", p.h264Profile }, { "govLength", p.govLength } });
-    if (p.hasAudio)
+    QJsonObject o { { "token", p.token }, { "name", p.name }, { "ptz", p.ptz } };
+    if (!p.videoEncoding.isEmpty())
+        o.insert("video",
+            QJsonObject { { "encoderToken", p.videoEncoderToken }, { "encoding", p.videoEncoding },
+                { "width", p.width }, { "height", p.height }, { "frameRate", p.frameRate },
+                { "bitrateKbps", p.bitrateKbps } });
+    if (!p.audioEncoding.isEmpty())
         o.insert("audio",
-            QJsonObject { { "token", p.audioToken }, { "encoding", p.audioEncoding },
-                { "bitrateKbps", p.audioBitrate }, { "sampleRateKHz", p.audioSampleRate } });
+            QJsonObject { { "encoding", p.audioEncoding }, { "bitrateKbps", p.audioBitrateKbps },
+                { "sampleRateKHz", p.audioSampleRateKHz } });
+    o.insert("uri", p.streamUri);
+    o.insert("snapshotUri", p.snapshotUri);
     return o;
 }
 
@@ -114,41 +176,43 @@ void printDeviceInfo(const Onvif::DeviceInfo& info)
         printLine(QStringLiteral("%1 %2").arg(row.first + QLatin1Char(':'), -18).arg(row.second));
 }
 
-void printProfiles(const QVector<Onvif::OnvifProfileInfo>& profiles)
+void printProfiles(const QVector<Onvif::CameraProfile>& profiles)
 {
-    for (const auto& p : profiles) {
-        QString video = QStringLiteral("%1x%2 %3, %4 fps, quality %5")
-                            .arg(p.width)
-                            .arg(p.height)
-                            .arg(p.encoding)
-                            .arg(p.frameRate)
-                            .arg(double(p.quality), 0, 'g', 6);
-        if (p.hasH264)
-            video += QStringLiteral(", H.264 %1 GOP %2").arg(p.h264Profile).arg(p.govLength);
-        printLine(QStringLiteral("%1  (encoder %2)").arg(p.token, p.encoderToken));
-        printLine(QStringLiteral("    video: %1").arg(video));
-        if (p.hasAudio)
+    for (const Onvif::CameraProfile& p : profiles) {
+        printLine(QStringLiteral("%1  \"%2\"%3")
+                      .arg(p.token, p.name, p.ptz ? QStringLiteral("  (PTZ)") : QString()));
+        if (!p.videoEncoding.isEmpty())
+            printLine(QStringLiteral("    video: %1 %2x%3, %4 fps, %5 kbps (encoder %6)")
+                          .arg(p.videoEncoding)
+                          .arg(p.width)
+                          .arg(p.height)
+                          .arg(p.frameRate)
+                          .arg(p.bitrateKbps)
+                          .arg(p.videoEncoderToken));
+        if (!p.audioEncoding.isEmpty())
             printLine(QStringLiteral("    audio: %1 %2 kbps, %3 kHz")
                           .arg(p.audioEncoding)
-                          .arg(p.audioBitrate)
-                          .arg(p.audioSampleRate));
-        printLine(QStringLiteral("    rtsp:  %1").arg(p.uri.isEmpty() ? QStringLiteral("(none)") : p.uri));
+                          .arg(p.audioBitrateKbps)
+                          .arg(p.audioSampleRateKHz));
+        printLine(QStringLiteral("    rtsp:  %1")
+                      .arg(p.streamUri.isEmpty() ? QStringLiteral("(none)") : p.streamUri));
     }
 }
 
 int info(const Context& context)
 {
-    Onvif::Requests requests(
-        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
-    configure(context.options, requests.networkManager());
-    const QFuture<Onvif::DeviceInfo> future = requests.deviceInfo();
-    const bool answered = await(future, context.options.timeoutMs, context.url.toString());
-    if (answered && context.unreadable(QStringLiteral("info"), requests))
-        return DeviceFault;
-    if (!answered || future.isCanceled())
-        return context.failure(
-            QStringLiteral("info"), !answered, requests.isAuthFault(), requests.lastFault());
-    const Onvif::DeviceInfo device = future.result();
+    const auto camera = context.camera();
+    const QFuture<Onvif::CameraConnection> opened = camera->open();
+    int exitCode = Ok;
+    if (!context.wait(*camera, opened, context.url.toString(), &exitCode))
+        return exitCode;
+    const Onvif::CameraConnection connection = opened.result();
+    if (!connection.ok())
+        return context.sessionFailure(QStringLiteral("info"), connection);
+    Onvif::DeviceInfo device = connection.device;
+    device.type = OnvifDeviceInfo::getDeviceType(device);
+    if (!connection.message.isEmpty())
+        QTextStream(stderr) << "onvif-cli: note: " << connection.message << '\n';
     if (context.options.json)
         printJson(toJson(device));
     else
@@ -156,68 +220,57 @@ int info(const Context& context)
     return Ok;
 }
 
-bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onvif::OnvifProfileInfo>* result,
-    QString* mediaUrl, int* exitCode)
+int time(const Context& context)
 {
-    const int timeout = context.options.timeoutMs;
-    const QFuture<QString> media = requests.mediaAddr();
-    bool answered = await(media, timeout, QStringLiteral("the media service address"));
-    if (answered && context.unreadable(QStringLiteral("profiles"), requests)) {
-        *exitCode = DeviceFault;
-        return false;
+    const auto camera = context.camera();
+    const qint64 before = QDateTime::currentMSecsSinceEpoch();
+    const QFuture<QDateTime> clock = camera->deviceTime();
+    int exitCode = Ok;
+    if (!context.wait(*camera, clock, QStringLiteral("the device's time"), &exitCode))
+        return exitCode;
+    const qint64 offset = camera->clockOffsetMs();
+    const QDateTime ours = QDateTime::fromMSecsSinceEpoch(before, Qt::UTC);
+    if (context.options.json) {
+        printJson(QJsonObject { { "deviceTimeUtc", clock.result().toString(Qt::ISODate) },
+            { "localTimeUtc", ours.toString(Qt::ISODateWithMs) }, { "offsetMs", double(offset) } });
+        return Ok;
     }
-    if (!answered || media.isCanceled()) {
-        *exitCode = context.failure(
-            QStringLiteral("profiles"), !answered, requests.isAuthFault(), requests.lastFault());
-        return false;
-    }
-    // Devices without a media section are asked on the device-service address.
-    *mediaUrl = media.result().isEmpty() ? context.url.toString() : media.result();
-    const QString mediaPath = QUrl(*mediaUrl).path();
-
-    const auto list = requests.profiles(mediaPath);
-    answered = await(list, timeout, QStringLiteral("the profiles"));
-    if (answered && context.unreadable(QStringLiteral("profiles"), requests)) {
-        *exitCode = DeviceFault;
-        return false;
-    }
-    if (!answered || list.isCanceled()) {
-        *exitCode = context.failure(
-            QStringLiteral("profiles"), !answered, requests.isAuthFault(), requests.lastFault());
-        return false;
-    }
-    QVector<Onvif::OnvifProfileInfo> profiles = list.result();
-    QVector<QFuture<QString>> uris;
-    for (const auto& profile : profiles)
-        uris.append(requests.rtspUrl(profile.token, mediaPath));
-    for (int i = 0; i < uris.size(); ++i) {
-        answered = await(uris[i], timeout, QStringLiteral("the stream URI of %1").arg(profiles[i].token));
-        if (answered
-            && context.unreadable(QStringLiteral("stream URI of %1").arg(profiles[i].token), requests)) {
-            *exitCode = DeviceFault;
-            return false;
-        }
-        if (!answered || uris[i].isCanceled()) {
-            *exitCode = context.failure(QStringLiteral("stream URI of %1").arg(profiles[i].token), !answered,
-                requests.isAuthFault(), requests.lastFault());
-            return false;
-        }
-        profiles[i].uri = uris[i].result();
-    }
-    *result = profiles;
-    return true;
+    printLine(QStringLiteral("Device time: %1").arg(clock.result().toString(Qt::ISODate)));
+    printLine(QStringLiteral("Our time:    %1").arg(ours.toString(Qt::ISODateWithMs)));
+    printLine(offset == 0 ? QStringLiteral("Offset:      none (within a second)")
+                          : QStringLiteral("Offset:      %1%2 s (the device is %3)")
+                                .arg(offset > 0 ? QStringLiteral("+") : QString())
+                                .arg(offset / 1000.0, 0, 'f', 1)
+                                .arg(offset > 0 ? QStringLiteral("ahead") : QStringLiteral("behind")));
+    return Ok;
 }
 
 namespace {
 
+// One profile per video encoder, largest picture first (the first of equal ones kept).
+QVector<Onvif::CameraProfile> videoProfiles(const QVector<Onvif::CameraProfile>& all)
+{
+    QVector<Onvif::CameraProfile> result;
+    QSet<QString> encoders;
+    for (const Onvif::CameraProfile& p : all) {
+        if (p.videoEncoding.isEmpty() || encoders.contains(p.videoEncoderToken))
+            continue;
+        encoders.insert(p.videoEncoderToken);
+        result.append(p);
+    }
+    std::stable_sort(result.begin(), result.end(),
+        [](const auto& a, const auto& b) { return qint64(a.width) * a.height > qint64(b.width) * b.height; });
+    return result;
+}
+
 // Narrows the list to the profile named by --profile; false (and a message) when the
-// device has no such video profile.
-bool pickProfile(const Context& context, const QString& what, QVector<Onvif::OnvifProfileInfo>* list)
+// device has no such profile.
+bool pickProfile(const Context& context, const QString& what, QVector<Onvif::CameraProfile>* list)
 {
     if (context.profile.isEmpty())
         return true;
-    QVector<Onvif::OnvifProfileInfo> picked;
-    for (const Onvif::OnvifProfileInfo& p : qAsConst(*list)) {
+    QVector<Onvif::CameraProfile> picked;
+    for (const Onvif::CameraProfile& p : qAsConst(*list)) {
         if (p.token == context.profile)
             picked.append(p);
     }
@@ -231,193 +284,67 @@ bool pickProfile(const Context& context, const QString& what, QVector<Onvif::Onv
 
 } // namespace
 
-namespace {
-
-const int kMaxStreamQuestions = 100;
-
-// Every profile as the device lists it, audio-only and metadata ones included, with names.
-int allProfiles(const Context& context)
-{
-    Onvif::Requests requests(
-        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
-    configure(context.options, requests.networkManager());
-    const QFuture<QString> media = requests.mediaAddr();
-    bool answered = await(media, context.options.timeoutMs, QStringLiteral("the media service address"));
-    if (!answered || media.isCanceled())
-        return context.failure(
-            QStringLiteral("profiles"), !answered, requests.isAuthFault(), requests.lastFault());
-    const QString mediaUrl = media.result().isEmpty() ? context.url.toString() : media.result();
-
-    OnvifSecurity security(context.options.user, context.options.password, 0LL);
-    auto fault = QSharedPointer<Onvif::SoapFault>::create();
-    trt::GetProfiles ask;
-    const QFuture<QVector<tt::Profile>> list
-        = Onvif::RequestHelper<trt::GetProfiles, trt::GetProfilesResponse, QVector<tt::Profile>>(
-            ask, QStringLiteral("GetProfiles"), mediaUrl, security, requests.networkManager(),
-            [](trt::GetProfilesResponse& r, bool, AsyncFuture::Deferred<QVector<tt::Profile>>& result) {
-                result.complete(r.Profiles ? *r.Profiles : QVector<tt::Profile>());
-            },
-            context.options.verbose, [fault](const Onvif::Internal::ReplyOutcome& o) { *fault = o.fault; });
-    answered = await(list, context.options.timeoutMs, QStringLiteral("the profiles"));
-    if (!answered || list.isCanceled())
-        return context.failure(QStringLiteral("profiles"), !answered, fault->isAuthFault(), *fault);
-
-    const auto text
-        = [](const QSharedPointer<universalSimpleType<QString>>& v) { return v ? v->value() : QString(); };
-    QJsonArray array;
-    for (const tt::Profile& profile : list.result()) {
-        const QString token = text(profile.token);
-        QJsonObject o { { "token", token }, { "name", text(profile.Name) } };
-        if (const auto& v = profile.VideoEncoderConfiguration) {
-            QJsonObject video { { "encoding", v->Encoding ? v->Encoding->value() : QString() } };
-            if (v->Resolution && v->Resolution->Width && v->Resolution->Height) {
-                video.insert("width", v->Resolution->Width->value());
-                video.insert("height", v->Resolution->Height->value());
-            }
-            if (v->RateControl && v->RateControl->FrameRateLimit)
-                video.insert("frameRate", v->RateControl->FrameRateLimit->value());
-            if (v->RateControl && v->RateControl->BitrateLimit)
-                video.insert("bitrateKbps", v->RateControl->BitrateLimit->value());
-            o.insert("video", video);
-        }
-        if (const auto& a = profile.AudioEncoderConfiguration) {
-            QJsonObject audio { { "encoding", a->Encoding ? a->Encoding->value() : QString() } };
-            if (a->Bitrate)
-                audio.insert("bitrateKbps", a->Bitrate->value());
-            if (a->SampleRate)
-                audio.insert("sampleRateKHz", a->SampleRate->value());
-            o.insert("audio", audio);
-        }
-        o.insert("ptz", bool(profile.PTZConfiguration));
-        // A profile without a stream (a metadata-only one, say) is listed all the same. A
-        // camera listing thousands gets no thousands of questions.
-        if (array.size() >= kMaxStreamQuestions) {
-            o.insert("uriError", QStringLiteral("not asked: more than %1 profiles").arg(kMaxStreamQuestions));
-            array.append(o);
-            continue;
-        }
-        const QFuture<QString> uri = requests.rtspUrl(token, QUrl(mediaUrl).path());
-        if (await(uri, context.options.timeoutMs, QStringLiteral("the stream URI of %1").arg(token))
-            && !uri.isCanceled())
-            o.insert("uri", uri.result());
-        else
-            o.insert("uriError",
-                requests.lastFault().isNull() ? QStringLiteral("no stream URI")
-                                              : requests.lastFault().toString());
-        array.append(o);
-    }
-    if (context.options.json) {
-        printJson(QJsonObject { { "mediaService", mediaUrl }, { "profiles", array } });
-        return Ok;
-    }
-    for (const QJsonValue& value : qAsConst(array)) {
-        const QJsonObject o = value.toObject();
-        printLine(QStringLiteral("%1  \"%2\"%3")
-                      .arg(o.value("token").toString(), o.value("name").toString(),
-                          o.value("ptz").toBool() ? QStringLiteral("  (PTZ)") : QString()));
-        const QJsonObject video = o.value("video").toObject();
-        if (!video.isEmpty())
-            printLine(QStringLiteral("    video: %1 %2x%3, %4 fps, %5 kbps")
-                          .arg(video.value("encoding").toString())
-                          .arg(video.value("width").toInt())
-                          .arg(video.value("height").toInt())
-                          .arg(video.value("frameRate").toInt())
-                          .arg(video.value("bitrateKbps").toInt()));
-        const QJsonObject audio = o.value("audio").toObject();
-        if (!audio.isEmpty())
-            printLine(QStringLiteral("    audio: %1 %2 kbps, %3 kHz")
-                          .arg(audio.value("encoding").toString())
-                          .arg(audio.value("bitrateKbps").toInt())
-                          .arg(audio.value("sampleRateKHz").toInt()));
-        printLine(
-            QStringLiteral("    rtsp:  %1")
-                .arg(o.contains("uri") ? o.value("uri").toString()
-                                       : QStringLiteral("(none: %1)").arg(o.value("uriError").toString())));
-    }
-    if (array.isEmpty())
-        printLine(QStringLiteral("The device lists no profile."));
-    return Ok;
-}
-
-} // namespace
-
 int profiles(const Context& context)
 {
-    if (context.allProfiles)
-        return allProfiles(context);
-    Onvif::Requests requests(
-        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
-    configure(context.options, requests.networkManager());
-    QVector<Onvif::OnvifProfileInfo> list;
-    QString mediaUrl;
+    const auto camera = context.camera();
+    QVector<Onvif::CameraProfile> all;
     int exitCode = Ok;
-    if (!loadProfiles(context, requests, &list, &mediaUrl, &exitCode))
+    if (!context.loadProfiles(*camera, &all, &exitCode))
         return exitCode;
+    QVector<Onvif::CameraProfile> list = context.allProfiles ? all : videoProfiles(all);
     if (!pickProfile(context, QStringLiteral("profiles"), &list))
         return BadArguments;
     if (context.options.json) {
         QJsonArray array;
         for (const auto& p : list)
             array.append(toJson(p));
-        printJson(QJsonObject { { "mediaService", mediaUrl }, { "profiles", array } });
+        printJson(QJsonObject {
+            { "mediaService", camera->connection().services.media.toString() }, { "profiles", array } });
     } else if (list.isEmpty()) {
-        printLine(QStringLiteral("No profile with a video encoder."));
+        printLine(context.allProfiles ? QStringLiteral("The device lists no profile.")
+                                      : QStringLiteral("No profile with a video encoder."));
     } else {
         printProfiles(list);
     }
     return Ok;
 }
 
-namespace {
-
-// The camera's picture, byte for byte: the file name does not choose a format and nothing is
-// re-encoded. Bounded as every answer; the declared dimensions are read without decoding.
-int savePicture(const Context& context, const QString& token, const QString& uri, const QString& file)
+int snapshot(const Context& context, const QString& file)
 {
-    const QUrl url(uri);
-    const QString scheme = url.scheme().toLower();
-    if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
-        printError(
-            QStringLiteral("snapshot: refused %1: only http and https snapshot URIs are fetched").arg(uri));
+    const auto camera = context.camera();
+    QVector<Onvif::CameraProfile> all;
+    int exitCode = Ok;
+    if (!context.loadProfiles(*camera, &all, &exitCode))
+        return exitCode;
+    QVector<Onvif::CameraProfile> list = videoProfiles(all);
+    if (list.isEmpty()) {
+        printError(QStringLiteral("snapshot: the device has no video profile"));
         return DeviceFault;
     }
-    const Onvif::Limits limits = Onvif::Limits::defaults();
-    Onvif::NetworkAccessManager manager;
-    configure(context.options, &manager);
-    QNetworkRequest request(url);
-    request.setAttribute(Onvif::Limits::BodyLimitAttribute, limits.maxImageBytes);
-    QNetworkReply* reply = manager.get(request);
-    const std::unique_ptr<QNetworkReply> owned(reply);
-    if (!awaitCondition([reply] { return reply->isFinished(); }, context.options.timeoutMs,
-            QStringLiteral("the picture"))) {
-        printError(QStringLiteral("snapshot: no picture from %1 within %2 s")
-                       .arg(uri)
-                       .arg(context.options.timeoutMs / 1000.0));
-        return Unreachable;
-    }
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (reply->error() != QNetworkReply::NoError) {
-        printError(QStringLiteral("snapshot: could not download %1 (%2)").arg(uri, reply->errorString()));
-        if (status == 401 || status == 403)
-            return AuthFailed;
-        return status > 0 || reply->error() == QNetworkReply::ProtocolFailure ? DeviceFault : Unreachable;
-    }
-    const QByteArray bytes = reply->readAll();
+    if (!pickProfile(context, QStringLiteral("snapshot"), &list))
+        return BadArguments;
+    const QString token = list.first().token;
+
+    // The camera's picture, byte for byte: the file name does not choose a format and nothing
+    // is re-encoded. The session bounds its size; the declared dimensions are read without decoding.
+    const QFuture<Onvif::Snapshot> picture = camera->snapshot(token);
+    if (!context.wait(*camera, picture, QStringLiteral("the picture"), &exitCode))
+        return exitCode;
+    const QByteArray bytes = picture.result().bytes;
     QBuffer buffer;
     buffer.setData(bytes);
     buffer.open(QIODevice::ReadOnly);
     QImageReader reader(&buffer);
     const QSize size = reader.size();
     if (!size.isValid()) {
-        printError(QStringLiteral("snapshot: %1 is not an image").arg(uri));
+        printError(QStringLiteral("snapshot: the picture of %1 is not an image").arg(token));
         return DeviceFault;
     }
+    const Onvif::Limits limits = camera->networkManager()->limits();
     if (qint64(size.width()) * size.height() > limits.maxImagePixels) {
-        printError(
-            QStringLiteral("snapshot: refused %1: the picture declares %2 x %3 pixels (maxImagePixels)")
-                .arg(uri)
-                .arg(size.width())
-                .arg(size.height()));
+        printError(QStringLiteral("snapshot: refused: the picture declares %1 x %2 pixels (maxImagePixels)")
+                       .arg(size.width())
+                       .arg(size.height()));
         return DeviceFault;
     }
     const bool toStdout = file == QLatin1String("-");
@@ -429,7 +356,7 @@ int savePicture(const Context& context, const QString& token, const QString& uri
         printError(QStringLiteral("snapshot: cannot write %1").arg(file));
         return BadArguments;
     }
-    const QString type = reply->header(QNetworkRequest::ContentTypeHeader).toString();
+    const QString type = picture.result().contentType;
     const QString text = QStringLiteral("Saved %1x%2 snapshot of %3 to %4 (%5 bytes, %6)")
                              .arg(size.width())
                              .arg(size.height())
@@ -439,65 +366,12 @@ int savePicture(const Context& context, const QString& token, const QString& uri
     if (toStdout)
         QTextStream(stderr) << text << '\n';
     else if (context.options.json)
-        printJson(
-            QJsonObject { { "profile", token }, { "uri", uri }, { "file", file }, { "width", size.width() },
-                { "height", size.height() }, { "bytes", bytes.size() }, { "contentType", type } });
+        printJson(QJsonObject { { "profile", token }, { "uri", list.first().snapshotUri }, { "file", file },
+            { "width", size.width() }, { "height", size.height() }, { "bytes", bytes.size() },
+            { "contentType", type } });
     else
         printLine(text);
     return Ok;
-}
-
-} // namespace
-
-int snapshot(const Context& context, const QString& file)
-{
-    Onvif::Requests requests(
-        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
-    configure(context.options, requests.networkManager());
-    QVector<Onvif::OnvifProfileInfo> list;
-    QString mediaUrl;
-    int exitCode = Ok;
-    if (!loadProfiles(context, requests, &list, &mediaUrl, &exitCode))
-        return exitCode;
-    if (list.isEmpty()) {
-        printError(QStringLiteral("snapshot: the device has no video profile"));
-        return DeviceFault;
-    }
-    if (!pickProfile(context, QStringLiteral("snapshot"), &list))
-        return BadArguments;
-    const QString token = list.first().token;
-
-    Onvif::NetworkAccessManager previewManager;
-    configure(context.options, &previewManager);
-    Onvif::OnvifPreview preview(context.options.user, context.options.password, mediaUrl, &previewManager);
-    QString uri;
-    bool gotUri = false;
-    QObject::connect(&preview, &Onvif::OnvifPreview::snapshotUri, [&](const QString& value) {
-        uri = value;
-        gotUri = true;
-    });
-    // The preview reports failures only in the log, so a logged error ends the wait too.
-    const auto failed = [&] { return !context.log->lastError().isEmpty(); };
-    context.log->clear();
-    preview.getSnapshotUri(token);
-    if (!awaitCondition(
-            [&] { return gotUri || failed(); }, context.options.timeoutMs, QStringLiteral("the snapshot URI"))
-        || !gotUri) {
-        printError(
-            QStringLiteral("snapshot: no snapshot URI for %1%2")
-                .arg(token,
-                    failed() ? QStringLiteral(" (") + context.log->lastError().trimmed() + ')' : QString()));
-        return failed() ? DeviceFault : Unreachable;
-    }
-    const QString record = context.log->lastError();
-    const int unreadable = record.indexOf(QLatin1String("unreadable: "));
-    if (unreadable >= 0) {
-        printError(
-            QStringLiteral("snapshot: the camera sent an unreadable answer (%1)")
-                .arg(record.mid(unreadable + 12, record.lastIndexOf(QLatin1String(" (")) - unreadable - 12)));
-        return DeviceFault;
-    }
-    return savePicture(context, token, uri, file);
 }
 
 } // namespace Cli

@@ -4,6 +4,9 @@
 #include "cliSupport.h"
 
 #include <onvifTypes/onvifRequests.h>
+#include <onvifTypes/session/camera.h>
+
+#include <memory>
 
 #include <QStringList>
 
@@ -24,6 +27,25 @@ struct Context
         const Onvif::SoapFault& fault = Onvif::SoapFault()) const;
     // True (and a message) when the last answer to `requests` could not be read.
     bool unreadable(const QString& what, const Onvif::Requests& requests) const;
+
+    // A session for the device: clock offset, HTTP Digest, the address policy, --timeout per
+    // call, and the TLS and trace options.
+    std::unique_ptr<Onvif::Camera> camera() const;
+    // Waits for a session call; false (a message, and *exitCode) when it failed.
+    template <typename T>
+    bool wait(const Onvif::Camera& camera, const QFuture<T>& future, const QString& what, int* exitCode) const
+    {
+        // The session ends every call by itself; this bound only guards against a hang.
+        const bool finished = await(future, 4 * options.timeoutMs + 5000, what);
+        if (finished && !future.isCanceled())
+            return true;
+        *exitCode = sessionFailure(what, finished ? camera.lastResult() : Onvif::CameraResult());
+        return false;
+    }
+    // The message and exit code of a failed session call.
+    int sessionFailure(const QString& what, const Onvif::CameraResult& result) const;
+    // The session's profiles; false (and *exitCode) on failure.
+    bool loadProfiles(Onvif::Camera& camera, QVector<Onvif::CameraProfile>* profiles, int* exitCode) const;
 };
 
 int info(const Context& context);
@@ -33,6 +55,8 @@ int snapshot(const Context& context, const QString& file);
 int ptz(const Context& context, const QString& profile, const QStringList& args);
 // Subscribes to a pull point, prints events for the given time, then unsubscribes.
 int events(const Context& context, int seconds);
+// The device's clock against ours.
+int time(const Context& context);
 // The library's device information dialog, queried at once; returns when it is closed.
 int dialog(const Context& context);
 
@@ -42,14 +66,10 @@ int discover(const Options& options, int listenMs);
 // The whole tour against a simulated camera started on loopback.
 int demo(const Options& options, LibraryLog& log, const QString& outputDir);
 
-// Profiles with their stream URIs, largest first; false (and *exitCode) on failure.
-bool loadProfiles(const Context& context, Onvif::Requests& requests, QVector<Onvif::OnvifProfileInfo>* result,
-    QString* mediaUrl, int* exitCode);
-
 QJsonObject toJson(const Onvif::DeviceInfo& info);
-QJsonObject toJson(const Onvif::OnvifProfileInfo& profile);
+QJsonObject toJson(const Onvif::CameraProfile& profile);
 void printDeviceInfo(const Onvif::DeviceInfo& info);
-void printProfiles(const QVector<Onvif::OnvifProfileInfo>& profiles);
+void printProfiles(const QVector<Onvif::CameraProfile>& profiles);
 
 } // namespace Cli
 

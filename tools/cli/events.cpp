@@ -32,10 +32,10 @@ const int kLongPollMs = 5000;
 class EventCall
 {
 public:
-    EventCall(const Context& context, QNetworkAccessManager* manager)
+    EventCall(const Context& context, QNetworkAccessManager* manager, qint64 clockOffsetMs)
         : m_context(context)
         , m_manager(manager)
-        , m_security(context.options.user, context.options.password, 0LL)
+        , m_security(context.options.user, context.options.password, clockOffsetMs)
     { }
 
     // False (and *exitCode) when the call failed or went unanswered.
@@ -100,33 +100,23 @@ int events(const Context& context, int seconds)
     configure(context.options, &manager);
     int exitCode = Ok;
 
-    // The event service address comes from the device's capabilities.
-    Onvif::Requests requests(
-        context.options.user, context.options.password, context.url.toString(), context.options.verbose);
-    configure(context.options, requests.networkManager());
-    tds::GetCapabilities ask;
-    ask.Category.reset(
-        new QVector<tt::CapabilityCategory> { tt::CapabilityCategory(tt::CapabilityCategory::Events) });
-    OnvifSecurity security(context.options.user, context.options.password, 0LL);
-    const QFuture<QString> address
-        = Onvif::RequestHelper<tds::GetCapabilities, tds::GetCapabilitiesResponse, QString>(
-            ask, QStringLiteral("GetCapabilities"), context.url.toString(), security, &manager,
-            [](tds::GetCapabilitiesResponse& r, bool, AsyncFuture::Deferred<QString>& result) {
-                result.complete(r.Capabilities->Events ? r.Capabilities->Events->XAddr->value() : QString());
-            },
-            false);
-    context.log->clear();
-    const bool answered
-        = await(address, context.options.timeoutMs, QStringLiteral("the event service address"));
-    if (!answered || address.isCanceled())
-        return context.failure(QStringLiteral("events"), !answered, false);
-    const QString eventUrl = address.result();
+    // The session finds the event service (stated addresses placed by its policy) and the
+    // device's clock offset, which the event calls then apply.
+    const auto camera = context.camera();
+    const QFuture<Onvif::CameraConnection> opened = camera->open();
+    if (!context.wait(*camera, opened, QStringLiteral("the device"), &exitCode))
+        return exitCode;
+    if (!opened.result().ok())
+        return context.sessionFailure(QStringLiteral("events"), opened.result());
+    const QString eventUrl = opened.result().services.events.isEmpty()
+        ? QString()
+        : camera->placedUrl(opened.result().services.events).toString();
     if (eventUrl.isEmpty()) {
         printError(QStringLiteral("events: the device names no event service"));
         return DeviceFault;
     }
 
-    EventCall call(context, &manager);
+    EventCall call(context, &manager, camera->clockOffsetMs());
     tev::CreatePullPointSubscription create;
     create.InitialTerminationTime.reset(
         new universalSimpleType<QString>(QStringLiteral("PT%1S").arg(qMax(60, seconds + 30))));
@@ -135,7 +125,8 @@ int events(const Context& context, int seconds)
     if (!call.run(createHeader, create, eventUrl, QStringLiteral("CreatePullPointSubscription"), created,
             &exitCode))
         return exitCode;
-    const QString pullPoint = created.SubscriptionReference->Address->value();
+    const QString pullPoint
+        = camera->placedUrl(QUrl(created.SubscriptionReference->Address->value())).toString();
     if (!context.options.json)
         printLine(QStringLiteral("Subscribed at %1; events for %2 s:").arg(pullPoint).arg(seconds));
 

@@ -33,6 +33,7 @@ const char* const kUsage = R"(Commands:
                                 (on the first PTZ profile; --profile names one for ptz, snapshot
                                 and profiles)
   events URL [SECONDS]          subscribe, print the events pulled for a while (default 10 s)
+  time URL                      the device's clock against ours (the offset every request corrects)
   dialog URL                    the device information dialog, filled at once (needs a display)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
 
@@ -129,7 +130,7 @@ int run()
     parser.addOptions(
         { user, password, passwordFile, json, csv, timeout, verbose, profile, all, cacert, insecure });
     parser.addPositionalArgument(
-        "command", "discover, info, profiles, snapshot, ptz, events, dialog or demo.");
+        "command", "discover, info, profiles, snapshot, ptz, events, time, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
 
     // A negative number (ptz move -0.5 0) is an argument, not an option: hidden from the
@@ -233,7 +234,7 @@ int run()
     }
 
     const QMap<QString, int> maxArgs { { "info", 2 }, { "profiles", 2 }, { "snapshot", 3 }, { "events", 3 },
-        { "ptz", 7 }, { "dialog", 2 } };
+        { "ptz", 7 }, { "dialog", 2 }, { "time", 2 } };
     if (!maxArgs.contains(command)) {
         Cli::printError(QStringLiteral("unknown command '%1'; see --help").arg(command));
         return Cli::BadArguments;
@@ -263,6 +264,8 @@ int run()
     }
     if (command == QLatin1String("info"))
         return Cli::info(context);
+    if (command == QLatin1String("time"))
+        return Cli::time(context);
     if (command == QLatin1String("profiles"))
         return Cli::profiles(context);
     if (command == QLatin1String("dialog")) {
