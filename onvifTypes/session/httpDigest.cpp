@@ -110,8 +110,8 @@ void HttpAuthorizer::setChallenge(const HttpChallenge& challenge)
     m_challenge = challenge;
 }
 
-QByteArray HttpAuthorizer::authorization(
-    const QByteArray& method, const QByteArray& uri, const QString& user, const QString& password)
+QByteArray HttpAuthorizer::authorization(const QByteArray& method, const QByteArray& uri, const QString& user,
+    const QString& password, QByteArray cnonce)
 {
     const QByteArray u = user.toUtf8();
     const QByteArray pw = password.toUtf8();
@@ -120,7 +120,8 @@ QByteArray HttpAuthorizer::authorization(
     const QByteArray algorithmName = m_challenge.algorithm.toUpper();
     const bool sha256 = algorithmName.startsWith("SHA-256");
     const auto algorithm = sha256 ? QCryptographicHash::Sha256 : QCryptographicHash::Md5;
-    const QByteArray cnonce = QByteArray::number(QRandomGenerator::system()->generate64(), 16);
+    if (cnonce.isEmpty())
+        cnonce = QByteArray::number(QRandomGenerator::system()->generate64(), 16);
     QByteArray ha1 = hex(algorithm, u + ':' + m_challenge.realm + ':' + pw);
     if (algorithmName.endsWith("-SESS"))
         ha1 = hex(algorithm, ha1 + ':' + m_challenge.nonce + ':' + cnonce);

@@ -26,9 +26,10 @@ public:
     void setChallenge(const HttpChallenge& challenge);
     bool isSet() const { return m_challenge.scheme != HttpChallenge::None; }
     HttpChallenge::Scheme scheme() const { return m_challenge.scheme; }
-    // The Authorization value for one request (path with query, as sent).
-    QByteArray authorization(
-        const QByteArray& method, const QByteArray& uri, const QString& user, const QString& password);
+    // The Authorization value for one request (path with query, as sent); cnonce is drawn from
+    // the strong source when not given.
+    QByteArray authorization(const QByteArray& method, const QByteArray& uri, const QString& user,
+        const QString& password, QByteArray cnonce = QByteArray());
 
 private:
     HttpChallenge m_challenge;
