@@ -1,5 +1,7 @@
 #include "onvifTypes/dialog/onvifInfoDlg.h"
 
+#include "onvifTypes/dialog/infoDlgExtras_p.h"
+
 #include "ui_onvifInfoDlg.h"
 
 #include "onvifTypes/onvifDeviceInfo.h"
@@ -23,7 +25,16 @@ OnvifLog::Logger& infoDlgLogger()
 
 QTreeWidgetItem* addInfoRow(QTreeWidgetItem* parent, const QString& label, const QString& value = QString())
 {
-    return new QTreeWidgetItem(parent, QStringList { label, value });
+    auto* item = new QTreeWidgetItem(parent, QStringList { label, value });
+    // A long value (an RTSP URI) is cut in its column; the tooltip shows it whole.
+    if (!value.isEmpty())
+        item->setToolTip(1, value);
+    return item;
+}
+
+Onvif::Internal::InfoDlgExtras* extrasOf(const QObject* dialog)
+{
+    return dialog->findChild<Onvif::Internal::InfoDlgExtras*>(QString(), Qt::FindDirectChildrenOnly);
 }
 
 } // namespace
@@ -59,6 +70,15 @@ OnvifInfoDlg::OnvifInfoDlg(
         else
             ui->treeInfo->collapseAll();
     });
+    auto* extras = new Onvif::Internal::InfoDlgExtras(
+        this, ui->treeInfo, ui->lbImage, ui->btnConnect, ui->verticalLayout_2);
+    connect(deviceInfo, &OnvifDeviceInfo::receiveDevInfo, extras,
+        [extras] { extras->finished(true, 0, QString()); });
+    connect(deviceInfo, &OnvifDeviceInfo::error, extras,
+        [extras](unsigned int code, const QString& text) { extras->finished(false, code, text); });
+    connect(rtsp, &OnvifRTSP::receiveRTSPList, extras, [extras] { extras->finished(true, 0, QString()); });
+    connect(rtsp, &OnvifRTSP::error, extras,
+        [extras](unsigned int code, const QString& text) { extras->finished(false, code, text); });
     connect(deviceInfo, &OnvifDeviceInfo::receiveDevInfo, this, [this](const Onvif::DeviceInfo& received) {
         // Only the identity comes from the camera; the address stays the host's.
         this->info.manufacturer = received.manufacturer;
@@ -73,14 +93,12 @@ OnvifInfoDlg::OnvifInfoDlg(
         updateOnvifInfo();
     });
     connect(preview, &Onvif::OnvifPreview::snapshotUri, this, [this](const QString& uri) {
-        ui->lbSnapshotUri->setText(QStringLiteral("Snapshot uri: ") + uri);
+        ui->lbSnapshotUri->setText(tr("Snapshot uri: ") + uri);
         preview->downloadImage(uri);
     });
-    connect(preview, &Onvif::OnvifPreview::image, this, [this](const QImage& picture) {
-        if (picture.isNull())
-            return;
-        ui->lbImage->setPixmap(QPixmap::fromImage(
-            picture.scaled(ui->lbImage->size(), Qt::KeepAspectRatio, Qt::FastTransformation)));
+    connect(preview, &Onvif::OnvifPreview::image, this, [extras](const QImage& picture) {
+        if (!picture.isNull())
+            extras->showPicture(picture);
     });
 }
 
@@ -100,6 +118,7 @@ void OnvifInfoDlg::runUpdateOnvifInfo()
     const QString password = ui->edtPass->text();
     const QString login = ui->edtLogin->text();
     const QString url = ui->edtUrl->text();
+    extrasOf(this)->started(2, login, password, url);
     deviceInfo->getDeviceInfo(QUrl(url), login, password);
     // getRTSPList takes (login, password, url): passed by meaning, since in any other
     // order the stream list would be asked of the wrong address and never arrive.
@@ -111,41 +130,41 @@ void OnvifInfoDlg::updateOnvifInfo()
     QTreeWidget* tree = ui->treeInfo;
     tree->clear();
 
-    auto* general = new QTreeWidgetItem(tree, QStringList { QStringLiteral("General") });
-    addInfoRow(general, QStringLiteral("IP"), info.ip);
-    addInfoRow(general, QStringLiteral("Onvif port"), info.port);
-    addInfoRow(general, QStringLiteral("Onvif url"), info.path);
-    addInfoRow(general, QStringLiteral("Manufacturer"), info.manufacturer);
-    addInfoRow(general, QStringLiteral("Model"), info.model);
-    addInfoRow(general, QStringLiteral("Serial number"), info.serialNumber);
-    addInfoRow(general, QStringLiteral("Hardware id"), info.hardwareId);
-    addInfoRow(general, QStringLiteral("Firmware version"), info.firmwareVersion);
+    auto* general = new QTreeWidgetItem(tree, QStringList { tr("General") });
+    addInfoRow(general, tr("IP"), info.ip);
+    addInfoRow(general, tr("Onvif port"), info.port);
+    addInfoRow(general, tr("Onvif url"), info.path);
+    addInfoRow(general, tr("Manufacturer"), info.manufacturer);
+    addInfoRow(general, tr("Model"), info.model);
+    addInfoRow(general, tr("Serial number"), info.serialNumber);
+    addInfoRow(general, tr("Hardware id"), info.hardwareId);
+    addInfoRow(general, tr("Firmware version"), info.firmwareVersion);
 
-    auto* profileRoot = new QTreeWidgetItem(tree, QStringList { QStringLiteral("Profiles") });
+    auto* profileRoot = new QTreeWidgetItem(tree, QStringList { tr("Profiles") });
     const Onvif::OnvifProfileInfo* best = nullptr;
     qint32 bestArea = 0;
     for (const Onvif::OnvifProfileInfo& p : qAsConst(profiles)) {
         QTreeWidgetItem* profileItem = addInfoRow(profileRoot, p.token);
 
-        QTreeWidgetItem* video = addInfoRow(profileItem, QStringLiteral("Video"));
-        addInfoRow(video, QStringLiteral("Encoder token"), p.encoderToken);
-        addInfoRow(video, QStringLiteral("Encoding"), p.encoding);
-        addInfoRow(video, QStringLiteral("Width"), QString::number(p.width));
-        addInfoRow(video, QStringLiteral("Height"), QString::number(p.height));
-        addInfoRow(video, QStringLiteral("Video quality"), QString::number(p.quality, 'g', 6));
-        addInfoRow(video, QStringLiteral("Video frame rate"), QString::number(p.frameRate));
+        QTreeWidgetItem* video = addInfoRow(profileItem, tr("Video"));
+        addInfoRow(video, tr("Encoder token"), p.encoderToken);
+        addInfoRow(video, tr("Encoding"), p.encoding);
+        addInfoRow(video, tr("Width"), QString::number(p.width));
+        addInfoRow(video, tr("Height"), QString::number(p.height));
+        addInfoRow(video, tr("Video quality"), QString::number(p.quality, 'g', 6));
+        addInfoRow(video, tr("Video frame rate"), QString::number(p.frameRate));
         if (p.hasH264) {
-            addInfoRow(video, QStringLiteral("H.264 profile"), p.h264Profile);
-            addInfoRow(video, QStringLiteral("H.264 gov length"), QString::number(p.govLength));
+            addInfoRow(video, tr("H.264 profile"), p.h264Profile);
+            addInfoRow(video, tr("H.264 gov length"), QString::number(p.govLength));
         }
-        addInfoRow(video, QStringLiteral("RTSP"), p.uri);
+        addInfoRow(video, tr("RTSP"), p.uri);
 
         if (p.hasAudio) {
-            QTreeWidgetItem* audio = addInfoRow(profileItem, QStringLiteral("Audio"));
-            addInfoRow(audio, QStringLiteral("Encoder token"), p.audioToken);
-            addInfoRow(audio, QStringLiteral("Encoding"), p.audioEncoding);
-            addInfoRow(audio, QStringLiteral("Bitrate"), QString::number(p.audioBitrate));
-            addInfoRow(audio, QStringLiteral("Sample rate"), QString::number(p.audioSampleRate));
+            QTreeWidgetItem* audio = addInfoRow(profileItem, tr("Audio"));
+            addInfoRow(audio, tr("Encoder token"), p.audioToken);
+            addInfoRow(audio, tr("Encoding"), p.audioEncoding);
+            addInfoRow(audio, tr("Bitrate"), QString::number(p.audioBitrate));
+            addInfoRow(audio, tr("Sample rate"), QString::number(p.audioSampleRate));
         }
 
         // Strictly larger only: the first of equal profiles wins, and zero areas never do.
@@ -177,4 +196,14 @@ void OnvifInfoDlg::makeChildsEditable(QTreeWidgetItem* item)
         else
             makeChildsEditable(child);
     }
+}
+
+void OnvifInfoDlg::setStatusShown(bool shown)
+{
+    extrasOf(this)->setStatusShown(shown);
+}
+
+bool OnvifInfoDlg::isStatusShown() const
+{
+    return extrasOf(this)->statusShown();
 }

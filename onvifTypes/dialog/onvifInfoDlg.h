@@ -21,7 +21,8 @@ class OnvifPreview;
 // One camera's identity and media profiles in an editable two-column tree, with the
 // snapshot of its largest profile. Nothing is sent until the user presses the button;
 // every answer then rebuilds the tree from scratch. Failures show no text of their
-// own: the tree keeps what it had.
+// own unless setStatusShown(true): the tree keeps what it had. Values carry their full text as a
+// tooltip and copy with Ctrl+C or the context menu; the picture keeps its proportions.
 class ONVIFTYPES_EXPORT OnvifInfoDlg : public QDialog
 {
     Q_OBJECT
@@ -44,6 +45,12 @@ public slots:
 public:
     // Makes the leaves below item editable, so that values can be selected and copied.
     void makeChildsEditable(QTreeWidgetItem* item);
+
+    // A status line above the picture: "querying" while a query is under way (the button is
+    // disabled meanwhile) and why the last one failed. Off by default, where the dialog shows no
+    // texts of its own and a failed query only leaves the tree as it was.
+    void setStatusShown(bool shown);
+    bool isStatusShown() const;
 
 private:
     Ui_OnvifInfoDlg* ui;

@@ -7,11 +7,15 @@
 
 #include <onvifTypes/dialog/onvifInfoDlg.h>
 
+#include <QAction>
 #include <QBoxLayout>
 #include <QCheckBox>
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QTranslator>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -147,6 +151,7 @@ private slots:
     void expandCheckbox();
     void snapshotOfFirstLargest_data();
     void snapshotOfFirstLargest();
+    void statusCopyPictureAndTranslation();
 
 private:
     std::unique_ptr<Camera> m_camera;
@@ -312,13 +317,66 @@ void TestInfoDlg::snapshotOfFirstLargest()
     QCOMPARE(d.snapshotUri->text(), "Snapshot uri: " + camera->baseUrl() + "/snapshot/" + first + ".jpg");
     QCOMPARE(camera->requestsFor(QStringLiteral("Snapshot")).last().path, "/snapshot/" + first + ".jpg");
 
-    // Scaled into the label, aspect ratio kept (the simulator's pictures are 16:9 here).
-    const QSize shown = d.image->pixmap(Qt::ReturnByValue).size();
-    const QSize room = d.image->size();
-    QVERIFY2(shown.width() <= room.width() && shown.height() <= room.height(),
-        qPrintable(QString("%1x%2").arg(shown.width()).arg(shown.height())));
-    QVERIFY(shown.width() == room.width() || shown.height() == room.height());
-    QVERIFY(qAbs(shown.width() * 9 - shown.height() * 16) <= 16);
+    // The label stretches its pixmap to its size: the pixmap has that size, and the picture in it
+    // keeps its proportions (16:9 here), filling the width with bands above and below.
+    const QImage shown = d.image->pixmap(Qt::ReturnByValue).toImage();
+    QCOMPARE(shown.size(), d.image->size());
+    int top = -1, bottom = -1;
+    for (int y = 0; y < shown.height(); ++y) {
+        if (qAlpha(shown.pixel(shown.width() / 2, y)) > 0) {
+            top = top < 0 ? y : top;
+            bottom = y;
+        }
+    }
+    QVERIFY2(top > 0 && qAbs(shown.width() * 9 - (bottom - top + 1) * 16) <= 32,
+        qPrintable(QString("%1 to %2 of %3x%4").arg(top).arg(bottom).arg(shown.width()).arg(shown.height())));
+}
+
+void TestInfoDlg::statusCopyPictureAndTranslation()
+{
+    Dialog d(*m_camera, QStringLiteral("wrong"));
+    d.dlg.setStatusShown(true);
+    auto* status = d.dlg.findChild<QLabel*>("lbStatus");
+    QVERIFY(status);
+    QTest::mouseClick(d.button, Qt::LeftButton);
+    QVERIFY(!d.button->isEnabled());
+    QVERIFY2(status->text().contains(QLatin1String("Querying")), qPrintable(status->text()));
+    QTRY_VERIFY_WITH_TIMEOUT(d.button->isEnabled(), 10000);
+    QTRY_VERIFY2_WITH_TIMEOUT(status->text().contains(QLatin1String("refused the user name or password")),
+        qPrintable(status->text()), 10000);
+
+    d.dlg.findChild<QLineEdit*>("edtPass")->setText(QStringLiteral("admin"));
+    QVERIFY(d.pressAndFill(3));
+    QTRY_VERIFY_WITH_TIMEOUT(d.button->isEnabled(), 10000);
+    QVERIFY(status->isHidden());
+
+    // The value users come for is cut in its column: whole in the tooltip, and copied whole.
+    QTreeWidgetItem* rtsp
+        = d.tree->findItems(QStringLiteral("RTSP"), Qt::MatchExactly | Qt::MatchRecursive).first();
+    QCOMPARE(rtsp->toolTip(1), QStringLiteral("rtsp://127.0.0.1:554/prof_main"));
+    d.tree->setCurrentItem(rtsp);
+    d.tree->actions().first()->trigger();
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("rtsp://127.0.0.1:554/prof_main"));
+
+    // Resized, the picture is laid out again from the original.
+    QTRY_VERIFY_WITH_TIMEOUT(!d.image->pixmap(Qt::ReturnByValue).isNull(), 10000);
+    d.image->setFixedSize(200, 500);
+    QTRY_COMPARE(d.image->pixmap(Qt::ReturnByValue).size(), QSize(200, 500));
+
+    // Every text of the tree goes through the translator, with the English as the source.
+    struct German : QTranslator
+    {
+        QString translate(const char* context, const char* source, const char*, int) const override
+        {
+            return qstrcmp(context, "OnvifInfoDlg") == 0 && qstrcmp(source, "Serial number") == 0
+                ? QStringLiteral("Seriennummer")
+                : QString();
+        }
+    } german;
+    QCoreApplication::installTranslator(&german);
+    d.dlg.updateOnvifInfo();
+    QCoreApplication::removeTranslator(&german);
+    QCOMPARE(d.tree->topLevelItem(0)->child(5)->text(0), QStringLiteral("Seriennummer"));
 }
 
 QTEST_MAIN(TestInfoDlg)

@@ -53,6 +53,7 @@ int dialog(const Context& context)
     info.port = QString::number(context.url.port(context.url.scheme() == QLatin1String("https") ? 443 : 80));
     info.path = context.url.path();
     OnvifInfoDlg dlg(context.options.user, context.options.password, info);
+    dlg.setStatusShown(true); // a person at the screen should see it working, and why it failed
     dlg.setDeviceUrl(context.url);
     dlg.show();
     // Whoever opens it from the command line wants the answer: ask at once.
