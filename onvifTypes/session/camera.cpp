@@ -150,6 +150,8 @@ struct Camera::Private
     struct Call
     {
         Service service;
+        QUrl address; // instead of the service's, when given
+        std::shared_ptr<Serializable> extraHeader;
         std::shared_ptr<Serializable> body;
         QString operation;
         int timeoutMs = 0;
@@ -181,7 +183,8 @@ struct Camera::Private
     Challenge challenged(QNetworkReply* reply, int* retries);
     void authorize(QNetworkRequest& request, const QByteArray& method);
     QFuture<QString> post(Service service, const std::shared_ptr<Serializable>& body,
-        const QString& operation, int timeoutMs, bool anonymous);
+        const QString& operation, int timeoutMs, bool anonymous, const QUrl& address = QUrl(),
+        const std::shared_ptr<Serializable>& extraHeader = nullptr);
     QFuture<QDateTime> measureClock();
     QUrl serviceUrl(Service service) const;
     QUrl place(const QUrl& stated) const;
@@ -235,17 +238,21 @@ NetworkAccessManager* Camera::networkManager() const
     return d->manager;
 }
 
-QFuture<QString> Camera::send(
-    Service service, const std::shared_ptr<Serializable>& body, const QString& operation, int timeoutMs)
+QFuture<QString> Camera::send(Service service, const QUrl& address,
+    const std::shared_ptr<Serializable>& header, const std::shared_ptr<Serializable>& body,
+    const QString& operation, int timeoutMs)
 {
-    return d->post(service, body, operation, timeoutMs, false);
+    return d->post(service, body, operation, timeoutMs, false, address, header);
 }
 
 QFuture<QString> Camera::Private::post(Service service, const std::shared_ptr<Serializable>& body,
-    const QString& operation, int timeoutMs, bool anonymous)
+    const QString& operation, int timeoutMs, bool anonymous, const QUrl& address,
+    const std::shared_ptr<Serializable>& extraHeader)
 {
     auto call = std::make_shared<Call>();
     call->service = service;
+    call->address = address;
+    call->extraHeader = extraHeader;
     call->body = body;
     call->operation = operation;
     call->timeoutMs = timeoutMs > 0 ? timeoutMs : options.controlTimeoutMs;
@@ -265,15 +272,18 @@ void Camera::Private::attempt(const std::shared_ptr<Call>& call)
                 .arg(options.maxFailedLogins));
         return;
     }
-    const QUrl url = serviceUrl(call->service);
+    const QUrl url = call->address.isEmpty() ? serviceUrl(call->service) : place(call->address);
     if (url.isEmpty()) {
         fail(call, CameraError::NotSupported,
             QStringLiteral("the device offers no service for %1").arg(call->operation));
         return;
     }
-    EmptyOnvifType none;
+    SerializableContainer header;
     SessionSecurity security(user, password, offsetMs);
-    Serializable& header = call->anonymous || user.isEmpty() ? static_cast<Serializable&>(none) : security;
+    if (!call->anonymous && !user.isEmpty())
+        header.append(security);
+    if (call->extraHeader)
+        header.append(*call->extraHeader);
     const OnvifRequest envelope(header, *call->body);
     QNetworkRequest request(url);
     Internal::setUserAgent(request);

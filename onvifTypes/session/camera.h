@@ -151,7 +151,18 @@ public:
     // named operation + "Response" is read into Resp.
     enum class Service { Device, Media, Media2, Ptz, Events, Imaging };
     template <typename Req, typename Resp>
-    QFuture<Resp> call(Service service, const Req& request, const QString& operation, int timeoutMs = 0);
+    QFuture<Resp> call(Service service, const Req& request, const QString& operation, int timeoutMs = 0)
+    {
+        return call<Req, Resp>(service, QUrl(), nullptr, request, operation, timeoutMs);
+    }
+    // To an address the device named (a subscription's, placed by the address policy), with a
+    // header block beside the security one (WS-Addressing, say).
+    template <typename Req, typename Resp>
+    QFuture<Resp> call(const QUrl& address, const std::shared_ptr<Serializable>& header, const Req& request,
+        const QString& operation, int timeoutMs = 0)
+    {
+        return call<Req, Resp>(Service::Device, address, header, request, operation, timeoutMs);
+    }
 
     // An address the device stated (a subscription's, say), as the address policy places it.
     QUrl placedUrl(const QUrl& stated) const;
@@ -165,8 +176,11 @@ public:
 
 private:
     // The reply text of one operation, or a cancelled future (lastResult() says why).
-    QFuture<QString> send(
-        Service service, const std::shared_ptr<Serializable>& body, const QString& operation, int timeoutMs);
+    template <typename Req, typename Resp>
+    QFuture<Resp> call(Service service, const QUrl& address, const std::shared_ptr<Serializable>& header,
+        const Req& request, const QString& operation, int timeoutMs);
+    QFuture<QString> send(Service service, const QUrl& address, const std::shared_ptr<Serializable>& header,
+        const std::shared_ptr<Serializable>& body, const QString& operation, int timeoutMs);
     // Fills response from the element operation + "Response"; false (and lastResult()) when the
     // answer has none.
     bool readInto(const QString& text, const QString& operation, Serializable& response);
@@ -175,10 +189,12 @@ private:
 };
 
 template <typename Req, typename Resp>
-QFuture<Resp> Camera::call(Service service, const Req& request, const QString& operation, int timeoutMs)
+QFuture<Resp> Camera::call(Service service, const QUrl& address, const std::shared_ptr<Serializable>& header,
+    const Req& request, const QString& operation, int timeoutMs)
 {
     AsyncFuture::Deferred<Resp> result;
-    const QFuture<QString> text = send(service, std::make_shared<Req>(request), operation, timeoutMs);
+    const QFuture<QString> text
+        = send(service, address, header, std::make_shared<Req>(request), operation, timeoutMs);
     QPointer<Camera> self(this);
     AsyncFuture::observe(text).subscribe(
         [self, result, operation](const QString& reply) mutable {

@@ -23,3 +23,11 @@ grep -q 'password refused' <<<"$err"
 out=$("$bin/onvif-example-ptz" "$url" admin secret 2>/dev/null)
 echo "$out"
 grep -q '^panning right' <<<"$out"
+
+# Events for a few seconds from a pull point, then the subscription cancelled.
+out=$("$bin/onvif-example-events" "$url" admin secret 3 2>/dev/null)
+echo "$out"
+grep -q '^event ' <<<"$out"
+grep -q '^unsubscribed' <<<"$out"
+if err=$("$bin/onvif-example-events" "$url" admin wrong 1 2>&1 >/dev/null); then exit 1; fi
+grep -q 'refused the user name or password' <<<"$err"
