@@ -134,7 +134,8 @@ bool await(const QFuture<void>& future, int timeoutMs, const QString& what)
 {
     if (future.isFinished())
         return true;
-    Progress progress(what);
+    // Expected waits (long polls) pass no description and show no progress.
+    std::unique_ptr<Progress> progress(what.isEmpty() ? nullptr : new Progress(what));
     QEventLoop loop;
     QFutureWatcher<void> watcher;
     QObject::connect(&watcher, &QFutureWatcher<void>::finished, &loop, &QEventLoop::quit);

@@ -28,49 +28,6 @@ namespace {
 // How long a pull may wait on the device for events.
 const int kLongPollMs = 5000;
 
-// One event request: security and WS-Addressing blocks in one header.
-class EventCall
-{
-public:
-    EventCall(const Context& context, QNetworkAccessManager* manager, qint64 clockOffsetMs)
-        : m_context(context)
-        , m_manager(manager)
-        , m_security(context.options.user, context.options.password, clockOffsetMs)
-    { }
-
-    // False (and *exitCode) when the call failed or went unanswered.
-    bool run(Serializable& addressing, Serializable& body, const QString& url, const QString& operation,
-        Serializable& response, int* exitCode, bool longPoll = false)
-    {
-        SerializableContainer header;
-        header.append(m_security);
-        header.append(addressing);
-        QNetworkReply* reply = Onvif::Internal::postSoap(header, body, url, m_manager, false);
-        m_context.log->clear();
-        const int timeout = m_context.options.timeoutMs + (longPoll ? kLongPollMs : 0);
-        const bool answered = awaitCondition(
-            [reply] { return reply->isFinished(); }, timeout, longPoll ? QString() : operation);
-        if (!answered) {
-            reply->abort(); // finishes the reply; the manager releases it
-            reply->deleteLater();
-            *exitCode = m_context.failure(operation, true, false);
-            return false;
-        }
-        const Onvif::Internal::ReplyOutcome outcome
-            = Onvif::Internal::readReply(reply, operation, response, false);
-        if (outcome.failed) {
-            *exitCode = m_context.failure(operation, false, outcome.authFault, outcome.fault);
-            return false;
-        }
-        return true;
-    }
-
-private:
-    const Context& m_context;
-    QNetworkAccessManager* m_manager;
-    OnvifSecurity m_security;
-};
-
 QString itemsText(const QSharedPointer<tt::ItemList>& items)
 {
     QStringList parts;
@@ -96,39 +53,36 @@ QJsonObject itemsJson(const QSharedPointer<tt::ItemList>& items)
 
 int events(const Context& context, int seconds)
 {
-    Onvif::NetworkAccessManager manager;
-    configure(context.options, &manager);
     int exitCode = Ok;
-
-    // The session finds the event service (stated addresses placed by its policy) and the
-    // device's clock offset, which the event calls then apply.
+    // Through the session: the event service as its address policy places it, the device's
+    // clock offset and HTTP Digest apply to the event calls too.
     const auto camera = context.camera();
     const QFuture<Onvif::CameraConnection> opened = camera->open();
     if (!context.wait(*camera, opened, QStringLiteral("the device"), &exitCode))
         return exitCode;
     if (!opened.result().ok())
         return context.sessionFailure(QStringLiteral("events"), opened.result());
-    const QString eventUrl = opened.result().services.events.isEmpty()
-        ? QString()
-        : camera->placedUrl(opened.result().services.events).toString();
+    const QString eventUrl = opened.result().services.events.toString();
     if (eventUrl.isEmpty()) {
         printError(QStringLiteral("events: the device names no event service"));
         return DeviceFault;
     }
 
-    EventCall call(context, &manager, camera->clockOffsetMs());
     tev::CreatePullPointSubscription create;
     create.InitialTerminationTime.reset(
         new universalSimpleType<QString>(QStringLiteral("PT%1S").arg(qMax(60, seconds + 30))));
-    tev::CreatePullPointSubscriptionResponse created;
-    tev::CreatePullPointSubscriptionHeader createHeader(eventUrl);
-    if (!call.run(createHeader, create, eventUrl, QStringLiteral("CreatePullPointSubscription"), created,
-            &exitCode))
+    const auto created
+        = camera->call<tev::CreatePullPointSubscription, tev::CreatePullPointSubscriptionResponse>(
+            QUrl(eventUrl), std::make_shared<tev::CreatePullPointSubscriptionHeader>(eventUrl), create,
+            QStringLiteral("CreatePullPointSubscription"));
+    if (!context.wait(*camera, created, QStringLiteral("events: subscribing"), &exitCode))
         return exitCode;
-    const QString pullPoint
-        = camera->placedUrl(QUrl(created.SubscriptionReference->Address->value())).toString();
+    // Stated as the device knows itself; the session places it for the calls.
+    const QString pullPoint = created.result().SubscriptionReference->Address->value();
     if (!context.options.json)
-        printLine(QStringLiteral("Subscribed at %1; events for %2 s:").arg(pullPoint).arg(seconds));
+        printLine(QStringLiteral("Subscribed at %1; events for %2 s:")
+                      .arg(camera->placedUrl(QUrl(pullPoint)).toString())
+                      .arg(seconds));
 
     QJsonArray collected;
     QElapsedTimer elapsed;
@@ -138,13 +92,14 @@ int events(const Context& context, int seconds)
         const int waitSeconds = int(qBound(1LL, seconds - elapsed.elapsed() / 1000, kLongPollMs / 1000LL));
         pull.Timeout->setValue(QStringLiteral("PT%1S").arg(waitSeconds));
         pull.MessageLimit->setValue(10);
-        tev::PullMessagesResponse pulled;
-        tev::PullMessagesHeader pullHeader(pullPoint);
-        if (!call.run(pullHeader, pull, pullPoint, QStringLiteral("PullMessages"), pulled, &exitCode, true))
+        const auto pulled = camera->call<tev::PullMessages, tev::PullMessagesResponse>(QUrl(pullPoint),
+            std::make_shared<tev::PullMessagesHeader>(pullPoint), pull, QStringLiteral("PullMessages"),
+            context.options.timeoutMs + waitSeconds * 1000);
+        if (!context.wait(*camera, pulled, QString(), &exitCode))
             return exitCode;
-        if (!pulled.Message)
+        if (!pulled.result().Message)
             continue;
-        for (const tt::Message& message : *pulled.Message) {
+        for (const tt::Message& message : *pulled.result().Message) {
             const QString time = message.UtcTime ? message.UtcTime->value() : QString();
             const QString operation
                 = message.PropertyOperation ? message.PropertyOperation->value() : QString();
@@ -160,11 +115,11 @@ int events(const Context& context, int seconds)
         }
     }
 
-    wsnt::Unsubscribe cancel;
-    wsnt::UnsubscribeResponse cancelled;
-    wsnt::UnsubscribeHeader cancelHeader(pullPoint);
+    const auto cancelled = camera->call<wsnt::Unsubscribe, wsnt::UnsubscribeResponse>(QUrl(pullPoint),
+        std::make_shared<wsnt::UnsubscribeHeader>(pullPoint), wsnt::Unsubscribe(),
+        QStringLiteral("Unsubscribe"));
     const bool unsubscribed
-        = call.run(cancelHeader, cancel, pullPoint, QStringLiteral("Unsubscribe"), cancelled, &exitCode);
+        = await(cancelled, 4 * context.options.timeoutMs, QString()) && !cancelled.isCanceled();
     if (context.options.json)
         printJson(QJsonObject {
             { "subscription", pullPoint }, { "events", collected }, { "unsubscribed", unsubscribed } });
