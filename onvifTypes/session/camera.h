@@ -164,6 +164,14 @@ public:
         return call<Req, Resp>(Service::Device, address, header, request, operation, timeoutMs);
     }
 
+    // The answer's text (a SOAP envelope that is no fault), for readers of their own.
+    template <typename Req>
+    QFuture<QString> callText(const QUrl& address, const std::shared_ptr<Serializable>& header,
+        const Req& request, const QString& operation, int timeoutMs = 0)
+    {
+        return send(Service::Device, address, header, std::make_shared<Req>(request), operation, timeoutMs);
+    }
+
     // An address the device stated (a subscription's, say), as the address policy places it.
     QUrl placedUrl(const QUrl& stated) const;
 

@@ -4,6 +4,7 @@
 
 #include <QRegularExpression>
 
+#include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -87,6 +88,44 @@ QString LibraryLog::lastError() const
 {
     std::lock_guard<std::mutex> lock(m_sink->mutex);
     return m_sink->lastError;
+}
+
+namespace {
+int g_interruptPipe[2] = { -1, -1 };
+}
+
+// Through a pipe: the only thing a signal handler may safely do.
+Interruption::Interruption()
+{
+    if (pipe2(g_interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
+    m_notifier = std::make_unique<QSocketNotifier>(g_interruptPipe[0], QSocketNotifier::Read);
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] {
+        char byte;
+        while (read(g_interruptPipe[0], &byte, 1) > 0) { }
+        m_happened = true;
+    });
+    struct sigaction action
+    {
+    };
+    action.sa_handler = [](int) {
+        const char byte = 1;
+        (void)!write(g_interruptPipe[1], &byte, 1);
+    };
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, &m_oldInt);
+    sigaction(SIGTERM, &action, &m_oldTerm);
+}
+
+Interruption::~Interruption()
+{
+    if (!m_notifier)
+        return;
+    sigaction(SIGINT, &m_oldInt, nullptr);
+    sigaction(SIGTERM, &m_oldTerm, nullptr);
+    m_notifier.reset();
+    close(g_interruptPipe[0]);
+    close(g_interruptPipe[1]);
 }
 
 Progress::Progress(const QString& what)
@@ -196,6 +235,8 @@ Onvif::NetworkAccessManager* configure(const Options& options, Onvif::NetworkAcc
 void printLine(const QString& text)
 {
     QTextStream(stdout) << text << '\n';
+    // Line by line also into a pipe: a script reading events sees each as it comes.
+    fflush(stdout);
 }
 
 QString askPassword(const QString& user)
@@ -241,6 +282,11 @@ QString lastError()
 bool jsonPrinted()
 {
     return g_jsonPrinted;
+}
+
+void markJsonPrinted()
+{
+    g_jsonPrinted = true;
 }
 
 } // namespace Cli

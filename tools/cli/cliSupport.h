@@ -5,10 +5,14 @@
 #include <QFuture>
 #include <QFutureWatcher>
 #include <QJsonObject>
+#include <QSocketNotifier>
 #include <QSslConfiguration>
 #include <QString>
 #include <QTimer>
 #include <QUrl>
+
+#include <csignal>
+#include <memory>
 
 #include <boost/shared_ptr.hpp>
 
@@ -60,6 +64,28 @@ private:
     boost::shared_ptr<void> m_frontend;
 };
 
+// SIGINT and SIGTERM, while one lives, are noted instead of ending the process, so that a
+// command can leave the camera tidy (a move stopped, a subscription cancelled).
+class Interruption
+{
+public:
+    Interruption();
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+    bool happened() const { return m_happened; }
+
+private:
+    std::unique_ptr<QSocketNotifier> m_notifier;
+    struct sigaction m_oldInt
+    {
+    };
+    struct sigaction m_oldTerm
+    {
+    };
+    bool m_happened = false;
+};
+
 // "Waiting for ..." on stderr while a slow device keeps us waiting.
 class Progress
 {
@@ -102,6 +128,8 @@ void printJson(const QJsonObject& object);
 // The last text printError printed, and whether any JSON went to stdout.
 QString lastError();
 bool jsonPrinted();
+// For output written as JSON lines rather than through printJson.
+void markJsonPrinted();
 
 } // namespace Cli
 

@@ -20,6 +20,7 @@ struct Context
     QUrl url;
     QString profile; // --profile: the one media profile a command works on; empty: its own choice
     bool allProfiles = false; // profiles --all: every profile, in the device's order
+    QString topic; // events --topic: a concrete-set topic expression
 
     // Turns a failed or unanswered call into a message and an exit code; a fault the
     // device sent is printed as "device fault ter:Code (Receiver): reason".

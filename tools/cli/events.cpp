@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include <onvifTypes/events/pullPointSubscription.h>
+
 #include <onvifTypes/onvifNetworkAccessManager.h>
 #include <onvifTypes/onvifSecurity.h>
 #include <onvifTypes/onvifrequest.h>
@@ -18,6 +20,7 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
@@ -28,24 +31,19 @@ namespace {
 // How long a pull may wait on the device for events.
 const int kLongPollMs = 5000;
 
-QString itemsText(const QSharedPointer<tt::ItemList>& items)
+QString itemsText(const Onvif::Event::Items& items)
 {
     QStringList parts;
-    if (items && items->SimpleItem) {
-        for (const RawXml& item : *items->SimpleItem)
-            parts << item.attribute(QStringLiteral("Name")) + QLatin1Char('=')
-                    + item.attribute(QStringLiteral("Value"));
-    }
+    for (const auto& item : items)
+        parts << item.first + QLatin1Char('=') + item.second;
     return parts.join(QLatin1Char(' '));
 }
 
-QJsonObject itemsJson(const QSharedPointer<tt::ItemList>& items)
+QJsonObject itemsJson(const Onvif::Event::Items& items)
 {
     QJsonObject o;
-    if (items && items->SimpleItem) {
-        for (const RawXml& item : *items->SimpleItem)
-            o.insert(item.attribute(QStringLiteral("Name")), item.attribute(QStringLiteral("Value")));
-    }
+    for (const auto& item : items)
+        o.insert(item.first, item.second);
     return o;
 }
 
@@ -62,71 +60,71 @@ int events(const Context& context, int seconds)
         return exitCode;
     if (!opened.result().ok())
         return context.sessionFailure(QStringLiteral("events"), opened.result());
-    const QString eventUrl = opened.result().services.events.toString();
-    if (eventUrl.isEmpty()) {
+    if (opened.result().services.events.isEmpty()) {
         printError(QStringLiteral("events: the device names no event service"));
         return DeviceFault;
     }
 
-    tev::CreatePullPointSubscription create;
-    create.InitialTerminationTime.reset(
-        new universalSimpleType<QString>(QStringLiteral("PT%1S").arg(qMax(60, seconds + 30))));
-    const auto created
-        = camera->call<tev::CreatePullPointSubscription, tev::CreatePullPointSubscriptionResponse>(
-            QUrl(eventUrl), std::make_shared<tev::CreatePullPointSubscriptionHeader>(eventUrl), create,
-            QStringLiteral("CreatePullPointSubscription"));
-    if (!context.wait(*camera, created, QStringLiteral("events: subscribing"), &exitCode))
-        return exitCode;
-    // Stated as the device knows itself; the session places it for the calls.
-    const QString pullPoint = created.result().SubscriptionReference->Address->value();
-    if (!context.options.json)
-        printLine(QStringLiteral("Subscribed at %1; events for %2 s:")
-                      .arg(camera->placedUrl(QUrl(pullPoint)).toString())
-                      .arg(seconds));
-
-    QJsonArray collected;
-    QElapsedTimer elapsed;
-    elapsed.start();
-    while (elapsed.elapsed() < seconds * 1000LL) {
-        tev::PullMessages pull;
-        const int waitSeconds = int(qBound(1LL, seconds - elapsed.elapsed() / 1000, kLongPollMs / 1000LL));
-        pull.Timeout->setValue(QStringLiteral("PT%1S").arg(waitSeconds));
-        pull.MessageLimit->setValue(10);
-        const auto pulled = camera->call<tev::PullMessages, tev::PullMessagesResponse>(QUrl(pullPoint),
-            std::make_shared<tev::PullMessagesHeader>(pullPoint), pull, QStringLiteral("PullMessages"),
-            context.options.timeoutMs + waitSeconds * 1000);
-        if (!context.wait(*camera, pulled, QString(), &exitCode))
-            return exitCode;
-        if (!pulled.result().Message)
-            continue;
-        for (const tt::Message& message : *pulled.result().Message) {
-            const QString time = message.UtcTime ? message.UtcTime->value() : QString();
-            const QString operation
-                = message.PropertyOperation ? message.PropertyOperation->value() : QString();
-            if (context.options.json) {
-                collected.append(QJsonObject { { "utcTime", time }, { "operation", operation },
-                    { "source", itemsJson(message.Source) }, { "key", itemsJson(message.Key) },
-                    { "data", itemsJson(message.Data) } });
-            } else {
-                printLine(QStringLiteral("  %1 %2  source: %3  key: %4  data: %5")
-                              .arg(time, operation, itemsText(message.Source), itemsText(message.Key),
-                                  itemsText(message.Data)));
-            }
+    Onvif::PullPointSubscription::Options options;
+    options.pullTimeoutSeconds = qBound(1, seconds, kLongPollMs / 1000);
+    options.terminationSeconds = qMax(60, 3 * options.pullTimeoutSeconds);
+    options.topicFilter = context.topic;
+    Onvif::PullPointSubscription subscription(camera.get(), options);
+    // One line per event as it comes (a JSON object per line with --json), renewed and made
+    // again as the camera needs, until the time is up or Ctrl-C.
+    QObject::connect(
+        &subscription, &Onvif::PullPointSubscription::subscribed, [&](const QUrl& pullPoint, bool again) {
+            if (!context.options.json)
+                printLine(QStringLiteral("%1 at %2; events for %3 s:")
+                              .arg(again ? QStringLiteral("Subscribed again") : QStringLiteral("Subscribed"),
+                                  pullPoint.toString())
+                              .arg(seconds));
+        });
+    QObject::connect(&subscription, &Onvif::PullPointSubscription::lost, [](const QString& why) {
+        QTextStream(stderr) << "onvif-cli: events: subscription lost (" << why << "); subscribing again\n";
+    });
+    QString failure;
+    QObject::connect(
+        &subscription, &Onvif::PullPointSubscription::failed, [&](const QString& why) { failure = why; });
+    QObject::connect(&subscription, &Onvif::PullPointSubscription::event, [&](const Onvif::Event& e) {
+        if (context.options.json) {
+            QTextStream(stdout) << QJsonDocument(
+                QJsonObject { { "topic", e.topic }, { "topicNamespace", e.topicNamespace },
+                    { "topicPath", e.topicPath }, { "utcTime", e.utcTime.toString(Qt::ISODateWithMs) },
+                    { "operation", e.operation }, { "source", itemsJson(e.source) },
+                    { "key", itemsJson(e.key) }, { "data", itemsJson(e.data) } })
+                                       .toJson(QJsonDocument::Compact)
+                                << '\n'
+                                << Qt::flush;
+            fflush(stdout);
+            markJsonPrinted();
+        } else {
+            printLine(QStringLiteral("  %1 %2 %3  source: %4  key: %5  data: %6")
+                          .arg(e.utcTime.toString(Qt::ISODateWithMs),
+                              e.topic.isEmpty() ? QStringLiteral("-") : e.topic, e.operation,
+                              itemsText(e.source), itemsText(e.key), itemsText(e.data)));
         }
-    }
+    });
 
-    const auto cancelled = camera->call<wsnt::Unsubscribe, wsnt::UnsubscribeResponse>(QUrl(pullPoint),
-        std::make_shared<wsnt::UnsubscribeHeader>(pullPoint), wsnt::Unsubscribe(),
-        QStringLiteral("Unsubscribe"));
-    const bool unsubscribed
-        = await(cancelled, 4 * context.options.timeoutMs, QString()) && !cancelled.isCanceled();
-    if (context.options.json)
-        printJson(QJsonObject {
-            { "subscription", pullPoint }, { "events", collected }, { "unsubscribed", unsubscribed } });
-    else
+    const Interruption interruption;
+    subscription.start();
+    awaitCondition([&] { return interruption.happened() || !failure.isEmpty(); }, seconds * 1000, QString());
+    if (!failure.isEmpty()) {
+        printError(QStringLiteral("events: %1").arg(failure));
+        return context.sessionFailure(QStringLiteral("events"), camera->lastResult());
+    }
+    bool stopped = false;
+    bool unsubscribed = false;
+    QObject::connect(&subscription, &Onvif::PullPointSubscription::stopped, [&](bool done) {
+        stopped = true;
+        unsubscribed = done;
+    });
+    subscription.stop();
+    awaitCondition([&] { return stopped; }, 4 * context.options.timeoutMs, QString());
+    if (!context.options.json)
         printLine(unsubscribed ? QStringLiteral("Unsubscribed.")
                                : QStringLiteral("The subscription ends by itself."));
-    return Ok;
+    return interruption.happened() ? 130 : Ok;
 }
 
 } // namespace Cli

@@ -32,7 +32,9 @@ const char* const kUsage = R"(Commands:
                                 goto PRESET | set-preset NAME [TOKEN] | remove-preset PRESET
                                 (on the first PTZ profile; --profile names one for ptz, snapshot
                                 and profiles)
-  events URL [SECONDS]          subscribe, print the events pulled for a while (default 10 s)
+  events URL [SECONDS]          subscribe and print each event as it comes, with its topic, for a while
+                                (default 10 s; Ctrl-C ends it early and unsubscribes); --topic filters;
+                                with --json one object per line
   time URL                      the device's clock against ours (the offset every request corrects)
   dialog URL                    the device information dialog, filled at once (needs a display)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
@@ -126,9 +128,12 @@ int run()
         "Trust only the certificates (PEM) in this file for https cameras, e.g. a camera's own.", "file");
     const QCommandLineOption insecure("insecure",
         "Do not verify an https camera's certificate (self-signed ones); the link is still encrypted.");
+    const QCommandLineOption topic("topic",
+        "events: only these topics, as the camera's filter understands them (e.g. tns1:RuleEngine//.).",
+        "expression");
     const QCommandLineOption csv("csv", "discover: comma-separated values with a header line.");
     parser.addOptions(
-        { user, password, passwordFile, json, csv, timeout, verbose, profile, all, cacert, insecure });
+        { user, password, passwordFile, json, csv, timeout, verbose, profile, all, cacert, insecure, topic });
     parser.addPositionalArgument(
         "command", "discover, info, profiles, snapshot, ptz, events, time, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
@@ -248,6 +253,11 @@ int run()
     context.log = &log;
     context.profile = parser.value(profile);
     context.allProfiles = parser.isSet(all);
+    context.topic = parser.value(topic);
+    if (parser.isSet(topic) && command != QLatin1String("events")) {
+        Cli::printError(QStringLiteral("--topic applies to events only"));
+        return Cli::BadArguments;
+    }
     if (context.allProfiles && (command != QLatin1String("profiles") || parser.isSet(profile))) {
         Cli::printError(QStringLiteral("--all applies to profiles only, without --profile"));
         return Cli::BadArguments;

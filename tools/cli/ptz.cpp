@@ -12,13 +12,9 @@
 #include <onvifTypes/schema/tptz/SetPresetResponse.h>
 
 #include <QJsonArray>
-#include <QSocketNotifier>
 
 #include <cmath>
-#include <csignal>
-#include <fcntl.h>
 #include <memory>
-#include <unistd.h>
 
 namespace Cli {
 
@@ -30,59 +26,6 @@ bool toFloat(const QString& text, float* value)
     *value = text.toFloat(&ok);
     return ok && std::isfinite(*value) && *value >= -1.0f && *value <= 1.0f;
 }
-
-// SIGINT and SIGTERM, while one lives, are noted (through a pipe, the only thing a signal
-// handler may safely do) instead of ending the process.
-class Interruption
-{
-public:
-    Interruption()
-    {
-        if (pipe2(s_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
-            return;
-        m_notifier = std::make_unique<QSocketNotifier>(s_pipe[0], QSocketNotifier::Read);
-        QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] {
-            char byte;
-            while (read(s_pipe[0], &byte, 1) > 0) { }
-            m_happened = true;
-        });
-        struct sigaction action
-        {
-        };
-        action.sa_handler = [](int) {
-            const char byte = 1;
-            (void)!write(s_pipe[1], &byte, 1);
-        };
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, &m_oldInt);
-        sigaction(SIGTERM, &action, &m_oldTerm);
-    }
-    ~Interruption()
-    {
-        if (!m_notifier)
-            return;
-        sigaction(SIGINT, &m_oldInt, nullptr);
-        sigaction(SIGTERM, &m_oldTerm, nullptr);
-        m_notifier.reset();
-        close(s_pipe[0]);
-        close(s_pipe[1]);
-    }
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
-
-    bool happened() const { return m_happened; }
-
-private:
-    static inline int s_pipe[2] = { -1, -1 };
-    std::unique_ptr<QSocketNotifier> m_notifier;
-    struct sigaction m_oldInt
-    {
-    };
-    struct sigaction m_oldTerm
-    {
-    };
-    bool m_happened = false;
-};
 
 // The token of a preset named by its token or by its name. A text that is neither goes to
 // the camera as it is, which then answers for it. newest: the last preset of that name.
