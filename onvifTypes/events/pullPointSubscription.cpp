@@ -234,6 +234,11 @@ void PullPointSubscription::Private::lose(const QString& why)
     if (!camera)
         return giveUp(why);
     const CameraError error = camera->lastResult().error;
+    // A pull point the camera still holds (a refused renewal) would take a slot until it ends.
+    if (!pullPoint.isEmpty())
+        camera->call<wsnt::Unsubscribe, wsnt::UnsubscribeResponse>(pullPoint,
+            std::make_shared<wsnt::UnsubscribeHeader>(pullPoint.toString()), wsnt::Unsubscribe(),
+            QStringLiteral("Unsubscribe"));
     pullPoint.clear();
     remainingMs = -1;
     // Subscribing again with refused credentials is what locks accounts.

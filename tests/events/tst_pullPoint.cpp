@@ -3,7 +3,12 @@
 #include "futureWait.h"
 #include "simCamera.h"
 
+#include <onvifTypes/events/notificationListener.h>
 #include <onvifTypes/events/pullPointSubscription.h>
+#include <onvifTypes/events/pushSubscription.h>
+#include <onvifTypes/onvifNetworkAccessManager.h>
+
+#include <QNetworkReply>
 #include <onvifTypes/session/camera.h>
 
 #include <QElapsedTimer>
@@ -28,6 +33,9 @@ private slots:
     void keepsFlowing();
     void givesUpWithinTheBound();
     void stopUnsubscribesUnlessKept();
+    void pushedEventsKeepFlowing_data();
+    void pushedEventsKeepFlowing();
+    void listenerTakesOnlyItsOwn();
 };
 
 void TestPullPoint::readsRealAnswers()
@@ -150,6 +158,93 @@ void TestPullPoint::stopUnsubscribesUnlessKept()
         QVERIFY(!stopped.isEmpty() || stopped.wait(10000));
         QCOMPARE(sim->subscriptionCount(), keep ? before + 1 : before);
     }
+}
+
+void TestPullPoint::pushedEventsKeepFlowing_data()
+{
+    QTest::addColumn<QString>("quirk");
+    QTest::newRow("plain") << QString();
+    QTest::newRow("early expiry") << QStringLiteral("subscription-early-expiry");
+    QTest::newRow("renew refused") << QStringLiteral("renew-refused");
+}
+
+// Pushed to a listener on loopback: a camera that forgets the subscription goes quiet, and a
+// renewal after a second of silence finds it out; a refused renewal means subscribing again.
+void TestPullPoint::pushedEventsKeepFlowing()
+{
+    QFETCH(QString, quirk);
+    CameraSim::CameraConfig config = CameraSim::CameraConfig::defaultCamera();
+    if (!quirk.isEmpty())
+        QVERIFY(config.applyQuirk(quirk));
+    config.eventIntervalMs = 100;
+    const auto sim = startCamera(config);
+    Onvif::Camera camera(QUrl(sim->deviceUrl()), config.user, config.password);
+    Onvif::NotificationListener listener;
+    QVERIFY2(listener.listen(QHostAddress::LocalHost), qPrintable(listener.errorString()));
+    Onvif::PushSubscription::Options options;
+    // Renewed after a second and a half when it asks for three seconds; the forgetful camera is
+    // found out by the silence instead.
+    options.terminationSeconds = quirk == QLatin1String("renew-refused") ? 3 : 60;
+    options.silenceCheckMs = 1000;
+    Onvif::PushSubscription events(&camera, &listener, options);
+    QVector<qint64> arrivals;
+    QElapsedTimer clock;
+    clock.start();
+    connect(&events, &Onvif::PushSubscription::event, this, [&](const Onvif::Event& e) {
+        QVERIFY(!e.topic.isEmpty());
+        arrivals.append(clock.elapsed());
+    });
+    QSignalSpy lost(&events, &Onvif::PushSubscription::lost);
+    QSignalSpy failed(&events, &Onvif::PushSubscription::failed);
+    QSignalSpy stopped(&events, &Onvif::PushSubscription::stopped);
+    events.start();
+    QTRY_VERIFY_WITH_TIMEOUT(arrivals.size() >= 50 || !failed.isEmpty(), 30000);
+    QVERIFY2(failed.isEmpty(), failed.isEmpty() ? "" : qPrintable(failed.first().first().toString()));
+    qint64 gap = arrivals.first();
+    for (int i = 1; i < arrivals.size(); ++i)
+        gap = qMax(gap, arrivals[i] - arrivals[i - 1]);
+    QVERIFY2(gap < options.silenceCheckMs + options.initialBackoffMs + 1500,
+        qPrintable(QStringLiteral("gap %1 ms").arg(gap)));
+    QCOMPARE(lost.isEmpty(), quirk.isEmpty());
+    events.stop();
+    QVERIFY(!stopped.isEmpty() || stopped.wait(10000));
+    QTRY_COMPARE(sim->subscriptionCount(), 0); // a subscription given up on is cancelled too
+}
+
+void TestPullPoint::listenerTakesOnlyItsOwn()
+{
+    Onvif::NotificationListener listener;
+    listener.setMaxMessageBytes(64 * 1024);
+    QVERIFY(listener.listen(QHostAddress::LocalHost));
+    listener.addKey(QStringLiteral("mine"));
+    QSignalSpy notified(&listener, &Onvif::NotificationListener::notified);
+    Onvif::NetworkAccessManager manager;
+    const auto post = [&](const QString& key, const QByteArray& body) {
+        QNetworkRequest request(listener.consumerUrl(key, QUrl(QStringLiteral("http://127.0.0.1/"))));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/soap+xml"));
+        QNetworkReply* reply = manager.post(request, body);
+        QSignalSpy done(reply, &QNetworkReply::finished);
+        if (!reply->isFinished())
+            done.wait(10000);
+        reply->deleteLater();
+        return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    };
+    const QByteArray notify
+        = "<e:Envelope xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\"><e:Body>"
+          "<wsnt:Notify xmlns:wsnt=\"http://docs.oasis-open.org/wsn/b-2\"><wsnt:NotificationMessage>"
+          "<wsnt:Topic xmlns:tns1=\"http://www.onvif.org/ver10/topics\">tns1:Device/Trigger/Relay"
+          "</wsnt:Topic></wsnt:NotificationMessage></wsnt:Notify></e:Body></e:Envelope>";
+    QCOMPARE(listener.consumerUrl(QStringLiteral("mine"), QUrl(QStringLiteral("http://127.0.0.1/"))).host(),
+        QStringLiteral("127.0.0.1"));
+    QCOMPARE(post(QStringLiteral("mine"), notify), 200);
+    QTRY_COMPARE(notified.size(), 1);
+    QCOMPARE(notified.first().at(1).value<QVector<Onvif::Event>>().first().topicPath,
+        QStringLiteral("Device/Trigger/Relay"));
+    // Another path, or a message past the bound, is refused and reported to no one.
+    QCOMPARE(post(QStringLiteral("other"), notify), 404);
+    QCOMPARE(post(QStringLiteral("mine"), QByteArray(70 * 1024, 'x')), 413);
+    QTest::qWait(100);
+    QCOMPARE(notified.size(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestPullPoint)
