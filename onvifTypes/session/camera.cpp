@@ -335,8 +335,14 @@ void Camera::Private::finished(const std::shared_ptr<Call>& call, QNetworkReply*
             if (!call->clockRetried) {
                 call->clockRetried = true;
                 const QFuture<QDateTime> clock = measureClock();
-                AsyncFuture::observe(clock).subscribe([this, call] { attempt(call); },
-                    [this, call, fault] {
+                AsyncFuture::observe(clock).subscribe(
+                    [self = QPointer<Camera>(q), this, call] {
+                        if (self)
+                            attempt(call);
+                    },
+                    [self = QPointer<Camera>(q), this, call, fault] {
+                        if (!self)
+                            return;
                         fail(call, CameraError::CredentialsRefused,
                             QStringLiteral("%1: refused: %2").arg(call->operation, fault.toString()), fault);
                     });
@@ -437,7 +443,9 @@ QFuture<QDateTime> Camera::Private::measureClock()
     const QFuture<QString> reply = post(Service::Device, std::make_shared<tds::GetSystemDateAndTime>(),
         QStringLiteral("GetSystemDateAndTime"), 0, true);
     AsyncFuture::observe(reply).subscribe(
-        [this, result, sent, sentAt](const QString& body) mutable {
+        [self = QPointer<Camera>(q), this, result, sent, sentAt](const QString& body) mutable {
+            if (!self)
+                return; // the deferred, dropped, cancels
             tds::GetSystemDateAndTimeResponse response;
             q->readInto(body, QStringLiteral("GetSystemDateAndTime"), response);
             const QDateTime device = deviceUtc(response);
@@ -566,10 +574,12 @@ QFuture<CameraConnection> Camera::open()
     };
 
     // Step 3, then the address policy.
-    const std::function<void()> identify = [this, finish, failWithLast]() mutable {
+    const std::function<void()> identify = [self, this, finish, failWithLast]() mutable {
         AsyncFuture::observe(deviceInformation())
             .subscribe(
-                [this, finish](const DeviceInfo& device) mutable {
+                [self, this, finish](const DeviceInfo& device) mutable {
+                    if (!self)
+                        return;
                     d->connection.device = device;
                     QString message;
                     if (qAbs(d->offsetMs) >= kFarOffMs)
@@ -616,21 +626,28 @@ QFuture<CameraConnection> Camera::open()
                     probe->connectToHost(stated.host(),
                         quint16(stated.port(stated.scheme() == QLatin1String("https") ? 443 : 80)));
                 },
-                [failWithLast]() { failWithLast(QStringLiteral("GetDeviceInformation failed")); });
+                [self, failWithLast]() {
+                    if (self)
+                        failWithLast(QStringLiteral("GetDeviceInformation failed"));
+                });
     };
 
     // Step 2: service addresses, from GetServices or else GetCapabilities.
-    const std::function<void()> discoverServices = [this, identify, failWithLast]() mutable {
+    const std::function<void()> discoverServices = [self, this, identify, failWithLast]() mutable {
         tds::GetServices ask;
         ask.IncludeCapability.reset(new universalSimpleType<bool>(false));
         AsyncFuture::observe(call<tds::GetServices, tds::GetServicesResponse>(
                                  Service::Device, ask, QStringLiteral("GetServices")))
             .subscribe(
-                [this, identify](const tds::GetServicesResponse& response) mutable {
+                [self, this, identify](const tds::GetServicesResponse& response) mutable {
+                    if (!self)
+                        return;
                     d->readServices(response);
                     identify();
                 },
-                [this, identify, failWithLast]() {
+                [self, this, identify, failWithLast]() {
+                    if (!self)
+                        return;
                     const CameraError why = d->last.error;
                     if (why == CameraError::CredentialsRefused || why == CameraError::LockoutRisk
                         || why == CameraError::Unreachable || why == CameraError::ClockFarOff) {
@@ -644,12 +661,17 @@ QFuture<CameraConnection> Camera::open()
                     AsyncFuture::observe(call<tds::GetCapabilities, tds::GetCapabilitiesResponse>(
                                              Service::Device, ask, QStringLiteral("GetCapabilities")))
                         .subscribe(
-                            [this, identify](const tds::GetCapabilitiesResponse& response) mutable {
+                            [self, this, identify](const tds::GetCapabilitiesResponse& response) mutable {
+                                if (!self)
+                                    return;
                                 d->readCapabilities(response);
                                 d->connection.servicesFromCapabilities = true;
                                 identify();
                             },
-                            [failWithLast]() { failWithLast(QStringLiteral("GetCapabilities failed")); });
+                            [self, failWithLast]() {
+                                if (self)
+                                    failWithLast(QStringLiteral("GetCapabilities failed"));
+                            });
                 });
     };
 
@@ -657,8 +679,14 @@ QFuture<CameraConnection> Camera::open()
     // no time, is used with our own clock.
     d->last = CameraResult();
     AsyncFuture::observe(d->measureClock())
-        .subscribe([discoverServices]() mutable { discoverServices(); },
-            [this, discoverServices, failWithLast]() {
+        .subscribe(
+            [self, discoverServices]() mutable {
+                if (self)
+                    discoverServices();
+            },
+            [self, this, discoverServices, failWithLast]() {
+                if (!self)
+                    return;
                 if (d->last.error == CameraError::Unreachable || d->last.error == CameraError::NotOnvif
                     || d->last.error == CameraError::Unreadable) {
                     if (d->last.error == CameraError::Unreadable)
@@ -669,7 +697,6 @@ QFuture<CameraConnection> Camera::open()
                 d->last = CameraResult();
                 discoverServices();
             });
-    Q_UNUSED(self);
     return result.future();
 }
 
@@ -700,7 +727,9 @@ QFuture<QVector<CameraProfile>> Camera::profiles()
     const QFuture<trt::GetProfilesResponse> list = call<trt::GetProfiles, trt::GetProfilesResponse>(
         Service::Media, trt::GetProfiles(), QStringLiteral("GetProfiles"));
     AsyncFuture::observe(list).subscribe(
-        [this, result](const trt::GetProfilesResponse& response) mutable {
+        [self = QPointer<Camera>(this), this, result](const trt::GetProfilesResponse& response) mutable {
+            if (!self)
+                return;
             auto profiles = QSharedPointer<QVector<CameraProfile>>::create();
             if (response.Profiles) {
                 for (const tt::Profile& p : *response.Profiles) {
@@ -731,10 +760,14 @@ QFuture<QVector<CameraProfile>> Camera::profiles()
             // Both URIs of every profile, asked at once; a profile without one keeps it empty.
             const int asked = qMin(profiles->size(), kMaxProfilesAsked);
             auto pending = QSharedPointer<int>::create(2 * asked);
-            const std::function<void()> oneDone = [result, profiles, pending]() mutable {
-                if (--*pending == 0)
-                    result.complete(*profiles);
-            };
+            const std::function<void()> oneDone
+                = [self = QPointer<Camera>(this), result, profiles, pending]() mutable {
+                      // A camera deleted meanwhile gives no half-filled list.
+                      if (!self)
+                          result.cancel();
+                      else if (--*pending == 0)
+                          result.complete(*profiles);
+                  };
             if (asked == 0)
                 result.complete(*profiles);
             for (int i = 0; i < asked; ++i) {
@@ -745,8 +778,9 @@ QFuture<QVector<CameraProfile>> Camera::profiles()
                 AsyncFuture::observe(call<trt::GetStreamUri, trt::GetStreamUriResponse>(
                                          Service::Media, stream, QStringLiteral("GetStreamUri")))
                     .subscribe(
-                        [this, profiles, i, oneDone](const trt::GetStreamUriResponse& r) mutable {
-                            if (r.MediaUri && r.MediaUri->Uri)
+                        [self = QPointer<Camera>(this), this, profiles, i, oneDone](
+                            const trt::GetStreamUriResponse& r) mutable {
+                            if (self && r.MediaUri && r.MediaUri->Uri)
                                 (*profiles)[i].streamUri
                                     = d->place(QUrl(r.MediaUri->Uri->value().trimmed())).toString();
                             oneDone();
@@ -757,8 +791,9 @@ QFuture<QVector<CameraProfile>> Camera::profiles()
                 AsyncFuture::observe(call<trt::GetSnapshotUri, trt::GetSnapshotUriResponse>(
                                          Service::Media, snapshot, QStringLiteral("GetSnapshotUri")))
                     .subscribe(
-                        [this, profiles, i, oneDone](const trt::GetSnapshotUriResponse& r) mutable {
-                            if (r.MediaUri && r.MediaUri->Uri)
+                        [self = QPointer<Camera>(this), this, profiles, i, oneDone](
+                            const trt::GetSnapshotUriResponse& r) mutable {
+                            if (self && r.MediaUri && r.MediaUri->Uri)
                                 (*profiles)[i].snapshotUri
                                     = d->place(QUrl(r.MediaUri->Uri->value().trimmed())).toString();
                             oneDone();
@@ -834,7 +869,9 @@ QFuture<Snapshot> Camera::snapshot(const QString& profileToken)
     AsyncFuture::observe(call<trt::GetSnapshotUri, trt::GetSnapshotUriResponse>(
                              Service::Media, ask, QStringLiteral("GetSnapshotUri")))
         .subscribe(
-            [this, result](const trt::GetSnapshotUriResponse& r) mutable {
+            [self = QPointer<Camera>(this), this, result](const trt::GetSnapshotUriResponse& r) mutable {
+                if (!self)
+                    return; // the deferred, dropped, cancels
                 const QUrl uri = d->place(
                     QUrl(r.MediaUri && r.MediaUri->Uri ? r.MediaUri->Uri->value().trimmed() : QString()));
                 // Only the web: a camera must not make us read a local file or anything else.

@@ -71,6 +71,7 @@ private slots:
     void refusedLoginsAreBounded_data();
     void refusedLoginsAreBounded();
     void unreachableOrNotOnvif();
+    void destroyedMidway();
     void clockFromRealReplies();
 };
 
@@ -187,6 +188,34 @@ void TestCamera::refusedLoginsAreBounded()
     // The bound is the device's, not the object's: a second session starts where the first stopped.
     Onvif::Camera again(QUrl(sim->deviceUrl()), config.user, config.password, options);
     QCOMPARE(resultOf(again.open()).error, CameraError::LockoutRisk);
+}
+
+// A host deletes a camera whenever it likes: calls in flight end cancelled, and the answers and
+// callbacks still queued find nothing to touch (the sanitizer pass would see it otherwise).
+void TestCamera::destroyedMidway()
+{
+    const auto sim = startCamera();
+    const QUrl url(sim->deviceUrl());
+    for (const char* pending : { "GetServices", "GetStreamUri", "GetSnapshotUri" }) {
+        const int before = sim->requestsFor(QLatin1String(pending)).size();
+        CameraSim::FaultSpec slow;
+        slow.delayMs = 1000; // still in flight when the camera goes
+        sim->setFault(QLatin1String(pending), slow);
+        auto* camera = new Onvif::Camera(url, QStringLiteral("admin"), QStringLiteral("admin"));
+        QFuture<void> call;
+        if (qstrcmp(pending, "GetServices") == 0)
+            call = camera->open();
+        else if (qstrcmp(pending, "GetStreamUri") == 0)
+            call = camera->profiles();
+        else
+            call = camera->snapshot(QStringLiteral("prof_main"));
+        QTRY_VERIFY(sim->requestsFor(QLatin1String(pending)).size() > before);
+        delete camera;
+        QVERIFY(waitForFuture(call));
+        QVERIFY2(call.isCanceled(), pending);
+        QTest::qWait(100);
+        sim->clearFaults();
+    }
 }
 
 void TestCamera::unreachableOrNotOnvif()
