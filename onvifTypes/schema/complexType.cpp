@@ -93,13 +93,24 @@ void writeMembers(const ClassInfo& info, const Addresses& addresses, bool attrib
     }
 }
 
+// The envelope declares the prefixes of the first services; a message of a later one
+// (Media2, Imaging) declares its own on its root element, so it reads the same anywhere.
+QLatin1String ownDeclaration(const char* name)
+{
+    if (std::strncmp(name, "tr2:", 4) == 0)
+        return QLatin1String("xmlns:tr2=\"http://www.onvif.org/ver20/media/wsdl\" ");
+    if (std::strncmp(name, "timg:", 5) == 0)
+        return QLatin1String("xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\" ");
+    return QLatin1String();
+}
+
 // A derived class passes its base's (content, attribute text); they come before its own.
 template <typename Tag>
 void writeElement(const ClassInfo& info, const Serializable* object, const Tag& tagName, QString& out,
-    const QPair<QString, QString>* base)
+    const QPair<QString, QString>* base, QLatin1String declaration = QLatin1String())
 {
     if (tagName.isEmpty()) {
-        writeElement(info, object, QLatin1String(info.ownName), out, base);
+        writeElement(info, object, QLatin1String(info.ownName), out, base, ownDeclaration(info.ownName));
         return;
     }
     // Serialising only reads the members; the table's accessors are shared with input.
@@ -107,6 +118,7 @@ void writeElement(const ClassInfo& info, const Serializable* object, const Tag& 
     out += QLatin1Char('<');
     out += tagName;
     out += QLatin1Char(' ');
+    out += declaration;
     if (base)
         out += base->second;
     writeMembers(info, addresses, true, out);

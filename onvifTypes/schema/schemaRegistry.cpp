@@ -184,6 +184,30 @@
 #include <onvifTypes/schema/tds/UpgradeSystemFirmware.h>
 #include <onvifTypes/schema/tds/UpgradeSystemFirmwareResponse.h>
 #include <onvifTypes/schema/tds/UserCredential.h>
+#include <onvifTypes/schema/timg/Capabilities.h>
+#include <onvifTypes/schema/timg/GetCurrentPreset.h>
+#include <onvifTypes/schema/timg/GetCurrentPresetResponse.h>
+#include <onvifTypes/schema/timg/GetImagingSettings.h>
+#include <onvifTypes/schema/timg/GetImagingSettingsResponse.h>
+#include <onvifTypes/schema/timg/GetMoveOptions.h>
+#include <onvifTypes/schema/timg/GetMoveOptionsResponse.h>
+#include <onvifTypes/schema/timg/GetOptions.h>
+#include <onvifTypes/schema/timg/GetOptionsResponse.h>
+#include <onvifTypes/schema/timg/GetPresets.h>
+#include <onvifTypes/schema/timg/GetPresetsResponse.h>
+#include <onvifTypes/schema/timg/GetServiceCapabilities.h>
+#include <onvifTypes/schema/timg/GetServiceCapabilitiesResponse.h>
+#include <onvifTypes/schema/timg/GetStatus.h>
+#include <onvifTypes/schema/timg/GetStatusResponse.h>
+#include <onvifTypes/schema/timg/ImagingPreset.h>
+#include <onvifTypes/schema/timg/Move.h>
+#include <onvifTypes/schema/timg/MoveResponse.h>
+#include <onvifTypes/schema/timg/SetCurrentPreset.h>
+#include <onvifTypes/schema/timg/SetCurrentPresetResponse.h>
+#include <onvifTypes/schema/timg/SetImagingSettings.h>
+#include <onvifTypes/schema/timg/SetImagingSettingsResponse.h>
+#include <onvifTypes/schema/timg/Stop.h>
+#include <onvifTypes/schema/timg/StopResponse.h>
 #include <onvifTypes/schema/tptz/AbsoluteMove.h>
 #include <onvifTypes/schema/tptz/AbsoluteMoveResponse.h>
 #include <onvifTypes/schema/tptz/Capabilities.h>
@@ -241,6 +265,113 @@
 #include <onvifTypes/schema/tptz/SetPresetResponse.h>
 #include <onvifTypes/schema/tptz/Stop.h>
 #include <onvifTypes/schema/tptz/StopResponse.h>
+#include <onvifTypes/schema/tr2/AddConfiguration.h>
+#include <onvifTypes/schema/tr2/AddConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/Capabilities.h>
+#include <onvifTypes/schema/tr2/Capabilities2.h>
+#include <onvifTypes/schema/tr2/ConfigurationRef.h>
+#include <onvifTypes/schema/tr2/ConfigurationSet.h>
+#include <onvifTypes/schema/tr2/CreateMask.h>
+#include <onvifTypes/schema/tr2/CreateMaskResponse.h>
+#include <onvifTypes/schema/tr2/CreateOSD.h>
+#include <onvifTypes/schema/tr2/CreateOSDResponse.h>
+#include <onvifTypes/schema/tr2/CreateProfile.h>
+#include <onvifTypes/schema/tr2/CreateProfileResponse.h>
+#include <onvifTypes/schema/tr2/DeleteMask.h>
+#include <onvifTypes/schema/tr2/DeleteMaskResponse.h>
+#include <onvifTypes/schema/tr2/DeleteOSD.h>
+#include <onvifTypes/schema/tr2/DeleteOSDResponse.h>
+#include <onvifTypes/schema/tr2/DeleteProfile.h>
+#include <onvifTypes/schema/tr2/DeleteProfileResponse.h>
+#include <onvifTypes/schema/tr2/EncoderInstance.h>
+#include <onvifTypes/schema/tr2/EncoderInstanceInfo.h>
+#include <onvifTypes/schema/tr2/GetAnalyticsConfigurations.h>
+#include <onvifTypes/schema/tr2/GetAnalyticsConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioDecoderConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetAudioDecoderConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioDecoderConfigurations.h>
+#include <onvifTypes/schema/tr2/GetAudioDecoderConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioEncoderConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetAudioEncoderConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioEncoderConfigurations.h>
+#include <onvifTypes/schema/tr2/GetAudioEncoderConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioOutputConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetAudioOutputConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioOutputConfigurations.h>
+#include <onvifTypes/schema/tr2/GetAudioOutputConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioSourceConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetAudioSourceConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetAudioSourceConfigurations.h>
+#include <onvifTypes/schema/tr2/GetAudioSourceConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetConfiguration.h>
+#include <onvifTypes/schema/tr2/GetMaskOptions.h>
+#include <onvifTypes/schema/tr2/GetMaskOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetMasks.h>
+#include <onvifTypes/schema/tr2/GetMasksResponse.h>
+#include <onvifTypes/schema/tr2/GetMetadataConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetMetadataConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetMetadataConfigurations.h>
+#include <onvifTypes/schema/tr2/GetMetadataConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetOSDOptions.h>
+#include <onvifTypes/schema/tr2/GetOSDOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetOSDs.h>
+#include <onvifTypes/schema/tr2/GetOSDsResponse.h>
+#include <onvifTypes/schema/tr2/GetProfiles.h>
+#include <onvifTypes/schema/tr2/GetProfilesResponse.h>
+#include <onvifTypes/schema/tr2/GetServiceCapabilities.h>
+#include <onvifTypes/schema/tr2/GetServiceCapabilitiesResponse.h>
+#include <onvifTypes/schema/tr2/GetSnapshotUri.h>
+#include <onvifTypes/schema/tr2/GetSnapshotUriResponse.h>
+#include <onvifTypes/schema/tr2/GetStreamUri.h>
+#include <onvifTypes/schema/tr2/GetStreamUriResponse.h>
+#include <onvifTypes/schema/tr2/GetVideoEncoderConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetVideoEncoderConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetVideoEncoderConfigurations.h>
+#include <onvifTypes/schema/tr2/GetVideoEncoderConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetVideoEncoderInstances.h>
+#include <onvifTypes/schema/tr2/GetVideoEncoderInstancesResponse.h>
+#include <onvifTypes/schema/tr2/GetVideoSourceConfigurationOptions.h>
+#include <onvifTypes/schema/tr2/GetVideoSourceConfigurationOptionsResponse.h>
+#include <onvifTypes/schema/tr2/GetVideoSourceConfigurations.h>
+#include <onvifTypes/schema/tr2/GetVideoSourceConfigurationsResponse.h>
+#include <onvifTypes/schema/tr2/GetVideoSourceModes.h>
+#include <onvifTypes/schema/tr2/GetVideoSourceModesResponse.h>
+#include <onvifTypes/schema/tr2/Mask.h>
+#include <onvifTypes/schema/tr2/MaskOptions.h>
+#include <onvifTypes/schema/tr2/MediaProfile.h>
+#include <onvifTypes/schema/tr2/ProfileCapabilities.h>
+#include <onvifTypes/schema/tr2/RemoveConfiguration.h>
+#include <onvifTypes/schema/tr2/RemoveConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetAudioDecoderConfiguration.h>
+#include <onvifTypes/schema/tr2/SetAudioDecoderConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetAudioEncoderConfiguration.h>
+#include <onvifTypes/schema/tr2/SetAudioEncoderConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetAudioOutputConfiguration.h>
+#include <onvifTypes/schema/tr2/SetAudioOutputConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetAudioSourceConfiguration.h>
+#include <onvifTypes/schema/tr2/SetAudioSourceConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetMask.h>
+#include <onvifTypes/schema/tr2/SetMaskResponse.h>
+#include <onvifTypes/schema/tr2/SetMetadataConfiguration.h>
+#include <onvifTypes/schema/tr2/SetMetadataConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetOSD.h>
+#include <onvifTypes/schema/tr2/SetOSDResponse.h>
+#include <onvifTypes/schema/tr2/SetSynchronizationPoint.h>
+#include <onvifTypes/schema/tr2/SetSynchronizationPointResponse.h>
+#include <onvifTypes/schema/tr2/SetVideoEncoderConfiguration.h>
+#include <onvifTypes/schema/tr2/SetVideoEncoderConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetVideoSourceConfiguration.h>
+#include <onvifTypes/schema/tr2/SetVideoSourceConfigurationResponse.h>
+#include <onvifTypes/schema/tr2/SetVideoSourceMode.h>
+#include <onvifTypes/schema/tr2/SetVideoSourceModeResponse.h>
+#include <onvifTypes/schema/tr2/StartMulticastStreaming.h>
+#include <onvifTypes/schema/tr2/StartMulticastStreamingResponse.h>
+#include <onvifTypes/schema/tr2/StartStopMulticastStreaming.h>
+#include <onvifTypes/schema/tr2/StopMulticastStreaming.h>
+#include <onvifTypes/schema/tr2/StopMulticastStreamingResponse.h>
+#include <onvifTypes/schema/tr2/StreamingCapabilities.h>
+#include <onvifTypes/schema/tr2/VideoSourceMode.h>
 #include <onvifTypes/schema/trt/AddAudioDecoderConfiguration.h>
 #include <onvifTypes/schema/trt/AddAudioDecoderConfigurationResponse.h>
 #include <onvifTypes/schema/trt/AddAudioEncoderConfiguration.h>
@@ -1164,6 +1295,30 @@ const Entry entries[] = {
     {"tds::UpgradeSystemFirmware", &make<tds::UpgradeSystemFirmware>},
     {"tds::UpgradeSystemFirmwareResponse", &make<tds::UpgradeSystemFirmwareResponse>},
     {"tds::UserCredential", &make<tds::UserCredential>},
+    {"timg::Capabilities", &make<timg::Capabilities>},
+    {"timg::GetCurrentPreset", &make<timg::GetCurrentPreset>},
+    {"timg::GetCurrentPresetResponse", &make<timg::GetCurrentPresetResponse>},
+    {"timg::GetImagingSettings", &make<timg::GetImagingSettings>},
+    {"timg::GetImagingSettingsResponse", &make<timg::GetImagingSettingsResponse>},
+    {"timg::GetMoveOptions", &make<timg::GetMoveOptions>},
+    {"timg::GetMoveOptionsResponse", &make<timg::GetMoveOptionsResponse>},
+    {"timg::GetOptions", &make<timg::GetOptions>},
+    {"timg::GetOptionsResponse", &make<timg::GetOptionsResponse>},
+    {"timg::GetPresets", &make<timg::GetPresets>},
+    {"timg::GetPresetsResponse", &make<timg::GetPresetsResponse>},
+    {"timg::GetServiceCapabilities", &make<timg::GetServiceCapabilities>},
+    {"timg::GetServiceCapabilitiesResponse", &make<timg::GetServiceCapabilitiesResponse>},
+    {"timg::GetStatus", &make<timg::GetStatus>},
+    {"timg::GetStatusResponse", &make<timg::GetStatusResponse>},
+    {"timg::ImagingPreset", &make<timg::ImagingPreset>},
+    {"timg::Move", &make<timg::Move>},
+    {"timg::MoveResponse", &make<timg::MoveResponse>},
+    {"timg::SetCurrentPreset", &make<timg::SetCurrentPreset>},
+    {"timg::SetCurrentPresetResponse", &make<timg::SetCurrentPresetResponse>},
+    {"timg::SetImagingSettings", &make<timg::SetImagingSettings>},
+    {"timg::SetImagingSettingsResponse", &make<timg::SetImagingSettingsResponse>},
+    {"timg::Stop", &make<timg::Stop>},
+    {"timg::StopResponse", &make<timg::StopResponse>},
     {"tptz::AbsoluteMove", &make<tptz::AbsoluteMove>},
     {"tptz::AbsoluteMoveResponse", &make<tptz::AbsoluteMoveResponse>},
     {"tptz::Capabilities", &make<tptz::Capabilities>},
@@ -1221,6 +1376,113 @@ const Entry entries[] = {
     {"tptz::SetPresetResponse", &make<tptz::SetPresetResponse>},
     {"tptz::Stop", &make<tptz::Stop>},
     {"tptz::StopResponse", &make<tptz::StopResponse>},
+    {"tr2::AddConfiguration", &make<tr2::AddConfiguration>},
+    {"tr2::AddConfigurationResponse", &make<tr2::AddConfigurationResponse>},
+    {"tr2::Capabilities", &make<tr2::Capabilities>},
+    {"tr2::Capabilities2", &make<tr2::Capabilities2>},
+    {"tr2::ConfigurationRef", &make<tr2::ConfigurationRef>},
+    {"tr2::ConfigurationSet", &make<tr2::ConfigurationSet>},
+    {"tr2::CreateMask", &make<tr2::CreateMask>},
+    {"tr2::CreateMaskResponse", &make<tr2::CreateMaskResponse>},
+    {"tr2::CreateOSD", &make<tr2::CreateOSD>},
+    {"tr2::CreateOSDResponse", &make<tr2::CreateOSDResponse>},
+    {"tr2::CreateProfile", &make<tr2::CreateProfile>},
+    {"tr2::CreateProfileResponse", &make<tr2::CreateProfileResponse>},
+    {"tr2::DeleteMask", &make<tr2::DeleteMask>},
+    {"tr2::DeleteMaskResponse", &make<tr2::DeleteMaskResponse>},
+    {"tr2::DeleteOSD", &make<tr2::DeleteOSD>},
+    {"tr2::DeleteOSDResponse", &make<tr2::DeleteOSDResponse>},
+    {"tr2::DeleteProfile", &make<tr2::DeleteProfile>},
+    {"tr2::DeleteProfileResponse", &make<tr2::DeleteProfileResponse>},
+    {"tr2::EncoderInstance", &make<tr2::EncoderInstance>},
+    {"tr2::EncoderInstanceInfo", &make<tr2::EncoderInstanceInfo>},
+    {"tr2::GetAnalyticsConfigurations", &make<tr2::GetAnalyticsConfigurations>},
+    {"tr2::GetAnalyticsConfigurationsResponse", &make<tr2::GetAnalyticsConfigurationsResponse>},
+    {"tr2::GetAudioDecoderConfigurationOptions", &make<tr2::GetAudioDecoderConfigurationOptions>},
+    {"tr2::GetAudioDecoderConfigurationOptionsResponse", &make<tr2::GetAudioDecoderConfigurationOptionsResponse>},
+    {"tr2::GetAudioDecoderConfigurations", &make<tr2::GetAudioDecoderConfigurations>},
+    {"tr2::GetAudioDecoderConfigurationsResponse", &make<tr2::GetAudioDecoderConfigurationsResponse>},
+    {"tr2::GetAudioEncoderConfigurationOptions", &make<tr2::GetAudioEncoderConfigurationOptions>},
+    {"tr2::GetAudioEncoderConfigurationOptionsResponse", &make<tr2::GetAudioEncoderConfigurationOptionsResponse>},
+    {"tr2::GetAudioEncoderConfigurations", &make<tr2::GetAudioEncoderConfigurations>},
+    {"tr2::GetAudioEncoderConfigurationsResponse", &make<tr2::GetAudioEncoderConfigurationsResponse>},
+    {"tr2::GetAudioOutputConfigurationOptions", &make<tr2::GetAudioOutputConfigurationOptions>},
+    {"tr2::GetAudioOutputConfigurationOptionsResponse", &make<tr2::GetAudioOutputConfigurationOptionsResponse>},
+    {"tr2::GetAudioOutputConfigurations", &make<tr2::GetAudioOutputConfigurations>},
+    {"tr2::GetAudioOutputConfigurationsResponse", &make<tr2::GetAudioOutputConfigurationsResponse>},
+    {"tr2::GetAudioSourceConfigurationOptions", &make<tr2::GetAudioSourceConfigurationOptions>},
+    {"tr2::GetAudioSourceConfigurationOptionsResponse", &make<tr2::GetAudioSourceConfigurationOptionsResponse>},
+    {"tr2::GetAudioSourceConfigurations", &make<tr2::GetAudioSourceConfigurations>},
+    {"tr2::GetAudioSourceConfigurationsResponse", &make<tr2::GetAudioSourceConfigurationsResponse>},
+    {"tr2::GetConfiguration", &make<tr2::GetConfiguration>},
+    {"tr2::GetMaskOptions", &make<tr2::GetMaskOptions>},
+    {"tr2::GetMaskOptionsResponse", &make<tr2::GetMaskOptionsResponse>},
+    {"tr2::GetMasks", &make<tr2::GetMasks>},
+    {"tr2::GetMasksResponse", &make<tr2::GetMasksResponse>},
+    {"tr2::GetMetadataConfigurationOptions", &make<tr2::GetMetadataConfigurationOptions>},
+    {"tr2::GetMetadataConfigurationOptionsResponse", &make<tr2::GetMetadataConfigurationOptionsResponse>},
+    {"tr2::GetMetadataConfigurations", &make<tr2::GetMetadataConfigurations>},
+    {"tr2::GetMetadataConfigurationsResponse", &make<tr2::GetMetadataConfigurationsResponse>},
+    {"tr2::GetOSDOptions", &make<tr2::GetOSDOptions>},
+    {"tr2::GetOSDOptionsResponse", &make<tr2::GetOSDOptionsResponse>},
+    {"tr2::GetOSDs", &make<tr2::GetOSDs>},
+    {"tr2::GetOSDsResponse", &make<tr2::GetOSDsResponse>},
+    {"tr2::GetProfiles", &make<tr2::GetProfiles>},
+    {"tr2::GetProfilesResponse", &make<tr2::GetProfilesResponse>},
+    {"tr2::GetServiceCapabilities", &make<tr2::GetServiceCapabilities>},
+    {"tr2::GetServiceCapabilitiesResponse", &make<tr2::GetServiceCapabilitiesResponse>},
+    {"tr2::GetSnapshotUri", &make<tr2::GetSnapshotUri>},
+    {"tr2::GetSnapshotUriResponse", &make<tr2::GetSnapshotUriResponse>},
+    {"tr2::GetStreamUri", &make<tr2::GetStreamUri>},
+    {"tr2::GetStreamUriResponse", &make<tr2::GetStreamUriResponse>},
+    {"tr2::GetVideoEncoderConfigurationOptions", &make<tr2::GetVideoEncoderConfigurationOptions>},
+    {"tr2::GetVideoEncoderConfigurationOptionsResponse", &make<tr2::GetVideoEncoderConfigurationOptionsResponse>},
+    {"tr2::GetVideoEncoderConfigurations", &make<tr2::GetVideoEncoderConfigurations>},
+    {"tr2::GetVideoEncoderConfigurationsResponse", &make<tr2::GetVideoEncoderConfigurationsResponse>},
+    {"tr2::GetVideoEncoderInstances", &make<tr2::GetVideoEncoderInstances>},
+    {"tr2::GetVideoEncoderInstancesResponse", &make<tr2::GetVideoEncoderInstancesResponse>},
+    {"tr2::GetVideoSourceConfigurationOptions", &make<tr2::GetVideoSourceConfigurationOptions>},
+    {"tr2::GetVideoSourceConfigurationOptionsResponse", &make<tr2::GetVideoSourceConfigurationOptionsResponse>},
+    {"tr2::GetVideoSourceConfigurations", &make<tr2::GetVideoSourceConfigurations>},
+    {"tr2::GetVideoSourceConfigurationsResponse", &make<tr2::GetVideoSourceConfigurationsResponse>},
+    {"tr2::GetVideoSourceModes", &make<tr2::GetVideoSourceModes>},
+    {"tr2::GetVideoSourceModesResponse", &make<tr2::GetVideoSourceModesResponse>},
+    {"tr2::Mask", &make<tr2::Mask>},
+    {"tr2::MaskOptions", &make<tr2::MaskOptions>},
+    {"tr2::MediaProfile", &make<tr2::MediaProfile>},
+    {"tr2::ProfileCapabilities", &make<tr2::ProfileCapabilities>},
+    {"tr2::RemoveConfiguration", &make<tr2::RemoveConfiguration>},
+    {"tr2::RemoveConfigurationResponse", &make<tr2::RemoveConfigurationResponse>},
+    {"tr2::SetAudioDecoderConfiguration", &make<tr2::SetAudioDecoderConfiguration>},
+    {"tr2::SetAudioDecoderConfigurationResponse", &make<tr2::SetAudioDecoderConfigurationResponse>},
+    {"tr2::SetAudioEncoderConfiguration", &make<tr2::SetAudioEncoderConfiguration>},
+    {"tr2::SetAudioEncoderConfigurationResponse", &make<tr2::SetAudioEncoderConfigurationResponse>},
+    {"tr2::SetAudioOutputConfiguration", &make<tr2::SetAudioOutputConfiguration>},
+    {"tr2::SetAudioOutputConfigurationResponse", &make<tr2::SetAudioOutputConfigurationResponse>},
+    {"tr2::SetAudioSourceConfiguration", &make<tr2::SetAudioSourceConfiguration>},
+    {"tr2::SetAudioSourceConfigurationResponse", &make<tr2::SetAudioSourceConfigurationResponse>},
+    {"tr2::SetConfigurationResponse", &make<tr2::SetConfigurationResponse>},
+    {"tr2::SetMask", &make<tr2::SetMask>},
+    {"tr2::SetMaskResponse", &make<tr2::SetMaskResponse>},
+    {"tr2::SetMetadataConfiguration", &make<tr2::SetMetadataConfiguration>},
+    {"tr2::SetMetadataConfigurationResponse", &make<tr2::SetMetadataConfigurationResponse>},
+    {"tr2::SetOSD", &make<tr2::SetOSD>},
+    {"tr2::SetOSDResponse", &make<tr2::SetOSDResponse>},
+    {"tr2::SetSynchronizationPoint", &make<tr2::SetSynchronizationPoint>},
+    {"tr2::SetSynchronizationPointResponse", &make<tr2::SetSynchronizationPointResponse>},
+    {"tr2::SetVideoEncoderConfiguration", &make<tr2::SetVideoEncoderConfiguration>},
+    {"tr2::SetVideoEncoderConfigurationResponse", &make<tr2::SetVideoEncoderConfigurationResponse>},
+    {"tr2::SetVideoSourceConfiguration", &make<tr2::SetVideoSourceConfiguration>},
+    {"tr2::SetVideoSourceConfigurationResponse", &make<tr2::SetVideoSourceConfigurationResponse>},
+    {"tr2::SetVideoSourceMode", &make<tr2::SetVideoSourceMode>},
+    {"tr2::SetVideoSourceModeResponse", &make<tr2::SetVideoSourceModeResponse>},
+    {"tr2::StartMulticastStreaming", &make<tr2::StartMulticastStreaming>},
+    {"tr2::StartMulticastStreamingResponse", &make<tr2::StartMulticastStreamingResponse>},
+    {"tr2::StartStopMulticastStreaming", &make<tr2::StartStopMulticastStreaming>},
+    {"tr2::StopMulticastStreaming", &make<tr2::StopMulticastStreaming>},
+    {"tr2::StopMulticastStreamingResponse", &make<tr2::StopMulticastStreamingResponse>},
+    {"tr2::StreamingCapabilities", &make<tr2::StreamingCapabilities>},
+    {"tr2::VideoSourceMode", &make<tr2::VideoSourceMode>},
     {"trt::AddAudioDecoderConfiguration", &make<trt::AddAudioDecoderConfiguration>},
     {"trt::AddAudioDecoderConfigurationResponse", &make<trt::AddAudioDecoderConfigurationResponse>},
     {"trt::AddAudioEncoderConfiguration", &make<trt::AddAudioEncoderConfiguration>},

@@ -4,6 +4,7 @@
 #include <onvifTypes/schema/tds/GetDeviceInformationResponse.h>
 #include <onvifTypes/schema/tptz/GetNodesResponse.h>
 #include <onvifTypes/schema/tptz/GetPresetsResponse.h>
+#include <onvifTypes/schema/tr2/GetStreamUriResponse.h>
 #include <onvifTypes/schema/trt/GetProfilesResponse.h>
 
 #include <QtTest>
@@ -27,6 +28,7 @@ private slots:
     void deviceInformation();
     void presets();
     void nodes();
+    void media2StreamUri();
 
 private:
     // The element of the given local name inside a fixture file, parsed as replies are.
@@ -176,6 +178,19 @@ void SchemaRepliesTest::nodes()
     QCOMPARE(spaces.AbsolutePanTiltPositionSpace->at(0).XRange->Min->value(), -1.0f);
     QCOMPARE(spaces.RelativePanTiltTranslationSpace->size(), 3);
     QVERIFY(spaces.ZoomSpeedSpace.isNull());
+}
+
+// The one Media2 answer among the captured replies (gSOAP-style, every prefix declared).
+void SchemaRepliesTest::media2StreamUri()
+{
+    const QDomElement element = reply(QStringLiteral("easy_onvif/SUNBA/media2/GetStreamUriResponse.xml"),
+        QStringLiteral("GetStreamUriResponse"));
+    QVERIFY(!element.isNull());
+    QCOMPARE(element.namespaceURI(), QStringLiteral("http://www.onvif.org/ver20/media/wsdl"));
+    tr2::GetStreamUriResponse response;
+    readNode(response, element);
+    QCOMPARE(response.Uri->value(), QStringLiteral("rtsp://162.191.54.181/media/video1"));
+    QCOMPARE(response.unmatchedElements, QString());
 }
 
 QTEST_GUILESS_MAIN(SchemaRepliesTest)

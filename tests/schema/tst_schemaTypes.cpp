@@ -3,8 +3,12 @@
 #include <onvifTypes/schema/rawXml.h>
 #include <onvifTypes/schema/tds/GetServicesResponse.h>
 #include <onvifTypes/schema/tds/StorageConfiguration.h>
+#include <onvifTypes/schema/timg/Move.h>
+#include <onvifTypes/schema/timg/SetImagingSettings.h>
 #include <onvifTypes/schema/tptz/GeoMove.h>
 #include <onvifTypes/schema/tptz/Stop.h>
+#include <onvifTypes/schema/tr2/GetProfiles.h>
+#include <onvifTypes/schema/tr2/GetStreamUri.h>
 #include <onvifTypes/schema/trt/GetProfilesResponse.h>
 #include <onvifTypes/schema/trt/GetStreamUri.h>
 #include <onvifTypes/schema/tt/CapabilityCategory.h>
@@ -87,6 +91,45 @@ void SchemaTypesTest::workedExamples_data()
     QTest::newRow("Stop without flags")
         << stop.serialize(QString())
         << QStringLiteral("<tptz:Stop ><tptz:ProfileToken>profile_1</tptz:ProfileToken></tptz:Stop>");
+
+    // Media2 and Imaging messages declare their own prefix (the envelope does not), with the
+    // members in the schema's order.
+    tr2::GetProfiles profiles;
+    profiles.Type.reset(new QVector<universalSimpleType<QString>> { universalSimpleType<QString>("All") });
+    QTest::newRow("Media2 GetProfiles")
+        << profiles.serialize(QString())
+        << QStringLiteral("<tr2:GetProfiles xmlns:tr2=\"http://www.onvif.org/ver20/media/wsdl\" >"
+                          "<tr2:Type>All</tr2:Type></tr2:GetProfiles>");
+    tr2::GetStreamUri streamUri;
+    streamUri.ProfileToken->setValue(QStringLiteral("p"));
+    streamUri.Protocol->setValue(QStringLiteral("RtspOverHttp"));
+    QTest::newRow("Media2 GetStreamUri")
+        << streamUri.serialize(QString())
+        << QStringLiteral("<tr2:GetStreamUri xmlns:tr2=\"http://www.onvif.org/ver20/media/wsdl\" >"
+                          "<tr2:Protocol>RtspOverHttp</tr2:Protocol><tr2:ProfileToken>p</tr2:ProfileToken>"
+                          "</tr2:GetStreamUri>");
+    timg::SetImagingSettings settings;
+    settings.VideoSourceToken->setValue(QStringLiteral("vs"));
+    settings.ImagingSettings->Sharpness.reset(new universalSimpleType<float>(3));
+    settings.ImagingSettings->IrCutFilter.reset(new tt::IrCutFilterMode(tt::IrCutFilterMode::AUTO));
+    settings.ImagingSettings->Brightness.reset(new universalSimpleType<float>(40.5f));
+    settings.ForcePersistence.reset(new universalSimpleType<bool>(true));
+    QTest::newRow("Imaging SetImagingSettings")
+        << settings.serialize(QString())
+        << QStringLiteral("<timg:SetImagingSettings xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\" >"
+                          "<timg:VideoSourceToken>vs</timg:VideoSourceToken><timg:ImagingSettings >"
+                          "<tt:Brightness>40.5</tt:Brightness><tt:IrCutFilter>AUTO</tt:IrCutFilter>"
+                          "<tt:Sharpness>3</tt:Sharpness></timg:ImagingSettings>"
+                          "<timg:ForcePersistence>true</timg:ForcePersistence></timg:SetImagingSettings>");
+    timg::Move move;
+    move.VideoSourceToken->setValue(QStringLiteral("vs"));
+    move.Focus->Continuous.reset(new tt::ContinuousFocus);
+    move.Focus->Continuous->Speed->setValue(-0.5f);
+    QTest::newRow("Imaging Move")
+        << move.serialize(QString())
+        << QStringLiteral("<timg:Move xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\" >"
+                          "<timg:VideoSourceToken>vs</timg:VideoSourceToken><timg:Focus ><tt:Continuous >"
+                          "<tt:Speed>-0.5</tt:Speed></tt:Continuous></timg:Focus></timg:Move>");
 
     // A given name replaces the class's own.
     tt::VideoResolution resolution;

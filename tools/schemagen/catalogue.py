@@ -330,6 +330,42 @@ TPTZ_OPERATIONS = [
 ]
 TPTZ_TYPES = ['Capabilities']
 
+# Media2 (ver20 media) and Imaging (ver20 imaging). The element tr2:ConfigurationEnumeration
+# has a simple type: it is text wherever it is used and has no class.
+TR2_OPERATIONS = [
+    'AddConfiguration', 'CreateMask', 'CreateOSD', 'CreateProfile', 'DeleteMask', 'DeleteOSD',
+    'DeleteProfile', 'GetAnalyticsConfigurations', 'GetAudioDecoderConfigurationOptions',
+    'GetAudioDecoderConfigurations', 'GetAudioEncoderConfigurationOptions',
+    'GetAudioEncoderConfigurations', 'GetAudioOutputConfigurationOptions',
+    'GetAudioOutputConfigurations', 'GetAudioSourceConfigurationOptions',
+    'GetAudioSourceConfigurations', 'GetMaskOptions', 'GetMasks', 'GetMetadataConfigurationOptions',
+    'GetMetadataConfigurations', 'GetOSDOptions', 'GetOSDs', 'GetProfiles',
+    'GetServiceCapabilities', 'GetSnapshotUri', 'GetStreamUri',
+    'GetVideoEncoderConfigurationOptions', 'GetVideoEncoderConfigurations',
+    'GetVideoEncoderInstances', 'GetVideoSourceConfigurationOptions',
+    'GetVideoSourceConfigurations', 'GetVideoSourceModes', 'RemoveConfiguration',
+    'SetAudioDecoderConfiguration', 'SetAudioEncoderConfiguration', 'SetAudioOutputConfiguration',
+    'SetAudioSourceConfiguration', 'SetMask', 'SetMetadataConfiguration', 'SetOSD',
+    'SetSynchronizationPoint', 'SetVideoEncoderConfiguration', 'SetVideoSourceConfiguration',
+    'SetVideoSourceMode', 'StartMulticastStreaming', 'StopMulticastStreaming',
+]
+
+TR2_TYPES = [
+    'Capabilities', 'Capabilities2', 'ConfigurationRef', 'ConfigurationSet', 'EncoderInstance',
+    'EncoderInstanceInfo', 'GetConfiguration', 'Mask', 'MaskOptions', 'MediaProfile',
+    'ProfileCapabilities', 'SetConfigurationResponse', 'StartStopMulticastStreaming',
+    'StreamingCapabilities', 'VideoSourceMode',
+]
+
+TIMG_OPERATIONS = [
+    'GetCurrentPreset', 'GetImagingSettings', 'GetMoveOptions', 'GetOptions', 'GetPresets',
+    'GetServiceCapabilities', 'GetStatus', 'Move', 'SetCurrentPreset', 'SetImagingSettings', 'Stop',
+]
+
+TIMG_TYPES = [
+    'Capabilities', 'ImagingPreset',
+]
+
 
 def operation_classes(operations, types):
     return sorted([op for op in operations] + [op + 'Response' for op in operations] + list(types))
@@ -340,5 +376,7 @@ CLASSES = {
     'tds': operation_classes(TDS_OPERATIONS, TDS_TYPES),
     'trt': operation_classes(TRT_OPERATIONS, TRT_TYPES),
     'tptz': operation_classes(TPTZ_OPERATIONS, TPTZ_TYPES),
+    'tr2': operation_classes(TR2_OPERATIONS, TR2_TYPES),
+    'timg': operation_classes(TIMG_OPERATIONS, TIMG_TYPES),
 }
 ENUMERATIONS = {'tt': sorted(name for name, _ in TT_ENUMERATIONS)}

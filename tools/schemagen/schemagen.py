@@ -10,8 +10,8 @@
                                                    when the schema folder is absent
 
 Every named complex type of onvif.xsd, the element tt:Message, and every message
-element (and named complex type) of the device, media and PTZ service schemas
-becomes one class in onvifTypes/schema/<ns>/<Name>.h/.cpp; every enumerated
+element (and named complex type) of the device, media, PTZ, Media2 and Imaging
+service schemas becomes one class in onvifTypes/schema/<ns>/<Name>.h/.cpp; every enumerated
 simple type of onvif.xsd becomes a StringEnumBase class. The classes carry no
 code of their own beyond a member table: onvifTypes/schema/complexType.cpp walks
 the table to construct, serialise and deserialise them.
@@ -58,6 +58,8 @@ PREFIX_OF_URI = {
     'http://www.onvif.org/ver10/device/wsdl': 'tds',
     'http://www.onvif.org/ver10/media/wsdl': 'trt',
     'http://www.onvif.org/ver20/ptz/wsdl': 'tptz',
+    'http://www.onvif.org/ver20/media/wsdl': 'tr2',
+    'http://www.onvif.org/ver20/imaging/wsdl': 'timg',
 }
 # Usual prefixes of the other namespaces the schemas reference.
 FOREIGN_PREFIX = {
@@ -66,8 +68,8 @@ FOREIGN_PREFIX = {
     'http://www.w3.org/2005/05/xmlmime': 'xmime',
     'http://www.w3.org/2003/05/soap-envelope': 'soapenv',
 }
-SCHEMA_FILES = ['onvif.xsd', 'devicemgmt.wsdl', 'media.wsdl', 'ptz.wsdl']
-NAMESPACES = ['tt', 'tds', 'trt', 'tptz']
+SCHEMA_FILES = ['onvif.xsd', 'devicemgmt.wsdl', 'media.wsdl', 'ptz.wsdl', 'media2.wsdl', 'imaging.wsdl']
+NAMESPACES = ['tt', 'tds', 'trt', 'tptz', 'tr2', 'timg']
 
 INT_TYPES = {'int', 'integer', 'long', 'short', 'byte', 'unsignedInt', 'unsignedLong', 'unsignedShort',
              'unsignedByte', 'nonNegativeInteger', 'positiveInteger', 'negativeInteger', 'nonPositiveInteger'}
@@ -141,7 +143,7 @@ class ClassModel:
 
 
 class SchemaSet:
-    """The four schema documents with their top-level declarations by (prefix, name)."""
+    """The schema documents with their top-level declarations by (prefix, name)."""
 
     def __init__(self, directory):
         self.complex = {}
@@ -345,9 +347,15 @@ class Generator:
                 node = self.s.complex.get((ns, name))
                 if node is None:
                     element = self.s.elements.get((ns, name))
-                    if element is None or element.find(Q + 'complexType') is None:
+                    if element is not None and element.get('type'):
+                        # A message element of a named type (tr2:GetVideoEncoderConfigurations is a
+                        # tr2:GetConfiguration): the class is named after the element.
+                        uri, local = self.s.resolve(ns, element.get('type'))
+                        node = self.s.complex.get((PREFIX_OF_URI.get(uri), local))
+                    elif element is not None:
+                        node = element.find(Q + 'complexType')
+                    if node is None:
                         raise GenError('no schema declaration for %s::%s' % (ns, name))
-                    node = element.find(Q + 'complexType')
                 base, model.members = self.complex_members(ns, node)
                 wanted = catalogue.DERIVED.get(model.full)
                 if wanted:
