@@ -116,7 +116,61 @@ void InfoDlgExtras::started(int parts, const QString& login, const QString& pass
     m_password = password;
     m_url = url;
     m_probe.reset();
+    m_media2.reset();
+    m_media2Tokens.clear();
     setStatus(querying());
+}
+
+void InfoDlgExtras::addMedia2Profiles(const QVector<Onvif::OnvifProfileInfo>& media1,
+    const std::function<void(const QVector<Onvif::OnvifProfileInfo>&)>& done)
+{
+    if (!m_media2Shown || m_media2)
+        return;
+    QStringList known;
+    for (const Onvif::OnvifProfileInfo& p : media1)
+        known.append(p.token);
+    // Deleted with the next query or the dialog: its futures then cancel and nothing arrives.
+    m_media2 = std::make_unique<Onvif::Camera>(QUrl(m_url), m_login, m_password);
+    Onvif::Camera* camera = m_media2.get();
+    auto* opened = new QFutureWatcher<Onvif::CameraConnection>(this);
+    connect(opened, &QFutureWatcherBase::finished, this, [this, opened, camera, known, done] {
+        opened->deleteLater();
+        if (m_media2.get() != camera || opened->isCanceled()
+            || camera->connection().services.media2.isEmpty())
+            return;
+        auto* listed = new QFutureWatcher<QVector<Onvif::CameraProfile>>(this);
+        connect(listed, &QFutureWatcherBase::finished, this, [this, listed, camera, known, done] {
+            listed->deleteLater();
+            if (m_media2.get() != camera || listed->isCanceled())
+                return;
+            QVector<Onvif::OnvifProfileInfo> added;
+            for (const Onvif::CameraProfile& c : listed->result()) {
+                if (known.contains(c.token) || c.videoEncoding.isEmpty())
+                    continue;
+                Onvif::OnvifProfileInfo p;
+                p.token = c.token;
+                p.uri = c.streamUri;
+                p.encoderToken = c.videoEncoderToken;
+                p.encoding = c.videoEncoding;
+                p.width = c.width;
+                p.height = c.height;
+                p.frameRate = c.frameRate;
+                p.hasH264 = c.videoEncoding == QLatin1String("H264");
+                p.govLength = c.govLength;
+                p.h264Profile = p.hasH264 ? c.videoProfile : QString();
+                p.hasAudio = !c.audioEncoding.isEmpty();
+                p.audioEncoding = c.audioEncoding;
+                p.audioBitrate = c.audioBitrateKbps;
+                p.audioSampleRate = c.audioSampleRateKHz;
+                m_media2Tokens.append(p.token);
+                added.append(p);
+            }
+            if (!added.isEmpty())
+                done(added);
+        });
+        listed->setFuture(camera->profiles(Onvif::CameraOptions::MediaService::Media2));
+    });
+    opened->setFuture(camera->open());
 }
 
 void InfoDlgExtras::classify()

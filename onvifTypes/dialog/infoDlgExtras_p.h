@@ -6,6 +6,9 @@
 #include <QPointer>
 
 #include <onvifTypes/onvifRequests.h>
+#include <onvifTypes/session/camera.h>
+
+#include <functional>
 
 #include <memory>
 
@@ -36,6 +39,14 @@ public:
     void started(int parts, const QString& login, const QString& password, const QString& url);
     void finished(bool ok, unsigned int code, const QString& text);
 
+    // Profiles that only the Media2 service lists (H.265 ones, often), asked when shown: done
+    // gets those whose tokens the Media list lacked, once per query.
+    void setMedia2ProfilesShown(bool shown) { m_media2Shown = shown; }
+    bool media2ProfilesShown() const { return m_media2Shown; }
+    void addMedia2Profiles(const QVector<Onvif::OnvifProfileInfo>& media1,
+        const std::function<void(const QVector<Onvif::OnvifProfileInfo>&)>& done);
+    bool isMedia2Only(const QString& token) const { return m_media2Tokens.contains(token); }
+
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -56,6 +67,9 @@ private:
     QString m_failure;
     QString m_login, m_password, m_url;
     std::unique_ptr<Onvif::Requests> m_probe;
+    bool m_media2Shown = false;
+    std::unique_ptr<Onvif::Camera> m_media2;
+    QStringList m_media2Tokens;
 };
 
 } // namespace Internal

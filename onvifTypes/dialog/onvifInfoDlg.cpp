@@ -88,10 +88,15 @@ OnvifInfoDlg::OnvifInfoDlg(
         this->info.firmwareVersion = received.firmwareVersion;
         updateOnvifInfo();
     });
-    connect(rtsp, &OnvifRTSP::receiveRTSPList, this, [this](const QVector<Onvif::OnvifProfileInfo>& list) {
-        profiles = list;
-        updateOnvifInfo();
-    });
+    connect(rtsp, &OnvifRTSP::receiveRTSPList, this,
+        [this, extras](const QVector<Onvif::OnvifProfileInfo>& list) {
+            profiles = list;
+            updateOnvifInfo();
+            extras->addMedia2Profiles(list, [this](const QVector<Onvif::OnvifProfileInfo>& more) {
+                profiles += more;
+                updateOnvifInfo();
+            });
+        });
     connect(preview, &Onvif::OnvifPreview::snapshotUri, this, [this](const QString& uri) {
         ui->lbSnapshotUri->setText(tr("Snapshot uri: ") + uri);
         preview->downloadImage(uri);
@@ -167,9 +172,10 @@ void OnvifInfoDlg::updateOnvifInfo()
             addInfoRow(audio, tr("Sample rate"), QString::number(p.audioSampleRate));
         }
 
-        // Strictly larger only: the first of equal profiles wins, and zero areas never do.
+        // Strictly larger only: the first of equal profiles wins, and zero areas never do. The
+        // snapshot is asked through Media, which knows no Media2-only profile.
         const qint32 area = p.width * p.height;
-        if (area > bestArea) {
+        if (area > bestArea && !extrasOf(this)->isMedia2Only(p.token)) {
             bestArea = area;
             best = &p;
         }
@@ -206,4 +212,14 @@ void OnvifInfoDlg::setStatusShown(bool shown)
 bool OnvifInfoDlg::isStatusShown() const
 {
     return extrasOf(this)->statusShown();
+}
+
+void OnvifInfoDlg::setMedia2ProfilesShown(bool shown)
+{
+    extrasOf(this)->setMedia2ProfilesShown(shown);
+}
+
+bool OnvifInfoDlg::areMedia2ProfilesShown() const
+{
+    return extrasOf(this)->media2ProfilesShown();
 }

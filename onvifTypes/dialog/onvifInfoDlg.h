@@ -52,6 +52,11 @@ public:
     void setStatusShown(bool shown);
     bool isStatusShown() const;
 
+    // Also the profiles that only the device's Media2 service lists (H.265 ones, often), asked
+    // after the profile list. Off by default.
+    void setMedia2ProfilesShown(bool shown);
+    bool areMedia2ProfilesShown() const;
+
 private:
     Ui_OnvifInfoDlg* ui;
     Onvif::DeviceInfo info;

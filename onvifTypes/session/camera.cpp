@@ -1,4 +1,5 @@
 #include "onvifTypes/session/camera.h"
+#include "onvifTypes/session/camera_p.h"
 
 #include "onvifTypes/onvifLog.h"
 #include "onvifTypes/onvifNetworkAccessManager.h"
@@ -24,12 +25,6 @@
 #include "onvifTypes/schema/tptz/GotoPresetResponse.h"
 #include "onvifTypes/schema/tptz/Stop.h"
 #include "onvifTypes/schema/tptz/StopResponse.h"
-#include "onvifTypes/schema/trt/GetProfiles.h"
-#include "onvifTypes/schema/trt/GetProfilesResponse.h"
-#include "onvifTypes/schema/trt/GetSnapshotUri.h"
-#include "onvifTypes/schema/trt/GetSnapshotUriResponse.h"
-#include "onvifTypes/schema/trt/GetStreamUri.h"
-#include "onvifTypes/schema/trt/GetStreamUriResponse.h"
 #include "onvifTypes/session/httpDigest_p.h"
 #include "onvifTypes/session/nonces.h"
 #include "onvifTypes/transport/userAgent_p.h"
@@ -47,7 +42,6 @@ namespace Onvif {
 
 namespace {
 
-const int kMaxProfilesAsked = 100; // stream and snapshot URIs are asked for this many at most
 const qint64 kFarOffMs = 5 * 60 * 1000; // where cameras start refusing a Created time
 
 const char* const kServiceNamespaces[] = {
@@ -110,11 +104,6 @@ private:
     qint64 m_shift;
 };
 
-QString text(const QSharedPointer<universalSimpleType<QString>>& value)
-{
-    return value ? value->value() : QString();
-}
-
 QDateTime deviceUtc(const tds::GetSystemDateAndTimeResponse& response)
 {
     const auto& system = response.SystemDateAndTime;
@@ -143,56 +132,6 @@ QString durationText(qint64 ms)
 }
 
 } // namespace
-
-struct Camera::Private
-{
-    // One operation, over as many attempts as the policies allow.
-    struct Call
-    {
-        Service service;
-        QUrl address; // instead of the service's, when given
-        std::shared_ptr<Serializable> extraHeader;
-        std::shared_ptr<Serializable> body;
-        QString operation;
-        int timeoutMs = 0;
-        bool anonymous = false; // no WS-Security header (the clock is asked this way)
-        bool clockRetried = false;
-        int httpAuthRetries = 0;
-        AsyncFuture::Deferred<QString> result;
-    };
-
-    Camera* q;
-    QUrl deviceUrl;
-    QString user, password;
-    CameraOptions options;
-    NetworkAccessManager* manager;
-    QString deviceKey;
-    CameraConnection connection;
-    qint64 offsetMs = 0;
-    Internal::HttpAuthorizer http; // set once the device asked for HTTP authentication
-    bool rewriting = false;
-    CameraResult last;
-    OnvifLog::Logger logger = OnvifLog::makeLogger(QStringLiteral("Camera"));
-
-    void attempt(const std::shared_ptr<Call>& call);
-    void finished(const std::shared_ptr<Call>& call, QNetworkReply* reply);
-    void fail(const std::shared_ptr<Call>& call, CameraError error, const QString& message,
-        const SoapFault& fault = SoapFault());
-    enum class Challenge { Retry, Refused, BasicNotAllowed };
-    // A 401: whether to try again with an answer to its challenge.
-    Challenge challenged(QNetworkReply* reply, int* retries);
-    void authorize(QNetworkRequest& request, const QByteArray& method);
-    QFuture<QString> post(Service service, const std::shared_ptr<Serializable>& body,
-        const QString& operation, int timeoutMs, bool anonymous, const QUrl& address = QUrl(),
-        const std::shared_ptr<Serializable>& extraHeader = nullptr);
-    QFuture<QDateTime> measureClock();
-    QUrl serviceUrl(Service service) const;
-    QUrl place(const QUrl& stated) const;
-    bool sameEndpoint(const QUrl& stated) const;
-    void readServices(const tds::GetServicesResponse& response);
-    void readCapabilities(const tds::GetCapabilitiesResponse& response);
-    void get(const QUrl& url, AsyncFuture::Deferred<Snapshot> result, int httpAuthRetries);
-};
 
 Camera::Camera(const QUrl& deviceUrl, const QString& user, const QString& password,
     const CameraOptions& options, QObject* parent)
@@ -721,93 +660,6 @@ QFuture<DeviceInfo> Camera::deviceInformation()
         .future();
 }
 
-QFuture<QVector<CameraProfile>> Camera::profiles()
-{
-    AsyncFuture::Deferred<QVector<CameraProfile>> result;
-    const QFuture<trt::GetProfilesResponse> list = call<trt::GetProfiles, trt::GetProfilesResponse>(
-        Service::Media, trt::GetProfiles(), QStringLiteral("GetProfiles"));
-    AsyncFuture::observe(list).subscribe(
-        [self = QPointer<Camera>(this), this, result](const trt::GetProfilesResponse& response) mutable {
-            if (!self)
-                return;
-            auto profiles = QSharedPointer<QVector<CameraProfile>>::create();
-            if (response.Profiles) {
-                for (const tt::Profile& p : *response.Profiles) {
-                    CameraProfile profile;
-                    profile.token = text(p.token);
-                    profile.name = text(p.Name);
-                    if (const auto& v = p.VideoEncoderConfiguration) {
-                        profile.videoEncoderToken = text(v->token);
-                        profile.videoEncoding = v->Encoding ? v->Encoding->value() : QString();
-                        if (v->Resolution && v->Resolution->Width && v->Resolution->Height) {
-                            profile.width = v->Resolution->Width->value();
-                            profile.height = v->Resolution->Height->value();
-                        }
-                        if (v->RateControl && v->RateControl->FrameRateLimit)
-                            profile.frameRate = v->RateControl->FrameRateLimit->value();
-                        if (v->RateControl && v->RateControl->BitrateLimit)
-                            profile.bitrateKbps = v->RateControl->BitrateLimit->value();
-                    }
-                    if (const auto& a = p.AudioEncoderConfiguration) {
-                        profile.audioEncoding = a->Encoding ? a->Encoding->value() : QString();
-                        profile.audioBitrateKbps = a->Bitrate ? a->Bitrate->value() : 0;
-                        profile.audioSampleRateKHz = a->SampleRate ? a->SampleRate->value() : 0;
-                    }
-                    profile.ptz = bool(p.PTZConfiguration);
-                    profiles->append(profile);
-                }
-            }
-            // Both URIs of every profile, asked at once; a profile without one keeps it empty.
-            const int asked = qMin(profiles->size(), kMaxProfilesAsked);
-            auto pending = QSharedPointer<int>::create(2 * asked);
-            const std::function<void()> oneDone
-                = [self = QPointer<Camera>(this), result, profiles, pending]() mutable {
-                      // A camera deleted meanwhile gives no half-filled list.
-                      if (!self)
-                          result.cancel();
-                      else if (--*pending == 0)
-                          result.complete(*profiles);
-                  };
-            if (asked == 0)
-                result.complete(*profiles);
-            for (int i = 0; i < asked; ++i) {
-                trt::GetStreamUri stream;
-                stream.ProfileToken->setValue(profiles->at(i).token);
-                stream.StreamSetup->Stream->setIndex(tt::StreamType::RTP_Unicast);
-                stream.StreamSetup->Transport->Protocol->setIndex(tt::TransportProtocol::RTSP);
-                AsyncFuture::observe(call<trt::GetStreamUri, trt::GetStreamUriResponse>(
-                                         Service::Media, stream, QStringLiteral("GetStreamUri")))
-                    .subscribe(
-                        [self = QPointer<Camera>(this), this, profiles, i, oneDone](
-                            const trt::GetStreamUriResponse& r) mutable {
-                            if (self && r.MediaUri && r.MediaUri->Uri)
-                                (*profiles)[i].streamUri
-                                    = d->place(QUrl(r.MediaUri->Uri->value().trimmed())).toString();
-                            oneDone();
-                        },
-                        [oneDone]() { oneDone(); });
-                trt::GetSnapshotUri snapshot;
-                snapshot.ProfileToken->setValue(profiles->at(i).token);
-                AsyncFuture::observe(call<trt::GetSnapshotUri, trt::GetSnapshotUriResponse>(
-                                         Service::Media, snapshot, QStringLiteral("GetSnapshotUri")))
-                    .subscribe(
-                        [self = QPointer<Camera>(this), this, profiles, i, oneDone](
-                            const trt::GetSnapshotUriResponse& r) mutable {
-                            if (self && r.MediaUri && r.MediaUri->Uri)
-                                (*profiles)[i].snapshotUri
-                                    = d->place(QUrl(r.MediaUri->Uri->value().trimmed())).toString();
-                            oneDone();
-                        },
-                        [oneDone]() { oneDone(); });
-            }
-        },
-        [result]() {
-            auto r = result;
-            r.cancel();
-        });
-    return result.future();
-}
-
 void Camera::Private::get(const QUrl& url, AsyncFuture::Deferred<Snapshot> result, int httpAuthRetries)
 {
     if (!LoginFailures::instance().mayTry(deviceKey, options)) {
@@ -860,46 +712,6 @@ void Camera::Private::get(const QUrl& url, AsyncFuture::Deferred<Snapshot> resul
                 Snapshot { reply->readAll(), reply->header(QNetworkRequest::ContentTypeHeader).toString() });
         });
 }
-
-QFuture<Snapshot> Camera::snapshot(const QString& profileToken)
-{
-    AsyncFuture::Deferred<Snapshot> result;
-    trt::GetSnapshotUri ask;
-    ask.ProfileToken->setValue(profileToken);
-    AsyncFuture::observe(call<trt::GetSnapshotUri, trt::GetSnapshotUriResponse>(
-                             Service::Media, ask, QStringLiteral("GetSnapshotUri")))
-        .subscribe(
-            [self = QPointer<Camera>(this), this, result](const trt::GetSnapshotUriResponse& r) mutable {
-                if (!self)
-                    return; // the deferred, dropped, cancels
-                const QUrl uri = d->place(
-                    QUrl(r.MediaUri && r.MediaUri->Uri ? r.MediaUri->Uri->value().trimmed() : QString()));
-                // Only the web: a camera must not make us read a local file or anything else.
-                if (uri.scheme() != QLatin1String("http") && uri.scheme() != QLatin1String("https")) {
-                    d->last = CameraResult { CameraError::Unreadable,
-                        QStringLiteral("snapshot: refused URI %1: only http and https are fetched")
-                            .arg(uri.toString()),
-                        SoapFault() };
-                    result.cancel();
-                    return;
-                }
-                d->get(uri, result, 0);
-            },
-            [result]() {
-                auto r = result;
-                r.cancel();
-            });
-    return result.future();
-}
-
-namespace {
-
-template <typename Resp> QFuture<void> asVoid(const QFuture<Resp>& future)
-{
-    return AsyncFuture::observe(future).subscribe([](const Resp&) {}).future();
-}
-
-} // namespace
 
 QFuture<void> Camera::ptzMove(const QString& profileToken, double pan, double tilt, double zoom)
 {

@@ -1,6 +1,7 @@
 #ifndef ONVIFTYPES_SESSION_CAMERA_H
 #define ONVIFTYPES_SESSION_CAMERA_H
 
+#include <onvifTypes/imaging/imaging.h>
 #include <onvifTypes/onvifRequests.h>
 #include <onvifTypes/ptz/onvifPtzReq.h>
 #include <onvifTypes/serializable.h>
@@ -32,6 +33,13 @@ enum class CameraError {
     DeviceFault, // any other SOAP fault; CameraResult::fault says which
     Unreadable, // not XML, past a limit, or without the expected element
     NotSupported, // the device offers no such service
+    OutOfRange, // not sent: a value outside what the device says it accepts
+};
+
+// How a stream is to be carried (both unicast).
+enum class StreamTransport {
+    Rtsp, // RTSP, with RTP as the player negotiates it
+    RtspOverHttp, // RTSP tunnelled through HTTP, for networks that pass only the web
 };
 
 struct ONVIFTYPES_EXPORT CameraOptions
@@ -53,6 +61,11 @@ struct ONVIFTYPES_EXPORT CameraOptions
     // Each request and answer as a log record (severity 2, "Camera"); failures are logged at 4
     // whatever this says.
     bool trace = false;
+    // The service that profiles, stream and snapshot URIs come from: Media2 where the device
+    // offers it (open() finds out; H.265 profiles often exist only there), else Media (ver10);
+    // or either one forced.
+    enum class MediaService { Automatic, Media1, Media2 };
+    MediaService mediaService = MediaService::Automatic;
 };
 
 struct ONVIFTYPES_EXPORT CameraServices
@@ -66,7 +79,7 @@ struct ONVIFTYPES_EXPORT CameraProfile
     QString token;
     QString name;
     QString videoEncoderToken;
-    QString videoEncoding; // empty for a profile without video
+    QString videoEncoding; // "JPEG", "MPEG4", "H264", "H265"...; empty for a profile without video
     int width = 0;
     int height = 0;
     int frameRate = 0;
@@ -77,6 +90,11 @@ struct ONVIFTYPES_EXPORT CameraProfile
     bool ptz = false;
     QString streamUri; // RTSP unicast; empty when the device gives none
     QString snapshotUri;
+    // Added with Media2 support; Media (ver10) fills them where it tells them.
+    QString videoProfile; // the encoder's profile: "Main", "High", "Main10"...
+    int govLength = 0;
+    QString videoSourceToken; // what the imaging operations take
+    bool fromMedia2 = false; // read from the Media2 service
 };
 
 struct ONVIFTYPES_EXPORT Snapshot
@@ -135,10 +153,32 @@ public:
     QFuture<QDateTime> deviceTime();
 
     QFuture<DeviceInfo> deviceInformation();
-    // Every profile in the device's order, with its stream and snapshot URIs.
+    // Every profile in the device's order, with its stream and snapshot URIs, from the service
+    // CameraOptions::mediaService names (Automatic falls back to Media when Media2 fails).
     QFuture<QVector<CameraProfile>> profiles();
+    QFuture<QVector<CameraProfile>> profiles(CameraOptions::MediaService media);
+    QFuture<QString> streamUri(
+        const QString& profileToken, StreamTransport transport = StreamTransport::Rtsp);
+    QFuture<QString> snapshotUri(const QString& profileToken);
     // The picture of a profile, fetched with the session's authentication.
     QFuture<Snapshot> snapshot(const QString& profileToken);
+
+    // Imaging of a video source (CameraProfile::videoSourceToken).
+    QFuture<ImagingSettings> imagingSettings(const QString& videoSourceToken);
+    QFuture<ImagingOptions> imagingOptions(const QString& videoSourceToken);
+    // Changes the values change sets (the others stay as the device has them), checked against
+    // the device's options first: numbers outside a range are clamped into it, or with Refuse the
+    // call fails with CameraError::OutOfRange; a mode the device does not list always fails so.
+    // The result holds the settings as sent.
+    enum class OutOfRangePolicy { Clamp, Refuse };
+    QFuture<ImagingSettings> setImagingSettings(const QString& videoSourceToken,
+        const ImagingSettings& change, OutOfRangePolicy policy = OutOfRangePolicy::Clamp);
+    // Focus: continuous at a speed (-1..1, until focusStop), to a position, or by a distance.
+    QFuture<void> focusContinuous(const QString& videoSourceToken, double speed);
+    QFuture<void> focusAbsolute(const QString& videoSourceToken, double position);
+    QFuture<void> focusRelative(const QString& videoSourceToken, double distance);
+    QFuture<void> focusStop(const QString& videoSourceToken);
+    QFuture<FocusState> focusStatus(const QString& videoSourceToken);
 
     QFuture<void> ptzMove(const QString& profileToken, double pan, double tilt, double zoom);
     QFuture<void> ptzStop(const QString& profileToken);

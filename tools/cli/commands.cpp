@@ -88,6 +88,7 @@ std::unique_ptr<Onvif::Camera> Context::camera() const
     Onvif::CameraOptions settings;
     settings.controlTimeoutMs = options.timeoutMs;
     settings.trace = options.verbose;
+    settings.mediaService = media;
     auto session = std::make_unique<Onvif::Camera>(url, options.user, options.password, settings);
     configure(options, session->networkManager());
     return session;
@@ -109,6 +110,9 @@ int Context::sessionFailure(const QString& what, const Onvif::CameraResult& resu
     case CameraError::Unreachable:
         printError(QStringLiteral("%1: %2").arg(what, result.message));
         return Unreachable;
+    case CameraError::OutOfRange:
+        printError(QStringLiteral("%1: %2").arg(what, result.message));
+        return BadArguments;
     case CameraError::None:
         printError(QStringLiteral("%1: no answer from %2 within %3 s")
                        .arg(what, url.toString())
@@ -156,7 +160,8 @@ QJsonObject toJson(const Onvif::CameraProfile& p)
         o.insert("video",
             QJsonObject { { "encoderToken", p.videoEncoderToken }, { "encoding", p.videoEncoding },
                 { "width", p.width }, { "height", p.height }, { "frameRate", p.frameRate },
-                { "bitrateKbps", p.bitrateKbps } });
+                { "bitrateKbps", p.bitrateKbps }, { "profile", p.videoProfile }, { "govLength", p.govLength },
+                { "sourceToken", p.videoSourceToken } });
     if (!p.audioEncoding.isEmpty())
         o.insert("audio",
             QJsonObject { { "encoding", p.audioEncoding }, { "bitrateKbps", p.audioBitrateKbps },
@@ -182,12 +187,14 @@ void printProfiles(const QVector<Onvif::CameraProfile>& profiles)
         printLine(QStringLiteral("%1  \"%2\"%3")
                       .arg(p.token, p.name, p.ptz ? QStringLiteral("  (PTZ)") : QString()));
         if (!p.videoEncoding.isEmpty())
-            printLine(QStringLiteral("    video: %1 %2x%3, %4 fps, %5 kbps (encoder %6)")
+            printLine(QStringLiteral("    video: %1 %2x%3, %4 fps, %5 kbps%6 (encoder %7)")
                           .arg(p.videoEncoding)
                           .arg(p.width)
                           .arg(p.height)
                           .arg(p.frameRate)
                           .arg(p.bitrateKbps)
+                          .arg((p.videoProfile.isEmpty() ? QString() : QStringLiteral(", ") + p.videoProfile)
+                              + (p.govLength > 0 ? QStringLiteral(", GOP %1").arg(p.govLength) : QString()))
                           .arg(p.videoEncoderToken));
         if (!p.audioEncoding.isEmpty())
             printLine(QStringLiteral("    audio: %1 %2 kbps, %3 kHz")
@@ -245,8 +252,6 @@ int time(const Context& context)
     return Ok;
 }
 
-namespace {
-
 // One profile per video encoder, largest picture first (the first of equal ones kept).
 QVector<Onvif::CameraProfile> videoProfiles(const QVector<Onvif::CameraProfile>& all)
 {
@@ -282,8 +287,6 @@ bool pickProfile(const Context& context, const QString& what, QVector<Onvif::Cam
     return true;
 }
 
-} // namespace
-
 int profiles(const Context& context)
 {
     const auto camera = context.camera();
@@ -298,8 +301,15 @@ int profiles(const Context& context)
         QJsonArray array;
         for (const auto& p : list)
             array.append(toJson(p));
-        printJson(QJsonObject {
-            { "mediaService", camera->connection().services.media.toString() }, { "profiles", array } });
+        // The service the profiles came from; Media devices often name none and serve it here.
+        const bool media2 = !all.isEmpty() && all.first().fromMedia2;
+        const Onvif::CameraServices& services = camera->connection().services;
+        const QUrl service = media2    ? services.media2
+            : services.media.isEmpty() ? context.url
+                                       : services.media;
+        printJson(QJsonObject { { "mediaService", service.toString() },
+            { "media", media2 ? QStringLiteral("Media2") : QStringLiteral("Media") },
+            { "profiles", array } });
     } else if (list.isEmpty()) {
         printLine(context.allProfiles ? QStringLiteral("The device lists no profile.")
                                       : QStringLiteral("No profile with a video encoder."));

@@ -21,6 +21,8 @@ struct Context
     QString profile; // --profile: the one media profile a command works on; empty: its own choice
     bool allProfiles = false; // profiles --all: every profile, in the device's order
     QString topic; // events --topic: a concrete-set topic expression
+    bool strict = false; // imaging set --strict: refuse values outside the device's range
+    Onvif::CameraOptions::MediaService media = Onvif::CameraOptions::MediaService::Automatic; // --media
 
     // Turns a failed or unanswered call into a message and an exit code; a fault the
     // device sent is printed as "device fault ter:Code (Receiver): reason".
@@ -49,6 +51,11 @@ struct Context
     bool loadProfiles(Onvif::Camera& camera, QVector<Onvif::CameraProfile>* profiles, int* exitCode) const;
 };
 
+// One profile per video encoder, largest picture first (the first of equal ones kept).
+QVector<Onvif::CameraProfile> videoProfiles(const QVector<Onvif::CameraProfile>& all);
+// Narrows the list to the profile named by --profile; false (and a message) when there is none.
+bool pickProfile(const Context& context, const QString& what, QVector<Onvif::CameraProfile>* list);
+
 int info(const Context& context);
 int profiles(const Context& context);
 int snapshot(const Context& context, const QString& file);
@@ -58,6 +65,8 @@ int ptz(const Context& context, const QString& profile, const QStringList& args)
 int events(const Context& context, int seconds);
 // The device's clock against ours.
 int time(const Context& context);
+// Image settings of a profile's video source: show, set NAME=VALUE..., focus ACTION.
+int imaging(const Context& context, const QStringList& args);
 // The library's device information dialog, queried at once; returns when it is closed.
 int dialog(const Context& context);
 

@@ -54,6 +54,7 @@ int dialog(const Context& context)
     info.path = context.url.path();
     OnvifInfoDlg dlg(context.options.user, context.options.password, info);
     dlg.setStatusShown(true); // a person at the screen should see it working, and why it failed
+    dlg.setMedia2ProfilesShown(true);
     dlg.setDeviceUrl(context.url);
     dlg.show();
     // Whoever opens it from the command line wants the answer: ask at once.

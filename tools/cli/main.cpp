@@ -36,6 +36,13 @@ const char* const kUsage = R"(Commands:
                                 (default 10 s; Ctrl-C ends it early and unsubscribes); --topic filters;
                                 with --json one object per line
   time URL                      the device's clock against ours (the offset every request corrects)
+  imaging URL [ACTION]          image settings of the largest profile's video source (--profile names
+                                another): show (default) | options | set NAME=VALUE... with NAME
+                                brightness, contrast, saturation, sharpness, ircut, exposure,
+                                exposure-time, gain, white-balance, cr-gain, cb-gain, focus-mode
+                                (values outside the device's range are clamped; --strict refuses) |
+                                focus move SPEED | focus absolute POS | focus relative DIST |
+                                focus stop | focus status
   dialog URL                    the device information dialog, filled at once (needs a display)
   demo [DIR]                    the whole tour against a simulated camera on 127.0.0.1
 
@@ -132,10 +139,15 @@ int run()
         "events: only these topics, as the camera's filter understands them (e.g. tns1:RuleEngine//.).",
         "expression");
     const QCommandLineOption csv("csv", "discover: comma-separated values with a header line.");
-    parser.addOptions(
-        { user, password, passwordFile, json, csv, timeout, verbose, profile, all, cacert, insecure, topic });
+    const QCommandLineOption media("media",
+        "Media service for profiles, snapshot, ptz and imaging: auto (Media2 where the device offers it), "
+        "1 or 2.",
+        "service", "auto");
+    const QCommandLineOption strict("strict", "imaging set: refuse values outside the device's range.");
+    parser.addOptions({ user, password, passwordFile, json, csv, timeout, verbose, profile, all, cacert,
+        insecure, topic, media, strict });
     parser.addPositionalArgument(
-        "command", "discover, info, profiles, snapshot, ptz, events, time, dialog or demo.");
+        "command", "discover, info, profiles, snapshot, ptz, imaging, events, time, dialog or demo.");
     parser.addPositionalArgument("arguments", "The command's arguments.", "[arguments...]");
 
     // A negative number (ptz move -0.5 0) is an argument, not an option: hidden from the
@@ -239,7 +251,7 @@ int run()
     }
 
     const QMap<QString, int> maxArgs { { "info", 2 }, { "profiles", 2 }, { "snapshot", 3 }, { "events", 3 },
-        { "ptz", 7 }, { "dialog", 2 }, { "time", 2 } };
+        { "ptz", 7 }, { "dialog", 2 }, { "time", 2 }, { "imaging", 16 } };
     if (!maxArgs.contains(command)) {
         Cli::printError(QStringLiteral("unknown command '%1'; see --help").arg(command));
         return Cli::BadArguments;
@@ -254,6 +266,16 @@ int run()
     context.profile = parser.value(profile);
     context.allProfiles = parser.isSet(all);
     context.topic = parser.value(topic);
+    const QString mediaChoice = parser.value(media);
+    if (mediaChoice == QLatin1String("1"))
+        context.media = Onvif::CameraOptions::MediaService::Media1;
+    else if (mediaChoice == QLatin1String("2"))
+        context.media = Onvif::CameraOptions::MediaService::Media2;
+    else if (mediaChoice != QLatin1String("auto")) {
+        Cli::printError(QStringLiteral("--media takes auto, 1 or 2"));
+        return Cli::BadArguments;
+    }
+    context.strict = parser.isSet(strict);
     if (parser.isSet(topic) && command != QLatin1String("events")) {
         Cli::printError(QStringLiteral("--topic applies to events only"));
         return Cli::BadArguments;
@@ -263,8 +285,8 @@ int run()
         return Cli::BadArguments;
     }
     if (parser.isSet(profile) && command != QLatin1String("ptz") && command != QLatin1String("snapshot")
-        && command != QLatin1String("profiles")) {
-        Cli::printError(QStringLiteral("--profile applies to ptz, snapshot and profiles only"));
+        && command != QLatin1String("profiles") && command != QLatin1String("imaging")) {
+        Cli::printError(QStringLiteral("--profile applies to ptz, snapshot, profiles and imaging only"));
         return Cli::BadArguments;
     }
     QString error;
@@ -288,6 +310,8 @@ int run()
     }
     if (command == QLatin1String("ptz"))
         return Cli::ptz(context, parser.value(profile), args.mid(2));
+    if (command == QLatin1String("imaging"))
+        return Cli::imaging(context, args.mid(2));
     if (command == QLatin1String("events")) {
         bool ok = true;
         const int seconds = args.size() > 2 ? args.at(2).toInt(&ok) : 10;
