@@ -149,7 +149,10 @@ struct Camera::Impl
     int nextSubscriptionId = 1;
     QHash<QString, QByteArray> snapshots;
     CameraStats stats;
-    QHash<QString, double> imaging; // levels by element name, and "Focus"
+    QHash<QString, QString> imaging; // settings changed, by path ("Brightness", "Exposure/Gain")
+    double focusPosition = 0;
+    double focusSpeed = 0; // a continuous focus move while not 0
+    qint64 focusSinceMs = 0; // when focusPosition was last brought up to date
     int failedInRow = 0; // lockout
     qint64 lockedUntilMs = 0;
     qint64 lastRebootMs = 0;
