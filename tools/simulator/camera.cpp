@@ -779,7 +779,7 @@ QString Camera::deviceUrl() const
 QString Camera::serviceUrl(Service service) const
 {
     static const char* const paths[] = { "/onvif/device_service", "/onvif/media_service",
-        "/onvif/ptz_service", "/onvif/event_service", "/onvif/imaging_service" };
+        "/onvif/ptz_service", "/onvif/event_service", "/onvif/imaging_service", "/onvif/media2_service" };
     return baseUrl() + QLatin1String(paths[static_cast<int>(service)]);
 }
 

@@ -54,7 +54,7 @@ struct CameraStats
     int reboots = 0;
 };
 
-enum class Service { Device, Media, Ptz, Events, Imaging };
+enum class Service { Device, Media, Ptz, Events, Imaging, Media2 };
 
 // A simulated ONVIF camera on one loopback port. The server runs on its own
 // threads; every method may be called from any thread.

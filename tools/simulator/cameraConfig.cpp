@@ -134,7 +134,15 @@ CameraConfig CameraConfig::defaultCamera()
     jpeg.height = 720;
     jpeg.frameRate = 25;
     jpeg.bitrate = 2048;
-    c.videoEncoders = { main, sub, jpeg };
+    VideoEncoder h265;
+    h265.token = QStringLiteral("venc_h265");
+    h265.name = QStringLiteral("H265Encoder");
+    h265.encoding = QStringLiteral("H265");
+    h265.width = 2560;
+    h265.height = 1440;
+    h265.bitrate = 6144;
+    h265.profile = QStringLiteral("Main");
+    c.videoEncoders = { main, sub, jpeg, h265 };
 
     AudioEncoder audio;
     audio.token = QStringLiteral("aenc_0");
@@ -163,7 +171,10 @@ CameraConfig CameraConfig::defaultCamera()
         profile("prof_main_copy", "MainStreamCopy", "venc_main", "", ""),
         profile("prof_jpeg", "JpegStream", "venc_jpeg", "aenc_0", ""),
         profile("prof_audio", "AudioOnly", "", "aenc_0", ""),
+        // Last, so that the Media1 profiles keep their places.
+        profile("profile_h265", "H265", "venc_h265", "", ""),
     };
+    c.profiles.last().media2Only = true;
     return c;
 }
 
@@ -242,6 +253,7 @@ bool CameraConfig::applyJson(const QJsonObject& json, QString* error)
     const QJsonObject caps = json.value(QLatin1String("capabilities")).toObject();
     readBool(caps, "device", deviceCapability);
     readBool(caps, "media", mediaCapability);
+    readBool(caps, "media2", media2Capability);
     readBool(caps, "ptz", ptzCapability);
     readBool(caps, "events", eventsCapability);
     readBool(caps, "imaging", imagingCapability);
@@ -261,6 +273,7 @@ bool CameraConfig::applyJson(const QJsonObject& json, QString* error)
             readInt(o, "bitrate", v.bitrate);
             readInt(o, "govLength", v.govLength);
             readString(o, "h264Profile", v.h264Profile);
+            readString(o, "profile", v.profile);
             readBool(o, "rateControl", v.rateControl);
             videoEncoders.append(v);
         }
@@ -302,6 +315,7 @@ bool CameraConfig::applyJson(const QJsonObject& json, QString* error)
             readString(o, "audioEncoder", p.audioEncoder);
             readString(o, "ptzNode", p.ptzNode);
             readString(o, "streamUri", p.streamUri);
+            readBool(o, "media2Only", p.media2Only);
             profiles.append(p);
         }
     }

@@ -44,14 +44,15 @@ struct VideoEncoder
 {
     QString token;
     QString name;
-    QString encoding = QStringLiteral("H264"); // H264 or JPEG
+    QString encoding = QStringLiteral("H264"); // H264, H265 (Media2 only) or JPEG
     int width = 1920;
     int height = 1080;
     float quality = 5;
     int frameRate = 25;
     int bitrate = 4096;
     int govLength = 50;
-    QString h264Profile = QStringLiteral("Main");
+    QString h264Profile = QStringLiteral("Main"); // Media1's H264Profile
+    QString profile; // Media2's Profile attribute; empty: h264Profile for H264, Main for H265
     bool rateControl = true;
 };
 
@@ -81,6 +82,7 @@ struct ProfileConfig
     QString audioEncoder; // token of an AudioEncoder; empty: none
     QString ptzNode; // token of a PtzNodeConfig; empty: no PTZ configuration
     QString streamUri; // empty: rtsp://<host>:554/<token>
+    bool media2Only = false; // absent from Media1 answers, as profiles Media1 cannot express are
 };
 
 struct CameraConfig
@@ -108,6 +110,7 @@ struct CameraConfig
 
     bool deviceCapability = true;
     bool mediaCapability = true;
+    bool media2Capability = true;
     bool ptzCapability = true;
     bool eventsCapability = true;
     bool imagingCapability = true;
@@ -142,7 +145,8 @@ struct CameraConfig
     bool applyQuirk(const QString& name, QString* error = nullptr);
     static QStringList knownQuirks();
 
-    // The built-in camera: five profiles covering the shapes clients must handle.
+    // The built-in camera: five Media1 profiles covering the shapes clients must handle, and an
+    // H.265 one that only Media2 lists.
     static CameraConfig defaultCamera();
     // Overlays the keys present in json on top of *this.
     bool applyJson(const QJsonObject& json, QString* error);

@@ -100,10 +100,21 @@ struct Camera::Impl
     SoapReply ptzOperation(const SoapRequest& request);
     SoapReply eventOperation(const SoapRequest& request);
     SoapReply imagingOperation(const SoapRequest& request); // imagingService.cpp
-    QString profileXml(const ProfileConfig& profile) const;
+    // Media1's view unless allProfiles: media2Only profiles are neither listed nor counted.
+    QString profileXml(const ProfileConfig& profile, bool allProfiles = false) const;
     // Configurations of one kind (tt:tag) as element, from the profiles; one token or (null) all.
-    QString configurationsXml(
-        const QString& tag, const QString& element, const QString& wantedToken = QString()) const;
+    QString configurationsXml(const QString& tag, const QString& element,
+        const QString& wantedToken = QString(), bool allProfiles = false) const;
+    int useCount(QString ProfileConfig::*member, const QString& token, bool allProfiles) const;
+    QString videoSourceConfigurationXml(const QString& element, bool allProfiles) const;
+    QString audioSourceConfigurationXml(
+        const QString& element, const QString& audioEncoder, bool allProfiles) const;
+    QString ptzConfigurationXml(const QString& element, const PtzNodeConfig& node, bool allProfiles) const;
+    QString streamUri(const ProfileConfig& profile) const; // rtsp://, as GetStreamUri gives it
+    QString snapshotUri(const ProfileConfig& profile) const;
+    bool media1Served() const { return config.mediaCapability && !config.hasQuirk("media2-only"); }
+    SoapReply media2Operation(const SoapRequest& request, bool emptyUri); // media2Service.cpp
+    QString media2CapabilitiesXml() const; // tr2:Capabilities, declaring tr2 itself
     QString mediaConfigurations(const QString& op) const; // null unless op lists configurations
     QString nodeXml(const PtzNodeConfig& node) const;
     void settle(PtzNodeState& state, qint64 nowMs) const;
@@ -138,7 +149,10 @@ struct Camera::Impl
     int nextSubscriptionId = 1;
     QHash<QString, QByteArray> snapshots;
     CameraStats stats;
-    QHash<QString, double> imaging; // levels by element name, and "Focus"
+    QHash<QString, QString> imaging; // settings changed, by path ("Brightness", "Exposure/Gain")
+    double focusPosition = 0;
+    double focusSpeed = 0; // a continuous focus move while not 0
+    qint64 focusSinceMs = 0; // when focusPosition was last brought up to date
     int failedInRow = 0; // lockout
     qint64 lockedUntilMs = 0;
     qint64 lastRebootMs = 0;

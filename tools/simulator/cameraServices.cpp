@@ -111,9 +111,8 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
             return getSystemDateAndTime();
         return deviceSettings(op);
     }
-    // media2-only: the hook where Media2 takes over; Media1 is then refused.
-    if (ns == QLatin1String("http://www.onvif.org/ver10/media/wsdl") && config.mediaCapability
-        && !config.hasQuirk("media2-only")) {
+    // media2-only: Media1 is refused and Media2 alone serves the profiles.
+    if (ns == QLatin1String("http://www.onvif.org/ver10/media/wsdl") && media1Served()) {
         if (op == QLatin1String("GetProfiles"))
             return getProfiles(request, false);
         if (op == QLatin1String("GetProfile"))
@@ -170,6 +169,8 @@ SoapReply Camera::Impl::dispatch(const SoapRequest& request, bool emptyUri)
             return getMediaUri(request, true, emptyUri);
         return unsupported();
     }
+    if (ns == QLatin1String("http://www.onvif.org/ver20/media/wsdl") && config.media2Capability)
+        return media2Operation(request, emptyUri);
     if (ns == QLatin1String("http://www.onvif.org/ver20/ptz/wsdl") && config.ptzCapability)
         return ptzOperation(request);
     if ((ns == QLatin1String("http://www.onvif.org/ver10/events/wsdl")
@@ -233,7 +234,7 @@ SoapReply Camera::Impl::deviceSettings(const QString& op)
 }
 
 QString Camera::Impl::configurationsXml(
-    const QString& tag, const QString& element, const QString& wantedToken) const
+    const QString& tag, const QString& element, const QString& wantedToken, bool allProfiles) const
 {
     // Cut from the profiles, so that lists and profiles never disagree; each configuration once.
     QString x;
@@ -241,7 +242,9 @@ QString Camera::Impl::configurationsXml(
     const QString open = QStringLiteral("<tt:%1 token=\"").arg(tag);
     const QString close = QStringLiteral("</tt:%1>").arg(tag);
     for (const ProfileConfig& p : config.profiles) {
-        const QString xml = profileXml(p);
+        if (p.media2Only && !allProfiles)
+            continue;
+        const QString xml = profileXml(p, allProfiles);
         const int start = xml.indexOf(open);
         if (start < 0)
             continue;
@@ -296,7 +299,7 @@ SoapReply Camera::Impl::getCapabilities(const SoapRequest& request)
         bool enabled;
     } sections[] = { { "Analytics", false }, { "Device", config.deviceCapability },
         { "Events", config.eventsCapability }, { "Imaging", config.imagingCapability },
-        { "Media", config.mediaCapability }, { "PTZ", config.ptzCapability } };
+        { "Media", media1Served() }, { "PTZ", config.ptzCapability } };
     if (!all) {
         for (const QString& w : wanted) {
             const auto* s = std::find_if(std::begin(sections), std::end(sections),
@@ -339,7 +342,7 @@ SoapReply Camera::Impl::getCapabilities(const SoapRequest& request)
     if (include("Imaging", config.imagingCapability))
         caps += QStringLiteral("<tt:Imaging><tt:XAddr>%1/onvif/imaging_service</tt:XAddr></tt:Imaging>")
                     .arg(b);
-    if (include("Media", config.mediaCapability)) {
+    if (include("Media", media1Served())) {
         caps += QStringLiteral(
             "<tt:Media><tt:XAddr>%1/onvif/media_service</tt:XAddr><tt:StreamingCapabilities>"
             "<tt:RTPMulticast>false</tt:RTPMulticast><tt:RTP_TCP>true</tt:RTP_TCP>"
@@ -373,11 +376,13 @@ SoapReply Camera::Impl::getServices(const SoapRequest& request)
             "DiscoveryResolve=\"false\" DiscoveryBye=\"false\" RemoteDiscovery=\"false\" "
             "SystemBackup=\"false\" "
             "SystemLogging=\"false\" FirmwareUpgrade=\"false\"/></tds:Capabilities>" },
-        { config.mediaCapability, "http://www.onvif.org/ver10/media/wsdl", "/onvif/media_service", 2, 60,
+        { media1Served(), "http://www.onvif.org/ver10/media/wsdl", "/onvif/media_service", 2, 60,
             "<trt:Capabilities SnapshotUri=\"true\" Rotation=\"false\"><trt:ProfileCapabilities "
             "MaximumNumberOfProfiles=\"10\"/><trt:StreamingCapabilities RTPMulticast=\"false\" "
             "RTP_TCP=\"true\" "
             "RTP_RTSP_TCP=\"true\"/></trt:Capabilities>" },
+        { config.media2Capability, "http://www.onvif.org/ver20/media/wsdl", "/onvif/media2_service", 2, 60,
+            nullptr },
         { config.ptzCapability, "http://www.onvif.org/ver20/ptz/wsdl", "/onvif/ptz_service", 2, 60,
             "<tptz:Capabilities EFlip=\"false\" Reverse=\"false\" GetCompatibleConfigurations=\"false\"/>" },
         { config.eventsCapability, "http://www.onvif.org/ver10/events/wsdl", "/onvif/event_service", 2, 60,
@@ -394,7 +399,7 @@ SoapReply Camera::Impl::getServices(const SoapRequest& request)
         body += QStringLiteral("<tds:Service>") + el("tds:Namespace", QLatin1String(s.ns))
             + el("tds:XAddr", b + QLatin1String(s.path));
         if (withCaps)
-            body += el("tds:Capabilities", QLatin1String(s.caps));
+            body += el("tds:Capabilities", s.caps ? QString(QLatin1String(s.caps)) : media2CapabilitiesXml());
         body += el("tds:Version",
                     el("tt:Major", QString::number(s.major)) + el("tt:Minor", QString::number(s.minor)))
             + QStringLiteral("</tds:Service>");
@@ -427,40 +432,74 @@ SoapReply Camera::Impl::getSystemDateAndTime()
     return reply;
 }
 
-QString Camera::Impl::profileXml(const ProfileConfig& p) const
+int Camera::Impl::useCount(QString ProfileConfig::*member, const QString& token, bool allProfiles) const
 {
-    auto useCount = [this](auto member, const QString& token) {
-        return QString::number(std::count_if(config.profiles.begin(), config.profiles.end(),
-            [&](const ProfileConfig& q) { return q.*member == token; }));
-    };
+    return static_cast<int>(std::count_if(config.profiles.begin(), config.profiles.end(),
+        [&](const ProfileConfig& q) { return (allProfiles || !q.media2Only) && q.*member == token; }));
+}
+
+QString Camera::Impl::videoSourceConfigurationXml(const QString& element, bool allProfiles) const
+{
+    const int uses = static_cast<int>(std::count_if(config.profiles.begin(), config.profiles.end(),
+        [&](const ProfileConfig& q) { return (allProfiles || !q.media2Only) && !q.videoEncoder.isEmpty(); }));
+    return QStringLiteral("<%1 token=\"vsc_0\"><tt:Name>VideoSourceConfig</tt:Name>"
+                          "<tt:UseCount>%2</tt:UseCount><tt:SourceToken>vsrc_0</tt:SourceToken>"
+                          "<tt:Bounds x=\"0\" y=\"0\" width=\"1920\" height=\"1080\"/></%1>")
+        .arg(element)
+        .arg(uses);
+}
+
+QString Camera::Impl::audioSourceConfigurationXml(
+    const QString& element, const QString& audioEncoder, bool allProfiles) const
+{
+    return QStringLiteral("<%1 token=\"asc_0\"><tt:Name>AudioSourceConfig</tt:Name>"
+                          "<tt:UseCount>%2</tt:UseCount><tt:SourceToken>asrc_0</tt:SourceToken></%1>")
+        .arg(element)
+        .arg(useCount(&ProfileConfig::audioEncoder, audioEncoder, allProfiles));
+}
+
+QString Camera::Impl::ptzConfigurationXml(
+    const QString& element, const PtzNodeConfig& node, bool allProfiles) const
+{
+    return QStringLiteral("<%1 token=\"ptzcfg_%2\">").arg(element, esc(node.token))
+        + el("tt:Name", esc(node.name))
+        + el("tt:UseCount", QString::number(useCount(&ProfileConfig::ptzNode, node.token, allProfiles)))
+        + el("tt:NodeToken", esc(node.token))
+        + el("tt:DefaultAbsolutePantTiltPositionSpace", QLatin1String(kPtPosition))
+        + el("tt:DefaultAbsoluteZoomPositionSpace", QLatin1String(kZPosition))
+        + el("tt:DefaultRelativePanTiltTranslationSpace", QLatin1String(kPtTranslation))
+        + el("tt:DefaultRelativeZoomTranslationSpace", QLatin1String(kZTranslation))
+        + el("tt:DefaultContinuousPanTiltVelocitySpace", QLatin1String(kPtVelocity))
+        + el("tt:DefaultContinuousZoomVelocitySpace", QLatin1String(kZVelocity))
+        + QStringLiteral("<tt:DefaultPTZSpeed><tt:PanTilt x=\"1\" y=\"1\" space=\"%1\"/><tt:Zoom x=\"1\" "
+                         "space=\"%2\"/></tt:DefaultPTZSpeed>")
+              .arg(QLatin1String(kPtSpeed), QLatin1String(kZSpeed))
+        + el("tt:DefaultPTZTimeout", QStringLiteral("PT%1S").arg(config.ptzTimeoutMs / 1000.0))
+        + el("tt:PanTiltLimits", space2D("tt:Range", kPtPosition, -1, 1))
+        + el("tt:ZoomLimits", space1D("tt:Range", kZPosition, 0, 1)) + QStringLiteral("</%1>").arg(element);
+}
+
+QString Camera::Impl::profileXml(const ProfileConfig& p, bool allProfiles) const
+{
+    // Media1 counts only the profiles it lists, and cannot express H.265 at all.
     QString x = QStringLiteral("<trt:Profiles token=\"%1\" fixed=\"true\">").arg(esc(p.token))
         + el("tt:Name", esc(p.name));
     const auto video = std::find_if(config.videoEncoders.begin(), config.videoEncoders.end(),
-        [&p](const VideoEncoder& v) { return v.token == p.videoEncoder; });
+        [&](const VideoEncoder& v) { return v.token == p.videoEncoder; });
     const auto audio = std::find_if(config.audioEncoders.begin(), config.audioEncoders.end(),
         [&p](const AudioEncoder& a) { return a.token == p.audioEncoder; });
     const auto node = std::find_if(config.ptzNodes.begin(), config.ptzNodes.end(),
         [&p](const PtzNodeConfig& n) { return n.token == p.ptzNode; });
-    if (video != config.videoEncoders.end()) {
-        x += QStringLiteral(
-            "<tt:VideoSourceConfiguration token=\"vsc_0\"><tt:Name>VideoSourceConfig</tt:Name>"
-            "<tt:UseCount>%1</tt:UseCount><tt:SourceToken>vsrc_0</tt:SourceToken>"
-            "<tt:Bounds x=\"0\" y=\"0\" width=\"1920\" height=\"1080\"/>"
-            "</tt:VideoSourceConfiguration>")
-                 .arg(std::count_if(config.profiles.begin(), config.profiles.end(),
-                     [](const ProfileConfig& q) { return !q.videoEncoder.isEmpty(); }));
-    }
-    if (audio != config.audioEncoders.end()) {
-        x += QStringLiteral(
-            "<tt:AudioSourceConfiguration token=\"asc_0\"><tt:Name>AudioSourceConfig</tt:Name>"
-            "<tt:UseCount>%1</tt:UseCount><tt:SourceToken>asrc_0</tt:SourceToken>"
-            "</tt:AudioSourceConfiguration>")
-                 .arg(useCount(&ProfileConfig::audioEncoder, audio->token));
-    }
-    if (video != config.videoEncoders.end()) {
+    if (video != config.videoEncoders.end())
+        x += videoSourceConfigurationXml(QStringLiteral("tt:VideoSourceConfiguration"), allProfiles);
+    if (audio != config.audioEncoders.end())
+        x += audioSourceConfigurationXml(
+            QStringLiteral("tt:AudioSourceConfiguration"), audio->token, allProfiles);
+    if (video != config.videoEncoders.end() && video->encoding != QLatin1String("H265")) {
         const VideoEncoder& v = *video;
         x += QStringLiteral("<tt:VideoEncoderConfiguration token=\"%1\">").arg(esc(v.token))
-            + el("tt:Name", esc(v.name)) + el("tt:UseCount", useCount(&ProfileConfig::videoEncoder, v.token))
+            + el("tt:Name", esc(v.name))
+            + el("tt:UseCount", QString::number(useCount(&ProfileConfig::videoEncoder, v.token, allProfiles)))
             + el("tt:Encoding", esc(v.encoding))
             + el("tt:Resolution",
                 el("tt:Width", QString::number(v.width)) + el("tt:Height", QString::number(v.height)))
@@ -480,30 +519,14 @@ QString Camera::Impl::profileXml(const ProfileConfig& p) const
     if (audio != config.audioEncoders.end()) {
         const AudioEncoder& a = *audio;
         x += QStringLiteral("<tt:AudioEncoderConfiguration token=\"%1\">").arg(esc(a.token))
-            + el("tt:Name", esc(a.name)) + el("tt:UseCount", useCount(&ProfileConfig::audioEncoder, a.token))
+            + el("tt:Name", esc(a.name))
+            + el("tt:UseCount", QString::number(useCount(&ProfileConfig::audioEncoder, a.token, allProfiles)))
             + el("tt:Encoding", esc(a.encoding)) + el("tt:Bitrate", QString::number(a.bitrate))
             + el("tt:SampleRate", QString::number(a.sampleRate)) + multicast()
             + QStringLiteral("</tt:AudioEncoderConfiguration>");
     }
-    if (node != config.ptzNodes.end()) {
-        x += QStringLiteral("<tt:PTZConfiguration token=\"ptzcfg_%1\">").arg(esc(node->token))
-            + el("tt:Name", esc(node->name))
-            + el("tt:UseCount", useCount(&ProfileConfig::ptzNode, node->token))
-            + el("tt:NodeToken", esc(node->token))
-            + el("tt:DefaultAbsolutePantTiltPositionSpace", QLatin1String(kPtPosition))
-            + el("tt:DefaultAbsoluteZoomPositionSpace", QLatin1String(kZPosition))
-            + el("tt:DefaultRelativePanTiltTranslationSpace", QLatin1String(kPtTranslation))
-            + el("tt:DefaultRelativeZoomTranslationSpace", QLatin1String(kZTranslation))
-            + el("tt:DefaultContinuousPanTiltVelocitySpace", QLatin1String(kPtVelocity))
-            + el("tt:DefaultContinuousZoomVelocitySpace", QLatin1String(kZVelocity))
-            + QStringLiteral("<tt:DefaultPTZSpeed><tt:PanTilt x=\"1\" y=\"1\" space=\"%1\"/><tt:Zoom x=\"1\" "
-                             "space=\"%2\"/></tt:DefaultPTZSpeed>")
-                  .arg(QLatin1String(kPtSpeed), QLatin1String(kZSpeed))
-            + el("tt:DefaultPTZTimeout", QStringLiteral("PT%1S").arg(config.ptzTimeoutMs / 1000.0))
-            + el("tt:PanTiltLimits", space2D("tt:Range", kPtPosition, -1, 1))
-            + el("tt:ZoomLimits", space1D("tt:Range", kZPosition, 0, 1))
-            + QStringLiteral("</tt:PTZConfiguration>");
-    }
+    if (node != config.ptzNodes.end())
+        x += ptzConfigurationXml(QStringLiteral("tt:PTZConfiguration"), *node, allProfiles);
     return x + QStringLiteral("</trt:Profiles>");
 }
 
@@ -513,7 +536,7 @@ SoapReply Camera::Impl::getProfiles(const SoapRequest& request, bool single)
     if (single) {
         const QString token = Soap::childText(request.body, "ProfileToken");
         for (const ProfileConfig& p : config.profiles) {
-            if (p.token == token) {
+            if (p.token == token && !p.media2Only) {
                 reply.body = QStringLiteral("<trt:GetProfileResponse>")
                     + profileXml(p).replace(QLatin1String("trt:Profiles"), QLatin1String("trt:Profile"))
                     + QStringLiteral("</trt:GetProfileResponse>");
@@ -524,30 +547,38 @@ SoapReply Camera::Impl::getProfiles(const SoapRequest& request, bool single)
             QStringLiteral("The requested profile token does not exist"));
     }
     reply.body = QStringLiteral("<trt:GetProfilesResponse>");
-    for (const ProfileConfig& p : config.profiles)
-        reply.body += profileXml(p);
+    for (const ProfileConfig& p : config.profiles) {
+        if (!p.media2Only)
+            reply.body += profileXml(p);
+    }
     reply.body += QStringLiteral("</trt:GetProfilesResponse>");
     return reply;
+}
+
+QString Camera::Impl::streamUri(const ProfileConfig& p) const
+{
+    return p.streamUri.isEmpty() ? QStringLiteral("rtsp://%1:554/%2").arg(advertisedHost(), p.token)
+                                 : p.streamUri;
+}
+
+QString Camera::Impl::snapshotUri(const ProfileConfig& p) const
+{
+    return base() + QStringLiteral("/snapshot/") + QString::fromLatin1(QUrl::toPercentEncoding(p.token))
+        + QStringLiteral(".jpg");
 }
 
 SoapReply Camera::Impl::getMediaUri(const SoapRequest& request, bool snapshot, bool emptyUri)
 {
     const QString token = Soap::childText(request.body, "ProfileToken");
     const auto p = std::find_if(config.profiles.begin(), config.profiles.end(),
-        [&token](const ProfileConfig& q) { return q.token == token; });
+        [&token](const ProfileConfig& q) { return q.token == token && !q.media2Only; });
     if (p == config.profiles.end())
         return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoProfile"),
             QStringLiteral("The requested profile token does not exist"));
     if (snapshot && p->videoEncoder.isEmpty())
         return fault(500, kReceiver, QStringLiteral("ter:ActionNotSupported"),
             QStringLiteral("The profile has no video, so no snapshot"));
-    QString uri;
-    if (snapshot)
-        uri = base() + QStringLiteral("/snapshot/") + QString::fromLatin1(QUrl::toPercentEncoding(token))
-            + ".jpg";
-    else
-        uri = p->streamUri.isEmpty() ? QStringLiteral("rtsp://%1:554/%2").arg(advertisedHost(), token)
-                                     : p->streamUri;
+    QString uri = snapshot ? snapshotUri(*p) : streamUri(*p);
     if (emptyUri)
         uri.clear();
     const QString op = snapshot ? QStringLiteral("GetSnapshotUri") : QStringLiteral("GetStreamUri");
@@ -631,7 +662,7 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
         const bool one = op == QLatin1String("GetConfiguration");
         const QString item
             = configurationsXml(QStringLiteral("PTZConfiguration"), QStringLiteral("tptz:PTZConfiguration"),
-                one ? Soap::childText(body, "PTZConfigurationToken") : QString());
+                one ? Soap::childText(body, "PTZConfigurationToken") : QString(), true);
         if (one && item.isEmpty())
             return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoEntity"),
                 QStringLiteral("No such PTZ configuration"));
@@ -639,8 +670,8 @@ SoapReply Camera::Impl::ptzOperation(const SoapRequest& request)
         return reply;
     }
     if (op == QLatin1String("GetConfigurationOptions")) {
-        if (configurationsXml(
-                QStringLiteral("PTZConfiguration"), QString(), Soap::childText(body, "ConfigurationToken"))
+        if (configurationsXml(QStringLiteral("PTZConfiguration"), QString(),
+                Soap::childText(body, "ConfigurationToken"), true)
                 .isEmpty())
             return fault(400, kSender, QStringLiteral("ter:InvalidArgVal/ter:NoEntity"),
                 QStringLiteral("No such PTZ configuration"));
