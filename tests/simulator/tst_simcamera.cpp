@@ -7,6 +7,8 @@
 #include <cameraConfig.h>
 
 #include <QCryptographicHash>
+#include <QJsonDocument>
+#include <QThread>
 #include <QtTest>
 
 #include <future>
@@ -59,6 +61,7 @@ private slots:
     void quirkHttpDigest();
     void quirkSubscriptionsAndPtz();
     void subscribeDeliversNotify();
+    void media2AndImaging();
     void refusesNonLoopbackHost();
 };
 
@@ -473,7 +476,8 @@ void TestSimCamera::quirkReplies_data()
                        "</timg:GetImagingSettings>"),
         200, "<tt:Brightness>50</tt:Brightness>");
     row("imaging capabilities", "",
-        signedEnvelope("<timg:GetServiceCapabilities xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\"/>"),
+        signedEnvelope(
+            "<timg:GetServiceCapabilities xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\"/>"),
         200, "<timg:Capabilities ImageStabilization=\"false\"/>");
     row("imaging of no source", "",
         signedEnvelope("<timg:GetStatus "
@@ -636,6 +640,176 @@ void TestSimCamera::subscribeDeliversNotify()
     QVERIFY2(text.contains("<wsnt:Notify><wsnt:NotificationMessage>")
             && text.contains("topicExpression/ConcreteSet\">tns1:"),
         text.constData());
+}
+
+void TestSimCamera::media2AndImaging()
+{
+    auto camera = startCamera();
+    const quint16 port = camera->port();
+    auto call = [port](const QString& body) { return post(port, signedEnvelope(body)); };
+    // The library's envelope does not declare tr2 and timg, so the bodies do.
+    auto tr2 = [](const char* op, const QString& inner = QString()) {
+        return QStringLiteral("<tr2:%1 xmlns:tr2=\"http://www.onvif.org/ver20/media/wsdl\">%2</tr2:%1>")
+            .arg(QLatin1String(op), inner);
+    };
+    auto timg = [](const char* op, const QString& inner = QString()) {
+        return QStringLiteral("<timg:%1 xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\"><timg:"
+                              "VideoSourceToken>vsrc_0</timg:VideoSourceToken>%2</timg:%1>")
+            .arg(QLatin1String(op), inner);
+    };
+    auto uri2 = [&](const char* protocol, const char* token) {
+        return call(tr2("GetStreamUri",
+            QStringLiteral("<tr2:Protocol>%1</tr2:Protocol><tr2:ProfileToken>%2</tr2:ProfileToken>")
+                .arg(QLatin1String(protocol), QLatin1String(token))));
+    };
+    auto tokens = [](const HttpReply& reply, const char* element) {
+        QStringList list;
+        for (const QDomElement& e : findElements(reply.xml(), QLatin1String(element)))
+            list << e.attribute(QStringLiteral("token"));
+        return list;
+    };
+    const QString profilesAll
+        = tr2("GetProfiles", "<tr2:Token>prof_main</tr2:Token><tr2:Type>All</tr2:Type>");
+    const QString setFocus
+        = QStringLiteral("<timg:Focus><tt:Continuous><tt:Speed>0.5</tt:Speed></tt:Continuous>"
+                         "</timg:Focus>");
+
+    // In order on one camera: the status and a fragment each reply must carry.
+    const struct
+    {
+        QString body;
+        int status;
+        QString expect;
+    } steps[] = {
+        // Media1 cannot express the H.265 profile and must not show it.
+        { streamUriBody("profile_h265"), 400, "ter:NoProfile" },
+        { "<trt:GetProfile><trt:ProfileToken>profile_h265</trt:ProfileToken></trt:GetProfile>", 400,
+            "ter:NoProfile" },
+        { tr2("GetProfiles", "<tr2:Token>nope</tr2:Token>"), 400, "ter:NoProfile" },
+        { tr2("GetProfiles", "<tr2:Token>profile_h265</tr2:Token><tr2:Type>VideoEncoder</tr2:Type>"), 200,
+            "<tr2:VideoEncoder token=\"venc_h265\" GovLength=\"50\" Profile=\"Main\"><tt:Name>H265Encoder"
+            "</tt:Name><tt:UseCount>1</tt:UseCount><tt:Encoding>H265</tt:Encoding><tt:Resolution><tt:Width>"
+            "2560</tt:Width><tt:Height>1440</tt:Height></tt:Resolution><tt:RateControl ConstantBitRate="
+            "\"false\"><tt:FrameRateLimit>25</tt:FrameRateLimit><tt:BitrateLimit>6144</tt:BitrateLimit>" },
+        { tr2("GetStreamUri",
+              "<tr2:Protocol>RtspMulticast</tr2:Protocol><tr2:ProfileToken>prof_main"
+              "</tr2:ProfileToken>"),
+            400, "ter:InvalidStreamSetup" },
+        { tr2("GetStreamUri",
+              "<tr2:Protocol>RtspOverHttp</tr2:Protocol><tr2:ProfileToken>profile_h265"
+              "</tr2:ProfileToken>"),
+            200, camera->baseUrl() + "/rtsp-over-http/profile_h265</tr2:Uri>" },
+        { tr2("CreateProfile", "<tr2:Name>x</tr2:Name>"), 500, "ter:ActionNotSupported" },
+        // A refused setting changes nothing, not even the valid ones beside it.
+        { timg("SetImagingSettings",
+              "<timg:ImagingSettings><tt:Brightness>70</tt:Brightness><tt:Sharpness>20"
+              "</tt:Sharpness></timg:ImagingSettings>"),
+            400, "Sharpness 20 outside 0..15" },
+        { timg("SetImagingSettings",
+              "<timg:ImagingSettings><tt:IrCutFilter>FOO</tt:IrCutFilter>"
+              "</timg:ImagingSettings>"),
+            400, "ter:SettingsInvalid" },
+        { timg("GetImagingSettings"), 200, "<tt:Brightness>50</tt:Brightness>" },
+        { timg("SetImagingSettings",
+              "<timg:ImagingSettings><tt:Exposure><tt:Mode>MANUAL</tt:Mode><tt:Gain>"
+              "12.5</tt:Gain></tt:Exposure><tt:IrCutFilter>OFF</tt:IrCutFilter>"
+              "<tt:Sharpness>15</tt:Sharpness></timg:ImagingSettings>"),
+            200, "" },
+        { timg("GetImagingSettings"), 200, "<tt:Gain>12.5</tt:Gain></tt:Exposure>" },
+        { timg("GetImagingSettings"), 200,
+            "<tt:IrCutFilter>OFF</tt:IrCutFilter><tt:Sharpness>15</tt:Sharpness>" },
+        { timg("Move", "<timg:Focus><tt:Relative><tt:Distance>2</tt:Distance></tt:Relative></timg:Focus>"),
+            400, "ter:SettingsInvalid" },
+    };
+    for (const auto& step : steps) {
+        const HttpReply reply = call(step.body);
+        QVERIFY2(reply.status == step.status && reply.body.contains(step.expect.toUtf8()),
+            qPrintable(step.body + QStringLiteral("\n") + QString::fromUtf8(reply.body)));
+    }
+    // Continuous focus runs until stopped.
+    QCOMPARE(call(timg("Move", setFocus)).status, 200);
+    QThread::msleep(50);
+    QVERIFY(call(timg("GetStatus")).body.contains("<tt:MoveStatus>MOVING</tt:MoveStatus>"));
+    QCOMPARE(call(timg("Stop")).status, 200);
+    const HttpReply stopped = call(timg("GetStatus"));
+    const double focus = text(stopped, "Position").toDouble();
+    QVERIFY2(stopped.body.contains("<tt:MoveStatus>IDLE</tt:MoveStatus>") && focus > 0 && focus < 1,
+        stopped.body.constData());
+
+    // Children in the schemas' sequence order.
+    const struct
+    {
+        QString body;
+        const char* element;
+        const char* children;
+    } shapes[] = {
+        { profilesAll, "Configurations", "VideoSource AudioSource VideoEncoder AudioEncoder PTZ" },
+        { profilesAll, "VideoEncoder", "Name UseCount Encoding Resolution RateControl Multicast Quality" },
+        { profilesAll, "AudioEncoder", "Name UseCount Encoding Multicast Bitrate SampleRate" },
+        { tr2("GetVideoEncoderConfigurationOptions"), "Options",
+            "Encoding QualityRange ResolutionsAvailable ResolutionsAvailable ResolutionsAvailable "
+            "ResolutionsAvailable BitrateRange" },
+        { timg("GetImagingSettings"), "ImagingSettings",
+            "BacklightCompensation Brightness ColorSaturation Contrast Exposure Focus IrCutFilter Sharpness "
+            "WideDynamicRange WhiteBalance" },
+        { timg("GetImagingSettings"), "Exposure",
+            "Mode MinExposureTime MaxExposureTime MinGain MaxGain ExposureTime Gain" },
+        { timg("GetImagingSettings"), "Focus", "AutoFocusMode DefaultSpeed NearLimit FarLimit" },
+        { timg("GetOptions"), "ImagingOptions",
+            "BacklightCompensation Brightness ColorSaturation Contrast Exposure Focus IrCutFilterModes "
+            "IrCutFilterModes IrCutFilterModes Sharpness WideDynamicRange WhiteBalance" },
+        { timg("GetOptions"), "WhiteBalance", "Mode Mode YrGain YbGain" },
+        { timg("GetStatus"), "FocusStatus20", "Position MoveStatus Error" },
+    };
+    for (const auto& shape : shapes) {
+        QStringList names;
+        const QDomElement parent = findElement(call(shape.body).xml(), QLatin1String(shape.element));
+        for (QDomElement e = parent.firstChildElement(); !e.isNull(); e = e.nextSiblingElement())
+            names << e.localName();
+        QCOMPARE(names.join(' '), QLatin1String(shape.children));
+    }
+
+    // The same profiles as Media1 plus the H.265 one, last; configurations only when asked by type.
+    const HttpReply bare = call(tr2("GetProfiles"));
+    QCOMPARE(tokens(bare, "Profiles"),
+        tokens(call(QStringLiteral("<trt:GetProfiles/>")), "Profiles") << QStringLiteral("profile_h265"));
+    QVERIFY(!bare.body.contains("Configurations"));
+    QVERIFY(!call(QStringLiteral("<trt:GetVideoEncoderConfigurations/>")).body.contains("venc_h265"));
+    // One stream, whichever service names it; media2Only snapshots are served too.
+    QCOMPARE(text(uri2("RtspUnicast", "prof_sub"), "Uri"), text(call(streamUriBody("prof_sub")), "Uri"));
+    const QUrl snapshot(
+        text(call(tr2("GetSnapshotUri", "<tr2:ProfileToken>profile_h265</tr2:ProfileToken>")), "Uri"));
+    QCOMPARE(snapshot.port(), static_cast<int>(port));
+    const HttpReply image = get(port, snapshot.path().toUtf8());
+    QCOMPARE(image.status, 200);
+    QVERIFY(image.body.startsWith("\xff\xd8"));
+    // Faults and credentials work as for any operation.
+    camera->setFault(QStringLiteral("GetStreamUri"), faultOf(FaultMode::EmptyUri, 1));
+    QCOMPARE(text(uri2("RTSP", "prof_main"), "Uri"), QString());
+    QCOMPARE(faultSummary(post(port, plainEnvelope(tr2("GetProfiles")))),
+        QStringLiteral("Sender|ter:NotAuthorized"));
+
+    // Without Media2 the device is Media1 only; with media2-only the other way round.
+    CameraConfig noMedia2 = CameraConfig::defaultCamera();
+    QString error;
+    QVERIFY(noMedia2.applyJson(
+        QJsonDocument::fromJson(R"({"capabilities": {"media2": false}})").object(), &error));
+    const struct
+    {
+        CameraConfig config;
+        bool media1, media2;
+    } variants[]
+        = { { noMedia2, true, false }, { withQuirks({ QStringLiteral("media2-only") }), false, true } };
+    for (const auto& v : variants) {
+        auto other = startCamera(v.config);
+        const QByteArray services
+            = post(other->port(), signedEnvelope(QStringLiteral("<tds:GetServices/>"))).body;
+        QCOMPARE(services.contains("<tds:Namespace>http://www.onvif.org/ver10/media/wsdl<"), v.media1);
+        QCOMPARE(
+            services.contains("<tds:XAddr>" + other->serviceUrl(Service::Media2).toUtf8() + "</tds:XAddr>"),
+            v.media2);
+        QCOMPARE(post(other->port(), signedEnvelope(tr2("GetProfiles"))).status, v.media2 ? 200 : 500);
+    }
 }
 
 void TestSimCamera::refusesNonLoopbackHost()
