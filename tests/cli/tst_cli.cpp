@@ -128,6 +128,7 @@ private slots:
     void info();
     void credentialsFromEnvironment();
     void profilesWithStreamUris();
+    void imaging();
     void snapshot();
     void httpsCamera();
     void errorExits_data();
@@ -216,7 +217,17 @@ void TestCli::credentialsFromEnvironment()
 
 void TestCli::profilesWithStreamUris()
 {
-    const Run run = cli({ "-u", "admin", "-p", "admin", "--json", "profiles", m_url });
+    // Media2 by default: its H.265 profile, the largest, comes first.
+    const QJsonObject media2 = jsonOf(cli({ "-u", "admin", "-p", "admin", "--json", "profiles", m_url }));
+    QCOMPARE(media2.value("mediaService").toString(), m_camera->serviceUrl(CameraSim::Service::Media2));
+    const QJsonObject h265 = media2.value("profiles").toArray().at(0).toObject();
+    QCOMPARE(
+        h265.value("token").toString() + ' ' + h265.value("video").toObject().value("encoding").toString(),
+        QStringLiteral("profile_h265 H265"));
+    QVERIFY(cli({ "-u", "admin", "-p", "admin", "profiles", m_url })
+                .out.contains(QLatin1String("video: H265 2560x1440, 25 fps, 6144 kbps, Main, GOP 50")));
+
+    const Run run = cli({ "-u", "admin", "-p", "admin", "--json", "--media", "1", "profiles", m_url });
     QCOMPARE(run.exitCode, 0);
     const QJsonObject o = jsonOf(run);
     QCOMPARE(o.value("mediaService").toString(), m_camera->serviceUrl(CameraSim::Service::Media));
@@ -249,6 +260,28 @@ void TestCli::profilesWithStreamUris()
     QCOMPARE(cli({ "--all", "info", m_url }).exitCode, 2);
 }
 
+void TestCli::imaging()
+{
+    const QStringList login { "-u", "admin", "-p", "admin" };
+    // Sharpness past the device's 15 is clamped; with --strict nothing is sent.
+    const Run set
+        = cli(login + QStringList { "imaging", m_url, "set", "sharpness=40", "ircut=off", "brightness=35" });
+    QCOMPARE(set.exitCode, 0);
+    QVERIFY2(set.out.contains(QRegularExpression("sharpness: +15\\n"))
+            && set.out.contains(QRegularExpression("ircut: +OFF")),
+        qPrintable(set.out));
+    const Run strict = cli(login + QStringList { "--strict", "imaging", m_url, "set", "sharpness=16" });
+    QCOMPARE(strict.exitCode, 2);
+    QVERIFY2(
+        strict.err.contains("sharpness 16 is outside the device's range 0 to 15"), qPrintable(strict.err));
+    const QJsonObject shown = jsonOf(cli(login + QStringList { "--json", "imaging", m_url }));
+    QCOMPARE(shown.value("settings").toObject().value("brightness").toDouble(), 35.0);
+    QCOMPARE(cli(login + QStringList { "imaging", m_url, "focus", "absolute", "0.5" }).exitCode, 0);
+    QVERIFY(cli(login + QStringList { "imaging", m_url, "focus", "status" })
+                .out.startsWith("focus at 0.5, IDLE"));
+    QCOMPARE(cli(login + QStringList { "imaging", m_url, "set", "hue=3" }).exitCode, 2);
+}
+
 void TestCli::snapshot()
 {
     QTemporaryDir dir;
@@ -258,7 +291,8 @@ void TestCli::snapshot()
     QImage picture(file);
     QVERIFY2(!picture.isNull(), qPrintable(run.out + run.err));
     QVERIFY(run.out.contains(file));
-    QVERIFY(m_camera->requestsFor("Snapshot").last().path.contains(QLatin1String("prof_main")));
+    QVERIFY(
+        m_camera->requestsFor("Snapshot").last().path.contains(QLatin1String("profile_h265"))); // the largest
 
     // The camera's bytes as they are, whatever the file name says; "-" is standard output.
     QFile saved(file);
@@ -557,6 +591,7 @@ void TestCli::dialog()
     const QString base = m_camera->baseUrl();
     for (const QString& shown : { QStringLiteral("\n  Manufacturer: ") + m_camera->config().manufacturer,
              QStringLiteral("\n  Onvif port: %1\n").arg(m_camera->port()), QStringLiteral("\n  prof_main\n"),
+             QStringLiteral("\n      Encoding: H265\n"),
              QStringLiteral("\n      RTSP: rtsp://127.0.0.1:554/prof_sub\n"),
              "\nSnapshot uri: " + base + "/snapshot/prof_main.jpg\n", QStringLiteral("\nPreview: ") })
         QVERIFY2(run.out.contains(shown), qPrintable(shown + " not in:\n" + run.out));

@@ -19,13 +19,19 @@ QTreeWidgetItem* findRow(QTreeWidget* tree, const QString& label)
     return found.isEmpty() ? nullptr : found.first();
 }
 
-// Filled: the camera's identity, at least one profile and the preview are all in.
-bool isFilled(QTreeWidget* tree, QLabel* image)
+// Filled: the camera's identity, every video profile it lists and the preview are all in.
+bool isFilled(QTreeWidget* tree, QLabel* image, const QStringList& videoProfiles)
 {
     const QTreeWidgetItem* model = findRow(tree, QStringLiteral("Model"));
     const QTreeWidgetItem* profiles = findRow(tree, QStringLiteral("Profiles"));
-    return model && !model->text(1).isEmpty() && profiles && profiles->childCount() > 0
-        && !image->pixmap(Qt::ReturnByValue).isNull();
+    if (!model || model->text(1).isEmpty() || !profiles || profiles->childCount() == 0
+        || image->pixmap(Qt::ReturnByValue).isNull())
+        return false;
+    for (const QString& token : videoProfiles) {
+        if (!findRow(tree, token))
+            return false;
+    }
+    return true;
 }
 
 void printShown(QTreeWidget* tree, QLabel* snapshotUri, QLabel* image)
@@ -72,7 +78,18 @@ int dialog(const Context& context)
     auto* image = dlg.findChild<QLabel*>(QStringLiteral("lbImage"));
     auto* snapshotUri = dlg.findChild<QLabel*>(QStringLiteral("lbSnapshotUri"));
     context.log->clear();
-    if (!awaitCondition([&] { return isFilled(tree, image); }, context.options.timeoutMs,
+    // What the device lists, Media2 included, as the dialog should end up showing it.
+    QStringList videoProfiles;
+    const auto session = context.camera();
+    QVector<Onvif::CameraProfile> listed;
+    int ignored = Ok;
+    if (context.loadProfiles(*session, &listed, &ignored)) {
+        for (const Onvif::CameraProfile& p : qAsConst(listed)) {
+            if (!p.videoEncoding.isEmpty())
+                videoProfiles << p.token;
+        }
+    }
+    if (!awaitCondition([&] { return isFilled(tree, image, videoProfiles); }, context.options.timeoutMs,
             QStringLiteral("the dialog to fill"))) {
         const QString reason = context.log->lastError().trimmed();
         printError(QStringLiteral("dialog: not filled within %1 s%2")

@@ -170,11 +170,11 @@ CameraConfig CameraConfig::defaultCamera()
         // Shares the main encoder: clients that de-duplicate by encoder keep only the first.
         profile("prof_main_copy", "MainStreamCopy", "venc_main", "", ""),
         profile("prof_jpeg", "JpegStream", "venc_jpeg", "aenc_0", ""),
-        profile("prof_audio", "AudioOnly", "", "aenc_0", ""),
-        // Last, so that the Media1 profiles keep their places.
+        // Only in Media2; the Media1 profiles keep their places around it.
         profile("profile_h265", "H265", "venc_h265", "", ""),
+        profile("prof_audio", "AudioOnly", "", "aenc_0", ""),
     };
-    c.profiles.last().media2Only = true;
+    c.profiles[4].media2Only = true;
     return c;
 }
 
