@@ -216,6 +216,7 @@ private slots:
     void deleteInFlight_data();
     void deleteInFlight();
     void readBufferLimit();
+    void requestLargerThanSocketBuffers();
     void managersInOneThread();
     void movedToAnotherThread();
     void fallsBackToQt_data();
@@ -497,6 +498,26 @@ void TestNetworkManager::readBufferLimit()
     QVERIFY(got == body);
     QVERIFY2(most <= 4096, QByteArray::number(most).constData());
     delete reply;
+}
+
+// The server reads only when this thread's loop runs, so the kernel takes the request in
+// parts: what it did not take at first must still go out, in order.
+void TestNetworkManager::requestLargerThanSocketBuffers()
+{
+    QByteArray body(32 * 1024 * 1024, Qt::Uninitialized);
+    for (int i = 0; i < body.size(); ++i)
+        body[i] = char('a' + i % 23);
+    ScriptServer server({ "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok" });
+    Onvif::NetworkAccessManager manager;
+    QNetworkRequest request(server.url());
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("text/plain"));
+    request.setTransferTimeout(10000);
+    QScopedPointer<QNetworkReply> reply(manager.post(request, body));
+    QCOMPARE(QString::fromLatin1(reply->metaObject()->className()), QString::fromLatin1(ourReply));
+    QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 15000);
+    QCOMPARE(reply->error(), QNetworkReply::NoError);
+    QCOMPARE(server.requests.size(), 1);
+    QVERIFY(server.requests.first().endsWith(body));
 }
 
 // Managers of one thread share its poller: deleting one, even from the middle of another

@@ -73,20 +73,12 @@ class TestRtsp : public QObject
     Q_OBJECT
 
 private slots:
-    void errorTexts();
     void listOnePerEncoderLargestFirst();
     void failures_data();
     void failures();
     void faultInThirdOfFourStreamUris();
     void stopAndReplace();
 };
-
-void TestRtsp::errorTexts()
-{
-    const QString texts[] = { "Нет ошибки", "Неизвестная ошибка", "Неизвестное устройство", "Ошибка сети" };
-    for (int i = 0; i < 4; ++i)
-        QCOMPARE(OnvifRTSP::RTSPErrorToString[i], texts[i]);
-}
 
 void TestRtsp::listOnePerEncoderLargestFirst()
 {

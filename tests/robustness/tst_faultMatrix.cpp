@@ -34,6 +34,7 @@ const int kDelayMs = 300;
 struct Run
 {
     std::shared_ptr<int> endings = std::make_shared<int>(0);
+    std::shared_ptr<bool> cancelled; // set for operations that return a future
     std::unique_ptr<QObject> owner; // destroyed to abandon the operation
     std::function<void()> destroy; // for owners that are no QObject
     int ownTimeoutMs = 0; // a timeout the test gave the operation: a second ending could follow it
@@ -74,7 +75,11 @@ template <typename T> void countFuture(Run& run, const QFuture<T>& future)
 {
     auto* watcher = new QFutureWatcher<T>(run.owner.get());
     auto endings = run.endings;
-    QObject::connect(watcher, &QFutureWatcher<T>::finished, [endings] { ++*endings; });
+    run.cancelled = std::make_shared<bool>(false);
+    QObject::connect(watcher, &QFutureWatcher<T>::finished, [endings, cancelled = run.cancelled, watcher] {
+        ++*endings;
+        *cancelled = watcher->isCanceled();
+    });
     watcher->setFuture(future);
 }
 
@@ -301,6 +306,11 @@ void TestFaultMatrix::matrix()
     QVERIFY2(*run.endings <= 1, qPrintable(QString::number(*run.endings)));
     if (!silent)
         QCOMPARE(*run.endings, 1);
+    // A future fails when the exchange did: a fault, an HTTP error, a cut connection.
+    const bool failed = faultRow.mode == FaultMode::SoapFault || faultRow.mode == FaultMode::Http500
+        || faultRow.mode == FaultMode::Drop || faultRow.mode == FaultMode::Truncate;
+    if (run.cancelled && failed)
+        QVERIFY(*run.cancelled);
 
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QCOMPARE(manager.findChildren<QNetworkReply*>().size(), 0);
