@@ -806,6 +806,20 @@ QFuture<PtzState> Camera::ptzStatus(const QString& profileToken)
         .future();
 }
 
+void Camera::sendInto(Service service, const QUrl& address, const std::shared_ptr<Serializable>& header,
+    const std::shared_ptr<Serializable>& body, const QString& operation, int timeoutMs,
+    Serializable& response, const std::function<void(bool)>& done)
+{
+    Serializable* into = &response;
+    AsyncFuture::observe(send(service, address, header, body, operation, timeoutMs))
+        .subscribe(
+            [self = QPointer<Camera>(this), into, operation, done](const QString& reply) {
+                // A camera deleted meanwhile reads nothing.
+                done(self && self->readInto(reply, operation, *into));
+            },
+            [done] { done(false); });
+}
+
 bool Camera::readInto(const QString& text, const QString& operation, Serializable& response)
 {
     const OnvifResponse parsed(text);

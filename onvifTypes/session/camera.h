@@ -9,6 +9,7 @@
 
 #include <QDateTime>
 #include <QFuture>
+#include <QFutureInterface>
 #include <QObject>
 #include <QPointer>
 #include <QSharedPointer>
@@ -16,6 +17,7 @@
 
 #include <asyncfuture.h>
 
+#include <functional>
 #include <memory>
 
 namespace Onvif {
@@ -232,32 +234,50 @@ private:
     // Fills response from the element operation + "Response"; false (and lastResult()) when the
     // answer has none.
     bool readInto(const QString& text, const QString& operation, Serializable& response);
+    // Sends, then reads the answer into response (which lives as long as done) and calls done
+    // once, true when it was read.
+    void sendInto(Service service, const QUrl& address, const std::shared_ptr<Serializable>& header,
+        const std::shared_ptr<Serializable>& body, const QString& operation, int timeoutMs,
+        Serializable& response, const std::function<void(bool)>& done);
 
     std::unique_ptr<Private> d;
 };
+
+namespace Internal {
+
+// The promise of one typed call: cancelled if it is dropped unfinished, so that a future can
+// never be left waiting.
+template <typename Resp> struct CallCompletion
+{
+    QFutureInterface<Resp> promise;
+    Resp response;
+    ~CallCompletion()
+    {
+        if (!promise.isFinished()) {
+            promise.reportCanceled();
+            promise.reportFinished();
+        }
+    }
+};
+
+} // namespace Internal
 
 template <typename Req, typename Resp>
 QFuture<Resp> Camera::call(Service service, const QUrl& address, const std::shared_ptr<Serializable>& header,
     const Req& request, const QString& operation, int timeoutMs)
 {
-    AsyncFuture::Deferred<Resp> result;
-    const QFuture<QString> text
-        = send(service, address, header, std::make_shared<Req>(request), operation, timeoutMs);
-    QPointer<Camera> self(this);
-    AsyncFuture::observe(text).subscribe(
-        [self, result, operation](const QString& reply) mutable {
-            Resp response;
-            if (!self || !self->readInto(reply, operation, response)) {
-                result.cancel();
-                return;
-            }
-            result.complete(response);
-        },
-        [result]() {
-            auto r = result;
-            r.cancel();
+    // The typed part stays this small; sending, policies and reading are compiled once.
+    auto completion = std::make_shared<Internal::CallCompletion<Resp>>();
+    completion->promise.reportStarted();
+    sendInto(service, address, header, std::make_shared<Req>(request), operation, timeoutMs,
+        completion->response, [completion](bool ok) {
+            if (ok)
+                completion->promise.reportResult(completion->response);
+            else
+                completion->promise.reportCanceled();
+            completion->promise.reportFinished();
         });
-    return result.future();
+    return completion->promise.future();
 }
 
 } // namespace Onvif
