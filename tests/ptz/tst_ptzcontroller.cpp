@@ -88,8 +88,9 @@ void TestPtzController::firstCommandGoesOutThenNodeIsCached()
     QVERIFY(info.isFinished() && !info.isCanceled());
     QCOMPARE(info.result().token, QStringLiteral("ptz_node_0"));
     QCOMPARE(info.result().maxPresets, m_camera->config().ptzNodes[0].maxPresets);
-    QTest::qWait(100);
-    QCOMPARE(m_camera->requestCount(), before);
+    // A command answered after it shows that nothing else went out meanwhile.
+    QVERIFY(waitForFuture(controller.stop(true, true)));
+    QCOMPARE(m_camera->requestCount(), before + 1);
 }
 
 void TestPtzController::failedNodeRequestRefusesOnce()
@@ -161,8 +162,8 @@ void TestPtzController::absolutePositioningIsInert()
     const QFuture<double> howFar = controller.getZoom();
     QVERIFY(where.isFinished() && where.isCanceled() && where.resultCount() == 0);
     QVERIFY(howFar.isFinished() && howFar.isCanceled());
-    QTest::qWait(100);
-    QCOMPARE(m_camera->requestCount(), before);
+    QVERIFY(waitForFuture(controller.stop(true, true)));
+    QCOMPARE(m_camera->requestCount(), before + 1);
 }
 
 void TestPtzController::commandsCarryTheProfile()
@@ -206,7 +207,8 @@ void TestPtzController::destroyedBeforeTheNodeAnswer()
     auto controller = std::make_unique<PtzSys::OnvifPtzController>(mainToken(), m_req.get());
     controller.reset();
     QTRY_VERIFY(messages(log, QStringLiteral("PTZREQ:1")).contains(QStringLiteral("GetNode finished")));
-    QTest::qWait(50);
+    // A later round trip lets any late handler run first.
+    QVERIFY(waitForFuture(m_req->stop(QStringLiteral("prof_main"), true, true)));
     QVERIFY(messages(log, kCls).isEmpty());
 }
 
@@ -217,10 +219,9 @@ void TestPtzController::entryObject()
     PtzSys::OnvifPtz ptz(kAdmin, m_manager.get(), &req, 7, nullptr);
     PtzSys::IPtz& iface = ptz;
     QVERIFY(!iface.support());
-    QTest::qWait(50);
-    QVERIFY(m_camera->requestLog().isEmpty()); // constructing sends nothing
     QVERIFY(waitForFuture(req.checkCapability()));
     QVERIFY(iface.support());
+    QCOMPARE(m_camera->requestLog().size(), 1); // the check; constructing sent nothing
 
     LogCapture log;
     QVERIFY(iface.tokens().isEmpty());
