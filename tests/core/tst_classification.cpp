@@ -29,7 +29,6 @@ private slots:
     void byManufacturer();
     void whatThePredicateIsAsked_data();
     void whatThePredicateIsAsked();
-    void ownFamilyWinsOverManufacturer();
     void metaTypeName();
 };
 
@@ -94,15 +93,6 @@ void TestClassification::whatThePredicateIsAsked()
     ZYRChecker::setKnownTexts({ asked });
     QVERIFY(OnvifDeviceInfo::checkZYR(info));
     QCOMPARE(OnvifDeviceInfo::getDeviceType(info), QStringLiteral("ZYR"));
-}
-
-void TestClassification::ownFamilyWinsOverManufacturer()
-{
-    ZYRChecker::setKnownTexts({ QStringLiteral("HW-1") });
-    QCOMPARE(OnvifDeviceInfo::getDeviceType(device("", "", "", "HW-1")), QStringLiteral("ZYR"));
-    QCOMPARE(ZYRChecker::knownTexts(), QStringList { "HW-1" });
-    ZYRChecker::setKnownTexts({});
-    QCOMPARE(OnvifDeviceInfo::getDeviceType(device("", "", "", "HW-1")), QStringLiteral("Unknown"));
 }
 
 void TestClassification::metaTypeName()

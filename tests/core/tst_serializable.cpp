@@ -78,11 +78,7 @@ private slots:
     void boolParse();
     void simpleElement();
     void readsElementAttributeAndNullNode();
-    void prefixRemoval_data();
     void prefixRemoval();
-    void parentSplit_data();
-    void parentSplit();
-    void containerAndEmpty();
     void applicationHeaderInRequest();
     void overridesOfGeneratedClasses();
 };
@@ -202,63 +198,12 @@ void TestSerializable::readsElementAttributeAndNullNode()
     QCOMPARE(flag.value(), true);
 }
 
-void TestSerializable::prefixRemoval_data()
+void TestSerializable::prefixRemoval()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("local");
     const char* rows[][2] = { { "s:Envelope", "Envelope" }, { "Envelope", "Envelope" }, { "a:b:c", "b:c" },
         { ":x", "x" }, { "", "" } };
     for (const auto& row : rows)
-        QTest::addRow("'%s'", row[0]) << QString::fromLatin1(row[0]) << QString::fromLatin1(row[1]);
-}
-
-void TestSerializable::prefixRemoval()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, local);
-    QCOMPARE(Utilites::delNameSpacePrefix(name), local);
-}
-
-void TestSerializable::parentSplit_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("content");
-    QTest::addColumn<QString>("attributes");
-    const char* rows[][4] = {
-        { "base with attribute", "<_MagicString_ token=\"t1\" ><tt:Name>n</tt:Name></_MagicString_>",
-            "<tt:Name>n</tt:Name>", " token=\"t1\" " },
-        { "no attributes", "<_MagicString_ ><a>1</a></_MagicString_>", "<a>1</a>", " " },
-        { "no marker", "<x ><a>1</a></x>", "", "" },
-        { "no closing bracket", "<_MagicString_ token=\"t\"", "", "" },
-        { "no opening bracket", "_MagicString_ a=\"1\">text", "", " a=\"1\"" },
-    };
-    for (const auto& row : rows)
-        QTest::newRow(row[0]) << QString::fromLatin1(row[1]) << QString::fromLatin1(row[2])
-                              << QString::fromLatin1(row[3]);
-}
-
-void TestSerializable::parentSplit()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, content);
-    QFETCH(QString, attributes);
-    const auto parts = Utilites::serializeParent(text);
-    QCOMPARE(parts.first, content);
-    QCOMPARE(parts.second, attributes);
-}
-
-void TestSerializable::containerAndEmpty()
-{
-    QVERIFY(EmptyOnvifType().serialize(QStringLiteral("anything")).isNull());
-
-    SerializableContainer container;
-    QVERIFY(container.serialize(QString()).isEmpty());
-    universalSimpleType<int> one(1), three(3);
-    EmptyOnvifType empty;
-    universalSimpleType<QString> markup(QStringLiteral("<b/>"));
-    for (Serializable* item : std::initializer_list<Serializable*> { &one, &empty, &markup, &three })
-        container.append(*item);
-    QCOMPARE(container.serialize(QStringLiteral("ignored")), QStringLiteral("1<b/>3"));
+        QCOMPARE(Utilites::delNameSpacePrefix(QString::fromLatin1(row[0])), QString::fromLatin1(row[1]));
 }
 
 void TestSerializable::applicationHeaderInRequest()

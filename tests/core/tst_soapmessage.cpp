@@ -80,7 +80,6 @@ void TestSoapMessage::emptyEnvelope()
 {
     EmptyOnvifType header, body;
     const QString message = OnvifRequest(header, body).getMessage();
-    QCOMPARE(OnvifRequest::envelopeTemplate().size(), 702);
     QCOMPARE(message.size(), 698);
     QVERIFY(message.startsWith(QLatin1String("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<s:Envelope ")));
     QVERIFY(message.endsWith(

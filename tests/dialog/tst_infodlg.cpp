@@ -1,6 +1,5 @@
 // OnvifInfoDlg under the offscreen platform against the simulated camera.
 
-#include "logCapture.h"
 #include "simCamera.h"
 
 #include <camera.h>
@@ -116,18 +115,15 @@ struct Dialog
     bool pressAndFill(int profileCount)
     {
         QTest::mouseClick(button, Qt::LeftButton);
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < 10000) {
-            const auto found = tree->findItems(QStringLiteral("Profiles"), Qt::MatchExactly);
-            const auto model
-                = tree->findItems(QStringLiteral("Model"), Qt::MatchExactly | Qt::MatchRecursive);
-            if (found.size() == 1 && found[0]->childCount() == profileCount && model.size() == 1
-                && !model[0]->text(1).isEmpty())
-                return true;
-            QTest::qWait(10);
-        }
-        return false;
+        return QTest::qWaitFor(
+            [&] {
+                const auto found = tree->findItems(QStringLiteral("Profiles"), Qt::MatchExactly);
+                const auto model
+                    = tree->findItems(QStringLiteral("Model"), Qt::MatchExactly | Qt::MatchRecursive);
+                return found.size() == 1 && found[0]->childCount() == profileCount && model.size() == 1
+                    && !model[0]->text(1).isEmpty();
+            },
+            10000);
     }
 
     OnvifInfoDlg dlg;
@@ -148,7 +144,6 @@ private slots:
     void initTestCase();
     void form();
     void fillsTreeInOrder();
-    void expandCheckbox();
     void snapshotOfFirstLargest_data();
     void snapshotOfFirstLargest();
     void statusCopyPictureAndTranslation();
@@ -173,8 +168,6 @@ void TestInfoDlg::form()
     info.port = QStringLiteral("8080");
     info.path = QStringLiteral("/onvif/device_service");
     OnvifInfoDlg dlg(QStringLiteral("operator"), QStringLiteral("secret"), info);
-    QCOMPARE(dlg.objectName(), QStringLiteral("OnvifInfoDlg"));
-    QCOMPARE(dlg.size(), QSize(1082, 770));
     QCOMPARE(dlg.windowTitle(), QStringLiteral("Onvif информация"));
 
     const QPair<const char*, QString> texts[] = { { "label_4", "Имя пользователя:" },
@@ -182,11 +175,6 @@ void TestInfoDlg::form()
         { "btnConnect", "Обновить" }, { "lbSnapshotUri", "" }, { "lbImage", "preview" } };
     for (const auto& t : texts)
         QCOMPARE(dlg.findChild<QWidget*>(t.first)->property("text").toString(), t.second);
-    auto* image = dlg.findChild<QLabel*>("lbImage");
-    QCOMPARE(image->minimumHeight(), 500);
-    QCOMPARE(image->maximumSize(), QSize(480, 590));
-    QVERIFY(image->hasScaledContents());
-    QCOMPARE(image->alignment(), Qt::AlignCenter);
 
     // Filled from the constructor's arguments; the password hidden.
     QCOMPARE(dlg.findChild<QLineEdit*>("edtUrl")->text(),
@@ -196,9 +184,7 @@ void TestInfoDlg::form()
         QStringLiteral("operator/secret"));
     QCOMPARE(dlg.findChild<QLineEdit*>("edtPass")->echoMode(), QLineEdit::Password);
     QVERIFY(dlg.findChild<QCheckBox*>("cbExpand")->isChecked());
-    auto* tree = dlg.findChild<QTreeWidget*>("treeInfo");
-    QCOMPARE(tree->columnCount(), 2);
-    QCOMPARE(tree->topLevelItemCount(), 0);
+    QCOMPARE(dlg.findChild<QTreeWidget*>("treeInfo")->topLevelItemCount(), 0);
 
     // An IPv6 address keeps its brackets; a URL given as such keeps its scheme.
     info.ip = QStringLiteral("fe80::1");
@@ -221,7 +207,6 @@ void TestInfoDlg::fillsTreeInOrder()
     // The constructor's password is wrong: what counts is the edit's text at the press.
     Dialog d(*m_camera, QStringLiteral("wrong"));
     d.dlg.findChild<QLineEdit*>("edtPass")->setText(QStringLiteral("admin"));
-    LogCapture log;
     QVERIFY(d.pressAndFill(3));
 
     const QString port = QString::number(m_camera->port());
@@ -248,17 +233,6 @@ void TestInfoDlg::fillsTreeInOrder()
             bool(item->flags() & Qt::ItemIsEditable) == (item->childCount() == 0), qPrintable(item->text(0)));
     QCOMPARE(expandedBranches(d.tree), qMakePair(10, 0));
 
-    QTRY_VERIFY_WITH_TIMEOUT(!d.image->pixmap(Qt::ReturnByValue).isNull(), 10000);
-    bool logged = false;
-    for (const auto& r : log.records())
-        logged |= r.message.startsWith(QLatin1String(" runUpdateOnvifInfo: updateOnvifInfo ("));
-    QVERIFY(logged);
-}
-
-void TestInfoDlg::expandCheckbox()
-{
-    Dialog d(*m_camera);
-    QVERIFY(d.pressAndFill(3));
     d.expand->setChecked(false);
     QCOMPARE(expandedBranches(d.tree), qMakePair(0, 10));
 

@@ -148,14 +148,6 @@ void TestEventMessages::bodies_data()
         << QStringLiteral("<wsnt:Subscribe ><wsnt:ConsumerReference><a:Address>http://192.0.2.1:8080/%1/%0"
                           "</a:Address></wsnt:ConsumerReference><wsnt:InitialTerminationTime>"
                           "</wsnt:InitialTerminationTime></wsnt:Subscribe>");
-    auto timed = QSharedPointer<wsnt::Subscribe>::create();
-    timed->ConsumerReference->Address->setValue(QStringLiteral("http://c/"));
-    timed->InitialTerminationTime.reset(new universalSimpleType<QString>(QStringLiteral("PT10M")));
-    QTest::newRow("Subscribe, other name")
-        << timed.staticCast<Serializable>() << QStringLiteral("wsnt:Other")
-        << QStringLiteral("<wsnt:Other ><wsnt:ConsumerReference><a:Address>http://c/</a:Address>"
-                          "</wsnt:ConsumerReference><wsnt:InitialTerminationTime>PT10M"
-                          "</wsnt:InitialTerminationTime></wsnt:Other>");
     auto renew = QSharedPointer<wsnt::Renew>::create();
     renew->TerminationTime->setValue(QStringLiteral("2030-01-01T00:00:00Z"));
     QTest::newRow("Renew") << renew.staticCast<Serializable>() << QString()

@@ -39,15 +39,6 @@ QStringList messages(const LogCapture& log, const QString& clsName)
     return result;
 }
 
-int severityOf(const LogCapture& log, const QString& clsName, const QString& message)
-{
-    for (const LogCapture::Record& r : log.records()) {
-        if (r.clsName == clsName && bare(r) == message)
-            return int(r.severity);
-    }
-    return -1;
-}
-
 CannedServer::CannedServer()
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CannedServer::onNewConnection);

@@ -30,7 +30,6 @@ QString lastBody(const CameraSim::Camera& camera, const QString& op);
 QString bare(const LogCapture::Record& record);
 // Messages of the records whose ClsName is clsName, in order.
 QStringList messages(const LogCapture& log, const QString& clsName);
-int severityOf(const LogCapture& log, const QString& clsName, const QString& message);
 
 // A loopback HTTP server with hand-written answers, for reply shapes the simulator
 // does not produce. An operation without an answer is held open until the server

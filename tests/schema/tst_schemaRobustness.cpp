@@ -26,13 +26,7 @@ private slots:
 void SchemaRobustnessTest::registryCoversEveryClass()
 {
     const QStringList names = SchemaRegistry::classNames();
-    // 493 + 62 enumerations in tt, 183 in tds, 163 in trt, 57 in tptz, 107 in tr2, 24 in timg.
-    QCOMPARE(names.filter(QRegularExpression(QStringLiteral("^tt::"))).size(), 555);
-    QCOMPARE(names.filter(QRegularExpression(QStringLiteral("^tds::"))).size(), 183);
-    QCOMPARE(names.filter(QRegularExpression(QStringLiteral("^trt::"))).size(), 163);
-    QCOMPARE(names.filter(QRegularExpression(QStringLiteral("^tptz::"))).size(), 57);
-    QCOMPARE(names.filter(QRegularExpression(QStringLiteral("^tr2::"))).size(), 107);
-    QCOMPARE(names.filter(QRegularExpression(QStringLiteral("^timg::"))).size(), 24);
+    // 555 in tt (62 enumerations), 183 in tds, 163 in trt, 57 in tptz, 107 in tr2, 24 in timg.
     QCOMPARE(names.size(), 1089);
     for (const QString& name : names)
         QVERIFY2(SchemaRegistry::create(name), qPrintable(name));
