@@ -100,33 +100,25 @@ constexpr bool kInstrumented = false;
 constexpr bool kInstrumented = false;
 #endif
 
+qint64 statusKb(const char* field)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(field))
+            return line.mid(int(qstrlen(field))).trimmed().split(' ').first().toLongLong();
+    }
+    return 0;
+}
+
 // Peak resident memory since the last call, in KiB: the peak is reset after reading.
 qint64 peakRssKb()
 {
-    QFile status(QStringLiteral("/proc/self/status"));
-    qint64 peak = 0;
-    if (status.open(QIODevice::ReadOnly)) {
-        for (const QByteArray& line : status.readAll().split('\n')) {
-            if (line.startsWith("VmHWM:"))
-                peak = line.mid(6).trimmed().split(' ').first().toLongLong();
-        }
-    }
+    const qint64 peak = statusKb("VmHWM:");
     QFile reset(QStringLiteral("/proc/self/clear_refs"));
     if (reset.open(QIODevice::WriteOnly))
         reset.write("5");
     return peak;
-}
-
-qint64 residentKb()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
-    }
-    return 0;
 }
 
 // Answers every request on one loopback port with the same body, then closes. The
@@ -257,7 +249,7 @@ void TestHostileReplies::replies()
     const int ceilingMb = kInstrumented ? 400 : 100;
     const int deadlineMs = kInstrumented ? 60000 : 10000;
     peakRssKb();
-    const qint64 before = residentKb();
+    const qint64 before = statusKb("VmRSS:");
     QElapsedTimer clock;
     clock.start();
     {
