@@ -62,11 +62,9 @@ bool HttpConnection::isOpen() const
 }
 
 HttpReply HttpConnection::request(const QByteArray& method, const QByteArray& path, const QByteArray& body,
-    const QByteArray& contentType, bool close, int timeoutMs, const QByteArray& closeToken)
+    const QByteArray& headers, bool close, int timeoutMs, const QByteArray& closeToken)
 {
-    QByteArray text = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
-    if (!contentType.isEmpty())
-        text += "Content-Type: " + contentType + "\r\n";
+    QByteArray text = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + headers;
     if (method != "GET" || !body.isEmpty())
         text += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
     if (close)
@@ -140,7 +138,14 @@ HttpReply post(quint16 port, const QByteArray& body, const QByteArray& path, con
     int timeoutMs)
 {
     HttpConnection connection(port);
-    return connection.request("POST", path, body, contentType, true, timeoutMs);
+    return connection.request("POST", path, body, "Content-Type: " + contentType + "\r\n", true, timeoutMs);
+}
+
+HttpReply get(quint16 port, const QByteArray& path, const QByteArray& authorization)
+{
+    HttpConnection connection(port);
+    return connection.request("GET", path, QByteArray(),
+        authorization.isEmpty() ? "" : "Authorization: " + authorization + "\r\n", true);
 }
 
 QByteArray signedEnvelope(
