@@ -417,6 +417,8 @@ void TestSimCamera::quirkReplies_data()
     row("jpeg with RateControl by default", "",
         signedEnvelope("<trt:GetProfile><trt:ProfileToken>prof_jpeg</trt:ProfileToken></trt:GetProfile>"),
         200, "<tt:RateControl>");
+    row("media2-only refuses Media1", "media2-only", signedEnvelope("<trt:GetProfiles/>"), 500,
+        "ter:ActionNotSupported");
     // The plain camera: how it refuses what it does not serve.
     row("no snapshot without video", "",
         signedEnvelope(
@@ -485,32 +487,23 @@ void TestSimCamera::quirkHttpDigest()
 void TestSimCamera::quirkPtzStopIgnored()
 {
     auto camera = startCamera(withQuirks({ QStringLiteral("ptz-stop-ignored") }));
-    const quint16 port = camera->port();
-    auto move = [&](const char* x) {
-        return post(port,
-            signedEnvelope(QStringLiteral(
-                "<tptz:ContinuousMove><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Velocity>"
-                "<tt:PanTilt x=\"%1\" y=\"0\"/></tptz:Velocity></tptz:ContinuousMove>")
-                               .arg(QLatin1String(x))))
+    auto ptz = [&](const char* op, const char* inner = "") {
+        return post(camera->port(),
+            signedEnvelope(
+                QStringLiteral("<tptz:%1><tptz:ProfileToken>prof_main</tptz:ProfileToken>%2</tptz:%1>")
+                    .arg(QLatin1String(op), QLatin1String(inner))))
             .status;
     };
-    QCOMPARE(move("0.5"), 200);
-    QCOMPARE(post(port,
-                 signedEnvelope(QStringLiteral(
-                     "<tptz:Stop><tptz:ProfileToken>prof_main</tptz:ProfileToken></tptz:Stop>")))
-                 .status,
+    auto at = [&] { return camera->ptzPosition(QStringLiteral("ptz_node_0")); };
+    QCOMPARE(ptz("ContinuousMove", "<tptz:Velocity><tt:PanTilt x=\"0.5\" y=\"0\"/></tptz:Velocity>"), 200);
+    QCOMPARE(ptz("Stop"), 200);
+    QVERIFY(at().moving); // ignored: only a zero velocity stops the head
+    QCOMPARE(ptz("ContinuousMove", "<tptz:Velocity><tt:PanTilt x=\"0\" y=\"0\"/></tptz:Velocity>"), 200);
+    QVERIFY(!at().moving);
+    QCOMPARE(ptz("AbsoluteMove", "<tptz:Position><tt:PanTilt x=\"0.5\" y=\"-0.5\"/></tptz:Position>"), 200);
+    QCOMPARE(ptz("RelativeMove", "<tptz:Translation><tt:PanTilt x=\"0.25\" y=\"-0.75\"/></tptz:Translation>"),
         200);
-    QVERIFY(camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
-    QCOMPARE(move("0"), 200);
-    QVERIFY(!camera->ptzPosition(QStringLiteral("ptz_node_0")).moving);
-    for (const char* step :
-        { "<tptz:AbsoluteMove><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Position>"
-          "<tt:PanTilt x=\"0.5\" y=\"-0.5\"/></tptz:Position></tptz:AbsoluteMove>",
-            "<tptz:RelativeMove><tptz:ProfileToken>prof_main</tptz:ProfileToken><tptz:Translation>"
-            "<tt:PanTilt x=\"0.25\" y=\"-0.75\"/></tptz:Translation></tptz:RelativeMove>" })
-        QCOMPARE(post(port, signedEnvelope(QLatin1String(step))).status, 200);
-    const PtzPosition at = camera->ptzPosition(QStringLiteral("ptz_node_0"));
-    QCOMPARE(QPointF(at.pan, at.tilt), QPointF(0.75, -1.0)); // the tilt stops at the edge
+    QCOMPARE(QPointF(at().pan, at().tilt), QPointF(0.75, -1.0)); // the tilt stops at the edge
 }
 
 void TestSimCamera::media2AndImaging()
