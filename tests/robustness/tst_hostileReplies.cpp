@@ -309,24 +309,23 @@ void TestHostileReplies::snapshots_data()
     local.write(picture);
     local.flush();
     const QString http = QStringLiteral("http://127.0.0.1:%1/snapshot.png");
-    QTest::newRow("plain picture") << http << QByteArray() << picture << "";
-    QTest::newRow("local file") << QUrl::fromLocalFile(local.fileName()).toString() << QByteArray()
-                                << QByteArray() << "only http";
-    QTest::newRow("inline data") << QString::fromLatin1("data:image/png;base64," + picture.toBase64())
-                                 << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("resource") << "qrc:/snapshot.png" << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("ftp") << "ftp://127.0.0.1:%1/snapshot.png" << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("no host") << "http:///snapshot.png" << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("20000 x 20000 declared")
-        << http << QByteArray() << pngDeclaring(20000, 20000) << "maxImagePixels";
-    QTest::newRow("one row past the limit")
-        << http << QByteArray() << pngDeclaring(4096, quint32(limits.maxImagePixels / 4096 + 1))
-        << "maxImagePixels";
-    QTest::newRow("declared body past the limit")
-        << http
-        << "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
-            + QByteArray::number(limits.maxImageBytes + 1) + "\r\n\r\n"
-        << picture << "maxImageBytes";
+    const auto row = [](const char* name, const QString& uri, const QByteArray& body, const char* refusal,
+                         const QByteArray& head = QByteArray()) {
+        QTest::newRow(name) << uri << head << body << QString::fromLatin1(refusal);
+    };
+    row("plain picture", http, picture, "");
+    row("local file", QUrl::fromLocalFile(local.fileName()).toString(), QByteArray(), "only http");
+    row("inline data", QString::fromLatin1("data:image/png;base64," + picture.toBase64()), QByteArray(),
+        "only http");
+    row("resource", "qrc:/snapshot.png", QByteArray(), "only http");
+    row("ftp", "ftp://127.0.0.1:%1/snapshot.png", QByteArray(), "only http");
+    row("no host", "http:///snapshot.png", QByteArray(), "only http");
+    row("20000 x 20000 declared", http, pngDeclaring(20000, 20000), "maxImagePixels");
+    row("one row past the limit", http, pngDeclaring(4096, quint32(limits.maxImagePixels / 4096 + 1)),
+        "maxImagePixels");
+    row("declared body past the limit", http, picture, "maxImageBytes",
+        "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
+            + QByteArray::number(limits.maxImageBytes + 1) + "\r\n\r\n");
 }
 
 void TestHostileReplies::snapshots()

@@ -6,6 +6,8 @@
 #include <QElapsedTimer>
 #include <QHostAddress>
 
+#include <functional>
+
 namespace {
 
 class RawBody : public Serializable
@@ -20,15 +22,6 @@ public:
 private:
     QString m_text;
 };
-
-void collect(const QDomElement& e, const QString& name, QList<QDomElement>& out)
-{
-    for (QDomElement c = e.firstChildElement(); !c.isNull(); c = c.nextSiblingElement()) {
-        if (c.localName() == name)
-            out.append(c);
-        collect(c, name, out);
-    }
-}
 
 } // namespace
 
@@ -171,10 +164,13 @@ QDomElement findElement(const QDomDocument& doc, const QString& localName)
 QList<QDomElement> findElements(const QDomDocument& doc, const QString& localName)
 {
     QList<QDomElement> out;
-    const QDomElement root = doc.documentElement();
-    if (root.localName() == localName)
-        out.append(root);
-    collect(root, localName, out);
+    std::function<void(const QDomElement&)> walk = [&](const QDomElement& e) {
+        if (e.localName() == localName)
+            out.append(e);
+        for (QDomElement c = e.firstChildElement(); !c.isNull(); c = c.nextSiblingElement())
+            walk(c);
+    };
+    walk(doc.documentElement());
     return out;
 }
 
