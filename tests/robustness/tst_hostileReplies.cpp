@@ -100,33 +100,25 @@ constexpr bool kInstrumented = false;
 constexpr bool kInstrumented = false;
 #endif
 
+qint64 statusKb(const char* field)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(field))
+            return line.mid(int(qstrlen(field))).trimmed().split(' ').first().toLongLong();
+    }
+    return 0;
+}
+
 // Peak resident memory since the last call, in KiB: the peak is reset after reading.
 qint64 peakRssKb()
 {
-    QFile status(QStringLiteral("/proc/self/status"));
-    qint64 peak = 0;
-    if (status.open(QIODevice::ReadOnly)) {
-        for (const QByteArray& line : status.readAll().split('\n')) {
-            if (line.startsWith("VmHWM:"))
-                peak = line.mid(6).trimmed().split(' ').first().toLongLong();
-        }
-    }
+    const qint64 peak = statusKb("VmHWM:");
     QFile reset(QStringLiteral("/proc/self/clear_refs"));
     if (reset.open(QIODevice::WriteOnly))
         reset.write("5");
     return peak;
-}
-
-qint64 residentKb()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
-    }
-    return 0;
 }
 
 // Answers every request on one loopback port with the same body, then closes. The
@@ -257,7 +249,7 @@ void TestHostileReplies::replies()
     const int ceilingMb = kInstrumented ? 400 : 100;
     const int deadlineMs = kInstrumented ? 60000 : 10000;
     peakRssKb();
-    const qint64 before = residentKb();
+    const qint64 before = statusKb("VmRSS:");
     QElapsedTimer clock;
     clock.start();
     {
@@ -317,24 +309,23 @@ void TestHostileReplies::snapshots_data()
     local.write(picture);
     local.flush();
     const QString http = QStringLiteral("http://127.0.0.1:%1/snapshot.png");
-    QTest::newRow("plain picture") << http << QByteArray() << picture << "";
-    QTest::newRow("local file") << QUrl::fromLocalFile(local.fileName()).toString() << QByteArray()
-                                << QByteArray() << "only http";
-    QTest::newRow("inline data") << QString::fromLatin1("data:image/png;base64," + picture.toBase64())
-                                 << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("resource") << "qrc:/snapshot.png" << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("ftp") << "ftp://127.0.0.1:%1/snapshot.png" << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("no host") << "http:///snapshot.png" << QByteArray() << QByteArray() << "only http";
-    QTest::newRow("20000 x 20000 declared")
-        << http << QByteArray() << pngDeclaring(20000, 20000) << "maxImagePixels";
-    QTest::newRow("one row past the limit")
-        << http << QByteArray() << pngDeclaring(4096, quint32(limits.maxImagePixels / 4096 + 1))
-        << "maxImagePixels";
-    QTest::newRow("declared body past the limit")
-        << http
-        << "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
-            + QByteArray::number(limits.maxImageBytes + 1) + "\r\n\r\n"
-        << picture << "maxImageBytes";
+    const auto row = [](const char* name, const QString& uri, const QByteArray& body, const char* refusal,
+                         const QByteArray& head = QByteArray()) {
+        QTest::newRow(name) << uri << head << body << QString::fromLatin1(refusal);
+    };
+    row("plain picture", http, picture, "");
+    row("local file", QUrl::fromLocalFile(local.fileName()).toString(), QByteArray(), "only http");
+    row("inline data", QString::fromLatin1("data:image/png;base64," + picture.toBase64()), QByteArray(),
+        "only http");
+    row("resource", "qrc:/snapshot.png", QByteArray(), "only http");
+    row("ftp", "ftp://127.0.0.1:%1/snapshot.png", QByteArray(), "only http");
+    row("no host", "http:///snapshot.png", QByteArray(), "only http");
+    row("20000 x 20000 declared", http, pngDeclaring(20000, 20000), "maxImagePixels");
+    row("one row past the limit", http, pngDeclaring(4096, quint32(limits.maxImagePixels / 4096 + 1)),
+        "maxImagePixels");
+    row("declared body past the limit", http, picture, "maxImageBytes",
+        "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\nContent-Length: "
+            + QByteArray::number(limits.maxImageBytes + 1) + "\r\n\r\n");
 }
 
 void TestHostileReplies::snapshots()

@@ -6,6 +6,8 @@
 #include <QElapsedTimer>
 #include <QHostAddress>
 
+#include <functional>
+
 namespace {
 
 class RawBody : public Serializable
@@ -20,15 +22,6 @@ public:
 private:
     QString m_text;
 };
-
-void collect(const QDomElement& e, const QString& name, QList<QDomElement>& out)
-{
-    for (QDomElement c = e.firstChildElement(); !c.isNull(); c = c.nextSiblingElement()) {
-        if (c.localName() == name)
-            out.append(c);
-        collect(c, name, out);
-    }
-}
 
 } // namespace
 
@@ -62,11 +55,9 @@ bool HttpConnection::isOpen() const
 }
 
 HttpReply HttpConnection::request(const QByteArray& method, const QByteArray& path, const QByteArray& body,
-    const QByteArray& contentType, bool close, int timeoutMs, const QByteArray& closeToken)
+    const QByteArray& headers, bool close, int timeoutMs, const QByteArray& closeToken)
 {
-    QByteArray text = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
-    if (!contentType.isEmpty())
-        text += "Content-Type: " + contentType + "\r\n";
+    QByteArray text = method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + headers;
     if (method != "GET" || !body.isEmpty())
         text += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
     if (close)
@@ -140,7 +131,14 @@ HttpReply post(quint16 port, const QByteArray& body, const QByteArray& path, con
     int timeoutMs)
 {
     HttpConnection connection(port);
-    return connection.request("POST", path, body, contentType, true, timeoutMs);
+    return connection.request("POST", path, body, "Content-Type: " + contentType + "\r\n", true, timeoutMs);
+}
+
+HttpReply get(quint16 port, const QByteArray& path, const QByteArray& authorization)
+{
+    HttpConnection connection(port);
+    return connection.request("GET", path, QByteArray(),
+        authorization.isEmpty() ? "" : "Authorization: " + authorization + "\r\n", true);
 }
 
 QByteArray signedEnvelope(
@@ -166,10 +164,13 @@ QDomElement findElement(const QDomDocument& doc, const QString& localName)
 QList<QDomElement> findElements(const QDomDocument& doc, const QString& localName)
 {
     QList<QDomElement> out;
-    const QDomElement root = doc.documentElement();
-    if (root.localName() == localName)
-        out.append(root);
-    collect(root, localName, out);
+    std::function<void(const QDomElement&)> walk = [&](const QDomElement& e) {
+        if (e.localName() == localName)
+            out.append(e);
+        for (QDomElement c = e.firstChildElement(); !c.isNull(); c = c.nextSiblingElement())
+            walk(c);
+    };
+    walk(doc.documentElement());
     return out;
 }
 

@@ -31,9 +31,10 @@ class HttpConnection
 public:
     explicit HttpConnection(quint16 port);
     bool isOpen() const;
+    // headers: whole header lines, each ending in CR LF.
     HttpReply request(const QByteArray& method, const QByteArray& path, const QByteArray& body,
-        const QByteArray& contentType = "application/soap+xml; charset=utf-8", bool close = false,
-        int timeoutMs = 5000, const QByteArray& closeToken = "close");
+        const QByteArray& headers = "Content-Type: application/soap+xml; charset=utf-8\r\n",
+        bool close = false, int timeoutMs = 5000, const QByteArray& closeToken = "close");
     bool waitForClose(int timeoutMs);
 
 private:
@@ -43,6 +44,7 @@ private:
 // A single request on its own connection with Connection: close.
 HttpReply post(quint16 port, const QByteArray& body, const QByteArray& path = "/onvif/device_service",
     const QByteArray& contentType = "application/soap+xml; charset=utf-8", int timeoutMs = 5000);
+HttpReply get(quint16 port, const QByteArray& path, const QByteArray& authorization = QByteArray());
 
 // A complete request signed through the library's own WS-Security header.
 QByteArray signedEnvelope(const QString& body, const QString& user = QStringLiteral("admin"),

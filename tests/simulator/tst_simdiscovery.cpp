@@ -61,59 +61,43 @@ class TestSimDiscovery : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void probeMatchesEveryCamera();
-    void probesThatAreNotForUs();
+    void probes();
 };
 
-void TestSimDiscovery::init()
+void TestSimDiscovery::probes()
 {
     if (!g_namespaceProblem.isEmpty())
         QSKIP(qPrintable(QStringLiteral("WS-Discovery is only tested in a private network namespace: ")
             + g_namespaceProblem));
-}
-
-void TestSimDiscovery::probeMatchesEveryCamera()
-{
     Fleet fleet;
     QVERIFY(fleet.start(3));
     QString error;
     QVERIFY2(fleet.startDiscovery(QStringLiteral("127.0.0.1"), 3702, QString(), &error), qPrintable(error));
-    // Unicast to the address it was given, and multicast to the group as standard clients probe.
-    for (const char* target : { "127.0.0.1", "239.255.255.250" }) {
+    const QHostAddress unicast(QStringLiteral("127.0.0.1"));
+    // Unicast to the address it was given and multicast to the group, as standard clients probe; an
+    // empty Types asks for every kind of device. What the library reads from the matches is
+    // tst_discovery's, through its broadcast.
+    const QPair<QHostAddress, QString> asked[] = { { unicast, QStringLiteral("dn:NetworkVideoTransmitter") },
+        { QHostAddress(QStringLiteral("239.255.255.250")), QStringLiteral("dn:NetworkVideoTransmitter") },
+        { unicast, QString() } };
+    for (const auto& a : asked) {
         const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-        const QList<QDomDocument> answers = exchange(QHostAddress(QLatin1String(target)), probe(id), 3, 3000);
-        QVERIFY2(answers.size() == 3, target);
-        // What the library reads from the matches (addresses, scopes) is checked by its own tests.
+        const QList<QDomDocument> answers = exchange(a.first, probe(id, a.second), 3, 3000);
+        QCOMPARE(answers.size(), 3);
         QSet<QString> endpoints;
         for (const QDomDocument& doc : answers) {
             QCOMPARE(findElement(doc, QStringLiteral("RelatesTo")).text(), QStringLiteral("uuid:") + id);
             QCOMPARE(findElement(doc, QStringLiteral("Action")).text(),
                 QStringLiteral("http://schemas.xmlsoap.org/ws/2005/04/discovery/ProbeMatches"));
-            QVERIFY(findElement(doc, QStringLiteral("Types"))
-                        .text()
-                        .contains(QStringLiteral("NetworkVideoTransmitter")));
             endpoints << findElement(doc, QStringLiteral("Address")).text();
         }
         QCOMPARE(endpoints.size(), 3);
-        QVERIFY((*endpoints.begin()).startsWith(QStringLiteral("urn:uuid:")));
     }
-    QCOMPARE(fleet.discovery()->probesAnswered(), 2);
-}
-
-void TestSimDiscovery::probesThatAreNotForUs()
-{
-    Fleet fleet;
-    QVERIFY(fleet.start(1));
-    QVERIFY(fleet.startDiscovery(QStringLiteral("127.0.0.1")));
-    const QHostAddress target(QStringLiteral("127.0.0.1"));
-    QCOMPARE(exchange(target, probe(QStringLiteral("1"), QStringLiteral("dn:Printer")), 1, 400).size(), 0);
-    QCOMPARE(exchange(target, "not a probe at all", 1, 400).size(), 0);
-    QCOMPARE(
-        exchange(target, probe(QStringLiteral("2")).replace("d:Probe>", "d:Resolve>"), 1, 400).size(), 0);
-    // An empty Types asks for every kind of device.
-    QCOMPARE(exchange(target, probe(QStringLiteral("3"), QString()), 1, 2000).size(), 1);
-    QCOMPARE(fleet.discovery()->probesAnswered(), 1);
+    // Not for us: another kind of device, no SOAP at all, another WS-Discovery message.
+    for (const QByteArray& other : { probe(QStringLiteral("1"), QStringLiteral("dn:Printer")),
+             QByteArray("not a probe at all"), probe(QStringLiteral("2")).replace("d:Probe>", "d:Resolve>") })
+        QCOMPARE(exchange(unicast, other, 1, 400).size(), 0);
+    QCOMPARE(fleet.discovery()->probesAnswered(), 3);
 }
 
 int main(int argc, char** argv)
