@@ -1,6 +1,8 @@
 // Every public asynchronous operation under every simulator fault: it ends exactly
 // once (or never, where that is its documented behaviour), leaves no reply or running
 // timer behind, and survives its owner being destroyed while the answer is on its way.
+#include "futureWait.h"
+
 #include <camera.h>
 
 #include <onvifTypes/onvifDeviceInfo.h>
@@ -131,13 +133,8 @@ Start ptzCall(std::function<QFuture<T>(PtzSys::OnvifPtzReq&)> call, bool checkFi
             = new PtzSys::OnvifPtzReq(OnvifSecurity(QStringLiteral("admin"), QStringLiteral("admin"), 0LL),
                 camera.deviceUrl(), &manager, 1);
         run.owner.reset(ptz);
-        if (checkFirst) {
-            const QFuture<bool> check = ptz->checkCapability();
-            QElapsedTimer clock;
-            clock.start();
-            while (!check.isFinished() && clock.elapsed() < 5000)
-                QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        }
+        if (checkFirst)
+            waitForFuture(ptz->checkCapability());
         countFuture(run, call(*ptz));
         return run;
     };
