@@ -1,6 +1,8 @@
 // Every public asynchronous operation under every simulator fault: it ends exactly
 // once (or never, where that is its documented behaviour), leaves no reply or running
 // timer behind, and survives its owner being destroyed while the answer is on its way.
+#include "futureWait.h"
+
 #include <camera.h>
 
 #include <onvifTypes/onvifDeviceInfo.h>
@@ -35,6 +37,7 @@ struct Run
 {
     std::shared_ptr<int> endings = std::make_shared<int>(0);
     std::shared_ptr<bool> cancelled; // set for operations that return a future
+    std::shared_ptr<unsigned int> errorCode; // set for objects with an error(code, text) signal
     std::unique_ptr<QObject> owner; // destroyed to abandon the operation
     std::function<void()> destroy; // for owners that are no QObject
     int ownTimeoutMs = 0; // a timeout the test gave the operation: a second ending could follow it
@@ -83,6 +86,19 @@ template <typename T> void countFuture(Run& run, const QFuture<T>& future)
     watcher->setFuture(future);
 }
 
+// Counts the result signal and error(code, text) of an object, keeping the error code.
+template <typename T, typename Result>
+void countSignals(Run& run, T* object, Result result, void (T::*error)(unsigned int, QString))
+{
+    auto endings = run.endings;
+    run.errorCode = std::make_shared<unsigned int>(0);
+    QObject::connect(object, result, [endings] { ++*endings; });
+    QObject::connect(object, error, [endings, code = run.errorCode](unsigned int c) {
+        ++*endings;
+        *code = c;
+    });
+}
+
 using Start = std::function<Run(Camera&, QNetworkAccessManager&)>;
 
 struct Operation
@@ -117,13 +133,8 @@ Start ptzCall(std::function<QFuture<T>(PtzSys::OnvifPtzReq&)> call, bool checkFi
             = new PtzSys::OnvifPtzReq(OnvifSecurity(QStringLiteral("admin"), QStringLiteral("admin"), 0LL),
                 camera.deviceUrl(), &manager, 1);
         run.owner.reset(ptz);
-        if (checkFirst) {
-            const QFuture<bool> check = ptz->checkCapability();
-            QElapsedTimer clock;
-            clock.start();
-            while (!check.isFinished() && clock.elapsed() < 5000)
-                QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        }
+        if (checkFirst)
+            waitForFuture(ptz->checkCapability());
         countFuture(run, call(*ptz));
         return run;
     };
@@ -179,9 +190,7 @@ QVector<Operation> operations()
                 Run run;
                 auto* info = new OnvifDeviceInfo(manager, nullptr);
                 run.owner.reset(info);
-                auto endings = run.endings;
-                QObject::connect(info, &OnvifDeviceInfo::receiveDevInfo, [endings] { ++*endings; });
-                QObject::connect(info, &OnvifDeviceInfo::error, [endings] { ++*endings; });
+                countSignals(run, info, &OnvifDeviceInfo::receiveDevInfo, &OnvifDeviceInfo::error);
                 info->getDeviceInfo(
                     QUrl(camera.deviceUrl()), QStringLiteral("admin"), QStringLiteral("admin"));
                 return run;
@@ -193,9 +202,7 @@ QVector<Operation> operations()
                 auto* rtsp = new OnvifRTSP(1, nullptr);
                 run.owner.reset(rtsp);
                 rtsp->setNetworkManager(manager);
-                auto endings = run.endings;
-                QObject::connect(rtsp, &OnvifRTSP::receiveRTSPList, [endings] { ++*endings; });
-                QObject::connect(rtsp, &OnvifRTSP::error, [endings] { ++*endings; });
+                countSignals(run, rtsp, &OnvifRTSP::receiveRTSPList, &OnvifRTSP::error);
                 rtsp->getRTSPList(QStringLiteral("admin"), QStringLiteral("admin"), camera.deviceUrl());
                 return run;
             },
@@ -306,11 +313,14 @@ void TestFaultMatrix::matrix()
     QVERIFY2(*run.endings <= 1, qPrintable(QString::number(*run.endings)));
     if (!silent)
         QCOMPARE(*run.endings, 1);
-    // A future fails when the exchange did: a fault, an HTTP error, a cut connection.
+    // A future fails when the exchange did: a fault (sent with HTTP 500), an HTTP error, a cut
+    // connection; an error signal says it is a network error, the reply's status read first.
     const bool failed = faultRow.mode == FaultMode::SoapFault || faultRow.mode == FaultMode::Http500
         || faultRow.mode == FaultMode::Drop || faultRow.mode == FaultMode::Truncate;
     if (run.cancelled && failed)
         QVERIFY(*run.cancelled);
+    if (run.errorCode && failed)
+        QCOMPARE(*run.errorCode, 3u);
 
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QCOMPARE(manager.findChildren<QNetworkReply*>().size(), 0);
