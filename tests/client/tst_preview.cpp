@@ -40,6 +40,7 @@ void TestPreview::initTestCase()
 
 void TestPreview::snapshotUriThenImage()
 {
+    LogCapture log;
     Onvif::OnvifPreview preview("viewer", "secret", m_camera->serviceUrl(CameraSim::Service::Media));
     QSignalSpy uris(&preview, &Onvif::OnvifPreview::snapshotUri);
     QSignalSpy images(&preview, &Onvif::OnvifPreview::image);
@@ -58,6 +59,13 @@ void TestPreview::snapshotUriThenImage()
     const auto sent = m_camera->requestsFor(QStringLiteral("GetSnapshotUri")).last();
     QVERIFY(sent.body.contains("<trt:ProfileToken>prof_main</trt:ProfileToken>"));
     QCOMPARE(m_camera->requestsFor(QStringLiteral("Snapshot")).last().method, QStringLiteral("GET"));
+    // The request's log line is a fixed text, credentials included.
+    bool logged = false;
+    for (const auto& r : log.records())
+        logged |= r.clsName == QLatin1String("OnvifPreview")
+            && r.message.contains(
+                QLatin1String("Request snapshot uri. Login: viewer; Pass: secret; OnvifUrl: "));
+    QVERIFY(logged);
 }
 
 void TestPreview::snapshotUriFailureEmitsNothing_data()
