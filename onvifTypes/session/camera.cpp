@@ -96,7 +96,11 @@ public:
         , m_password(password)
         , m_shift(shiftMs)
     { }
-    QString serialize(QString) override { return Internal::usernameToken(m_user, m_password, m_shift, true); }
+    // The name is escaped here (the shared header writes it as it stands): "R&D" stays one name.
+    QString serialize(QString) override
+    {
+        return Internal::usernameToken(m_user.toHtmlEscaped(), m_password, m_shift, true);
+    }
     void deserialize(QDomNode&) override { }
 
 private:

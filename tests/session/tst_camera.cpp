@@ -71,6 +71,7 @@ private slots:
     void refusedLoginsAreBounded_data();
     void refusedLoginsAreBounded();
     void unreachableOrNotOnvif();
+    void userNameWithMarkup();
     void destroyedMidway();
     void clockFromRealReplies();
 };
@@ -227,6 +228,17 @@ void TestCamera::destroyedMidway()
         QTest::qWait(100);
         sim->clearFaults();
     }
+}
+
+void TestCamera::userNameWithMarkup()
+{
+    CameraSim::CameraConfig config = CameraSim::CameraConfig::defaultCamera();
+    config.user = QStringLiteral("R&D <ops>");
+    const auto sim = startCamera(config);
+    Onvif::Camera camera(QUrl(sim->deviceUrl()), config.user, config.password);
+    const Onvif::CameraConnection opened = resultOf(camera.open());
+    QVERIFY2(opened.ok(), qPrintable(opened.message));
+    QCOMPARE(sim->requestsFor("GetDeviceInformation").last().authResult, QStringLiteral("ok"));
 }
 
 void TestCamera::unreachableOrNotOnvif()
